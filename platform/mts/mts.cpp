@@ -1,0 +1,305 @@
+/*
+ * Requests: one connection to the switch, one request at a time on it.
+ *
+ * A manager that does not answer in time costs the agent one whole wait, not one
+ * for each request that follows. After a time-out the connection is suspect: a PING
+ * is sent behind the unanswered request, and until anything comes from the switch,
+ * further requests fail at once. The first sign of life, a late reply or the PONG,
+ * ends that. Without the PING, a manager that lost one single request would stay
+ * suspect for ever.
+ *
+ * A request is sent a second time only if the first could not go out whole, so that
+ * the switch cannot have acted on it.
+ */
+#include "mts.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "big_endian.h"
+#include "mts_stream.h"
+
+// Opaque to callers: the process's connection for requests. Nothing happens to it
+// when the library is loaded; the agent may still fork and change its user.
+struct mts_queue {
+    mts_stream stream;
+    bool is_suspect;
+    uint32_t correlation; // of the latest request or PING
+};
+
+namespace {
+
+// What one unit of a wait class means, and how long a suspect connection is given
+// to show life. The shortest wait is one unit.
+constexpr mts_time WAIT_CLASS_UNIT = MTS_WIRE_WAIT_UNIT_MS * MTS_MILLISECOND;
+constexpr mts_time SUSPECT_GRACE = 20 * MTS_MILLISECOND;
+
+mts_queue process_queue;
+
+[[gnu::destructor]] void close_at_unload(void) {
+    mts_stream_close(process_queue.stream);
+}
+
+// The arguments of one request that travel.
+struct request {
+    uint32_t service;
+    uint32_t opcode;
+    uint32_t kind;
+    uint32_t length;
+    uint32_t session;
+    std::span<const uint8_t> payload;
+    std::span<const uint8_t> user;
+};
+
+enum class outcome {
+    answered,
+    unsent, // the switch has not seen a whole request; errno says why
+    failed  // errno says why
+};
+
+outcome fail(int reason) {
+    errno = reason;
+    return outcome::failed;
+}
+
+// The connection is of no further use. Only for a manager that is still there, and
+// silent, does the suspicion go over to the next connection.
+outcome drop_connection(mts_queue &queue, bool keep_suspicion, outcome result) {
+    mts_stream_close(queue.stream);
+    queue.is_suspect = queue.is_suspect && keep_suspicion;
+    return result;
+}
+
+// Whether a frame is the answer to something that was sent before the latest
+// request. Correlations count upwards and wrap around.
+bool is_earlier(const mts_queue &queue, const mts_frame &frame) {
+    return static_cast<int32_t>(queue.correlation - frame.correlation) > 0;
+}
+
+bool is_pong(const mts_frame &frame) {
+    return frame.type == MTS_FRAME_PONG && frame.body.empty();
+}
+
+// Whether a frame can be met while no request is under way: a late reply or a PONG.
+bool is_expected_when_idle(const mts_queue &queue, const mts_frame &frame) {
+    const bool is_known = is_earlier(queue, frame) || frame.correlation == queue.correlation;
+    return is_known && (frame.type == MTS_FRAME_REPLY || is_pong(frame));
+}
+
+// Receives and drops what earlier requests left behind. With a deadline, waits for
+// the first frame. `done` when at least one has come.
+mts_io drop_old_frames(mts_queue &queue, mts_time deadline) {
+    mts_frame frame;
+    mts_io result = mts_stream_receive(queue.stream, frame, deadline, true);
+    if (result != mts_io::done) {
+        return result;
+    }
+    // No more than this can be outstanding; a switch that sends more is broken.
+    for (int limit = 1000; limit > 0; --limit) {
+        if (!is_expected_when_idle(queue, frame)) {
+            break;
+        }
+        queue.is_suspect = false;
+        result = mts_stream_receive(queue.stream, frame, MTS_NO_WAIT, true);
+        if (result != mts_io::done) {
+            return result == mts_io::timeout ? mts_io::done : result;
+        }
+    }
+    errno = EPROTO;
+    return mts_io::bad;
+}
+
+// Asks a silent switch for a sign of life. A switch that does not even take this
+// loses its connection; the next one starts with a PING.
+void send_ping(mts_queue &queue) {
+    uint8_t header[MTS_WIRE_HEADER];
+    mts_frame_encode(header, MTS_FRAME_PING, ++queue.correlation, 0);
+    struct iovec part = {header, sizeof header};
+    queue.is_suspect = true;
+    const mts_io sent = mts_stream_send(queue.stream, &part, 1, MTS_NO_WAIT);
+    if (sent != mts_io::done) {
+        drop_connection(queue, sent == mts_io::timeout, outcome::failed);
+    }
+}
+
+// Makes the queue's connection one that a request can be sent on: connects when
+// there is none, when it died since the last request, or when it belongs to the
+// process that this one was forked from.
+outcome prepare(mts_queue &queue, mts_time deadline) {
+    if (mts_stream_is_inherited(queue.stream)) {
+        drop_connection(queue, false, outcome::failed);
+    }
+    if (queue.stream.is_open) {
+        const mts_io old = drop_old_frames(queue, MTS_NO_WAIT);
+        if (old == mts_io::lost || old == mts_io::bad) {
+            drop_connection(queue, false, outcome::failed);
+        }
+    }
+    if (!queue.stream.is_open) {
+        if (mts_stream_open(queue.stream) != 0) {
+            return outcome::failed;
+        }
+        if (queue.is_suspect) {
+            send_ping(queue);
+        }
+    }
+    if (!queue.stream.is_open) {
+        errno = queue.is_suspect ? ETIMEDOUT : ECONNRESET;
+        return queue.is_suspect ? outcome::failed : outcome::unsent;
+    }
+    if (!queue.is_suspect) {
+        return outcome::answered;
+    }
+
+    const mts_time grace_end = mts_now() + SUSPECT_GRACE;
+    switch (drop_old_frames(queue, grace_end < deadline ? grace_end : deadline)) {
+    case mts_io::done:
+        return outcome::answered;
+    case mts_io::timeout:
+        return fail(ETIMEDOUT);
+    case mts_io::lost:
+    case mts_io::bad:
+        break;
+    }
+    return drop_connection(queue, false, outcome::unsent);
+}
+
+outcome send_request(mts_queue &queue, const request &what, mts_time deadline) {
+    const size_t body_length = MTS_WIRE_REQUEST_FIXED + what.payload.size() + what.user.size();
+    uint8_t header[MTS_WIRE_HEADER];
+    mts_frame_encode(header, MTS_FRAME_REQUEST, ++queue.correlation, static_cast<uint32_t>(body_length));
+
+    uint8_t fixed[MTS_WIRE_REQUEST_FIXED];
+    write_be32(fixed, what.service);
+    write_be32(fixed + 4, what.opcode);
+    write_be32(fixed + 8, what.kind);
+    write_be32(fixed + 12, what.length);
+    write_be32(fixed + 16, what.session);
+    write_be32(fixed + 20, static_cast<uint32_t>(what.payload.size()));
+    write_be32(fixed + 24, static_cast<uint32_t>(what.user.size()));
+
+    // sendmsg only reads the parts, although their type does not say so.
+    struct iovec parts[] = {{header, sizeof header},
+                            {fixed, sizeof fixed},
+                            {const_cast<uint8_t *>(what.payload.data()), what.payload.size()},
+                            {const_cast<uint8_t *>(what.user.data()), what.user.size()}};
+    switch (mts_stream_send(queue.stream, parts, sizeof parts / sizeof *parts, deadline)) {
+    case mts_io::done:
+        return outcome::answered;
+    case mts_io::timeout:
+        queue.is_suspect = true;
+        errno = ETIMEDOUT;
+        return drop_connection(queue, true, outcome::failed);
+    case mts_io::lost:
+    case mts_io::bad:
+        break;
+    }
+    errno = errno == EPIPE ? ECONNRESET : errno;
+    return drop_connection(queue, false, outcome::unsent);
+}
+
+// Waits for the reply to the latest request. Its data lie in the stream's buffer.
+outcome receive_reply(mts_queue &queue, mts_reply &reply, mts_time deadline) {
+    for (;;) {
+        mts_frame frame;
+        mts_io result = mts_stream_receive(queue.stream, frame, deadline, true);
+        if (result == mts_io::done && is_earlier(queue, frame) && is_expected_when_idle(queue, frame)) {
+            // Replies to others' requests must not keep this one waiting for ever.
+            if (mts_now() < deadline) {
+                continue;
+            }
+            result = mts_io::timeout;
+        }
+        switch (result) {
+        case mts_io::done:
+            if (frame.type == MTS_FRAME_REPLY && frame.correlation == queue.correlation &&
+                mts_reply_decode(frame.body, reply)) {
+                return outcome::answered;
+            }
+            errno = EPROTO;
+            return drop_connection(queue, false, outcome::failed);
+        case mts_io::timeout:
+            send_ping(queue);
+            return fail(ETIMEDOUT);
+        case mts_io::lost:
+        case mts_io::bad:
+            return drop_connection(queue, false, outcome::failed);
+        }
+    }
+}
+
+outcome exchange(mts_queue &queue, const request &what, mts_reply &reply, mts_time deadline) {
+    outcome result = outcome::unsent;
+    for (int attempt = 0; attempt < 2 && result == outcome::unsent; ++attempt) {
+        result = prepare(queue, deadline);
+        if (result == outcome::answered) {
+            result = send_request(queue, what, deadline);
+        }
+    }
+    return result == outcome::answered ? receive_reply(queue, reply, deadline) : result;
+}
+
+// Hands a reply's data to the caller, in a buffer of their own even if there are
+// none of them: the manager's "nothing" differs from no data.
+bool hand_over(const mts_reply &reply, void **to, uint32_t &length) {
+    if (to == nullptr || !reply.has_data) {
+        return true;
+    }
+    *to = malloc(reply.data.empty() ? 1 : reply.data.size());
+    if (*to == nullptr) {
+        return false;
+    }
+    if (!reply.data.empty()) {
+        memcpy(*to, reply.data.data(), reply.data.size());
+    }
+    length = static_cast<uint32_t>(reply.data.size());
+    return true;
+}
+
+uint32_t no_status(int reason) {
+    errno = reason;
+    return UINT32_MAX;
+}
+
+} // namespace
+
+mts_queue *mts_response_q = &process_queue;
+
+uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void **reply, uint32_t *length,
+                      const char *user_name, uint32_t session, uint32_t service, mts_queue *queue,
+                      uint32_t wait_class) {
+    const mts_time units = wait_class == 0 ? 1 : wait_class;
+    const mts_time deadline = mts_now() + units * WAIT_CLASS_UNIT;
+    if (reply != nullptr) {
+        *reply = nullptr;
+    }
+    if (length == nullptr) {
+        return no_status(EINVAL);
+    }
+    const uint32_t payload_length = *length;
+    *length = 0;
+    if (queue != &process_queue) {
+        return no_status(EINVAL);
+    }
+    const size_t user_length = user_name == nullptr ? 0 : strnlen(user_name, MTS_WIRE_MAX_USER + 1);
+    if (payload_length > MTS_WIRE_MAX_PAYLOAD || user_length > MTS_WIRE_MAX_USER) {
+        return no_status(EMSGSIZE);
+    }
+
+    const request what = {.service = service,
+                          .opcode = opcode,
+                          .kind = kind,
+                          .length = payload_length,
+                          .session = session,
+                          .payload = {static_cast<const uint8_t *>(payload), payload == nullptr ? 0 : payload_length},
+                          .user = {reinterpret_cast<const uint8_t *>(user_name), user_length}};
+    mts_reply answer;
+    if (exchange(*queue, what, answer, deadline) != outcome::answered) {
+        return UINT32_MAX;
+    }
+    if (!hand_over(answer, reply, *length)) {
+        return no_status(ENOMEM);
+    }
+    return answer.status;
+}

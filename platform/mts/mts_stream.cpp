@@ -1,0 +1,189 @@
+#include "mts_stream.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int64_t NANOSECONDS_PER_SECOND = 1000000000;
+
+// Descriptors 0 to 2 may be closed when the agent runs as a daemon. A socket there
+// would take in whatever somebody prints.
+constexpr int FIRST_FREE_DESCRIPTOR = 3;
+
+int socket_address(struct sockaddr_un &address) {
+    const char *directory = getenv(MTS_RUN_DIR_VARIABLE);
+    if (directory == nullptr || *directory == '\0') {
+        directory = MTS_DEFAULT_RUN_DIR;
+    }
+    address = {};
+    address.sun_family = AF_UNIX;
+    const int length = snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", directory, MTS_SOCKET_NAME);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    return 0;
+}
+
+int make_socket(void) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd == -1 || fd >= FIRST_FREE_DESCRIPTOR) {
+        return fd;
+    }
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, FIRST_FREE_DESCRIPTOR);
+    const int reason = errno;
+    close(fd);
+    errno = reason;
+    return moved;
+}
+
+// Waits until the socket is ready for `events`, has failed, or the deadline passes.
+// A failed socket counts as ready: the next transfer says what is wrong.
+mts_io wait_for(int fd, short events, mts_time deadline) {
+    for (;;) {
+        const mts_time left = deadline - mts_now();
+        if (left <= 0) {
+            return mts_io::timeout;
+        }
+        const struct timespec timeout = {static_cast<time_t>(left / NANOSECONDS_PER_SECOND),
+                                         static_cast<long>(left % NANOSECONDS_PER_SECOND)};
+        struct pollfd watched = {fd, events, 0};
+        const int ready = ppoll(&watched, 1, &timeout, nullptr);
+        if (ready > 0) {
+            return mts_io::done;
+        }
+        if (ready == -1 && errno != EINTR) {
+            return mts_io::lost;
+        }
+    }
+}
+
+} // namespace
+
+mts_time mts_now(void) {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<mts_time>(now.tv_sec) * NANOSECONDS_PER_SECOND + now.tv_nsec;
+}
+
+int mts_stream_open(mts_stream &stream) {
+    struct sockaddr_un address;
+    if (socket_address(address) != 0) {
+        return -1;
+    }
+    const int fd = make_socket();
+    if (fd == -1) {
+        return -1;
+    }
+    if (connect(fd, reinterpret_cast<const struct sockaddr *>(&address), sizeof address) != 0) {
+        // EAGAIN is a full backlog, which cannot be waited for: nobody is accepting.
+        const int reason = errno == EAGAIN ? ETIMEDOUT : errno;
+        close(fd);
+        errno = reason;
+        return -1;
+    }
+    stream.is_open = true;
+    stream.fd = fd;
+    stream.owner = getpid();
+    stream.begin = stream.end = 0;
+    return 0;
+}
+
+void mts_stream_close(mts_stream &stream) {
+    if (!stream.is_open) {
+        return;
+    }
+    const int reason = errno;
+    close(stream.fd);
+    errno = reason;
+    stream.is_open = false;
+    stream.begin = stream.end = 0;
+}
+
+bool mts_stream_is_inherited(const mts_stream &stream) {
+    return stream.is_open && stream.owner != getpid();
+}
+
+mts_io mts_stream_send(mts_stream &stream, struct iovec *parts, size_t count, mts_time deadline) {
+    while (count > 0) {
+        struct msghdr message = {};
+        message.msg_iov = parts;
+        message.msg_iovlen = count;
+        const ssize_t result = sendmsg(stream.fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (result == -1) {
+            if (errno == EINTR) {
+                continue;
+            }
+            if (errno != EAGAIN) {
+                return mts_io::lost;
+            }
+            const mts_io waited = wait_for(stream.fd, POLLOUT, deadline);
+            if (waited != mts_io::done) {
+                return waited;
+            }
+            continue;
+        }
+        size_t sent = static_cast<size_t>(result);
+        while (count > 0 && sent >= parts->iov_len) {
+            sent -= parts->iov_len;
+            ++parts;
+            --count;
+        }
+        if (count > 0) {
+            parts->iov_base = static_cast<uint8_t *>(parts->iov_base) + sent;
+            parts->iov_len -= sent;
+        }
+    }
+    return mts_io::done;
+}
+
+mts_io mts_stream_receive(mts_stream &stream, mts_frame &frame, mts_time deadline, bool read_ahead) {
+    for (;;) {
+        size_t size = 0;
+        switch (mts_frame_decode({stream.buffer + stream.begin, stream.end - stream.begin}, frame, size)) {
+        case mts_decode::frame:
+            stream.begin += size;
+            return mts_io::done;
+        case mts_decode::bad:
+            errno = EPROTO;
+            return mts_io::bad;
+        case mts_decode::more:
+            break;
+        }
+
+        if (stream.begin > 0) {
+            memmove(stream.buffer, stream.buffer + stream.begin, stream.end - stream.begin);
+            stream.end -= stream.begin;
+            stream.begin = 0;
+        }
+        if (deadline != MTS_NO_WAIT) {
+            const mts_io waited = wait_for(stream.fd, POLLIN, deadline);
+            if (waited != mts_io::done) {
+                return waited;
+            }
+        }
+        const size_t wanted = (read_ahead ? sizeof stream.buffer : size) - stream.end;
+        const ssize_t got = recv(stream.fd, stream.buffer + stream.end, wanted, MSG_DONTWAIT);
+        if (got > 0) {
+            stream.end += static_cast<size_t>(got);
+        } else if (got == 0) {
+            errno = ECONNRESET;
+            return mts_io::lost;
+        } else if (errno == EAGAIN) {
+            if (deadline == MTS_NO_WAIT) {
+                return mts_io::timeout;
+            }
+        } else if (errno != EINTR) {
+            return mts_io::lost;
+        }
+    }
+}
