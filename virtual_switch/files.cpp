@@ -1,0 +1,91 @@
+#include "files.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "switch_data.h"
+
+namespace vswitch {
+
+namespace {
+
+class Descriptor {
+  public:
+    explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+    ~Descriptor() {
+        if (descriptor_ >= 0)
+            close(descriptor_);
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    int get() const { return descriptor_; }
+    int release() {
+        const int descriptor = descriptor_;
+        descriptor_ = -1;
+        return descriptor;
+    }
+
+  private:
+    int descriptor_;
+};
+
+} // namespace
+
+std::optional<std::string> read_file(const std::string &path, std::size_t max_size) {
+    /* Without O_NONBLOCK, opening a FIFO would wait for a writer. */
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.get() < 0) {
+        if (errno == ENOENT)
+            return std::nullopt;
+        throw Refusal(fmt::format("Cannot read {}: {}.", path, std::strerror(errno)));
+    }
+    struct stat status {};
+    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        throw Refusal(fmt::format("Cannot read {}: it is not a regular file.", path));
+    std::string content;
+    char chunk[16384];
+    for (;;) {
+        const ssize_t got = read(file.get(), chunk, sizeof chunk);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            throw Refusal(fmt::format("Cannot read {}: {}.", path, std::strerror(errno)));
+        if (got == 0)
+            return content;
+        content.append(chunk, static_cast<std::size_t>(got));
+        if (content.size() > max_size)
+            throw Refusal(fmt::format("Cannot use {}: it is larger than {} bytes.", path, max_size));
+    }
+}
+
+bool ensure_directory(const std::string &path, const char *purpose) {
+    std::error_code error;
+    const bool made = std::filesystem::create_directories(path, error);
+    if (error)
+        throw Refusal(fmt::format("Cannot make the {} {}: {}.", purpose, path, error.message()));
+    return made;
+}
+
+FileLock::FileLock(const std::string &path, const std::string &busy) : descriptor_(-1) {
+    Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (file.get() < 0)
+        throw Refusal(fmt::format("Cannot write {}: {}.", path, std::strerror(errno)));
+    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK)
+            throw Refusal(busy);
+        throw Refusal(fmt::format("Cannot lock {}: {}.", path, std::strerror(errno)));
+    }
+    descriptor_ = file.release();
+}
+
+FileLock::~FileLock() {
+    close(descriptor_);
+}
+
+} // namespace vswitch

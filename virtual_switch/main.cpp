@@ -1,0 +1,117 @@
+/* vswitchd, the virtual switch's daemon: command line, start and stop. */
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <fmt/format.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
+#include <sys/stat.h>
+
+#include "configuration.h"
+#include "server.h"
+#include "store.h"
+
+namespace {
+
+constexpr int exit_refused = 1;
+constexpr int exit_usage = 2;
+
+struct Options {
+    std::string state_directory;
+    std::string run_directory; /* empty: the state folder */
+    std::string initial_file;
+    bool empty = false;
+    std::string socket_group;
+    std::string log_level = "info";
+};
+
+vswitch::SwitchData new_switch(const Options &options) {
+    vswitch::SwitchData data = options.empty                   ? vswitch::empty_configuration()
+                               : !options.initial_file.empty() ? vswitch::load_configuration(options.initial_file)
+                                                               : vswitch::demo_configuration();
+    vswitch::give_identity(data);
+    return data;
+}
+
+/* The folder without slashes at its end, so that paths in it read well. */
+std::string tidy(std::string folder) {
+    while (folder.size() > 1 && folder.back() == '/')
+        folder.pop_back();
+    return folder;
+}
+
+void serve(const Options &options) {
+    vswitch::ensure_directory(options.state_directory, "state folder");
+    vswitch::Store store(options.state_directory);
+    const std::string role_file = options.state_directory + "/roles.json";
+    vswitch::Roles roles = vswitch::load_roles(role_file);
+    if (!store.exists())
+        store.create(new_switch(options));
+    else if (options.empty || !options.initial_file.empty())
+        spdlog::info("{} exists; the initial configuration is ignored", store.path());
+    vswitch::Switch target(store.open(), std::move(roles));
+
+    vswitch::ServerOptions server_options;
+    server_options.run_directory = options.run_directory.empty() ? options.state_directory : options.run_directory;
+    server_options.group = options.socket_group;
+    vswitch::Server server(target, server_options);
+
+    /* Whoever started the daemon waits for this line, so no log level hides it. */
+    fmt::print(stderr, "ready {}\n", server.socket_path());
+    server.run([&] {
+        try {
+            target.roles = vswitch::load_roles(role_file);
+            spdlog::info("read the roles again: {} users are restricted", target.roles.user_count());
+        } catch (const vswitch::Refusal &refusal) {
+            spdlog::error("{} The former roles stay in force.", refusal.what());
+        }
+    });
+    spdlog::info("stopped");
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    Options options;
+    CLI::App app("The virtual Fibre Channel switch: VSAN manager and port manager on one socket.", "vswitchd");
+    app.add_option("--state", options.state_directory, "Folder of the database and of roles.json; made when missing")
+        ->required()
+        ->type_name("DIR");
+    app.add_option("--run", options.run_directory, "Folder of the socket; by default the state folder")
+        ->type_name("DIR");
+    auto *empty = app.add_flag("--empty", options.empty, "Start a new switch with VSAN 1 only");
+    app.add_option("--initial", options.initial_file, "Start a new switch with the configuration in this JSON file")
+        ->type_name("FILE")
+        ->excludes(empty);
+    app.add_option("--socket-group", options.socket_group, "Group whose members may connect")->type_name("GROUP");
+    app.add_option("--log-level", options.log_level, "Least important messages to log")
+        ->check(CLI::IsMember({"debug", "info", "warning", "error", "off"}))
+        ->capture_default_str();
+    app.set_version_flag("--version", "vswitchd " VSWITCH_VERSION);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : exit_usage;
+    }
+
+    auto logger = std::make_shared<spdlog::logger>("vswitchd", std::make_shared<spdlog::sinks::stderr_sink_st>());
+    logger->set_pattern("%Y-%m-%dT%H:%M:%S.%e%z %l: %v");
+    logger->set_level(spdlog::level::from_str(options.log_level));
+    logger->flush_on(spdlog::level::debug);
+    spdlog::set_default_logger(logger);
+
+    umask(077);
+    /* A client that goes away, and a file that may not grow, are errors of the call. */
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    options.state_directory = tidy(options.state_directory);
+    options.run_directory = tidy(options.run_directory);
+    try {
+        serve(options);
+        return 0;
+    } catch (const std::exception &error) {
+        fmt::print(stderr, "vswitchd: {}\n", error.what());
+        return exit_refused;
+    }
+}

@@ -1,0 +1,115 @@
+#include "records.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vswitch {
+
+std::optional<std::uint32_t> load_word(Bytes bytes, std::size_t offset) {
+    if (offset > bytes.size() || bytes.size() - offset < 4)
+        return std::nullopt;
+    return static_cast<std::uint32_t>(bytes[offset]) << 24 | static_cast<std::uint32_t>(bytes[offset + 1]) << 16 |
+           static_cast<std::uint32_t>(bytes[offset + 2]) << 8 | bytes[offset + 3];
+}
+
+void store_word(Buffer &buffer, std::size_t offset, std::uint32_t word) {
+    buffer[offset] = static_cast<std::uint8_t>(word >> 24);
+    buffer[offset + 1] = static_cast<std::uint8_t>(word >> 16);
+    buffer[offset + 2] = static_cast<std::uint8_t>(word >> 8);
+    buffer[offset + 3] = static_cast<std::uint8_t>(word);
+}
+
+void append_word(Buffer &buffer, std::uint32_t word) {
+    buffer.resize(buffer.size() + 4);
+    store_word(buffer, buffer.size() - 4, word);
+}
+
+void append_vsan_block(Buffer &buffer, std::uint32_t id, const Vsan &vsan, std::uint32_t oper_state) {
+    const std::size_t start = buffer.size();
+    buffer.resize(start + vsan_block_size);
+    const std::size_t record = start + vsan_record_offset;
+    const std::uint32_t words[] = {
+        id,           vsan.media,          vsan.admin_state, vsan.mtu,  vsan.inorder_delivery,
+        vsan.interop, vsan.load_balancing, row_active,       oper_state};
+    std::size_t at = record;
+    for (const std::uint32_t word : words) {
+        store_word(buffer, at, word);
+        at += 4;
+    }
+    const std::size_t name_length = std::min(vsan.name.size(), vsan_name_field - 1);
+    if (name_length > 0)
+        std::memcpy(&buffer[at], vsan.name.data(), name_length);
+    at += vsan_name_field;
+    store_word(buffer, at, vsan.drop_latency);
+    if (vsan.rest.size() == vsan_rest_size)
+        std::memcpy(&buffer[at + 4], vsan.rest.data(), vsan_rest_size);
+}
+
+std::optional<std::uint32_t> vsan_of_block(Bytes payload) {
+    if (payload.size() != vsan_block_size)
+        return std::nullopt;
+    return load_word(payload, vsan_record_offset);
+}
+
+void append_interface_record(Buffer &buffer, std::uint32_t if_index, const Port &port) {
+    append_word(buffer, if_index);
+    append_word(buffer, port.vsan);
+    append_word(buffer, port.deny_list);
+    std::uint8_t status[4];
+    std::memcpy(status, &row_active, sizeof status);
+    buffer.insert(buffer.end(), status, status + sizeof status);
+}
+
+std::optional<std::uint32_t> if_index_of_record(Bytes payload) {
+    if (payload.size() != interface_record_size)
+        return std::nullopt;
+    return load_word(payload, 0);
+}
+
+void append_timer_record(Buffer &buffer, const TimerRecord &record) {
+    append_word(buffer, record.key);
+    append_word(buffer, record.value);
+    buffer.push_back(record.per_vsan);
+    buffer.push_back(record.flag);
+    append_word(buffer, record.vsan);
+    buffer.push_back(record.tail);
+}
+
+std::optional<TimerRecord> decode_timer_record(Bytes payload) {
+    if (payload.size() != timer_record_size)
+        return std::nullopt;
+    TimerRecord record;
+    record.key = *load_word(payload, 0);
+    record.value = *load_word(payload, 4);
+    record.per_vsan = payload[8];
+    record.flag = payload[9];
+    record.vsan = *load_word(payload, 10);
+    record.tail = payload[14];
+    return record;
+}
+
+void append_latency_record(Buffer &buffer, std::uint32_t key, std::uint32_t value) {
+    append_word(buffer, key);
+    append_word(buffer, value);
+    append_word(buffer, 0);
+}
+
+std::optional<std::uint32_t> key_of_latency_record(Bytes payload) {
+    if (payload.size() != latency_record_size)
+        return std::nullopt;
+    return load_word(payload, 0);
+}
+
+void append_membership_record(Buffer &buffer, Membership member) {
+    append_word(buffer, member.vsan);
+    append_word(buffer, member.if_index);
+    append_word(buffer, 1);
+}
+
+std::optional<Membership> decode_membership_record(Bytes payload) {
+    if (payload.size() != membership_record_size)
+        return std::nullopt;
+    return Membership{*load_word(payload, 0), *load_word(payload, 4)};
+}
+
+} // namespace vswitch

@@ -1,0 +1,131 @@
+#include "roles.h"
+
+#include <algorithm>
+#include <charconv>
+#include <set>
+
+#include "files.h"
+#include "json_reader.h"
+
+namespace vswitch {
+
+namespace {
+
+/* A reply carries all ranges of a user; this many fit well. */
+constexpr std::size_t max_user_ranges = 4096;
+constexpr std::size_t max_role_file = 4u << 20;
+constexpr std::size_t max_user_name = 256;
+constexpr std::size_t max_users = 4096;
+
+/* Sorts ranges and joins those that overlap or touch. */
+void normalise(std::vector<Permission::Range> &ranges) {
+    std::sort(ranges.begin(), ranges.end());
+    std::vector<Permission::Range> joined;
+    for (const auto &range : ranges) {
+        if (!joined.empty() && (range.first <= joined.back().second || range.first - joined.back().second == 1))
+            joined.back().second = std::max(joined.back().second, range.second);
+        else
+            joined.push_back(range);
+    }
+    ranges = std::move(joined);
+}
+
+/* Reads "5" or "5-9". */
+Permission::Range parse_range(const JsonReader &reader, const std::string &text, const std::string &place,
+                              std::uint32_t lowest, std::uint32_t highest) {
+    Permission::Range range{};
+    const char *end = text.data() + text.size();
+    auto result = std::from_chars(text.data(), end, range.first);
+    range.second = range.first;
+    if (result.ec == std::errc() && result.ptr != end && *result.ptr == '-')
+        result = std::from_chars(result.ptr + 1, end, range.second);
+    if (result.ec != std::errc() || result.ptr != end || range.first < lowest || range.second > highest ||
+        range.first > range.second)
+        reader.fail(fmt::format("{} holds \"{}\", which is no number or range within {} to {}", place,
+                                JsonReader::printable(text), lowest, highest));
+    return range;
+}
+
+std::vector<Permission::Range> parse_ranges(const JsonReader &reader, const JsonReader::Json &role, const char *key,
+                                            const std::string &role_place, std::uint32_t lowest,
+                                            std::uint32_t highest) {
+    std::vector<Permission::Range> ranges;
+    const auto found = role.find(key);
+    if (found == role.end())
+        return ranges;
+    const std::string place = fmt::format("{}: \"{}\"", role_place, key);
+    reader.expect_array(*found, place);
+    for (const auto &item : *found)
+        ranges.push_back(parse_range(reader, reader.text(item, place), place, lowest, highest));
+    normalise(ranges);
+    if (ranges.size() > max_user_ranges)
+        reader.fail(fmt::format("{} holds more than {} separate ranges", place, max_user_ranges));
+    return ranges;
+}
+
+} // namespace
+
+const Permission *Roles::find(std::string_view user) const {
+    const auto found = users_.find(user);
+    return found == users_.end() ? nullptr : &found->second;
+}
+
+void Roles::grant(const std::string &user, const Permission &role) {
+    Permission &granted = users_[user];
+    for (std::size_t byte = 0; byte < granted.vsans.size(); ++byte)
+        granted.vsans[byte] = static_cast<std::uint8_t>(granted.vsans[byte] | role.vsans[byte]);
+    granted.interfaces.insert(granted.interfaces.end(), role.interfaces.begin(), role.interfaces.end());
+    normalise(granted.interfaces);
+}
+
+Roles parse_roles(std::string_view text, const std::string &source) {
+    const JsonReader reader(source);
+    const auto json = reader.parse_object(text);
+    reader.expect_object(json, "the file", {"roles"});
+    Roles roles;
+    const auto list = json.find("roles");
+    if (list == json.end())
+        return roles;
+    reader.expect_array(*list, "\"roles\"");
+    std::set<std::string> names;
+    for (const auto &item : *list) {
+        std::string place = "a role";
+        reader.expect_object(item, place, {"name", "vsans", "interfaces", "users"});
+        if (!item.contains("name"))
+            reader.fail("a role has no \"name\"");
+        const std::string &name = reader.text(item["name"], "a role's \"name\"");
+        place = fmt::format("the role \"{}\"", JsonReader::printable(name));
+        if (!names.insert(name).second)
+            reader.fail(place + " is given twice");
+
+        Permission role;
+        for (const auto &[first, last] : parse_ranges(reader, item, "vsans", place, 0, max_vsan))
+            for (std::uint32_t vsan = first; vsan <= last; ++vsan)
+                role.vsans[vsan / 8] = static_cast<std::uint8_t>(role.vsans[vsan / 8] | 0x80u >> vsan % 8);
+        role.interfaces = parse_ranges(reader, item, "interfaces", place, 1, UINT32_MAX);
+
+        const auto users = item.find("users");
+        if (users == item.end())
+            continue;
+        reader.expect_array(*users, place + ": \"users\"");
+        for (const auto &user : *users) {
+            const std::string &user_name = reader.text(user, place + ": a user");
+            if (user_name.empty() || user_name.size() > max_user_name)
+                reader.fail(fmt::format("{}: a user name must have 1 to {} bytes", place, max_user_name));
+            roles.grant(user_name, role);
+            if (roles.user_count() > max_users)
+                reader.fail(fmt::format("it names more than {} users", max_users));
+            if (roles.find(user_name)->interfaces.size() > max_user_ranges)
+                reader.fail(fmt::format("the user \"{}\" has more than {} separate interface ranges",
+                                        JsonReader::printable(user_name), max_user_ranges));
+        }
+    }
+    return roles;
+}
+
+Roles load_roles(const std::string &path) {
+    const auto text = read_file(path, max_role_file);
+    return text ? parse_roles(*text, path) : Roles();
+}
+
+} // namespace vswitch

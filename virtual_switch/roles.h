@@ -1,0 +1,54 @@
+/* Roles: which users are restricted to which VSANs and interfaces. */
+#ifndef VSWITCH_ROLES_H
+#define VSWITCH_ROLES_H
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace vswitch {
+
+/* What one restricted user may touch. */
+struct Permission {
+    using Range = std::pair<std::uint32_t, std::uint32_t>; /* first and last, both included */
+
+    std::array<std::uint8_t, 512> vsans{}; /* VSAN v is bit 0x80 >> (v % 8) of byte v / 8 */
+    std::vector<Range> interfaces;         /* ifIndex ranges, ascending, apart from each other */
+};
+
+class Roles {
+  public:
+    /* The permission of a user, or null for a user who is not restricted. */
+    const Permission *find(std::string_view user) const;
+
+    /* Adds what a role grants to what the user's other roles grant. */
+    void grant(const std::string &user, const Permission &role);
+
+    std::size_t user_count() const { return users_.size(); }
+
+  private:
+    std::map<std::string, Permission, std::less<>> users_;
+};
+
+/*
+ * Reads roles from JSON text:
+ *
+ *   {"roles": [{"name": "backup-team", "vsans": ["1", "10-20"],
+ *               "interfaces": ["16777216", "16781312-16785408"], "users": ["alice"]}]}
+ *
+ * VSANs are 0 to 4095, interfaces 1 to 4294967295; everything but the name may be left
+ * out. `source` names the text in errors. Throws Refusal.
+ */
+Roles parse_roles(std::string_view text, const std::string &source);
+
+/* Reads a role file; a missing file holds no roles. Throws Refusal. */
+Roles load_roles(const std::string &path);
+
+} // namespace vswitch
+
+#endif

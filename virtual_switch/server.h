@@ -1,0 +1,50 @@
+/* The daemon's socket: one Unix stream socket, one thread, one loop. */
+#ifndef VSWITCH_SERVER_H
+#define VSWITCH_SERVER_H
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "services.h"
+
+namespace vswitch {
+
+struct ServerOptions {
+    std::string run_directory; /* made when missing; holds the socket and its lock file */
+    std::string group;         /* who else may connect; empty for nobody */
+    std::size_t max_connections = 512;
+    /* A client that leaves a frame unfinished, or its answers unread, for so long is dropped. */
+    std::chrono::milliseconds stall_timeout{30000};
+};
+
+class Server {
+  public:
+    /*
+     * Listens. Replaces a socket that a killed daemon left behind, never one that
+     * another daemon serves. Throws Refusal. `target` must outlive the server.
+     */
+    Server(Switch &target, ServerOptions options);
+    ~Server();
+    Server(const Server &) = delete;
+    Server &operator=(const Server &) = delete;
+
+    /* Serves until SIGTERM, SIGINT or stop(), then closes all connections and removes
+     * the socket. `reload` is called on SIGHUP and must not throw. */
+    void run(const std::function<void()> &reload);
+
+    /* Ends run(), now or as soon as it is called. May be called on any thread. */
+    void stop();
+
+    const std::string &socket_path() const;
+
+  private:
+    class Loop;
+    std::unique_ptr<Loop> loop_;
+};
+
+} // namespace vswitch
+
+#endif

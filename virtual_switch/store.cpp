@@ -1,0 +1,381 @@
+#include "store.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <SQLiteCpp/VariadicBind.h>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace vswitch {
+
+namespace {
+
+/* "VSAN", so that another program's database is not taken for ours. */
+constexpr std::int64_t application_id = 0x5653414e;
+constexpr int busy_milliseconds = 2000;
+
+/* Names may be empty, which is no conflict. A timer's key is that of enum Timer. */
+constexpr const char *steps_since_empty[] = {
+    R"sql(
+    CREATE TABLE setting (
+        name TEXT PRIMARY KEY,
+        value INTEGER NOT NULL
+    ) STRICT, WITHOUT ROWID;
+    CREATE TABLE vsan (
+        id INTEGER PRIMARY KEY CHECK (id BETWEEN 1 AND 4095),
+        name TEXT NOT NULL,
+        media INTEGER NOT NULL,
+        admin_state INTEGER NOT NULL,
+        mtu INTEGER NOT NULL,
+        load_balancing INTEGER NOT NULL,
+        interop INTEGER NOT NULL,
+        inorder_delivery INTEGER NOT NULL,
+        drop_latency INTEGER NOT NULL,
+        rest BLOB NOT NULL CHECK (length(rest) IN (0, 2032))
+    ) STRICT;
+    CREATE UNIQUE INDEX vsan_name ON vsan (name) WHERE name <> '';
+    CREATE TABLE port (
+        if_index INTEGER PRIMARY KEY CHECK (if_index BETWEEN 1 AND 4294967295),
+        vsan INTEGER NOT NULL REFERENCES vsan (id),
+        deny_list INTEGER NOT NULL,
+        link_up INTEGER NOT NULL CHECK (link_up IN (0, 1))
+    ) STRICT;
+    CREATE INDEX port_vsan ON port (vsan);
+    CREATE TABLE vsan_timer (
+        vsan INTEGER NOT NULL REFERENCES vsan (id) ON DELETE CASCADE,
+        timer INTEGER NOT NULL CHECK (timer BETWEEN 7 AND 10),
+        value INTEGER NOT NULL,
+        PRIMARY KEY (vsan, timer)
+    ) STRICT, WITHOUT ROWID;
+    CREATE TABLE distributed_timer (
+        vsan INTEGER NOT NULL REFERENCES vsan (id) ON DELETE CASCADE,
+        timer INTEGER NOT NULL CHECK (timer BETWEEN 7 AND 10),
+        value INTEGER NOT NULL,
+        PRIMARY KEY (vsan, timer)
+    ) STRICT, WITHOUT ROWID;
+    )sql",
+};
+
+/* Something in the database is not as we write it. */
+class Damage : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+std::int64_t pragma(SQLite::Database &database, const char *name) {
+    return database.execAndGet(fmt::format("PRAGMA {}", name)).getInt64();
+}
+
+/* A column that must hold a number from 0 to `highest`. */
+std::uint32_t number(const SQLite::Column &column, std::uint32_t highest = UINT32_MAX) {
+    const std::int64_t value = column.getInt64();
+    if (!column.isInteger() || value < 0 || value > highest)
+        throw Damage(fmt::format("the column {} holds a value outside its range", column.getName()));
+    return static_cast<std::uint32_t>(value);
+}
+
+/* How each setting is kept: its name, and its value as a 64-bit number both ways. */
+struct SettingRow {
+    const char *name;
+    std::int64_t (*get)(const Settings &);
+    void (*set)(Settings &, std::int64_t);
+};
+
+template <auto Member> constexpr SettingRow setting_row(const char *name) {
+    return {name, [](const Settings &settings) { return static_cast<std::int64_t>(settings.*Member); },
+            [](Settings &settings, std::int64_t value) {
+                using Value = std::remove_reference_t<decltype(settings.*Member)>;
+                settings.*Member = static_cast<Value>(value);
+                if (static_cast<std::int64_t>(settings.*Member) != value)
+                    throw Damage("a setting holds a value outside its range");
+            }};
+}
+
+template <Timer Which> constexpr SettingRow timer_row(const char *name) {
+    return {name, [](const Settings &settings) { return std::int64_t{settings.timers[Which]}; },
+            [](Settings &settings, std::int64_t value) {
+                if (value < 0 || value > UINT32_MAX)
+                    throw Damage("a timer holds a value outside its range");
+                settings.timers[Which] = static_cast<std::uint32_t>(value);
+            }};
+}
+
+constexpr SettingRow setting_rows[] = {
+    setting_row<&Settings::wwn>("wwn"),
+    setting_row<&Settings::change_seconds>("change_seconds"),
+    setting_row<&Settings::change_microseconds>("change_microseconds"),
+    timer_row<Timer::e_d_tov>("e_d_tov"),
+    timer_row<Timer::r_a_tov>("r_a_tov"),
+    timer_row<Timer::d_s_tov>("d_s_tov"),
+    timer_row<Timer::f_s_tov>("f_s_tov"),
+    setting_row<&Settings::switch_latency>("switch_latency"),
+    setting_row<&Settings::network_latency>("network_latency"),
+    setting_row<&Settings::inorder_delivery>("inorder_delivery"),
+    setting_row<&Settings::tdx_enabled>("tdx_fctimer_enabled"),
+    setting_row<&Settings::tdx_show_run>("tdx_fctimer_show_run"),
+};
+
+void write_timers(SQLite::Database &database, const char *table, const SwitchData &data, PartialTimers Vsan::*timers) {
+    SQLite::Statement insert(database, fmt::format("INSERT INTO {} VALUES (?, ?, ?)", table));
+    for (const auto &[id, vsan] : data.vsans)
+        for (const Timer timer : {Timer::e_d_tov, Timer::r_a_tov, Timer::d_s_tov, Timer::f_s_tov})
+            if (const auto value = (vsan.*timers)[timer]) {
+                SQLite::bind(insert, id, static_cast<std::uint32_t>(timer), *value);
+                insert.exec();
+                insert.reset();
+            }
+}
+
+void write_data(SQLite::Database &database, const SwitchData &data) {
+    SQLite::Statement setting(database, "INSERT INTO setting VALUES (?, ?)");
+    for (const SettingRow &row : setting_rows) {
+        SQLite::bind(setting, row.name, row.get(data.settings));
+        setting.exec();
+        setting.reset();
+    }
+    SQLite::Statement vsan_row(database, "INSERT INTO vsan VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    for (const auto &[id, vsan] : data.vsans) {
+        SQLite::bind(vsan_row, id, vsan.name, vsan.media, vsan.admin_state, vsan.mtu, vsan.load_balancing, vsan.interop,
+                     vsan.inorder_delivery, vsan.drop_latency);
+        /* A null pointer would be bound as NULL. */
+        vsan_row.bind(10, vsan.rest.empty() ? static_cast<const void *>("") : vsan.rest.data(),
+                      static_cast<int>(vsan.rest.size()));
+        vsan_row.exec();
+        vsan_row.reset();
+    }
+    SQLite::Statement port_row(database, "INSERT INTO port VALUES (?, ?, ?, ?)");
+    for (const auto &[if_index, port] : data.ports) {
+        SQLite::bind(port_row, if_index, port.vsan, port.deny_list, port.link_up ? 1 : 0);
+        port_row.exec();
+        port_row.reset();
+    }
+    write_timers(database, "vsan_timer", data, &Vsan::timers);
+    write_timers(database, "distributed_timer", data, &Vsan::distributed_timers);
+}
+
+void read_timers(SQLite::Database &database, const char *table, SwitchData &data, PartialTimers Vsan::*timers) {
+    SQLite::Statement query(database, fmt::format("SELECT vsan, timer, value FROM {}", table));
+    while (query.executeStep()) {
+        const auto vsan = data.vsans.find(number(query.getColumn(0)));
+        const auto timer = timer_of_key(number(query.getColumn(1)));
+        if (vsan == data.vsans.end() || !timer)
+            throw Damage("a timer belongs to no VSAN");
+        (vsan->second.*timers)[*timer] = number(query.getColumn(2));
+    }
+}
+
+SwitchData read_data(SQLite::Database &database) {
+    SwitchData data;
+    SQLite::Statement setting(database, "SELECT value FROM setting WHERE name = ?");
+    for (const SettingRow &row : setting_rows) {
+        setting.bind(1, row.name);
+        if (!setting.executeStep())
+            throw Damage(fmt::format("the setting {} is missing", row.name));
+        row.set(data.settings, setting.getColumn(0).getInt64());
+        setting.reset();
+    }
+    SQLite::Statement vsans(database, "SELECT id, name, media, admin_state, mtu, load_balancing, interop, "
+                                      "inorder_delivery, drop_latency, rest FROM vsan");
+    while (vsans.executeStep()) {
+        const std::uint32_t id = number(vsans.getColumn(0), max_vsan);
+        Vsan vsan;
+        vsan.name = vsans.getColumn(1).getString();
+        std::uint32_t *const words[] = {&vsan.media,   &vsan.admin_state,      &vsan.mtu,         &vsan.load_balancing,
+                                        &vsan.interop, &vsan.inorder_delivery, &vsan.drop_latency};
+        int column = 2;
+        for (std::uint32_t *word : words)
+            *word = number(vsans.getColumn(column++));
+        const SQLite::Column rest = vsans.getColumn(column);
+        const auto *bytes = static_cast<const std::uint8_t *>(rest.getBlob());
+        const auto size = static_cast<std::size_t>(rest.getBytes());
+        if (size != 0 && size != vsan_rest_size)
+            throw Damage(fmt::format("the record of VSAN {} has the wrong size", id));
+        vsan.rest.assign(bytes, bytes + size);
+        data.vsans.emplace(id, std::move(vsan));
+    }
+    if (!data.vsans.contains(default_vsan) || data.vsans.contains(0))
+        throw Damage("its VSANs are not those of a switch");
+    SQLite::Statement ports(database, "SELECT if_index, vsan, deny_list, link_up FROM port");
+    while (ports.executeStep()) {
+        Port port;
+        port.vsan = number(ports.getColumn(1));
+        port.deny_list = number(ports.getColumn(2));
+        port.link_up = number(ports.getColumn(3), 1) != 0;
+        const std::uint32_t if_index = number(ports.getColumn(0));
+        if (!data.vsans.contains(port.vsan))
+            throw Damage(fmt::format("interface {} belongs to no VSAN", if_index));
+        data.ports.emplace(if_index, port);
+    }
+    read_timers(database, "vsan_timer", data, &Vsan::timers);
+    read_timers(database, "distributed_timer", data, &Vsan::distributed_timers);
+    return data;
+}
+
+bool has_content(const std::string &path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && status.st_size > 0;
+}
+
+/* `path` as a file URI. */
+std::string uri_of(const std::string &path, const char *parameters) {
+    std::string uri = "file:";
+    for (const char c : path) {
+        if (c == '%' || c == '?' || c == '#')
+            uri += fmt::format("%{:02x}", static_cast<unsigned char>(c));
+        else
+            uri += c;
+    }
+    return uri + parameters;
+}
+
+/*
+ * Looks at a database without changing its files, and returns what it holds, or nothing
+ * when its schema is older.
+ *
+ * Without a write-ahead log the file is declared immutable, so that SQLite makes no
+ * files beside it. With one, left by a crash, its content counts; SQLite then needs its
+ * shared-memory index, which holds nothing of its own and is removed again.
+ */
+std::optional<SwitchData> inspect(const std::string &path, SchemaSteps steps) {
+    if (!has_content(path))
+        throw Damage("it is empty");
+    const bool has_log = has_content(path + "-wal");
+    const std::string index = path + "-shm";
+    const bool had_index = access(index.c_str(), F_OK) == 0;
+    struct IndexRemoval {
+        const std::string &index;
+        bool wanted;
+        ~IndexRemoval() {
+            if (wanted)
+                unlink(index.c_str());
+        }
+    } removal{index, has_log && !had_index};
+
+    SQLite::Database database(uri_of(path, has_log ? "?mode=ro" : "?immutable=1"),
+                              SQLite::OPEN_READONLY | SQLite::OPEN_URI, busy_milliseconds);
+    database.exec("PRAGMA trusted_schema = OFF; PRAGMA cell_size_check = ON");
+    const std::int64_t version = pragma(database, "user_version");
+    if (pragma(database, "application_id") != application_id)
+        throw Refusal(
+            fmt::format("The file {} is not a switch's database; move it away to start with a new one.", path));
+    if (version > static_cast<std::int64_t>(steps.size()))
+        throw Refusal(fmt::format("The database {} was written by a newer version of this program (schema {}, this "
+                                  "one knows {}); start that version, or move the file away to start with a new one.",
+                                  path, version, steps.size()));
+    const std::string verdict = database.execAndGet("PRAGMA integrity_check(1)").getString();
+    if (version < 1 || verdict != "ok")
+        throw Damage(verdict);
+    if (version < static_cast<std::int64_t>(steps.size()))
+        return std::nullopt;
+    return read_data(database);
+}
+
+void configure(SQLite::Database &database) {
+    database.exec("PRAGMA journal_mode = WAL");
+    database.exec("PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA trusted_schema = OFF");
+}
+
+/* Makes the names of a folder's files durable. */
+void sync_directory(const std::string &directory) {
+    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0)
+        throw Refusal(fmt::format("Cannot open {}: {}.", directory, std::strerror(errno)));
+    const int result = fsync(descriptor);
+    const int error = errno;
+    close(descriptor);
+    if (result != 0)
+        throw Refusal(fmt::format("Cannot write {}: {}.", directory, std::strerror(error)));
+}
+
+void remove_database(const std::string &path) {
+    for (const char *suffix : {"", "-wal", "-shm", "-journal"})
+        unlink((path + suffix).c_str());
+}
+
+} // namespace
+
+SchemaSteps schema_steps() {
+    return steps_since_empty;
+}
+
+Store::Store(std::string directory)
+    : directory_(std::move(directory)), path_(directory_ + "/switch.db"),
+      lock_(directory_ + "/state.lock",
+            fmt::format("Another vswitchd runs on the state folder {}; stop it first.", directory_)) {}
+
+Store::~Store() = default;
+
+bool Store::exists() const {
+    struct stat status {};
+    return lstat(path_.c_str(), &status) == 0;
+}
+
+void Store::create(const SwitchData &data) {
+    const std::string draft = path_ + ".new";
+    remove_database(draft);
+    try {
+        {
+            SQLite::Database database(draft, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, busy_milliseconds);
+            configure(database);
+            SQLite::Transaction transaction(database);
+            for (const char *step : schema_steps())
+                database.exec(step);
+            write_data(database, data);
+            database.exec(fmt::format("PRAGMA application_id = {}", application_id));
+            database.exec(fmt::format("PRAGMA user_version = {}", schema_steps().size()));
+            transaction.commit();
+            if (database.execAndGet("PRAGMA wal_checkpoint(TRUNCATE)").getInt() != 0)
+                throw Refusal(fmt::format("Cannot write the database {}: it is in use.", draft));
+        }
+        if (rename(draft.c_str(), path_.c_str()) != 0)
+            throw Refusal(fmt::format("Cannot write the database {}: {}.", path_, std::strerror(errno)));
+        sync_directory(directory_);
+    } catch (const SQLite::Exception &error) {
+        remove_database(draft);
+        throw Refusal(fmt::format("Cannot write the database {}: {}.", path_, error.what()));
+    } catch (...) {
+        remove_database(draft);
+        throw;
+    }
+}
+
+SwitchData Store::open(SchemaSteps steps) {
+    const auto damaged = [&](const std::string &reason) {
+        return Refusal(fmt::format("The database {} is damaged or cannot be read ({}); restore it from a backup, or "
+                                   "move it away to start with a new one.",
+                                   path_, reason));
+    };
+    std::optional<SwitchData> data;
+    try {
+        data = inspect(path_, steps);
+    } catch (const SQLite::Exception &error) {
+        throw damaged(error.what());
+    } catch (const Damage &damage) {
+        throw damaged(damage.what());
+    }
+
+    try {
+        auto database = std::make_unique<SQLite::Database>(path_, SQLite::OPEN_READWRITE, busy_milliseconds);
+        configure(*database);
+        if (!data) {
+            SQLite::Transaction transaction(*database);
+            for (auto step = static_cast<std::size_t>(pragma(*database, "user_version")); step < steps.size(); ++step)
+                database->exec(steps[step]);
+            database->exec(fmt::format("PRAGMA user_version = {}", steps.size()));
+            data = read_data(*database);
+            transaction.commit();
+        }
+        database_ = std::move(database);
+    } catch (const SQLite::Exception &error) {
+        throw Refusal(fmt::format("Cannot open the database {}: {}.", path_, error.what()));
+    } catch (const Damage &damage) {
+        throw damaged(damage.what());
+    }
+    return std::move(*data);
+}
+
+} // namespace vswitch
