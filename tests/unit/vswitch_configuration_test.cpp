@@ -1,0 +1,260 @@
+// The operator's JSON files: what they make, and that every mistake is named.
+#include "vswitch_test_support.h"
+
+using namespace vswitch;
+using namespace vswitch_test;
+
+namespace {
+
+SwitchData parse(const std::string &text) {
+    return parse_configuration(text, "initial.json");
+}
+
+std::string parse_error(const std::string &text) {
+    return refusal_of([&] { parse(text); });
+}
+
+TEST(Configuration, demo_has_telling_names_suspended_vsans_and_48_ports) {
+    const SwitchData demo = demo_configuration();
+    EXPECT_EQ(demo.vsans.size(), 7u);
+    EXPECT_EQ(demo.vsans.at(1).name, "default");
+    EXPECT_EQ(demo.vsans.at(4094).name, "replication");
+    std::size_t suspended = 0;
+    for (const auto &[id, vsan] : demo.vsans)
+        suspended += vsan.admin_state == vsan_suspended;
+    EXPECT_EQ(suspended, 2u);
+    EXPECT_EQ(demo.ports.size(), 48u);
+    std::set<std::uint32_t> used_vsans;
+    std::set<bool> links;
+    std::uint32_t number = 0;
+    for (const auto &[if_index, port] : demo.ports) {
+        EXPECT_EQ(if_index, 16777216 + number++ * 4096);
+        used_vsans.insert(port.vsan);
+        links.insert(port.link_up);
+    }
+    EXPECT_EQ(used_vsans.size(), 7u) << "ports are spread over all VSANs";
+    EXPECT_EQ(links.size(), 2u) << "some links are down";
+}
+
+TEST(Configuration, empty_switch_has_vsan_1_and_48_ports_without_link) {
+    const SwitchData empty = empty_configuration();
+    ASSERT_EQ(empty.vsans.size(), 1u);
+    EXPECT_EQ(empty.vsans.at(1).name, "VSAN0001");
+    EXPECT_EQ(empty.ports.size(), 48u);
+    EXPECT_FALSE(empty.ports.at(16777216).link_up);
+    EXPECT_EQ(parse("{}"), empty);
+}
+
+TEST(Configuration, vsan_1_exists_even_when_it_is_not_listed) {
+    EXPECT_TRUE(parse(R"({"vsans": [{"id": 10}]})").vsans.contains(1));
+    EXPECT_EQ(parse(R"({"vsans": [{"id": 1, "name": "x"}]})").vsans.at(1).name, "x");
+}
+
+TEST(Configuration, everything_but_the_id_has_a_default) {
+    const Vsan vsan = parse(R"({"vsans": [{"id": 10}]})").vsans.at(10);
+    Vsan expected;
+    expected.name = "VSAN0010";
+    EXPECT_EQ(vsan, expected);
+    EXPECT_EQ(vsan.mtu, 2112u);
+    EXPECT_EQ(vsan.interop, 100u);
+}
+
+TEST(Configuration, range_makes_all_its_vsans_and_keeps_those_that_are_listed) {
+    const SwitchData data = parse(R"({"vsanRange": [{"first": 1, "last": 4095}], "vsans": [{"id": 7, "mtu": 99}]})");
+    EXPECT_EQ(data.vsans.size(), 4095u);
+    EXPECT_EQ(data.vsans.at(7).mtu, 99u);
+    EXPECT_EQ(data.vsans.at(4095).name, "VSAN4095");
+}
+
+TEST(Configuration, timers_and_distribution_are_read) {
+    const SwitchData data = parse(R"({"vsans": [{"id": 10, "timers": {"ratov": 1, "fstov": 100000}}],
+        "timers": {"edtov": 2, "dstov": 3},
+        "tdx": {"fctimer": {"enabled": true, "showRun": true, "timers": {"10": {"dstov": 4}}}}})");
+    EXPECT_EQ(data.vsans.at(10).timers[Timer::r_a_tov], 1u);
+    EXPECT_EQ(data.vsans.at(10).timers[Timer::f_s_tov], 100000u);
+    EXPECT_FALSE(data.vsans.at(10).timers[Timer::e_d_tov]);
+    EXPECT_EQ(data.vsans.at(10).distributed_timers[Timer::d_s_tov], 4u);
+    EXPECT_EQ(data.settings.timers[Timer::e_d_tov], 2u);
+    EXPECT_EQ(data.settings.timers[Timer::d_s_tov], 3u);
+    EXPECT_EQ(data.settings.timers[Timer::r_a_tov], 10000u);
+    EXPECT_TRUE(data.settings.tdx_enabled);
+    EXPECT_TRUE(data.settings.tdx_show_run);
+}
+
+TEST(Configuration, error_names_the_file) {
+    EXPECT_TRUE(contains(parse_error("[]"), "initial.json"));
+}
+
+struct Mistake {
+    const char *text;
+    const char *reason;
+};
+
+class ConfigurationMistake : public testing::TestWithParam<Mistake> {};
+
+TEST_P(ConfigurationMistake, is_refused_with_its_reason) {
+    const std::string error = parse_error(GetParam().text);
+    EXPECT_TRUE(contains(error, GetParam().reason)) << "got: " << error;
+    EXPECT_EQ(error.find('\n'), std::string::npos) << "one sentence, one line";
+}
+
+const Mistake mistakes[] = {
+    {"", "not valid JSON"},
+    {"{", "not valid JSON"},
+    {"{} x", "not valid JSON near byte"},
+    {"[]", "one JSON object"},
+    {R"({"vsan": []})", "unknown key \"vsan\""},
+    {R"({"vsans": {}})", "\"vsans\" must be a list"},
+    {R"({"vsans": [1]})", "a VSAN must be an object"},
+    {R"({"vsans": [{"name": "x"}]})", "a VSAN has no \"id\""},
+    {R"({"vsans": [{"id": 0}]})", "from 1 to 4095"},
+    {R"({"vsans": [{"id": 4096}]})", "from 1 to 4095"},
+    {R"({"vsans": [{"id": -1}]})", "from 1 to 4095"},
+    {R"({"vsans": [{"id": 1.5}]})", "from 1 to 4095"},
+    {R"({"vsans": [{"id": "1"}]})", "from 1 to 4095"},
+    {R"({"vsans": [{"id": 99999999999999999999999}]})", "from 1 to 4095"},
+    {R"({"vsans": [{"id": 1e999}]})", "number that is too large"},
+    {R"({"vsans": [{"id": 5}, {"id": 5}]})", "VSAN 5 is listed twice"},
+    {R"({"vsans": [{"id": 5, "id": 6}]})", "key \"id\" is given twice"},
+    {R"({"vsans": [{"id": 5, "nmae": "x"}]})", "unknown key \"nmae\""},
+    {R"({"vsans": [{"id": 5, "name": ""}]})", "\"name\" must be 1 to 32"},
+    {R"({"vsans": [{"id": 5, "name": "a b"}]})", "without blanks"},
+    {R"({"vsans": [{"id": 5, "name": "a\u0000b"}]})", "printable"},
+    {R"({"vsans": [{"id": 5, "name": "abcdefghijklmnopqrstuvwxyz0123456"}]})", "\"name\" must be 1 to 32"},
+    {R"({"vsans": [{"id": 5, "name": 5}]})", "\"name\" must be a text"},
+    {R"({"vsans": [{"id": 5, "name": "x"}, {"id": 6, "name": "x"}]})", "VSAN 5 and VSAN 6 have the same name \"x\""},
+    {R"({"vsans": [{"id": 5, "name": "VSAN0001"}]})", "VSAN 1 and VSAN 5 have the same name"},
+    {R"({"vsans": [{"id": 5, "state": "up"}]})", "must be \"active\" or \"suspended\""},
+    {R"({"vsans": [{"id": 5, "state": 1}]})", "must be \"active\" or \"suspended\""},
+    {R"({"vsans": [{"id": 5, "loadBalancing": "x"}]})", "\"loadBalancing\" must be"},
+    {R"({"vsans": [{"id": 5, "interop": 5}]})", "\"interop\" must be 1 to 4, or 100"},
+    {R"({"vsans": [{"id": 5, "interop": 0}]})", "VSAN 5: \"interop\""},
+    {R"({"vsans": [{"id": 5, "inorderDelivery": 3}]})", "from 1 to 2"},
+    {R"({"vsans": [{"id": 5, "networkDropLatency": 0}]})", "from 1 to 60000"},
+    {R"({"vsans": [{"id": 5, "networkDropLatency": 60001}]})", "from 1 to 60000"},
+    {R"({"vsans": [{"id": 5, "timers": {"x": 1}}]})", "unknown key \"x\""},
+    {R"({"vsans": [{"id": 5, "timers": 1}]})", "\"timers\" must be an object"},
+    {R"({"vsanRange": [{"first": 5}]})", "must have \"first\" and \"last\""},
+    {R"({"vsanRange": [{"first": 5, "last": 4}]})", "from 5 to 4095"},
+    {R"({"vsanRange": [{"first": 1, "last": 4096}]})", "from 1 to 4095"},
+    {R"({"ports": [], "portCount": 1})", "exclude each other"},
+    {R"({"portCount": 4097})", "from 0 to 4096"},
+    {R"({"ports": [{}]})", "a port has no \"ifIndex\""},
+    {R"({"ports": [{"ifIndex": 0}]})", "from 1 to 4294967295"},
+    {R"({"ports": [{"ifIndex": 4294967296}]})", "from 1 to 4294967295"},
+    {R"({"ports": [{"ifIndex": 1}, {"ifIndex": 1}]})", "port 1 is listed twice"},
+    {R"({"ports": [{"ifIndex": 1, "vsan": 2}]})", "port 1 is in VSAN 2, which does not exist"},
+    {R"({"ports": [{"ifIndex": 1, "link": true}]})", "must be \"up\" or \"down\""},
+    {R"({"switchLatency": 60001})", "\"switchLatency\" must be"},
+    {R"({"inorderDelivery": 0})", "from 1 to 2"},
+    {R"({"tdx": {"x": {}}})", "\"tdx\" has the unknown key"},
+    {R"({"tdx": {"fctimer": {"enabled": 1}}})", "\"enabled\" must be true or false"},
+    {R"({"tdx": {"fctimer": {"timers": {"2": {}}}}})", "a VSAN that exists"},
+    {R"({"tdx": {"fctimer": {"timers": {"01": {}}}}})", "a VSAN that exists"},
+    {R"({"tdx": {"fctimer": {"timers": {"": {}}}}})", "a VSAN that exists"},
+    {R"({"tdx": {"fctimer": {"timers": {"1": {"ratov": 0}}}}})", "from 1 to 100000"},
+    {"{\"a\n\xff\": 1}", "not valid JSON"},
+};
+INSTANTIATE_TEST_SUITE_P(Every, ConfigurationMistake, testing::ValuesIn(mistakes));
+
+TEST(Configuration, missing_file_is_refused) {
+    const TemporaryFolder folder;
+    EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder / "x.json"); }), "there is no such file"));
+}
+
+TEST(Configuration, file_that_is_no_file_or_too_large_is_refused) {
+    const TemporaryFolder folder;
+    EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder.path()); }), "not a regular file"));
+    write_file(folder / "large.json", std::string((4u << 20) + 1, ' '));
+    EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder / "large.json"); }), "larger than"));
+}
+
+TEST(Configuration, identity_is_now_and_a_name_of_the_switch_s_own) {
+    SwitchData one = empty_configuration();
+    SwitchData other = empty_configuration();
+    give_identity(one);
+    give_identity(other);
+    EXPECT_NE(one.settings.wwn, 0u);
+    EXPECT_NE(one.settings.wwn, other.settings.wwn);
+    EXPECT_GT(one.settings.change_seconds, 1500000000u);
+    EXPECT_LT(one.settings.change_microseconds, 1000000u);
+}
+
+bool permits(const Permission &permission, std::uint32_t vsan) {
+    return (permission.vsans[vsan / 8] & 0x80 >> vsan % 8) != 0;
+}
+
+TEST(RoleFile, user_of_no_role_is_unrestricted_and_user_of_a_role_without_vsans_sees_none) {
+    const Roles roles = parse_roles(R"({"roles": [{"name": "r", "users": ["bob"]}]})", "roles.json");
+    EXPECT_EQ(roles.find("alice"), nullptr);
+    ASSERT_NE(roles.find("bob"), nullptr);
+    EXPECT_EQ(roles.find("bob")->vsans, Permission().vsans);
+}
+
+TEST(RoleFile, user_of_several_roles_has_the_union) {
+    const Roles roles = parse_roles(R"({"roles": [
+        {"name": "a", "vsans": ["1"], "interfaces": ["10-20"], "users": ["bob", "eve"]},
+        {"name": "b", "vsans": ["0", "30-31"], "interfaces": ["15-30", "31", "40"], "users": ["bob"]}]})",
+                                    "roles.json");
+    const Permission &bob = *roles.find("bob");
+    for (const std::uint32_t vsan : {0u, 1u, 30u, 31u})
+        EXPECT_TRUE(permits(bob, vsan)) << vsan;
+    EXPECT_FALSE(permits(bob, 2));
+    EXPECT_FALSE(permits(bob, 29));
+    EXPECT_FALSE(permits(bob, 32));
+    EXPECT_EQ(bob.interfaces, (std::vector<Permission::Range>{{10, 31}, {40, 40}}));
+    EXPECT_FALSE(permits(*roles.find("eve"), 30));
+}
+
+TEST(RoleFile, interface_ranges_reach_the_largest_number) {
+    const Roles roles = parse_roles(
+        R"({"roles": [{"name": "a", "interfaces": ["4294967295", "1-4294967294"], "users": ["u"]}]})", "roles.json");
+    EXPECT_EQ(roles.find("u")->interfaces, (std::vector<Permission::Range>{{1, 4294967295}}));
+}
+
+TEST(RoleFile, missing_file_holds_no_roles) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(load_roles(folder / "roles.json").user_count(), 0u);
+}
+
+class RoleMistake : public testing::TestWithParam<Mistake> {};
+
+TEST_P(RoleMistake, is_refused_with_its_reason_and_the_file) {
+    const std::string error = refusal_of([&] { parse_roles(GetParam().text, "roles.json"); });
+    EXPECT_TRUE(contains(error, GetParam().reason)) << "got: " << error;
+    EXPECT_TRUE(contains(error, "roles.json"));
+}
+
+const Mistake role_mistakes[] = {
+    {"x", "not valid JSON"},
+    {R"({"role": []})", "unknown key \"role\""},
+    {R"({"roles": {}})", "\"roles\" must be a list"},
+    {R"({"roles": [{}]})", "a role has no \"name\""},
+    {R"({"roles": [{"name": 1}]})", "must be a text"},
+    {R"({"roles": [{"name": "r"}, {"name": "r"}]})", "the role \"r\" is given twice"},
+    {R"({"roles": [{"name": "r", "vsans": "1"}]})", "\"vsans\" must be a list"},
+    {R"({"roles": [{"name": "r", "vsans": [1]}]})", "must be a text"},
+    {R"({"roles": [{"name": "r", "vsans": ["4096"]}]})", "within 0 to 4095"},
+    {R"({"roles": [{"name": "r", "vsans": ["5-4"]}]})", "\"5-4\""},
+    {R"({"roles": [{"name": "r", "vsans": [""]}]})", "no number or range"},
+    {R"({"roles": [{"name": "r", "vsans": ["5-"]}]})", "no number or range"},
+    {R"({"roles": [{"name": "r", "vsans": ["-5"]}]})", "no number or range"},
+    {R"({"roles": [{"name": "r", "vsans": ["5 "]}]})", "no number or range"},
+    {R"({"roles": [{"name": "r", "vsans": ["1-2-3"]}]})", "no number or range"},
+    {R"({"roles": [{"name": "r", "interfaces": ["0"]}]})", "within 1 to 4294967295"},
+    {R"({"roles": [{"name": "r", "interfaces": ["4294967296"]}]})", "no number or range"},
+    {R"({"roles": [{"name": "r", "users": [""]}]})", "1 to 256 bytes"},
+    {R"({"roles": [{"name": "r", "users": [5]}]})", "a user must be a text"},
+    {R"({"roles": [{"name": "r", "user": ["x"]}]})", "unknown key \"user\""},
+};
+INSTANTIATE_TEST_SUITE_P(Every, RoleMistake, testing::ValuesIn(role_mistakes));
+
+TEST(RoleFile, number_of_ranges_is_bounded) {
+    std::string ranges;
+    for (int n = 1; n <= 4097; ++n)
+        ranges += (n > 1 ? ", \"" : "\"") + std::to_string(2 * n) + "\"";
+    const std::string text = R"({"roles": [{"name": "r", "interfaces": [)" + ranges + "]}]}";
+    EXPECT_TRUE(contains(refusal_of([&] { parse_roles(text, "roles.json"); }), "more than 4096"));
+}
+
+} // namespace

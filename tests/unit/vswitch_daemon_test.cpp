@@ -1,0 +1,317 @@
+// The daemon as its operator meets it: a process with a command line, signals, an exit
+// code and lines on standard error.
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <grp.h>
+#include <memory>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <vector>
+
+#include "vswitch_test_support.h"
+
+using namespace vswitch_test;
+
+namespace {
+
+class Daemon {
+  public:
+    explicit Daemon(std::vector<std::string> arguments, rlim_t descriptors = 0) {
+        static const std::string program =
+            (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "vswitchd").string();
+        arguments.insert(arguments.begin(), program);
+        std::vector<char *> argv;
+        for (std::string &argument : arguments)
+            argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            throw std::runtime_error("no pipe");
+        process_ = fork();
+        if (process_ == 0) {
+            dup2(ends[1], STDERR_FILENO);
+            dup2(ends[1], STDOUT_FILENO);
+            if (descriptors != 0) {
+                const rlimit limit{descriptors, descriptors};
+                setrlimit(RLIMIT_NOFILE, &limit);
+            }
+            execv(program.c_str(), argv.data());
+            _exit(127);
+        }
+        close(ends[1]);
+        output_ = ends[0];
+    }
+    ~Daemon() {
+        if (process_ > 0) {
+            kill(process_, SIGKILL);
+            waitpid(process_, nullptr, 0);
+        }
+        close(output_);
+    }
+    Daemon(const Daemon &) = delete;
+    Daemon &operator=(const Daemon &) = delete;
+
+    // Reads the daemon's output until it holds `text`; false when it ends first.
+    bool says(const std::string &text) {
+        while (!contains(said_, text)) {
+            pollfd state{output_, POLLIN, 0};
+            if (poll(&state, 1, Client::patience) != 1)
+                return false;
+            char chunk[4096];
+            const ssize_t got = read(output_, chunk, sizeof chunk);
+            if (got <= 0)
+                return false;
+            said_.append(chunk, static_cast<std::size_t>(got));
+        }
+        return true;
+    }
+
+    // All of its output, once it has ended; the exit code, or -1 for a signal.
+    int exit_code() {
+        while (says("\n(never said)")) {
+        }
+        int status = 0;
+        waitpid(process_, &status, 0);
+        process_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    const std::string &said() const { return said_; }
+    void signal(int number) const { kill(process_, number); }
+
+    void kill_now() {
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+        process_ = -1;
+    }
+
+  private:
+    pid_t process_ = -1;
+    int output_ = -1;
+    std::string said_;
+};
+
+class DaemonTest : public testing::Test {
+  protected:
+    std::unique_ptr<Daemon> start(std::vector<std::string> more = {}, rlim_t descriptors = 0) {
+        std::vector<std::string> arguments = {"--state", folder_ / "state"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return std::make_unique<Daemon>(arguments, descriptors);
+    }
+
+    std::unique_ptr<Daemon> start_ready(std::vector<std::string> more = {}, rlim_t descriptors = 0) {
+        auto daemon = start(std::move(more), descriptors);
+        EXPECT_TRUE(daemon->says("ready " + socket_path() + "\n")) << daemon->said();
+        return daemon;
+    }
+
+    std::string socket_path() const { return folder_ / "state/mts.sock"; }
+    Client connect() const { return Client(socket_path()); }
+
+    TemporaryFolder folder_;
+};
+
+mode_t mode_of(const std::string &path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
+}
+
+TEST_F(DaemonTest, serves_the_demo_and_stops_cleanly) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        const auto daemon = start_ready();
+        EXPECT_EQ(connect().vsan_count(), 7u);
+        daemon->signal(signal);
+        EXPECT_EQ(daemon->exit_code(), 0);
+        EXPECT_FALSE(std::filesystem::exists(socket_path()));
+    }
+}
+
+TEST_F(DaemonTest, files_are_for_the_owner_only) {
+    const auto daemon = start_ready();
+    EXPECT_EQ(mode_of(folder_ / "state"), 0700u);
+    EXPECT_EQ(mode_of(folder_ / "state/switch.db"), 0600u);
+    EXPECT_EQ(mode_of(socket_path()), 0600u);
+}
+
+TEST_F(DaemonTest, socket_group_may_connect) {
+    const struct group *own = getgrgid(getegid());
+    if (!own)
+        GTEST_SKIP() << "this process's group has no name";
+    const auto daemon = start_ready({"--socket-group", own->gr_name});
+    EXPECT_EQ(mode_of(folder_ / "state"), 0750u);
+    EXPECT_EQ(mode_of(socket_path()), 0660u);
+    EXPECT_EQ(mode_of(folder_ / "state/switch.db"), 0600u);
+}
+
+TEST_F(DaemonTest, run_folder_is_where_the_socket_is) {
+    Daemon daemon({"--state", folder_ / "state", "--run", folder_ / "run"});
+    EXPECT_TRUE(daemon.says("ready " + folder_ / "run/mts.sock"));
+    EXPECT_EQ(Client(folder_ / "run/mts.sock").vsan_count(), 7u);
+    EXPECT_FALSE(std::filesystem::exists(socket_path()));
+}
+
+TEST_F(DaemonTest, restart_keeps_switch_and_last_change) {
+    auto daemon = start_ready();
+    const auto change = connect().request(MANAGER_SAP_VSAN, 126, 1, {}, 8).data;
+    const auto name = connect().request(MANAGER_SAP_PORT, 1282, 1, {}).data;
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->exit_code(), 0);
+    daemon = start_ready();
+    EXPECT_EQ(connect().request(MANAGER_SAP_VSAN, 126, 1, {}, 8).data, change);
+    EXPECT_EQ(connect().request(MANAGER_SAP_PORT, 1282, 1, {}).data, name);
+}
+
+TEST_F(DaemonTest, socket_of_a_killed_daemon_is_replaced) {
+    auto daemon = start_ready();
+    daemon->kill_now();
+    EXPECT_TRUE(std::filesystem::exists(socket_path()));
+    daemon = start_ready();
+    EXPECT_EQ(connect().vsan_count(), 7u);
+}
+
+TEST_F(DaemonTest, empty_and_initial_apply_to_a_new_switch_only) {
+    write_file(folder_ / "initial.json", R"({"vsans": [{"id": 2}, {"id": 3}]})");
+    auto daemon = start_ready({"--initial", folder_ / "initial.json"});
+    EXPECT_EQ(connect().vsan_count(), 3u);
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->exit_code(), 0);
+    daemon = start_ready({"--empty"});
+    EXPECT_EQ(connect().vsan_count(), 3u);
+    EXPECT_TRUE(contains(daemon->said(), "the initial configuration is ignored"));
+}
+
+TEST_F(DaemonTest, empty_switch_has_one_vsan) {
+    const auto daemon = start_ready({"--empty"});
+    EXPECT_EQ(connect().vsan_count(), 1u);
+}
+
+TEST_F(DaemonTest, second_daemon_on_the_state_folder_is_refused_and_the_first_goes_on) {
+    const auto first = start_ready();
+    const auto second = start({"--run", folder_ / "elsewhere"});
+    EXPECT_EQ(second->exit_code(), 1);
+    EXPECT_TRUE(contains(second->said(), "Another vswitchd runs on the state folder"));
+    EXPECT_EQ(connect().vsan_count(), 7u);
+}
+
+TEST_F(DaemonTest, second_daemon_on_the_run_folder_is_refused_and_the_first_goes_on) {
+    const auto first = start_ready();
+    Daemon second({"--state", folder_ / "other", "--run", folder_ / "state"});
+    EXPECT_EQ(second.exit_code(), 1);
+    EXPECT_TRUE(contains(second.said(), "Another vswitchd serves"));
+    EXPECT_EQ(connect().vsan_count(), 7u);
+}
+
+TEST_F(DaemonTest, garbage_drops_that_connection_with_one_line_and_serves_the_others) {
+    const auto daemon = start_ready();
+    Client good = connect();
+    EXPECT_EQ(good.vsan_count(), 7u);
+    Client bad = connect();
+    bad.send(text_bytes("GET / HTTP/1.1\r\nHost: switch\r\n\r\n"));
+    EXPECT_TRUE(bad.closed_by_daemon());
+    EXPECT_EQ(good.vsan_count(), 7u);
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->exit_code(), 0);
+    const std::string line = "dropped a connection";
+    const std::size_t first = daemon->said().find(line);
+    ASSERT_NE(first, std::string::npos);
+    EXPECT_EQ(daemon->said().find(line, first + 1), std::string::npos);
+}
+
+TEST_F(DaemonTest, client_that_goes_away_before_its_answer_harms_nobody) {
+    const auto daemon = start_ready();
+    for (int count = 0; count < 50; ++count) {
+        Client hasty = connect();
+        for (int request = 0; request < 20; ++request)
+            hasty.send(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
+    }
+    EXPECT_EQ(connect().vsan_count(), 7u);
+}
+
+TEST_F(DaemonTest, running_out_of_descriptors_only_delays_new_clients) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_UNDEFINED__)
+    GTEST_SKIP() << "the sanitizers' own checks fail in a process without free descriptors";
+#endif
+    const auto daemon = start_ready({}, 24);
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int count = 0; count < 40; ++count)
+        clients.push_back(std::make_unique<Client>(socket_path()));
+    EXPECT_TRUE(daemon->says("cannot accept connections for now"));
+    EXPECT_EQ(clients.front()->vsan_count(), 7u);
+    clients.erase(clients.begin(), clients.begin() + 35);
+    EXPECT_EQ(clients.back()->vsan_count(), 7u);
+}
+
+TEST_F(DaemonTest, roles_are_read_at_start_and_again_on_hangup) {
+    std::filesystem::create_directory(folder_ / "state");
+    const std::string roles = folder_ / "state/roles.json";
+    const auto restricted = [&] {
+        return word(connect().request(MTS_SERVICE_ROLES, 9101, 1, text_bytes("alice")).data, 0);
+    };
+    write_file(roles, R"({"roles": [{"name": "r", "users": ["alice"]}]})");
+    const auto daemon = start_ready();
+    EXPECT_EQ(restricted(), 1u);
+    write_file(roles, R"({"roles": []})");
+    daemon->signal(SIGHUP);
+    ASSERT_TRUE(daemon->says("read the roles again"));
+    EXPECT_EQ(restricted(), 0u);
+    write_file(roles, R"({"roles": [{"name": "r", "users": ["alice"]}]})");
+    daemon->signal(SIGHUP);
+    ASSERT_TRUE(daemon->says("1 users"));
+    write_file(roles, "{");
+    daemon->signal(SIGHUP);
+    ASSERT_TRUE(daemon->says("The former roles stay in force."));
+    EXPECT_EQ(restricted(), 1u);
+}
+
+TEST_F(DaemonTest, invalid_roles_are_refused_at_start) {
+    std::filesystem::create_directory(folder_ / "state");
+    write_file(folder_ / "state/roles.json", "{");
+    const auto daemon = start();
+    EXPECT_EQ(daemon->exit_code(), 1);
+    EXPECT_TRUE(contains(daemon->said(), folder_ / "state/roles.json")) << daemon->said();
+}
+
+TEST_F(DaemonTest, invalid_initial_configuration_is_refused_and_leaves_no_database) {
+    write_file(folder_ / "initial.json", R"({"vsans": [{"id": 5000}]})");
+    const auto daemon = start({"--initial", folder_ / "initial.json"});
+    EXPECT_EQ(daemon->exit_code(), 1);
+    EXPECT_TRUE(contains(daemon->said(), "initial.json")) << daemon->said();
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "state/switch.db"));
+}
+
+TEST_F(DaemonTest, damaged_database_is_refused) {
+    std::filesystem::create_directory(folder_ / "state");
+    write_file(folder_ / "state/switch.db", "no database");
+    const auto daemon = start();
+    EXPECT_EQ(daemon->exit_code(), 1);
+    EXPECT_TRUE(contains(daemon->said(), "is damaged")) << daemon->said();
+    EXPECT_EQ(file_content(folder_ / "state/switch.db"), "no database");
+    EXPECT_FALSE(std::filesystem::exists(socket_path()));
+}
+
+TEST_F(DaemonTest, state_folder_that_cannot_be_made_is_refused) {
+    Daemon daemon({"--state", "/proc/none/state"});
+    EXPECT_EQ(daemon.exit_code(), 1);
+    EXPECT_TRUE(contains(daemon.said(), "Cannot make the state folder /proc/none/state")) << daemon.said();
+}
+
+TEST(DaemonCommandLine, mistakes_are_usage_errors_and_questions_are_answered) {
+    const std::pair<std::vector<std::string>, int> cases[] = {
+        {{}, 2},
+        {{"--state"}, 2},
+        {{"--state", "x", "--nonsense"}, 2},
+        {{"--state", "x", "--empty", "--initial", "y"}, 2},
+        {{"--state", "x", "--log-level", "loud"}, 2},
+        {{"--help"}, 0},
+        {{"--version"}, 0},
+    };
+    for (const auto &[arguments, code] : cases) {
+        Daemon daemon(arguments);
+        EXPECT_EQ(daemon.exit_code(), code) << (arguments.empty() ? "no arguments" : arguments.back());
+        EXPECT_FALSE(daemon.said().empty());
+    }
+}
+
+} // namespace

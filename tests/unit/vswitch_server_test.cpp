@@ -1,0 +1,176 @@
+// The socket's loop in this process, with limits small enough to be reached.
+#include <chrono>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "server.h"
+#include "session.h"
+#include "vswitch_test_support.h"
+
+using namespace vswitch;
+using namespace vswitch_test;
+
+namespace {
+
+class ServerTest : public testing::Test {
+  protected:
+    ServerTest() : target_(empty_configuration(), Roles()) { options_.run_directory = folder_.path(); }
+
+    ~ServerTest() override { stop(); }
+
+    void start() {
+        server_ = std::make_unique<Server>(target_, options_);
+        thread_ = std::thread([this] { server_->run([] {}); });
+    }
+
+    void stop() {
+        if (!server_)
+            return;
+        server_->stop();
+        thread_.join();
+        server_.reset();
+    }
+
+    std::unique_ptr<Client> connect() { return std::make_unique<Client>(folder_ / MTS_SOCKET_NAME); }
+
+    TemporaryFolder folder_;
+    Switch target_;
+    ServerOptions options_;
+    std::unique_ptr<Server> server_;
+    std::thread thread_;
+};
+
+TEST_F(ServerTest, requests_of_several_clients_are_answered) {
+    start();
+    const auto one = connect();
+    const auto other = connect();
+    EXPECT_EQ(one->vsan_count(), 1u);
+    EXPECT_EQ(other->vsan_count(), 1u);
+    EXPECT_EQ(one->vsan_count(), 1u);
+}
+
+TEST_F(ServerTest, frame_that_arrives_byte_by_byte_is_answered) {
+    start();
+    const auto client = connect();
+    for (const std::uint8_t byte : request_frame(5, MANAGER_SAP_VSAN, 125, 1, {}, 4))
+        ASSERT_TRUE(client->send({byte}));
+    EXPECT_EQ(client->receive_answer().correlation, 5u);
+}
+
+TEST_F(ServerTest, many_requests_at_once_are_answered_in_order) {
+    start();
+    const auto client = connect();
+    constexpr std::uint32_t count = 300;
+    std::thread sender([&] {
+        for (std::uint32_t number = 0; number < count; ++number)
+            client->send(request_frame(number, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
+    });
+    for (std::uint32_t number = 0; number < count; ++number) {
+        const auto answer = client->receive_answer();
+        EXPECT_EQ(answer.correlation, number);
+        EXPECT_EQ(answer.data.size(), vsan_block_size);
+    }
+    sender.join();
+}
+
+TEST_F(ServerTest, client_that_has_finished_sending_still_gets_its_answers) {
+    start();
+    const auto client = connect();
+    client->send(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
+    client->finish_sending();
+    EXPECT_EQ(client->receive_answer().data.size(), vsan_block_size);
+    EXPECT_TRUE(client->closed_by_daemon());
+}
+
+TEST_F(ServerTest, client_that_does_not_read_is_not_read_from_and_others_are_served) {
+    start();
+    const auto deaf = connect();
+    const std::size_t taken =
+        deaf->send_until_blocked(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)), 64u << 20, 300);
+    EXPECT_LT(taken, 16u << 20) << "the answers must not pile up";
+    EXPECT_EQ(connect()->vsan_count(), 1u);
+}
+
+TEST_F(ServerTest, client_that_does_not_read_is_dropped_in_the_end) {
+    options_.stall_timeout = std::chrono::milliseconds(200);
+    start();
+    const auto deaf = connect();
+    deaf->send_until_blocked(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)), 64u << 20, 50);
+    EXPECT_TRUE(deaf->hung_up());
+    stop();
+    EXPECT_EQ(target_.counters.dropped_connections, 1u);
+    EXPECT_EQ(target_.counters.connections, 0u);
+}
+
+TEST_F(ServerTest, client_that_leaves_a_frame_unfinished_is_dropped_but_an_idle_one_is_not) {
+    options_.stall_timeout = std::chrono::milliseconds(200);
+    start();
+    const auto idle = connect();
+    EXPECT_EQ(idle->vsan_count(), 1u);
+    const auto slow = connect();
+    slow->send({'M', 'T'});
+    EXPECT_TRUE(slow->closed_by_daemon());
+    EXPECT_EQ(idle->vsan_count(), 1u);
+}
+
+TEST_F(ServerTest, number_of_connections_is_bounded_and_room_is_used_again) {
+    options_.max_connections = 8;
+    start();
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int number = 0; number < 8; ++number) {
+        clients.push_back(connect());
+        EXPECT_EQ(clients.back()->vsan_count(), 1u);
+    }
+    EXPECT_TRUE(connect()->closed_by_daemon());
+    EXPECT_EQ(clients.front()->vsan_count(), 1u);
+    clients.back()->finish_sending();
+    EXPECT_TRUE(clients.back()->closed_by_daemon());
+    EXPECT_EQ(connect()->vsan_count(), 1u);
+}
+
+TEST_F(ServerTest, connection_counters_follow_the_connections) {
+    start();
+    const auto client = connect();
+    connect()->vsan_count();
+    const auto gone = connect();
+    gone->send({'x'});
+    EXPECT_TRUE(gone->closed_by_daemon());
+    stop();
+    EXPECT_EQ(target_.counters.connections, 0u);
+    EXPECT_EQ(target_.counters.dropped_connections, 1u);
+}
+
+TEST_F(ServerTest, stop_removes_the_socket_and_closes_the_connections) {
+    start();
+    const auto client = connect();
+    EXPECT_EQ(client->vsan_count(), 1u);
+    stop();
+    EXPECT_TRUE(client->closed_by_daemon());
+    EXPECT_FALSE(std::filesystem::exists(folder_ / MTS_SOCKET_NAME));
+}
+
+TEST_F(ServerTest, live_socket_is_never_stolen) {
+    start();
+    EXPECT_TRUE(contains(refusal_of([&] { Server second(target_, options_); }), "Another vswitchd serves"));
+    EXPECT_EQ(connect()->vsan_count(), 1u);
+}
+
+TEST_F(ServerTest, file_in_the_socket_s_place_is_left_alone) {
+    write_file(folder_ / MTS_SOCKET_NAME, "precious");
+    EXPECT_TRUE(contains(refusal_of([&] { Server server(target_, options_); }), "move it away"));
+    EXPECT_EQ(file_content(folder_ / MTS_SOCKET_NAME), "precious");
+}
+
+TEST_F(ServerTest, path_that_no_socket_address_can_hold_is_refused) {
+    options_.run_directory = folder_ / std::string(100, 'x');
+    EXPECT_TRUE(contains(refusal_of([&] { Server server(target_, options_); }), "too long"));
+    EXPECT_FALSE(std::filesystem::exists(options_.run_directory));
+}
+
+TEST_F(ServerTest, unknown_group_is_refused) {
+    options_.group = "no such group";
+    EXPECT_TRUE(contains(refusal_of([&] { Server server(target_, options_); }), "no group named"));
+}
+
+} // namespace

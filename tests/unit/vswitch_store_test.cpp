@@ -1,0 +1,264 @@
+// The database: nothing is lost, nothing is touched that is not understood.
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <vector>
+
+#include "store.h"
+#include "vswitch_test_support.h"
+
+using namespace vswitch;
+using namespace vswitch_test;
+
+namespace {
+
+SwitchData sample() {
+    SwitchData data = parse_configuration(R"({
+        "vsans": [{"id": 10, "name": "prod", "state": "suspended", "mtu": 2048, "timers": {"ratov": 20000}}],
+        "ports": [{"ifIndex": 4294967295, "vsan": 10, "link": "down", "denyList": 4294967295}, {"ifIndex": 1}],
+        "switchLatency": 1, "networkLatency": 2, "inorderDelivery": 1, "timers": {"fstov": 6000},
+        "tdx": {"fctimer": {"enabled": true, "showRun": true, "timers": {"10": {"edtov": 3000}}}}})",
+                                          "test");
+    give_identity(data);
+    data.settings.wwn |= std::uint64_t{1} << 63; // the sign bit of the database's numbers
+    data.vsans.at(10).rest.assign(vsan_rest_size, 0xa5);
+    return data;
+}
+
+class StoreTest : public testing::Test {
+  protected:
+    void create(const SwitchData &data = sample()) {
+        Store store(folder_.path());
+        store.create(data);
+    }
+
+    SwitchData open(SchemaSteps steps = schema_steps()) {
+        Store store(folder_.path());
+        return store.open(steps);
+    }
+
+    // Opens it, which must fail, and expects all files to be as before.
+    std::string refused(SchemaSteps steps = schema_steps()) {
+        const auto before = folder_content(folder_.path());
+        const std::string error = refusal_of([&] { open(steps); });
+        auto after = folder_content(folder_.path());
+        if (!before.contains("state.lock"))
+            after.erase("state.lock");
+        EXPECT_EQ(before, after) << "the files were touched";
+        EXPECT_FALSE(error.empty());
+        EXPECT_TRUE(contains(error, folder_ / "switch.db")) << error;
+        return error;
+    }
+
+    void change(const std::string &sql) {
+        SQLite::Database database(folder_ / "switch.db", SQLite::OPEN_READWRITE);
+        database.exec(sql);
+    }
+
+    TemporaryFolder folder_;
+};
+
+TEST_F(StoreTest, everything_survives_a_restart) {
+    const SwitchData data = sample();
+    create(data);
+    EXPECT_EQ(open(), data);
+    EXPECT_EQ(open(), data) << "and a second one";
+}
+
+TEST_F(StoreTest, full_switch_survives_a_restart) {
+    const SwitchData data =
+        parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}], "portCount": 4096})", "test");
+    create(data);
+    EXPECT_EQ(open(), data);
+}
+
+TEST_F(StoreTest, database_is_in_write_ahead_mode_and_for_the_owner_only) {
+    const mode_t before = umask(077);
+    create();
+    umask(before);
+    SQLite::Database database(folder_ / "switch.db");
+    EXPECT_EQ(database.execAndGet("PRAGMA journal_mode").getString(), "wal");
+    EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), static_cast<int>(schema_steps().size()));
+    struct stat status {};
+    ASSERT_EQ(stat((folder_ / "switch.db").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
+TEST_F(StoreTest, leftovers_of_an_interrupted_creation_are_replaced) {
+    write_file(folder_ / "switch.db.new", "half a database");
+    write_file(folder_ / "switch.db.new-wal", "half a log");
+    create();
+    EXPECT_EQ(open().vsans.size(), 2u);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "switch.db.new"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "switch.db.new-wal"));
+}
+
+TEST_F(StoreTest, creation_that_runs_out_of_space_leaves_no_database) {
+    rlimit former{};
+    getrlimit(RLIMIT_FSIZE, &former);
+    const auto former_action = signal(SIGXFSZ, SIG_IGN);
+    std::string error;
+    {
+        Store store(folder_.path());
+        rlimit tight = former;
+        tight.rlim_cur = 20000;
+        setrlimit(RLIMIT_FSIZE, &tight);
+        error = refusal_of([&] { store.create(sample()); });
+        setrlimit(RLIMIT_FSIZE, &former);
+    }
+    signal(SIGXFSZ, former_action);
+    EXPECT_TRUE(contains(error, "Cannot write the database")) << error;
+    EXPECT_EQ(folder_content(folder_.path()).size(), 1u) << "only the lock file";
+    create();
+    EXPECT_EQ(open().vsans.size(), 2u) << "and the next start succeeds";
+}
+
+TEST_F(StoreTest, second_daemon_on_the_state_folder_is_refused) {
+    const Store first(folder_.path());
+    EXPECT_TRUE(contains(refusal_of([&] { Store second(folder_.path()); }), "Another vswitchd"));
+}
+
+TEST_F(StoreTest, state_folder_that_cannot_be_written_is_refused) {
+    write_file(folder_ / "file", "");
+    EXPECT_TRUE(contains(refusal_of([&] { ensure_directory(folder_ / "file/state", "state folder"); }),
+                         "Cannot make the state folder"));
+    EXPECT_TRUE(contains(refusal_of([&] { Store store(folder_ / "missing"); }), "Cannot write"));
+}
+
+constexpr char added_column[] = "ALTER TABLE vsan ADD COLUMN test INTEGER NOT NULL DEFAULT 7";
+
+std::vector<const char *> steps_with(const char *another) {
+    std::vector<const char *> steps(schema_steps().begin(), schema_steps().end());
+    steps.push_back(another);
+    return steps;
+}
+
+TEST_F(StoreTest, older_schema_is_migrated_and_keeps_its_data) {
+    create();
+    const SwitchData before = open();
+    const auto steps = steps_with(added_column);
+    EXPECT_EQ(open(steps), before);
+    SQLite::Database database(folder_ / "switch.db");
+    EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), static_cast<int>(steps.size()));
+    EXPECT_EQ(database.execAndGet("SELECT test FROM vsan WHERE id = 10").getInt(), 7);
+    EXPECT_EQ(open(steps), before) << "and is not migrated twice";
+}
+
+TEST_F(StoreTest, migration_that_fails_leaves_the_old_schema) {
+    create();
+    const SwitchData before = open();
+    const auto steps = steps_with("ALTER TABLE vsan ADD COLUMN test INTEGER; SELECT broken");
+    EXPECT_TRUE(contains(refusal_of([&] { open(steps); }), "Cannot open the database"));
+    EXPECT_EQ(open(), before);
+}
+
+TEST_F(StoreTest, newer_schema_is_refused_untouched) {
+    create();
+    open(steps_with(added_column));
+    const std::string error = refused();
+    EXPECT_TRUE(contains(error, "newer version")) << error;
+    EXPECT_TRUE(contains(error, "move the file away")) << error;
+}
+
+// Copies the database with its write-ahead log as a crash would have left them.
+void crash_with(const std::string &folder, const std::string &other, const std::string &sql) {
+    SQLite::Database database(folder + "/switch.db", SQLite::OPEN_READWRITE);
+    database.exec("PRAGMA wal_autocheckpoint = 0");
+    database.exec(sql);
+    std::filesystem::copy(folder + "/switch.db", other + "/switch.db");
+    std::filesystem::copy(folder + "/switch.db-wal", other + "/switch.db-wal");
+}
+
+TEST_F(StoreTest, newer_schema_that_stands_only_in_the_log_is_refused_untouched) {
+    create();
+    TemporaryFolder crashed;
+    crash_with(folder_.path(), crashed.path(), "PRAGMA user_version = 99");
+    const auto before = folder_content(crashed.path());
+    const std::string error = refusal_of([&] {
+        Store store(crashed.path());
+        store.open();
+    });
+    EXPECT_TRUE(contains(error, "schema 99")) << error;
+    auto after = folder_content(crashed.path());
+    after.erase("state.lock");
+    EXPECT_EQ(before, after);
+}
+
+TEST_F(StoreTest, change_that_stands_only_in_the_log_is_not_lost) {
+    create();
+    TemporaryFolder crashed;
+    crash_with(folder_.path(), crashed.path(), "UPDATE vsan SET name = 'late' WHERE id = 10");
+    Store store(crashed.path());
+    EXPECT_EQ(store.open().vsans.at(10).name, "late");
+}
+
+TEST_F(StoreTest, database_in_a_folder_with_special_characters_is_opened) {
+    const std::string odd = folder_ / "a?b#c%41 d";
+    std::filesystem::create_directory(odd);
+    {
+        Store store(odd);
+        store.create(sample());
+    }
+    EXPECT_EQ(Store(odd).open().vsans.size(), 2u);
+}
+
+TEST_F(StoreTest, file_that_is_no_database_is_refused_untouched) {
+    write_file(folder_ / "switch.db", std::string(5000, 'x'));
+    EXPECT_TRUE(contains(refused(), "move it away"));
+}
+
+TEST_F(StoreTest, empty_file_is_refused_untouched) {
+    write_file(folder_ / "switch.db", "");
+    EXPECT_TRUE(contains(refused(), "it is empty"));
+}
+
+TEST_F(StoreTest, truncated_database_is_refused_untouched) {
+    create();
+    const std::string whole = file_content(folder_ / "switch.db");
+    for (const std::size_t size : {std::size_t{50}, std::size_t{100}, std::size_t{5000}, whole.size() - 4096}) {
+        write_file(folder_ / "switch.db", whole.substr(0, size));
+        EXPECT_TRUE(contains(refused(), "move it away")) << size;
+    }
+}
+
+TEST_F(StoreTest, overwritten_page_is_refused_untouched) {
+    create();
+    const std::string whole = file_content(folder_ / "switch.db");
+    ASSERT_EQ(whole.size() % 4096, 0u);
+    for (std::size_t page = 4096; page < whole.size(); page += 4096) {
+        std::string damaged = whole;
+        damaged.replace(page, 16, 16, '\xff');
+        write_file(folder_ / "switch.db", damaged);
+        EXPECT_TRUE(contains(refused(), "damaged")) << page;
+    }
+}
+
+TEST_F(StoreTest, another_program_s_database_is_refused_untouched) {
+    {
+        SQLite::Database other(folder_ / "switch.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        other.exec("CREATE TABLE t (x)");
+    }
+    EXPECT_TRUE(contains(refused(), "not a switch's database"));
+}
+
+class StoreDamage : public StoreTest, public testing::WithParamInterface<const char *> {};
+
+TEST_P(StoreDamage, in_the_data_is_refused_untouched) {
+    create();
+    change(std::string("PRAGMA foreign_keys = OFF; PRAGMA ignore_check_constraints = ON; ") + GetParam());
+    EXPECT_TRUE(contains(refused(), "damaged"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, StoreDamage,
+                         testing::Values("DELETE FROM vsan WHERE id = 1", "DELETE FROM vsan WHERE id = 10",
+                                         "UPDATE port SET vsan = 11", "UPDATE vsan SET id = 5000 WHERE id = 10",
+                                         "UPDATE vsan SET mtu = -1", "UPDATE vsan SET mtu = 4294967296",
+                                         "UPDATE vsan SET rest = x'00'", "DELETE FROM setting WHERE name = 'wwn'",
+                                         "UPDATE setting SET value = 4294967296 WHERE name = 'switch_latency'",
+                                         "UPDATE setting SET value = -1 WHERE name = 'r_a_tov'",
+                                         "UPDATE setting SET value = 2 WHERE name = 'tdx_fctimer_enabled'",
+                                         "UPDATE vsan_timer SET timer = 11", "DROP TABLE port",
+                                         "PRAGMA user_version = 0"));
+
+} // namespace

@@ -1,0 +1,20 @@
+# The virtual switch's tests: its library directly, and the daemon as a process.
+
+find_package(GTest REQUIRED)
+find_package(SQLiteCpp REQUIRED)
+find_package(fmt REQUIRED)
+find_package(Threads REQUIRED)
+
+add_executable(
+  vswitch_test
+  vswitch_configuration_test.cpp
+  vswitch_daemon_test.cpp
+  vswitch_frames_test.cpp
+  vswitch_requests_test.cpp
+  vswitch_server_test.cpp
+  vswitch_store_test.cpp)
+target_link_libraries(vswitch_test PRIVATE vswitch_core GTest::gtest_main SQLiteCpp fmt::fmt Threads::Threads)
+# The daemon is started from the folder that the test itself is in.
+add_dependencies(vswitch_test vswitchd)
+add_test(NAME vswitch COMMAND vswitch_test)
+set_tests_properties(vswitch PROPERTIES TIMEOUT 300)
