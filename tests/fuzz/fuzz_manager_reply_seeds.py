@@ -1,0 +1,71 @@
+"""Seeds of fuzz_manager_reply: writes one file for each exchange worth starting from
+into the folder named on the command line. The layout is told in the target's source."""
+
+import os
+import sys
+
+SCALAR_COUNT, SCALAR_LAST_CHANGE, COLUMN_NAME, COLUMN_INTEROP, SCALAR_TIMER = 0, 1, 2, 9, 16
+
+GET, RESTRICTED, SAME_PDU, TDX = 1, 2, 4, 8
+AT_COLUMN, AT_INDEX, AT_INDEX_AND_MORE, AT_HUGE_INDEX, AT_ROOT, AT_LONGEST, AT_ZERO = (form << 4 for form in range(7))
+
+
+def read(row, flags, index=0):
+    return bytes([row, flags]) + index.to_bytes(2, "big")
+
+
+def raw(data, status=0):
+    return bytes([status]) + len(data).to_bytes(2, "big") + data
+
+
+def record(vsan, name_length=8, interop=100, status=0):
+    return bytes([8 | status]) + vsan.to_bytes(2, "big") + bytes([name_length, interop])
+
+
+def cut_record(vsan, length):
+    return bytes([16]) + vsan.to_bytes(2, "big") + length.to_bytes(2, "big")
+
+
+def scalar(first, second):
+    return bytes([24]) + first.to_bytes(4, "big") + second.to_bytes(4, "big")
+
+
+NO_DATA, FAILED = bytes([4]), bytes([7])
+
+SEEDS = {
+    "get_row": read(COLUMN_NAME, GET | AT_INDEX, 10) + record(10),
+    "get_row_unterminated_name": read(COLUMN_NAME, GET | AT_INDEX, 10) + record(10, name_length=36),
+    "get_two_columns": read(COLUMN_INTEROP, GET | AT_INDEX, 10)
+    + record(10)
+    + read(COLUMN_NAME, GET | SAME_PDU | AT_INDEX, 10),
+    "walk": b"".join(read(COLUMN_NAME, AT_INDEX, at) + record(at + 1) for at in range(4)),
+    "walk_from_root": read(COLUMN_NAME, AT_ROOT) + record(1),
+    "walk_longest_name": read(COLUMN_NAME, AT_LONGEST, 5) + record(6),
+    "walk_behind_table": read(COLUMN_NAME, AT_INDEX, 4097) + read(COLUMN_NAME, AT_HUGE_INDEX, 65535),
+    "restricted_get": read(COLUMN_NAME, GET | RESTRICTED | AT_INDEX, 10) + record(10),
+    "restricted_skip": read(COLUMN_NAME, RESTRICTED) + record(5) + record(40) + record(100),
+    "restricted_stuck": read(COLUMN_NAME, RESTRICTED) + record(5) * 4,
+    "restricted_no_data": read(COLUMN_NAME, RESTRICTED) + NO_DATA * 4,
+    "no_data": read(COLUMN_NAME, GET | AT_INDEX, 10) + NO_DATA,
+    "failed": read(COLUMN_NAME, GET | AT_INDEX, 10) + FAILED,
+    "failed_with_data": read(COLUMN_NAME, GET | AT_INDEX, 10) + record(10, status=3),
+    "cut_record": read(COLUMN_NAME, GET | AT_INDEX, 10) + cut_record(10, 2627),
+    "nearly_cut_record": read(COLUMN_NAME, GET | AT_INDEX, 10) + cut_record(10, 2628),
+    "count": read(SCALAR_COUNT, GET | AT_ZERO) + scalar(5, 0),
+    "count_short": read(SCALAR_COUNT, GET | AT_ZERO) + raw(b"abc"),
+    "last_change": read(SCALAR_LAST_CHANGE, AT_COLUMN) + scalar(1700000000, 999999),
+    "timer": read(SCALAR_TIMER, GET | TDX | AT_ZERO) + scalar(8, 10000),
+    "timer_short": read(SCALAR_TIMER, GET | AT_ZERO) + raw(b"1234567"),
+}
+
+
+def main():
+    folder = sys.argv[1]
+    os.makedirs(folder, exist_ok=True)
+    for name, data in SEEDS.items():
+        with open(os.path.join(folder, name), "wb") as seed:
+            seed.write(data)
+
+
+if __name__ == "__main__":
+    main()

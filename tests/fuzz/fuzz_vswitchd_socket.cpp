@@ -1,0 +1,68 @@
+// Whatever a client sends, in whatever portions: the daemon answers in well-formed frames
+// or ends the conversation.
+#include <cstdlib>
+
+#include "configuration.h"
+#include "mts/mts_wire.h"
+#include "session.h"
+
+using namespace vswitch;
+
+namespace {
+
+Switch make_switch() {
+    return Switch(parse_configuration(R"({
+        "vsans": [{"id": 10, "timers": {"ratov": 20000}}, {"id": 4095, "state": "suspended"}],
+        "ports": [{"ifIndex": 1}, {"ifIndex": 16777216, "vsan": 10}, {"ifIndex": 4294967295, "vsan": 4095}],
+        "tdx": {"fctimer": {"enabled": true, "timers": {"10": {"ratov": 30000}}}}})",
+                                      "fuzz"),
+                  parse_roles(R"({"roles": [{"name": "r", "vsans": ["1-10"], "interfaces": ["1-5"],
+                                             "users": ["alice"]}]})",
+                              "fuzz"));
+}
+
+// The answers must be replies and pongs, one after the other, none cut short.
+void check(Bytes output) {
+    while (!output.empty()) {
+        const auto magic = load_word(output, 0);
+        const auto type = load_word(output, 4);
+        const auto size = load_word(output, 12);
+        if (magic != MTS_WIRE_MAGIC || !size || *size > MTS_WIRE_MAX_BODY || output.size() - MTS_WIRE_HEADER < *size)
+            abort();
+        const bool is_reply = type == MTS_FRAME_REPLY && *size >= MTS_WIRE_REPLY_FIXED;
+        if (!is_reply && !(type == MTS_FRAME_PONG && *size == 0))
+            abort();
+        output = output.subspan(std::size_t{MTS_WIRE_HEADER} + *size);
+    }
+}
+
+} // namespace
+
+// The first byte says into how large portions the rest is cut.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    static Switch target = make_switch();
+    if (size == 0)
+        return 0;
+    const std::size_t portion = data[0] == 0 ? size : data[0];
+    Bytes input(data + 1, size - 1);
+    Session session(target);
+    Buffer received;
+    Buffer output;
+    while (!input.empty() && !session.broken()) {
+        const Bytes part = input.first(std::min(portion, input.size()));
+        input = input.subspan(part.size());
+        received.insert(received.end(), part.begin(), part.end());
+        std::size_t used = 0;
+        do {
+            output.clear();
+            used = session.serve(received, output);
+            if (used > received.size() || output.size() > Session::output_limit + MTS_WIRE_MAX_BODY)
+                abort();
+            check(output);
+            received.erase(received.begin(), received.begin() + static_cast<std::ptrdiff_t>(used));
+        } while (used > 0);
+        if (received.size() > MTS_WIRE_HEADER + MTS_WIRE_MAX_BODY && !session.broken())
+            abort(); // a whole frame must not be left unserved
+    }
+    return 0;
+}

@@ -1,0 +1,51 @@
+"""Seeds of fuzz_vswitchd_socket: one conversation for each request that the daemon knows."""
+import os
+import struct
+import sys
+
+MAGIC, REQUEST, SUBSCRIBE, PING = 0x4D545331, 1, 3, 5
+
+
+def frame(kind, body, correlation=1):
+    return struct.pack(">4I", MAGIC, kind, correlation, len(body)) + body
+
+
+def request(service, opcode, kind, payload=b"", length=None, user=b""):
+    fixed = (service, opcode, kind, len(payload) if length is None else length, 0, len(payload), len(user))
+    return frame(REQUEST, struct.pack(">7I", *fixed) + payload + user)
+
+
+def vsan_block(vsan):
+    return bytes(520) + struct.pack(">I", vsan) + bytes(2108)
+
+
+SEEDS = {
+    "interface_get": request(15, 124, 1, struct.pack(">4I", 16777216, 0, 0, 0)),
+    "interface_get_next": request(15, 124, 2, struct.pack(">4I", 1, 0, 0, 0)),
+    "vsan_count": request(15, 125, 1, length=4),
+    "last_change": request(15, 126, 1, length=8),
+    "timer": request(15, 127, 1, struct.pack(">IIBBIB", 8, 0, 0, 0, 0, 0)),
+    "timer_of_vsan": request(15, 127, 5, struct.pack(">IIBBIB", 8, 0, 1, 0, 10, 0)),
+    "interface_count": request(15, 128, 1, length=4),
+    "latency": request(15, 136, 1, struct.pack(">3I", 17, 0, 0)),
+    "inorder_delivery": request(15, 140, 1, length=4),
+    "vsan_get": request(15, 149, 1, vsan_block(10)),
+    "vsan_get_next": request(15, 149, 2, vsan_block(0)),
+    "vsan_set": request(15, 149, 3, vsan_block(10), user=b"alice"),
+    "status_trap": request(15, 8018, 3, struct.pack(">I", 10)),
+    "switch_name": request(46, 1282, 1),
+    "membership": request(46, 1283, 2, struct.pack(">3I", 1, 0, 0)),
+    "role": request(3, 9101, 1, b"alice"),
+    "distribution": request(66, 9201, 1, b"fctimer"),
+    "counters": request(1, 9001, 1),
+    "subscribe": frame(SUBSCRIBE, struct.pack(">2I", 102, 145)),
+    "ping": frame(PING, b""),
+}
+
+folder = sys.argv[1]
+os.makedirs(folder, exist_ok=True)
+for name, seed in SEEDS.items():
+    with open(os.path.join(folder, name), "wb") as file:
+        file.write(b"\0" + seed)
+with open(os.path.join(folder, "conversation_in_portions"), "wb") as file:
+    file.write(b"\x07" + b"".join(seed for name, seed in SEEDS.items() if not name.startswith("vsan_")))

@@ -1,0 +1,12 @@
+# Fuzz targets of the platform libraries.
+
+set(platform_sources ${PROJECT_SOURCE_DIR}/platform)
+
+add_fuzzer(fuzz_mts_reply fuzz_mts_reply.cpp ${platform_sources}/mts/mts_frame.cpp)
+add_fuzzer(fuzz_vsan_event fuzz_vsan_event.cpp ${platform_sources}/vsan/vsan.cpp)
+add_fuzzer(fuzz_history_ring fuzz_history_ring.cpp ${platform_sources}/sdwrap/history_ring.cpp)
+add_fuzzer(fuzz_debug_filters fuzz_debug_filters.cpp ${platform_sources}/sdwrap/debug_filters.cpp)
+
+foreach(fuzzer fuzz_mts_reply fuzz_vsan_event fuzz_history_ring fuzz_debug_filters)
+  target_include_directories(${fuzzer} PRIVATE ${platform_sources} ${platform_sources}/include)
+endforeach()
