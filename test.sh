@@ -1,0 +1,94 @@
+#!/bin/bash
+# Installs, builds and tests.
+set -uo pipefail
+
+cd "$(dirname "${BASH_SOURCE[0]}")" || exit 1
+source tools/common.sh
+source tools/packages.sh
+source tools/build.sh
+source tools/target_root.sh
+
+BUILD=$REPO/build
+FUZZ_SECONDS=15
+
+usage() {
+    cat <<HELP
+Usage: ./test.sh [--target | --sanitize | --fuzz [SECONDS] | --lint]
+Installs missing packages, builds, runs every test on this machine, and ends with
+a line 'N passed, N failed'. Ends with 0 only when none failed.
+
+  --target           the same inside a 32-bit root, which is made first; needs root
+  --sanitize         the same under AddressSanitizer and UndefinedBehaviorSanitizer
+  --fuzz [SECONDS]   runs each fuzz target for a while instead (default $FUZZ_SECONDS)
+  --lint             checks format and scripts and analyses the code instead
+  --help             this text
+HELP
+}
+
+test_here() {
+    install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+    provide_standard_mibs "$BUILD"
+    run_group tools/suite.sh "$BUILD"
+}
+
+test_in_target_root() {
+    local root=$TARGET_ROOT/root
+    ((EUID == 0)) || fail "--target makes a 32-bit root, and only root can do that"
+    install_packages "${TARGET_PACKAGES[@]}"
+    provide_standard_mibs "$BUILD"
+    make_target_root
+    mkdir -p "$root/build/mibs"
+    cp "${STANDARD_MIBS[@]/#/$BUILD/mibs/}" "$root/build/mibs/"
+    in_target_root /src/tools/suite.sh /build
+}
+
+# The agent itself is not built with sanitizers, so their runtimes have to be in it before
+# anything that was is loaded. What the agent leaks by itself is listed in tests/lsan.supp.
+test_with_sanitizers() {
+    local folder=$BUILD/sanitize
+    install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+    provide_standard_mibs "$folder"
+    run_group env SNMPD_PRELOAD="$(g++ -print-file-name=libasan.so) $(g++ -print-file-name=libubsan.so)" \
+        ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1 \
+        UBSAN_OPTIONS=print_stacktrace=1 \
+        LSAN_OPTIONS="suppressions='$REPO/tests/lsan.supp':print_suppressions=0" \
+        tools/suite.sh "$folder" -DSANITIZE=address,undefined
+}
+
+fuzz() {
+    install_packages "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${FUZZ_PACKAGES[@]}"
+    run_group tools/fuzz.sh "$BUILD/fuzz" "$FUZZ_SECONDS"
+}
+
+lint() {
+    install_packages "${LINT_PACKAGES[@]}"
+    run_group tools/lint.sh
+}
+
+TASK=test_here
+if (($#)); then
+    case $1 in
+    --help)
+        usage
+        exit 0
+        ;;
+    --target) TASK=test_in_target_root ;;
+    --sanitize) TASK=test_with_sanitizers ;;
+    --fuzz)
+        TASK=fuzz
+        if (($# > 1)); then
+            [[ $2 =~ ^[1-9][0-9]{0,5}$ ]] || usage_error "--fuzz takes a number of seconds, not '$2'."
+            FUZZ_SECONDS=$2
+            shift
+        fi
+        ;;
+    --lint) TASK=lint ;;
+    *) usage_error "unknown option '$1'." ;;
+    esac
+    shift
+fi
+(($# == 0)) || usage_error "one thing at a time: '$1' is too much."
+
+trap end_step EXIT
+end_on_signals
+"$TASK"

@@ -1,0 +1,142 @@
+"""Fixtures: a switch, an agent that serves it, and clients. A test that only reads
+shares one switch and one agent with the others; a test that disturbs them starts its
+own with the start_ fixtures."""
+
+import shutil
+import tempfile
+from pathlib import Path
+
+import pytest
+
+from harness.agent import Agent
+from harness.clients import NetSnmp, PySnmp
+from harness.fake_manager import FakeManager
+from harness.switch import VirtualSwitch
+
+VSANS = (
+    {"id": 1, "name": "default"},
+    {"id": 2, "name": "engineering", "mtu": 2000},
+    {"id": 10, "name": "storage_prod", "state": "suspended", "loadBalancing": "srcIdDestId", "interop": 1,
+     "inorderDelivery": 1, "networkDropLatency": 500},
+    {"id": 20, "name": "storage_backup", "interop": 100, "networkDropLatency": 60000},
+    {"id": 30, "name": "tape", "interop": 4, "inorderDelivery": 2},
+    {"id": 40, "name": "x" * 32, "interop": 3, "networkDropLatency": 1},
+    {"id": 4095, "name": "last", "state": "suspended"},
+)
+PORTS = (
+    {"ifIndex": 0x01000000, "vsan": 10, "link": "up"},
+    {"ifIndex": 0x01001000, "vsan": 20, "link": "up"},
+    {"ifIndex": 0x01002000, "vsan": 30, "link": "down"},
+    {"ifIndex": 0x01003000, "vsan": 1, "link": "up", "denyList": 0},
+)
+INITIAL = {"vsans": VSANS, "ports": PORTS}
+ROLES = {"tape-team": (["alice", "limited"], ["1", "30"])}
+
+
+class Folders:
+    """Short-lived folders with short names: the path of a Unix socket has little room."""
+
+    def __init__(self):
+        self._made = []
+
+    def make(self):
+        path = Path(tempfile.mkdtemp(prefix="vsan-"))
+        path.chmod(0o755)  # an agent that gave up root has to get through
+        self._made.append(path)
+        return path
+
+    def remove(self):
+        for path in self._made:
+            shutil.rmtree(path, ignore_errors=True)
+
+
+class Started:
+    """What a test started, ended in reverse order with its own checks."""
+
+    def __init__(self):
+        self._things = []
+        self.folders = Folders()
+
+    def add(self, thing):
+        self._things.append(thing)
+        return thing
+
+    def finish(self):
+        failures = []
+        for thing in reversed(self._things):
+            try:
+                thing.finish()
+            except Exception as failure:  # the others must be ended all the same
+                failures.append(failure)
+                process = getattr(thing, "process", None)
+                if process is not None:
+                    process.kill()
+        self.folders.remove()
+        if failures:
+            raise failures[0]
+
+
+@pytest.fixture
+def started():
+    collection = Started()
+    yield collection
+    collection.finish()
+
+
+@pytest.fixture(scope="session")
+def shared():
+    collection = Started()
+    yield collection
+    collection.finish()
+
+
+@pytest.fixture
+def folder(started):
+    return started.folders.make()
+
+
+@pytest.fixture
+def start_switch(started):
+    """start_switch(**options of VirtualSwitch): a running switch of the test's own."""
+    return lambda **options: started.add(VirtualSwitch(started.folders.make(), **options)).start()
+
+
+@pytest.fixture
+def start_agent(started):
+    """start_agent(manager, **options of Agent): an agent pointed at a manager, which is
+    a switch, a FakeManager, or anything with a run_dir."""
+    return lambda manager, **options: started.add(
+        Agent(started.folders.make(), manager.run_dir, **options)).start()
+
+
+@pytest.fixture
+def manager(started):
+    return started.add(FakeManager(started.folders.make()))
+
+
+@pytest.fixture
+def puppet(manager, start_agent):
+    """An agent whose manager is the scripted one."""
+    return start_agent(manager)
+
+
+@pytest.fixture(scope="session")
+def switch(shared):
+    """The shared switch. Nobody stops it or changes it."""
+    return shared.add(VirtualSwitch(shared.folders.make(), initial=INITIAL, roles=ROLES)).start()
+
+
+@pytest.fixture(scope="session")
+def agent(shared, switch):
+    """The shared agent on the shared switch."""
+    return shared.add(Agent(shared.folders.make(), switch.run_dir)).start()
+
+
+@pytest.fixture
+def client(agent):
+    return NetSnmp(agent)
+
+
+@pytest.fixture
+def second_client(agent):
+    return PySnmp(agent)

@@ -1,0 +1,31 @@
+"""Where the build under test is, and what it was configured with."""
+
+import os
+import re
+from pathlib import Path
+
+REPOSITORY = Path(__file__).resolve().parents[3]
+BUILD = Path(os.environ.get("BUILD_DIR", REPOSITORY / "build")).resolve()
+LIBRARIES = BUILD / "lib"
+PROGRAMS = BUILD / "bin"
+MIBS = BUILD / "mibs"
+
+MODULE = LIBRARIES / "libvsanmib.so"
+EXTENSION = LIBRARIES / "libnetsnmpagent_oryx.so"
+
+# Put into the agent's environment only. Code built with a sanitizer needs its
+# runtime to be there before anything else when the agent itself has none.
+AGENT_PRELOAD = os.environ.get("SNMPD_PRELOAD", "")
+
+
+def cached_setting(name, default):
+    """A CMake cache entry of the build, or the default when there is no cache."""
+    cache = BUILD / "CMakeCache.txt"
+    if cache.exists():
+        found = re.search(rf"^{name}:\w+=(.*)$", cache.read_text(), re.MULTILINE)
+        if found:
+            return found.group(1)
+    return default
+
+
+ENTERPRISE = int(cached_setting("VENDOR_PEN", "32473"))

@@ -1,0 +1,178 @@
+"""A manager that misbehaves on request.
+
+It listens where the switch would and serves a small table of VSANs. A test replaces
+the answer of one kind of request by what the test is about.
+"""
+
+import contextlib
+import socket
+import struct
+import threading
+from collections import Counter
+from pathlib import Path
+
+from . import wire
+from .switch import CountsRequests
+
+
+class Silence:
+    """No answer; the connection stays."""
+
+
+class Close:
+    """The connection is closed instead of answered."""
+
+
+class Raw:
+    """Bytes sent as they are. `body` may be a function of the correlation."""
+
+    def __init__(self, data):
+        self.data = data
+
+
+class Pieces:
+    """A successful answer with `data`, handed to the socket `size` bytes at a time."""
+
+    def __init__(self, data, size):
+        self.data = data
+        self.size = size
+
+
+def word(value):
+    return struct.pack(">I", value & 0xFFFFFFFF)
+
+
+def vsan_row(index, **fields):
+    row = dict(vsanIndex=index, vsanMediaType=1, vsanAdminState=1, vsanMtu=2112, vsanInorderDelivery=2,
+               vsanInterOperType=100, vsanLoadBalancingType=2, vsanRowStatus=1, vsanOperState=2,
+               vsanName=b"VSAN%04d" % index, vsanNetworkDropLatency=2000)
+    return row | fields
+
+
+class FakeManager(CountsRequests):
+    """Serves `vsans` (numbers). `answers` maps (service, opcode, kind) to a function
+    of the request that returns a wire.Reply, Silence, Close, Raw or Pieces, or None for the
+    ordinary answer. `restricted` maps a user to the VSANs permitted to it."""
+
+    def __init__(self, folder, vsans=(1, 2, 20, 30, 40)):
+        self.run_dir = Path(folder)
+        self.vsans = {index: vsan_row(index) for index in vsans}
+        self.answers = {}
+        self.restricted = {}
+        self.requests = []
+        self.subscribed = threading.Event()  # somebody listens to events
+        self._connections = []
+        self._listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self._listener.bind(str(self.run_dir / "mts.sock"))
+        self._listener.listen(16)
+        threading.Thread(target=self._accept, daemon=True).start()
+
+    def answer(self, action, opcode=wire.VSAN, kinds=(wire.GET, wire.GETNEXT), service=wire.SERVICE_VSAN):
+        """Has every such request answered by `action`: a value, or a function of the request."""
+        for kind in kinds:
+            self.answers[(service, opcode, kind)] = action if callable(action) and not isinstance(
+                action, type) else (lambda request, fixed=action: fixed)
+
+    def behave(self):
+        self.answers.clear()
+
+    def drop_connections(self):
+        """As a manager does that ends; the next connection finds a new one."""
+        for connection in self._connections:
+            with contextlib.suppress(OSError):
+                connection.shutdown(socket.SHUT_RDWR)
+        self._connections.clear()
+
+    def counts(self):
+        return Counter((r.service, r.opcode, r.kind) for r in list(self.requests))
+
+    def finish(self):
+        self._listener.close()
+        self.drop_connections()
+
+    def _accept(self):
+        while True:
+            try:
+                connection, _ = self._listener.accept()
+            except OSError:
+                return
+            self._connections.append(connection)
+            threading.Thread(target=self._serve, args=(connection,), daemon=True).start()
+
+    def _serve(self, connection):
+        try:
+            while True:
+                received = wire.receive_frame(connection)
+                if received is None:
+                    return
+                kind, correlation, body = received
+                if kind in (wire.PING, wire.SUBSCRIBE):
+                    connection.sendall(wire.frame(wire.PONG, correlation))
+                    if kind == wire.SUBSCRIBE:
+                        self.subscribed.set()
+                elif kind == wire.REQUEST:
+                    request = wire.parse_request(body)
+                    self.requests.append(request)
+                    if not self._respond(connection, correlation, request):
+                        return
+        except OSError:
+            pass
+        finally:
+            connection.close()
+
+    def _respond(self, connection, correlation, request):
+        """Returns whether the connection stays."""
+        special = self.answers.get((request.service, request.opcode, request.kind))
+        action = special(request) if special else None
+        if action is None:
+            action = self._ordinary(request)
+        if action is Close:
+            # An orderly end, not a reset: what was sent before still arrives.
+            connection.shutdown(socket.SHUT_RDWR)
+            return False
+        if isinstance(action, Raw):
+            connection.sendall(action.data(correlation) if callable(action.data) else action.data)
+        elif isinstance(action, Pieces):
+            data = wire.frame(wire.REPLY, correlation, wire.reply_body(0, action.data))
+            for start in range(0, len(data), action.size):
+                connection.sendall(data[start : start + action.size])
+        elif action is not Silence:
+            connection.sendall(wire.frame(wire.REPLY, correlation, wire.reply_body(action.status, action.data)))
+        return True
+
+    def _ordinary(self, request):
+        key = (request.service, request.opcode)
+        if key == (wire.SERVICE_ROLES, wire.ROLE_OF_USER):
+            return wire.Reply(0, self._role(request.payload.decode()))
+        if key == (wire.SERVICE_TDX, wire.TDX_STATE):
+            return wire.Reply(0, bytes(8))
+        if key == (wire.SERVICE_VSAN, wire.VSAN):
+            return self._vsan(request)
+        if key == (wire.SERVICE_VSAN, wire.VSAN_COUNT):
+            return wire.Reply(0, word(len(self.vsans)))
+        if key == (wire.SERVICE_VSAN, wire.LAST_CHANGE):
+            return wire.Reply(0, bytes(8))
+        if key == (wire.SERVICE_VSAN, wire.FC_TIMER):
+            return wire.Reply(0, request.payload[:4] + word(5000) + request.payload[8:])
+        if key == (wire.SERVICE_VSAN, wire.LATENCY):
+            return wire.Reply(0, request.payload[:4] + word(300) + word(0))
+        if key in ((wire.SERVICE_VSAN, wire.IF_COUNT), (wire.SERVICE_VSAN, wire.INORDER_DELIVERY)):
+            return wire.Reply(0, word(1))
+        return wire.Reply(0x40010002, None)
+
+    def _role(self, user):
+        permitted = self.restricted.get(user)
+        bitmap = bytearray(512)
+        for vsan in permitted or ():
+            bitmap[vsan // 8] |= 0x80 >> (vsan % 8)
+        return word(permitted is not None) + bytes(bitmap) + word(0)
+
+    def _vsan(self, request):
+        asked = wire.parse_vsan(request.payload)["vsanIndex"]
+        if request.kind == wire.GET:
+            index = asked if asked in self.vsans else None
+        else:
+            index = min((i for i in self.vsans if i > asked), default=None)
+        if index is None:
+            return wire.Reply(wire.NO_SUCH_VSAN if request.kind == wire.GET else wire.NO_MORE_VSANS, None)
+        return wire.Reply(0, wire.vsan_block(**self.vsans[index]))

@@ -1,0 +1,232 @@
+"""How the module gets into the agent and out again."""
+
+import os
+import pwd
+import re
+import shutil
+import subprocess
+from types import SimpleNamespace
+
+import pytest
+
+from harness import wire
+from harness.agent import BY_EXTENSION, DIRECTLY
+from harness.build import AGENT_PRELOAD, EXTENSION, LIBRARIES, MODULE, REPOSITORY
+from harness.clients import EXCEPTIONS, NetSnmp, Packets
+from harness.oids import ARCS, NAMES, ROOT, SYS_DESCR, VSAN_ENTRY, cell, scalar
+
+# The agent's own table of loaded modules: status, and the values that change it.
+LOADED_MODULES = (1, 3, 6, 1, 4, 1, 2021, 13, 14)
+MODULE_STATUS = LOADED_MODULES + (2, 1, 5)
+NEXT_INDEX = LOADED_MODULES + (1, 0)
+LOADED, UNLOADED, LOAD, UNLOAD = 1, 2, 4, 5
+
+WAYS = pytest.mark.parametrize("loading", [BY_EXTENSION, DIRECTLY], ids=["by_extension", "directly"])
+
+
+def assert_serves(client, switch):
+    number, name = client.get(scalar("vsanNumber"), cell("vsanName", 10))
+    assert (number.value, name.value) == (len(switch.vsans()), b"storage_prod")
+
+
+def assert_answers_nothing(client):
+    assert client.get(scalar("vsanNumber"))[0].kind in EXCEPTIONS
+    assert client.get(cell("vsanName", 10))[0].kind in EXCEPTIONS
+    assert client.walk(ROOT) == []
+    assert client.bulk_walk(ROOT) == []
+    assert client.get(SYS_DESCR)[0].kind == "OCTET STRING"
+
+
+@WAYS
+def test_loaded_either_way_it_shows_the_same(switch, client, start_agent, loading):
+    other = NetSnmp(start_agent(switch, loading=loading))
+    assert other.walk(ROOT) == client.walk(ROOT)
+
+
+@WAYS
+def test_loaded_either_way_users_are_restricted(switch, start_agent, loading):
+    agent = start_agent(switch, loading=loading)
+    for version, user in (("3", "alice"), ("2c", "limited")):
+        assert [b.oid[-1] for b in NetSnmp(agent, version, user).walk(ARCS["vsanName"])] == [1, 30]
+    assert len(NetSnmp(agent, "3", "bob").walk(ARCS["vsanName"])) == len(switch.vsans())
+
+
+@WAYS
+def test_loaded_either_way_one_row_costs_one_request(switch, start_agent, loading):
+    client = NetSnmp(start_agent(switch, loading=loading))
+    for _ in range(2):
+        with switch.counting() as served:
+            client.get(cell("vsanName", 10), cell("vsanMtu", 10))
+        assert served.of(wire.VSAN) == 1
+
+
+def test_initialised_once_when_the_extension_library_loads_it(switch, start_agent):
+    agent = start_agent(switch)
+    NetSnmp(agent).get(scalar("vsanNumber"))
+    agent.finish()  # all of its standard output is there now
+    printed = agent.process.text()
+    assert printed.count("DEBUG : In _init") == 1
+    assert printed.count("DEBUG : ENTER init_vsan_mib") == printed.count("DEBUG : EXIT init_vsan_mib") == 1
+    agent.process = None
+
+
+@WAYS
+def test_unloaded_and_loaded_by_set_while_running(switch, start_agent, loading):
+    agent = start_agent(switch, loading=loading)
+    client, operator = NetSnmp(agent), NetSnmp(agent, user="private")
+    assert_serves(client, switch)
+    for _ in range(4):
+        operator.set((MODULE_STATUS + (1,), "i", UNLOAD))
+        assert operator.get(MODULE_STATUS + (1,))[0].value == UNLOADED
+        assert_answers_nothing(client)
+        operator.set((MODULE_STATUS + (1,), "i", LOAD))
+        assert operator.get(MODULE_STATUS + (1,))[0].value == LOADED
+        assert_serves(client, switch)
+    assert len(client.walk(VSAN_ENTRY)) == 10 * len(switch.vsans())
+
+
+@WAYS
+def test_unloaded_for_good_the_agent_goes_on_and_ends_well(switch, start_agent, loading):
+    agent = start_agent(switch, loading=loading)
+    client = NetSnmp(agent)
+    assert_serves(client, switch)
+    NetSnmp(agent, user="private").set((MODULE_STATUS + (1,), "i", UNLOAD))
+    for _ in range(5):
+        assert_answers_nothing(client)
+    for library in (MODULE, EXTENSION):
+        mapped = open(f"/proc/{agent.process.pid}/maps").read()
+        assert str(library) not in mapped, "unloaded code stays mapped"
+
+
+@WAYS
+def test_sighup_loads_it_again_with_requests_right_after(switch, start_agent, loading):
+    agent = start_agent(switch, loading=loading)
+    client = NetSnmp(agent)
+    assert_serves(client, switch)
+    for _ in range(5):
+        agent.reload()
+        assert_serves(client, switch)
+    assert len(client.walk(VSAN_ENTRY)) == 10 * len(switch.vsans())
+
+
+@WAYS
+def test_sighup_while_requests_come_in(switch, start_agent, loading):
+    """Requests wait in the agent's socket while it reloads; each is answered."""
+    agent = start_agent(switch, loading=loading)
+    with Packets(agent) as packets:
+        request = packets.packet([cell("vsanName", 10)], 1)
+        for _ in range(5):
+            agent.reload()
+            for _ in range(20):
+                assert packets.exchange(request)[0].value == b"storage_prod"
+
+
+@WAYS
+def test_loading_again_and_again_leaves_no_descriptor_behind(switch, start_agent, loading):
+    agent = start_agent(switch, loading=loading)
+    client = NetSnmp(agent)
+
+    def one_round():
+        agent.reload()
+        assert_serves(client, switch)
+        return agent.descriptors()
+
+    first = one_round()
+    assert [one_round() for _ in range(4)] == [first] * 4
+
+
+def test_second_copy_loaded_beside_the_first_does_no_harm(switch, start_agent):
+    """Someone has both lines in the configuration."""
+    agent = start_agent(switch, loading=f"{BY_EXTENSION}\n{DIRECTLY}")
+    client = NetSnmp(agent)
+    assert_serves(client, switch)
+    agent.reload()
+    assert_serves(client, switch)
+
+
+@pytest.mark.parametrize("failing", [1, 2], ids=["first_list", "second_list"])
+def test_list_creation_failing_at_start_answers_nothing_and_does_no_harm(switch, start_agent, folder, failing):
+    source, library = folder / "lists.c", folder / "lists.so"
+    source.write_text("static int calls;\n"
+                      "int indxobj_create(void) { return ++calls == %d ? 0 : 2; }\n" % failing)
+    subprocess.run(["cc", "-shared", "-fPIC", "-o", library, source], check=True)
+    agent = start_agent(switch, preload=library)
+    client = NetSnmp(agent)
+    assert_answers_nothing(client)
+    agent.reload()  # the counter goes on: this time both lists can be made
+    assert_serves(client, switch)
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root can start an agent as another user")
+@WAYS
+def test_started_as_root_it_runs_as_another_user(start_switch, start_agent, loading):
+    account = pwd.getpwnam("nobody")
+    switch = start_switch(initial={"vsans": [{"id": 10, "name": "storage_prod"}]}, socket_group=account.pw_gid)
+    switch.folder.chmod(0o755)
+    agent = start_agent(switch, loading=loading, user="nobody")
+    client = NetSnmp(agent)
+    assert_serves(client, switch)
+    assert agent.user_ids() == [account.pw_uid] * 4
+    switch.restart()
+    assert_serves(client, switch)
+    agent.reload()
+    assert_serves(client, switch)
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root can start an agent as another user")
+def test_an_agent_outside_the_socket_group_sees_nothing_and_stays_up(start_switch, start_agent):
+    switch = start_switch(initial={"vsans": [{"id": 10, "name": "storage_prod"}]})
+    assert_answers_nothing(NetSnmp(start_agent(switch, user="nobody")))
+
+
+def exported_by(library):
+    listed = subprocess.run(["nm", "-D", "--defined-only", library], capture_output=True, text=True, check=True)
+    return {line.split()[-1].split("@")[0] for line in listed.stdout.splitlines() if line.split()[1] != "A"}
+
+
+def needed_by(library):
+    listed = subprocess.run(["readelf", "-dW", library], capture_output=True, text=True, check=True)
+    return set(re.findall(r"\(NEEDED\).*\[(.+)\]", listed.stdout))
+
+
+def test_module_exports_what_its_export_list_says():
+    text = (REPOSITORY / "feature/vsan_manager/mib/vsanmib.map").read_text()
+    text = re.sub(r"/\*.*?\*/|#[^\n]*", "", text, flags=re.DOTALL)
+    listed = set(re.findall(r"(\w+);", re.search(r"global:(.*?)local:", text, re.DOTALL).group(1)))
+    assert {"init_vsan_mib", "deinit_vsan_mib"} <= listed
+    assert exported_by(MODULE) == listed
+
+
+def test_module_links_libc_net_snmp_and_the_platform_only():
+    platform = {f"lib{name}.so" for name in (
+        "mts", "indxobj", "sdwrap", "syserr", "sysmgr", "tdx", "vsan", "pm", "netsnmpagent_oryx")}
+    assert platform == {path.name for path in LIBRARIES.glob("lib*.so")} - {"libvsanmib.so"}
+    others = {name for name in needed_by(MODULE) - platform
+              if not re.fullmatch(r"lib(netsnmp|netsnmpagent|netsnmpmibs|c)\.so\.\d+", name)}
+    if AGENT_PRELOAD:
+        others = {name for name in others if not re.match(r"lib(asan|ubsan|clang_rt)", name)}
+    assert others == set()
+
+
+def test_module_needs_no_compiler_runtime_of_its_language():
+    undefined = subprocess.run(["nm", "-D", "--undefined-only", MODULE], capture_output=True, text=True, check=True)
+    assert not re.findall(r"\b(?:_Z\w+|__cxa_(?!finalize)\w+|__gxx\w+)", undefined.stdout)
+
+
+def test_moved_build_folder_works_from_where_it_is(switch, start_agent, folder):
+    """The libraries find each other beside themselves."""
+    moved = folder / "lib"
+    shutil.copytree(LIBRARIES, moved, ignore=shutil.ignore_patterns("static"))
+    agent = start_agent(switch, loading=f"dlmod netsnmpagent_oryx {moved / EXTENSION.name}")
+    assert_serves(NetSnmp(agent), switch)
+    assert str(moved / MODULE.name) in open(f"/proc/{agent.process.pid}/maps").read()
+
+
+def test_every_object_is_registered_where_it_belongs(start_agent, folder):
+    """Without any manager each registered object still says `no such instance`, every
+    other name `no such object`."""
+    client = NetSnmp(start_agent(SimpleNamespace(run_dir=folder)))
+    for name in NAMES:
+        assert client.get(ARCS[name] + (1,))[0].kind == "noSuchInstance", name
+    for other in ((1, 1, 3, 1, 1), (1, 1, 3, 1, 7), (1, 2, 1), (1, 3), (1, 4, 9), (2,)):
+        assert client.get(ROOT + other + (1,))[0].kind == "noSuchObject", other

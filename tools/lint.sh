@@ -1,0 +1,66 @@
+#!/bin/bash
+# Usage: tools/lint.sh
+# Checks format and looks for mistakes that need no running program; ends with a line
+# 'N passed, N failed'. The packages must be installed.
+set -uo pipefail
+
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$REPO" || exit 1
+
+PASSED=0
+FAILED=0
+WORK=$(mktemp -d)
+trap 'rm -rf "$WORK"' EXIT
+end_on_signals
+
+# files PATTERN...: the files of the repository that match, new ones included.
+files() { git ls-files --cached --others --exclude-standard -- "$@"; }
+
+# check WHAT COMMAND...: one check; shows what it found when it fails.
+check() {
+    local what=$1
+    shift
+    if "$@" >"$WORK/log" 2>&1; then
+        say "  $what: fine"
+        PASSED=$((PASSED + 1))
+    else
+        show_failure "$what" "$WORK/log"
+        FAILED=$((FAILED + 1))
+    fi
+}
+
+every_script_parses() {
+    local script status=0
+    for script in "${SCRIPTS[@]}"; do
+        bash -n "$script" || status=1
+    done
+    return "$status"
+}
+
+every_python_file_parses() {
+    /usr/bin/python3 -c '
+import ast, sys
+for path in sys.argv[1:]:
+    ast.parse(open(path).read(), path)' "${PYTHON[@]}"
+}
+
+# The lock file pins checksums; where packages come from is npm's own setting.
+lock_file_names_no_registry() {
+    ! grep -n '"resolved"\|://' tools/standard-mibs/package-lock.json
+}
+
+mapfile -t SOURCES < <(files '*.c' '*.cpp' '*.h')
+mapfile -t SCRIPTS < <(files '*.sh' .ci/run)
+mapfile -t PYTHON < <(files '*.py')
+
+say "checking format and code"
+check "the format of C and C++" clang-format-14 --dry-run -Werror "${SOURCES[@]}"
+check "cppcheck" cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portability \
+    --inline-suppr --suppressions-list=tools/cppcheck.suppressions --error-exitcode=1 -j "$(nproc)" \
+    -I platform/include feature platform virtual_switch
+check "that shell scripts parse" every_script_parses
+check "shellcheck" shellcheck "${SCRIPTS[@]}"
+check "that Python files parse" every_python_file_parses
+check "the lock file" lock_file_names_no_registry
+say "$PASSED passed, $FAILED failed"
+((FAILED == 0))

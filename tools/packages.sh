@@ -1,0 +1,83 @@
+# shellcheck shell=bash
+# shellcheck disable=SC2034 # used by those who source this
+# The packages that this repository needs, all lists in this one place, and their
+# installation. Sourced after common.sh.
+
+BUILD_PACKAGES=(
+    g++ gcc libc6-dev cmake ninja-build pkg-config libsnmp-dev
+    libsqlitecpp-dev libsqlite3-dev libasio-dev libcli11-dev nlohmann-json3-dev libspdlog-dev libfmt-dev
+)
+RUN_PACKAGES=(snmpd snmp)
+TEST_PACKAGES=(
+    libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools sqlite3
+)
+FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev)
+LINT_PACKAGES=(git clang-format-14 cppcheck shellcheck)
+TARGET_PACKAGES=(mmdebstrap arch-test util-linux)
+
+# missing_packages PACKAGE...: prints those that are not installed.
+missing_packages() {
+    local package
+    for package in "$@"; do
+        [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] || printf '%s\n' "$package"
+    done
+}
+
+# install_packages PACKAGE...: installs those that are missing, after saying which. Ends the
+# script with one sentence when that cannot be done.
+install_packages() {
+    local missing list as_root=() log
+    require_debian
+    mapfile -t missing < <(missing_packages "$@")
+    ((${#missing[@]})) || return 0
+    list=${missing[*]}
+    if ((EUID != 0)); then
+        command -v sudo >/dev/null ||
+            fail "these packages are missing, and installing them takes root or sudo: $list"
+        as_root=(sudo)
+        # With nobody there to type a password, sudo must not wait for one.
+        [[ -t 0 ]] || as_root=(sudo -n)
+    fi
+    say "installing: $list"
+    log=$(mktemp "${TMPDIR:-/tmp}/install-packages.XXXXXX")
+    if ! apt_install "$log" "${as_root[@]}" -- "${missing[@]}"; then
+        show_failure "installing packages" "$log"
+        exit 1
+    fi
+    rm -f "$log"
+    [[ " $list " != *" snmpd "* ]] || stop_system_agent "${as_root[@]}"
+}
+
+# require_debian: the packages are Debian's, and so are their names.
+require_debian() {
+    local id
+    id=$(. /etc/os-release 2>/dev/null && printf '%s' " ${ID:-} ${ID_LIKE:-} ")
+    [[ $id == *" debian "* ]] && command -v apt-get >/dev/null ||
+        fail "this needs Debian 12 or a system made from it; README.md lists what to install elsewhere."
+}
+
+# apt_install LOG [AS_ROOT...] -- PACKAGE...: runs in the foreground and to its end, since a
+# package half installed is worse than a Ctrl-C that has to wait.
+apt_install() {
+    local log=$1 as_root=()
+    shift
+    while [[ $1 != -- ]]; do
+        as_root+=("$1")
+        shift
+    done
+    shift
+    local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o APT::Install-Recommends=false)
+    {
+        # The lists at hand may be absent or too old to lead to a file that still exists.
+        "${apt[@]}" install "$@" || { "${apt[@]}" update && "${apt[@]}" install "$@"; }
+    } >"$log" 2>&1 </dev/null
+}
+
+# stop_system_agent [AS_ROOT...]: Debian starts an agent of the system's own when snmpd is
+# installed. Nobody asked for that one.
+stop_system_agent() {
+    [[ -d /run/systemd/system ]] || return 0
+    say "stopping the system's own snmpd, which came with its package"
+    "$@" systemctl disable --now --quiet snmpd.service ||
+        say "it could not be stopped; 'systemctl disable --now snmpd' as root does that"
+}
