@@ -29,7 +29,8 @@ build_project() {
     shift
     : 2>/dev/null >"$log" || fail "cannot write to $folder"
     say "building in $folder"
-    run_step "$log" cmake --build "$folder" ${1+--target "$@"} || {
+    # Ninja itself, since it takes its compilers along when it is told to end; cmake does not.
+    run_step "$log" ninja -C "$folder" "$@" || {
         show_failure "the build" "$log"
         exit 1
     }

@@ -9,8 +9,8 @@ cd "$REPO" || exit 1
 
 PASSED=0
 FAILED=0
-WORK=$(mktemp -d)
-trap 'rm -rf "$WORK"' EXIT
+LOGS=$REPO/build/lint
+mkdir -p "$LOGS" || fail "cannot write to $LOGS"
 end_on_signals
 
 # files PATTERN...: the files of the repository that match, new ones included.
@@ -18,13 +18,13 @@ files() { git ls-files --cached --others --exclude-standard -- "$@"; }
 
 # check WHAT COMMAND...: one check; shows what it found when it fails.
 check() {
-    local what=$1
+    local what=$1 log=$LOGS/${1// /-}.log
     shift
-    if "$@" >"$WORK/log" 2>&1; then
+    if "$@" >"$log" 2>&1; then
         say "  $what: fine"
         PASSED=$((PASSED + 1))
     else
-        show_failure "$what" "$WORK/log"
+        show_failure "$what" "$log"
         FAILED=$((FAILED + 1))
     fi
 }
@@ -54,13 +54,13 @@ mapfile -t SCRIPTS < <(files '*.sh' .ci/run)
 mapfile -t PYTHON < <(files '*.py')
 
 say "checking format and code"
-check "the format of C and C++" clang-format-14 --dry-run -Werror "${SOURCES[@]}"
+check "format of C and C++" clang-format-14 --dry-run -Werror "${SOURCES[@]}"
 check "cppcheck" cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portability \
     --inline-suppr --suppressions-list=tools/cppcheck.suppressions --error-exitcode=1 -j "$(nproc)" \
     -I platform/include feature platform virtual_switch
-check "that shell scripts parse" every_script_parses
+check "shell scripts parse" every_script_parses
 check "shellcheck" shellcheck "${SCRIPTS[@]}"
-check "that Python files parse" every_python_file_parses
-check "the lock file" lock_file_names_no_registry
+check "Python files parse" every_python_file_parses
+check "lock file of the MIB package" lock_file_names_no_registry
 say "$PASSED passed, $FAILED failed"
 ((FAILED == 0))

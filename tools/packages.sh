@@ -53,7 +53,7 @@ require_debian() {
     local id
     id=$(. /etc/os-release 2>/dev/null && printf '%s' " ${ID:-} ${ID_LIKE:-} ")
     [[ $id == *" debian "* ]] && command -v apt-get >/dev/null ||
-        fail "this needs Debian 12 or a system made from it; README.md lists what to install elsewhere."
+        fail "this runs on Debian 12 and systems made from it only; tools/packages.sh lists what it installs there"
 }
 
 # apt_install LOG [AS_ROOT...] -- PACKAGE...: runs in the foreground and to its end, since a

@@ -52,8 +52,9 @@ struct request {
     std::span<const uint8_t> user;
 };
 
+// How a step of an exchange ended.
 enum class outcome {
-    answered,
+    done,
     unsent, // the switch has not seen a whole request; errno says why
     failed  // errno says why
 };
@@ -138,6 +139,7 @@ outcome prepare(mts_queue &queue, mts_time deadline) {
     }
     if (!queue.stream.is_open) {
         if (mts_stream_open(queue.stream) != 0) {
+            queue.is_suspect = queue.is_suspect && errno == ETIMEDOUT;
             return outcome::failed;
         }
         if (queue.is_suspect) {
@@ -149,13 +151,13 @@ outcome prepare(mts_queue &queue, mts_time deadline) {
         return queue.is_suspect ? outcome::failed : outcome::unsent;
     }
     if (!queue.is_suspect) {
-        return outcome::answered;
+        return outcome::done;
     }
 
     const mts_time grace_end = mts_now() + SUSPECT_GRACE;
     switch (drop_old_frames(queue, grace_end < deadline ? grace_end : deadline)) {
     case mts_io::done:
-        return outcome::answered;
+        return outcome::done;
     case mts_io::timeout:
         return fail(ETIMEDOUT);
     case mts_io::lost:
@@ -186,7 +188,7 @@ outcome send_request(mts_queue &queue, const request &what, mts_time deadline) {
                             {const_cast<uint8_t *>(what.user.data()), what.user.size()}};
     switch (mts_stream_send(queue.stream, parts, sizeof parts / sizeof *parts, deadline)) {
     case mts_io::done:
-        return outcome::answered;
+        return outcome::done;
     case mts_io::timeout:
         queue.is_suspect = true;
         errno = ETIMEDOUT;
@@ -215,7 +217,7 @@ outcome receive_reply(mts_queue &queue, mts_reply &reply, mts_time deadline) {
         case mts_io::done:
             if (frame.type == MTS_FRAME_REPLY && frame.correlation == queue.correlation &&
                 mts_reply_decode(frame.body, reply)) {
-                return outcome::answered;
+                return outcome::done;
             }
             errno = EPROTO;
             return drop_connection(queue, false, outcome::failed);
@@ -233,11 +235,11 @@ outcome exchange(mts_queue &queue, const request &what, mts_reply &reply, mts_ti
     outcome result = outcome::unsent;
     for (int attempt = 0; attempt < 2 && result == outcome::unsent; ++attempt) {
         result = prepare(queue, deadline);
-        if (result == outcome::answered) {
+        if (result == outcome::done) {
             result = send_request(queue, what, deadline);
         }
     }
-    return result == outcome::answered ? receive_reply(queue, reply, deadline) : result;
+    return result == outcome::done ? receive_reply(queue, reply, deadline) : result;
 }
 
 // Hands a reply's data to the caller, in a buffer of their own even if there are
@@ -295,7 +297,7 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
                           .payload = {static_cast<const uint8_t *>(payload), payload == nullptr ? 0 : payload_length},
                           .user = {reinterpret_cast<const uint8_t *>(user_name), user_length}};
     mts_reply answer;
-    if (exchange(*queue, what, answer, deadline) != outcome::answered) {
+    if (exchange(*queue, what, answer, deadline) != outcome::done) {
         return UINT32_MAX;
     }
     if (!hand_over(answer, reply, *length)) {

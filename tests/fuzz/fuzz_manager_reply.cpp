@@ -120,11 +120,14 @@ void read_once(input &in) {
     if ((flags & 2) != 0)
         platform.restrict_to({1, 2, 30, 100, 4095});
     platform.requests.clear();
+    platform.journal.clear();
 
     const read_answer answer = object.read(asked, flags & 1);
 
     require(platform.replies_held.empty(), "a reply was kept");
-    require(platform.requests.size() <= 4097, "a search did not end");
+    require(platform.journal.size() <= longest_journal, "a search did not end");
+    for (size_t i = 1; i < platform.requests.size(); ++i)
+        require(platform.requests[i - 1].vsan() < platform.requests[i].vsan(), "a search did not advance");
     for (const sent_request &request : platform.requests)
         require(request.wait_class == 4 && request.service == 15, "a read with another envelope");
     require(answer.name.size() <= MAX_OID_LEN, "a name too long");

@@ -171,6 +171,37 @@ TEST_F(Sdwrap, ProcessesOfOneNameDoNotDamageEachOthersRecords) {
     }
 }
 
+TEST_F(Sdwrap, NothingIsWrittenWhileAnotherProcessHoldsTheFile) {
+    record(100, "one");
+    int held[2];
+    int over[2];
+    ASSERT_EQ(0, pipe(held));
+    ASSERT_EQ(0, pipe(over));
+    char byte = 0;
+    const pid_t child = fork();
+    if (child == 0) {
+        const int fd = open(history_path().c_str(), O_RDWR | O_CLOEXEC);
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        const bool is_held = fcntl(fd, F_SETLK, &lock) == 0 && write(held[1], &byte, 1) == 1;
+        close(over[1]);
+        _exit(is_held && read(over[0], &byte, 1) == 0 ? 0 : 1);
+    }
+    close(held[1]);
+    ASSERT_EQ(1, read(held[0], &byte, 1));
+    record(100, "two");
+    EXPECT_EQ(std::vector<std::string>{"one"}, history());
+    close(over[0]);
+    close(over[1]);
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    close(held[0]);
+    record(100, "three");
+    EXPECT_EQ((std::vector<std::string>{"one", "three"}), history());
+}
+
 TEST_F(Sdwrap, RecordsMadeBeforeTheFileCanBeHadGoIntoItLater) {
     const std::string later = run.file("later");
     setenv(MTS_RUN_DIR_VARIABLE, later.c_str(), 1);

@@ -32,3 +32,13 @@ platform_test(platform_debug_filters SOURCES sdwrap/debug_filters.cpp)
 platform_test(platform_oom SOURCES indxobj/indxobj.cpp mts/mts.cpp mts/mts_events.cpp mts/mts_frame.cpp
                                    mts/mts_stream.cpp)
 target_link_options(platform_oom_test PRIVATE -Wl,--wrap=malloc)
+
+# The libraries bring nothing into the agent but libc and each other. Sanitizers
+# would bring their own.
+if(NOT SANITIZE)
+  foreach(library mts indxobj sdwrap syserr sysmgr tdx vsan pm)
+    add_test(NAME platform.needs_only_libc.${library}
+             COMMAND sh -c "! \"$1\" -d \"$2\" | grep NEEDED | grep -vE '\\[lib(c|mts)\\.so'" sh ${CMAKE_READELF}
+                     $<TARGET_FILE:${library}>)
+  endforeach()
+endif()

@@ -8,9 +8,7 @@ namespace {
 
 class VsanCache : public ModuleTest {
   protected:
-    void SetUp() override {
-        platform.add_vsans({1, 10, 20});
-    }
+    void SetUp() override { platform.add_vsans({1, 10, 20}); }
 
     static size_t requests() { return platform.requests.size(); }
 };

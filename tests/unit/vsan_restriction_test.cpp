@@ -10,9 +10,7 @@ using numbers = std::vector<int64_t>;
 
 class VsanRestriction : public ModuleTest {
   protected:
-    void SetUp() override {
-        platform.add_vsans({1, 2, 20, 30, 40});
-    }
+    void SetUp() override { platform.add_vsans({1, 2, 20, 30, 40}); }
 
     // What a walk of a column sees, one PDU a step.
     static std::vector<oid> walk(uint8_t magic = 3) {

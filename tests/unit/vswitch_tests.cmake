@@ -1,5 +1,6 @@
 # The virtual switch's tests: its library directly, and the daemon as a process.
 
+include(GoogleTest)
 find_package(GTest REQUIRED)
 find_package(SQLiteCpp REQUIRED)
 find_package(fmt REQUIRED)
@@ -16,5 +17,5 @@ add_executable(
 target_link_libraries(vswitch_test PRIVATE vswitch_core GTest::gtest_main SQLiteCpp fmt::fmt Threads::Threads)
 # The daemon is started from the folder that the test itself is in.
 add_dependencies(vswitch_test vswitchd)
-add_test(NAME vswitch COMMAND vswitch_test)
-set_tests_properties(vswitch PROPERTIES TIMEOUT 300)
+# Parameters are texts that do not make test names.
+gtest_discover_tests(vswitch_test TEST_PREFIX vswitch. NO_PRETTY_VALUES PROPERTIES TIMEOUT 60)

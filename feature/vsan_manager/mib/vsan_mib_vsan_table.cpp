@@ -145,8 +145,10 @@ uint32_t header_vsanEntry(const oid *vp_name, size_t vp_namelen, oid *name, size
         vsanEntry_answer answer;
         const uint32_t status = query_vsanEntry(exact != 0 ? GET_REQ : GETNEXT_REQ, *entry, *entry, answer);
         if (answer != vsanEntry_answer::record) {
+            // Before the trace, which may set errno itself.
+            const char *reason = manager_error_text(status);
             VSAN_TRACE(TRACE_FAILURE, "%s(%d) : %s request FAILED for vsanIndex = %d with error : %s\n", __func__,
-                       __LINE__, exact != 0 ? "GET " : "GETNEXT", index, manager_error_text(status));
+                       __LINE__, exact != 0 ? "GET " : "GETNEXT", index, reason);
             cache.last_index = -1;
             return status;
         }

@@ -1,0 +1,26 @@
+"""Seeds of fuzz_history_ring: the ring's begin and end and its first records, written
+into the folder named on the command line."""
+
+import os
+import struct
+import sys
+
+
+def record(text):
+    padded = text + b"\0" * (-len(text) % 4)
+    return struct.pack("=IIqIIII", 32 + len(padded), 1, 2, 0, 0x730000, 100, len(text)) + padded
+
+
+def ring(begin, *texts):
+    records = b"".join(record(text) for text in texts)
+    return struct.pack("=II", begin, begin + len(records)) + records
+
+
+SEEDS = {
+    "two_records": ring(0, b"hello", b""),
+    "later_round": ring(262144, b"one", b"more"),
+}
+
+for name, content in SEEDS.items():
+    with open(os.path.join(sys.argv[1], name), "wb") as file:
+        file.write(content)

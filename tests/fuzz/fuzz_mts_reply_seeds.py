@@ -1,0 +1,28 @@
+"""Seeds of fuzz_mts_reply: frames as a switch sends them, written into the folder named
+on the command line."""
+
+import os
+import struct
+import sys
+
+MAGIC = 0x4D545331
+REPLY, EVENT, PONG = 2, 4, 6
+
+
+def words(*values):
+    return struct.pack(">%dI" % len(values), *values)
+
+
+def frame(kind, correlation, body=b""):
+    return words(MAGIC, kind, correlation, len(body)) + body
+
+
+SEEDS = {
+    "reply_and_pong": frame(REPLY, 1, words(0, 1, 10, 20)) + frame(PONG, 2),
+    "refusal_without_data": frame(REPLY, 9, words(0x40190001, 0)),
+    "event": frame(EVENT, 0, words(145, 0, 7, 1, 0)),
+}
+
+for name, content in SEEDS.items():
+    with open(os.path.join(sys.argv[1], name), "wb") as file:
+        file.write(content)
