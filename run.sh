@@ -98,6 +98,8 @@ stop() {
     end_step
     [[ -z $AGENT_PID ]] || end_group "$AGENT_PID"
     [[ -z $SWITCH_PID ]] || end_group "$SWITCH_PID"
+    # The agent leaves its own socket behind.
+    [[ -z $AGENT_PID ]] || rm -f "$RUN/agent.sock"
     [[ -z $LINKS ]] || rm -rf "$LINKS"
 }
 

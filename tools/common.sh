@@ -79,8 +79,9 @@ run_step() {
     run_group "$@" >>"$log" 2>&1
 }
 
-# show_failure WHAT LOG: tells which step failed, with the end of its log.
+# show_failure WHAT LOG: tells which step failed, with the end of its log, the tests that
+# passed left out. In the 32-bit root, LOGS_UNDER is where the root is for everybody else.
 show_failure() {
-    printf '%s failed. The end of %s:\n' "$1" "$2" >&2
-    tail -n 25 "$2" | sed 's/^/    /' >&2
+    printf '%s failed. The end of %s:\n' "$1" "${LOGS_UNDER:-}$2" >&2
+    grep -vE '^ +Start +[0-9]+: | +Passed +[0-9.]+ sec$' "$2" | tail -n 40 | sed 's/^/    /' >&2
 }

@@ -60,6 +60,6 @@ in_target_root() {
         mount -t proc proc "$root/proc"
         mount --rbind /dev "$root/dev"
         mount -t tmpfs tmpfs "$root/tmp"
-        exec chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 "$@"
+        exec chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 LOGS_UNDER="$root" "$@"
     ' in-target-root "$TARGET_ROOT/root" "$REPO" "$@"
 }

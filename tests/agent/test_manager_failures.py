@@ -245,7 +245,8 @@ def test_error_status(puppet, manager, status, data):
     client = NetSnmp(puppet)
     for opcode in (wire.VSAN, wire.VSAN_COUNT, wire.FC_TIMER, wire.LATENCY, wire.INORDER_DELIVERY, wire.LAST_CHANGE):
         manager.answer(wire.Reply(status, data), opcode=opcode)
-    answers = client.get(cell("vsanName", 20), cell("vsanMtu", 20), *(scalar(n) for n in SCALARS if n != "vsanIfNumber"))
+    others = [scalar(name) for name in SCALARS if name != "vsanIfNumber"]
+    answers = client.get(cell("vsanName", 20), cell("vsanMtu", 20), *others)
     assert {answer.kind for answer in answers} == {NO_SUCH_INSTANCE}
     assert client.walk(VSAN_ENTRY) == []
     assert_serves_fake(client, manager)

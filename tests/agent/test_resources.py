@@ -52,7 +52,8 @@ def settled_agent(start_switch, start_agent):
 
 
 def test_answering_rows_and_scalars(settled_agent):
-    assert_holds_no_more(settled_agent, [cell("vsanName", 10), cell("vsanMtu", 20), *(scalar(name) for name in SCALARS)])
+    scalars = [scalar(name) for name in SCALARS]
+    assert_holds_no_more(settled_agent, [cell("vsanName", 10), cell("vsanMtu", 20), *scalars])
 
 
 def test_refusing_what_is_not_there(settled_agent):

@@ -215,7 +215,9 @@ def test_invalid_initial_file_is_refused_and_makes_no_database(started, initial)
     assert not (switch.state / "switch.db").exists()
 
 
-@pytest.mark.parametrize("options", [["--no-such-option"], ["--state"], [], ["--state", "x", "--empty", "--initial", "y"]])
+@pytest.mark.parametrize("options", [
+    ["--no-such-option"], ["--state"], [], ["--state", "x", "--empty", "--initial", "y"],
+])
 def test_wrong_options_end_with_2(started, options):
     switch = started.add(VirtualSwitch(started.folders.make()))
     done = subprocess.run([switch.command()[0], *options], capture_output=True, text=True, timeout=20,
