@@ -17,7 +17,7 @@ end_on_signals
 
 configure_project "$FOLDER" -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
     -DBUILD_FUZZERS=ON -DBUILD_TESTS=OFF -DFUZZ_SECONDS="$2"
-build_project "$FOLDER"
+build_project "$FOLDER" tests/fuzz/all
 results_in "$FOLDER/test-results"
 run_tests "fuzz targets, $2 s each" fuzz \
     ctest --test-dir "$FOLDER" -L fuzz --output-on-failure --parallel "$(nproc)" --output-junit "$RESULTS/fuzz.xml"

@@ -49,8 +49,9 @@ make_target_root() {
 # only, and /build stays from one run to the next. It gets mounts and process numbers of its
 # own, so that nothing stays mounted or running afterwards, however this ends.
 in_target_root() {
+    # unshare shrugs off the signal that tells it of this script's death; nothing survives KILL.
     # shellcheck disable=SC2016 # the inner shell fills these in
-    run_group unshare --mount --propagation private --pid --fork --kill-child setarch linux32 bash -c '
+    run_group setpriv --pdeathsig KILL -- unshare --mount --propagation private --pid --fork --kill-child setarch linux32 bash -c '
         set -e
         root=$1 repository=$2
         shift 2

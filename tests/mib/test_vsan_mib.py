@@ -14,7 +14,8 @@ import pytest
 BUILD_DIR = Path(os.environ.get("BUILD_DIR", Path(__file__).resolve().parents[2] / "build"))
 MIBS = BUILD_DIR / "mibs"
 TEXT = MIBS / "VSAN-MIB.txt"
-ROOT = "1.3.6.1.4.1.32473.9.282"
+PEN = re.search(r"^VENDOR_PEN:\w+=(\d+)$", (BUILD_DIR / "CMakeCache.txt").read_text(), re.MULTILINE).group(1)
+ROOT = f"1.3.6.1.4.1.{PEN}.9.282"
 
 # What smilint may say about the text, with the reason why the object tree forces it. The
 # tree forces nothing at present: even the gap at column 7 and the missing column 1 of two
