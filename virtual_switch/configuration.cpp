@@ -17,9 +17,7 @@ using Json = JsonReader::Json;
 constexpr std::size_t max_configuration_file = 4u << 20;
 constexpr std::uint32_t default_port_count = 48;
 constexpr std::uint32_t max_port_count = 4096;
-constexpr std::uint32_t max_mtu = 65535;
-constexpr std::uint32_t max_latency = 60000; /* milliseconds */
-constexpr std::uint32_t max_timer = 100000;  /* milliseconds */
+constexpr std::uint32_t max_timer = 100000; /* milliseconds */
 
 void read_name(const JsonReader &reader, const Json &object, const std::string &place, std::string &name) {
     const auto found = object.find("name");

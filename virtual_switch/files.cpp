@@ -64,6 +64,41 @@ std::optional<std::string> read_file(const std::string &path, std::size_t max_si
     }
 }
 
+void sync_directory(const std::string &directory) {
+    const Descriptor folder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.get() < 0)
+        throw Refusal(fmt::format("Cannot open {}: {}.", directory, std::strerror(errno)));
+    if (fsync(folder.get()) != 0)
+        throw Refusal(fmt::format("Cannot write {}: {}.", directory, std::strerror(errno)));
+}
+
+void replace_file(const std::string &path, std::string_view content) {
+    const std::string draft = path + ".new";
+    const auto give_up = [&] {
+        const int error = errno;
+        unlink(draft.c_str());
+        throw Refusal(fmt::format("Cannot write {}: {}.", path, std::strerror(error)));
+    };
+    unlink(draft.c_str());
+    {
+        const Descriptor file(open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+        if (file.get() < 0)
+            throw Refusal(fmt::format("Cannot write {}: {}.", path, std::strerror(errno)));
+        while (!content.empty()) {
+            const ssize_t written = write(file.get(), content.data(), content.size());
+            if (written < 0 && errno != EINTR)
+                give_up();
+            if (written > 0)
+                content.remove_prefix(static_cast<std::size_t>(written));
+        }
+        if (fsync(file.get()) != 0)
+            give_up();
+    }
+    if (rename(draft.c_str(), path.c_str()) != 0)
+        give_up();
+    sync_directory(std::filesystem::path(path).parent_path().string());
+}
+
 bool ensure_directory(const std::string &path, const char *purpose) {
     std::error_code error;
     const bool made = std::filesystem::create_directories(path, error);

@@ -21,12 +21,17 @@ class JsonReader {
   public:
     using Json = nlohmann::json;
 
+    /* Far more than anything here needs; copying a value takes stack for each level. */
+    static constexpr int max_depth = 32;
+
     explicit JsonReader(std::string source) : source_(std::move(source)) {}
 
     /* Parses a whole text whose top is an object. Throws Refusal, as all functions here. */
     Json parse_object(std::string_view text) const {
         std::vector<std::set<std::string>> open_objects;
-        const auto refuse_repeated_keys = [&](int, Json::parse_event_t event, Json &parsed) {
+        const auto refuse_repeated_keys = [&](int depth, Json::parse_event_t event, Json &parsed) {
+            if (depth > max_depth)
+                fail("it is nested too deeply");
             if (event == Json::parse_event_t::object_start) {
                 open_objects.emplace_back();
             } else if (event == Json::parse_event_t::object_end) {

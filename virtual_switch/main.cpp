@@ -50,11 +50,12 @@ void serve(const Options &options) {
         store.create(new_switch(options));
     else if (options.empty || !options.initial_file.empty())
         spdlog::info("{} exists; the initial configuration is ignored", store.path());
-    vswitch::Switch target(store.open(), std::move(roles));
+    vswitch::Switch target(store.open(), std::move(roles), &store, role_file);
 
     vswitch::ServerOptions server_options;
     server_options.run_directory = options.run_directory.empty() ? options.state_directory : options.run_directory;
     server_options.group = options.socket_group;
+    target.run_directory = server_options.run_directory;
     vswitch::Server server(target, server_options);
 
     /* Whoever started the daemon waits for this line, so no log level hides it. */

@@ -51,6 +51,29 @@ std::optional<std::uint32_t> vsan_of_block(Bytes payload) {
     return load_word(payload, vsan_record_offset);
 }
 
+std::optional<VsanRecord> decode_vsan_block(Bytes payload) {
+    if (payload.size() != vsan_block_size)
+        return std::nullopt;
+    VsanRecord record;
+    Vsan &vsan = record.vsan;
+    std::uint32_t oper_state = 0; /* follows from the ports, whatever a client says */
+    std::uint32_t *const words[] = {
+        &record.id,    &vsan.media,          &vsan.admin_state,  &vsan.mtu,  &vsan.inorder_delivery,
+        &vsan.interop, &vsan.load_balancing, &record.row_status, &oper_state};
+    std::size_t at = vsan_record_offset;
+    for (std::uint32_t *word : words) {
+        *word = *load_word(payload, at);
+        at += 4;
+    }
+    const Bytes name = payload.subspan(at, vsan_name_field);
+    vsan.name.assign(name.begin(), std::find(name.begin(), name.end(), std::uint8_t{0}));
+    at += vsan_name_field;
+    vsan.drop_latency = *load_word(payload, at);
+    const Bytes rest = payload.subspan(at + 4, vsan_rest_size);
+    vsan.rest.assign(rest.begin(), rest.end());
+    return record;
+}
+
 void append_interface_record(Buffer &buffer, std::uint32_t if_index, const Port &port) {
     append_word(buffer, if_index);
     append_word(buffer, port.vsan);
@@ -64,6 +87,12 @@ std::optional<std::uint32_t> if_index_of_record(Bytes payload) {
     if (payload.size() != interface_record_size)
         return std::nullopt;
     return load_word(payload, 0);
+}
+
+std::optional<InterfaceRecord> decode_interface_record(Bytes payload) {
+    if (payload.size() != interface_record_size)
+        return std::nullopt;
+    return InterfaceRecord{*load_word(payload, 0), *load_word(payload, 4), *load_word(payload, 8)};
 }
 
 void append_timer_record(Buffer &buffer, const TimerRecord &record) {
@@ -94,10 +123,10 @@ void append_latency_record(Buffer &buffer, std::uint32_t key, std::uint32_t valu
     append_word(buffer, 0);
 }
 
-std::optional<std::uint32_t> key_of_latency_record(Bytes payload) {
+std::optional<LatencyRecord> decode_latency_record(Bytes payload) {
     if (payload.size() != latency_record_size)
         return std::nullopt;
-    return load_word(payload, 0);
+    return LatencyRecord{*load_word(payload, 0), *load_word(payload, 4)};
 }
 
 void append_membership_record(Buffer &buffer, Membership member) {

@@ -63,6 +63,7 @@ constexpr std::size_t latency_record_size = 12;
 constexpr std::size_t membership_record_size = 12;
 
 constexpr std::uint32_t row_active = 1;
+constexpr std::uint32_t row_create_and_go = 4;
 constexpr std::uint32_t oper_up = 1;
 constexpr std::uint32_t oper_down = 2;
 
@@ -82,10 +83,30 @@ void append_vsan_block(Buffer &buffer, std::uint32_t id, const Vsan &vsan, std::
 /* The VSAN number in a VSAN block, or nothing when this is no block. */
 std::optional<std::uint32_t> vsan_of_block(Bytes payload);
 
+/* A VSAN block as a client sends it to change the VSAN. */
+struct VsanRecord {
+    std::uint32_t id = 0;
+    std::uint32_t row_status = 0;
+    Vsan vsan; /* without timers */
+};
+
+/* Decodes a VSAN block; nothing when this is no block. A name that fills its field without
+ * a NUL is decoded whole, hence longer than a name may be. */
+std::optional<VsanRecord> decode_vsan_block(Bytes payload);
+
 void append_interface_record(Buffer &buffer, std::uint32_t if_index, const Port &port);
 
 /* The ifIndex in an interface record, or nothing when this is no such record. */
 std::optional<std::uint32_t> if_index_of_record(Bytes payload);
+
+struct InterfaceRecord {
+    std::uint32_t if_index = 0;
+    std::uint32_t vsan = 0;
+    std::uint32_t deny_list = 0;
+};
+
+/* The record without its row status, which says nothing about a port. */
+std::optional<InterfaceRecord> decode_interface_record(Bytes payload);
 
 struct TimerRecord {
     std::uint32_t key = 0;
@@ -101,8 +122,11 @@ std::optional<TimerRecord> decode_timer_record(Bytes payload);
 
 void append_latency_record(Buffer &buffer, std::uint32_t key, std::uint32_t value);
 
-/* The key of a latency record, or nothing when this is no such record. */
-std::optional<std::uint32_t> key_of_latency_record(Bytes payload);
+struct LatencyRecord {
+    std::uint32_t key = 0;
+    std::uint32_t value = 0;
+};
+std::optional<LatencyRecord> decode_latency_record(Bytes payload);
 
 struct Membership {
     std::uint32_t vsan = 0;

@@ -65,17 +65,28 @@ std::vector<Permission::Range> parse_ranges(const JsonReader &reader, const Json
 
 } // namespace
 
+bool Permission::allows_interface(std::uint32_t if_index) const {
+    for (const auto &[first, last] : interfaces)
+        if (if_index >= first && if_index <= last)
+            return true;
+    return false;
+}
+
 const Permission *Roles::find(std::string_view user) const {
     const auto found = users_.find(user);
     return found == users_.end() ? nullptr : &found->second;
 }
 
-void Roles::grant(const std::string &user, const Permission &role) {
-    Permission &granted = users_[user];
-    for (std::size_t byte = 0; byte < granted.vsans.size(); ++byte)
-        granted.vsans[byte] = static_cast<std::uint8_t>(granted.vsans[byte] | role.vsans[byte]);
-    granted.interfaces.insert(granted.interfaces.end(), role.interfaces.begin(), role.interfaces.end());
-    normalise(granted.interfaces);
+void Roles::add(Role role) {
+    for (const std::string &user : role.users) {
+        Permission &granted = users_[user];
+        for (const auto &[first, last] : role.vsans)
+            for (std::uint32_t vsan = first; vsan <= last; ++vsan)
+                granted.vsans[vsan / 8] = static_cast<std::uint8_t>(granted.vsans[vsan / 8] | 0x80u >> vsan % 8);
+        granted.interfaces.insert(granted.interfaces.end(), role.interfaces.begin(), role.interfaces.end());
+        normalise(granted.interfaces);
+    }
+    list_.push_back(std::move(role));
 }
 
 Roles parse_roles(std::string_view text, const std::string &source) {
@@ -98,27 +109,29 @@ Roles parse_roles(std::string_view text, const std::string &source) {
         if (!names.insert(name).second)
             reader.fail(place + " is given twice");
 
-        Permission role;
-        for (const auto &[first, last] : parse_ranges(reader, item, "vsans", place, 0, max_vsan))
-            for (std::uint32_t vsan = first; vsan <= last; ++vsan)
-                role.vsans[vsan / 8] = static_cast<std::uint8_t>(role.vsans[vsan / 8] | 0x80u >> vsan % 8);
+        Role role;
+        role.name = name;
+        role.vsans = parse_ranges(reader, item, "vsans", place, 0, max_vsan);
         role.interfaces = parse_ranges(reader, item, "interfaces", place, 1, UINT32_MAX);
-
-        const auto users = item.find("users");
-        if (users == item.end())
-            continue;
-        reader.expect_array(*users, place + ": \"users\"");
-        for (const auto &user : *users) {
-            const std::string &user_name = reader.text(user, place + ": a user");
-            if (user_name.empty() || user_name.size() > max_user_name)
-                reader.fail(fmt::format("{}: a user name must have 1 to {} bytes", place, max_user_name));
-            roles.grant(user_name, role);
-            if (roles.user_count() > max_users)
-                reader.fail(fmt::format("it names more than {} users", max_users));
-            if (roles.find(user_name)->interfaces.size() > max_user_ranges)
-                reader.fail(fmt::format("the user \"{}\" has more than {} separate interface ranges",
-                                        JsonReader::printable(user_name), max_user_ranges));
+        if (const auto users = item.find("users"); users != item.end()) {
+            reader.expect_array(*users, place + ": \"users\"");
+            for (const auto &user : *users) {
+                const std::string &user_name = reader.text(user, place + ": a user");
+                if (user_name.empty() || user_name.size() > max_user_name)
+                    reader.fail(fmt::format("{}: a user name must have 1 to {} bytes", place, max_user_name));
+                role.users.push_back(user_name);
+                if (role.users.size() > max_users)
+                    reader.fail(fmt::format("{} names more than {} users", place, max_users));
+            }
         }
+        const std::vector<std::string> users = role.users;
+        roles.add(std::move(role));
+        if (roles.user_count() > max_users)
+            reader.fail(fmt::format("it names more than {} users", max_users));
+        for (const std::string &user : users)
+            if (roles.find(user)->interfaces.size() > max_user_ranges)
+                reader.fail(fmt::format("the user \"{}\" has more than {} separate interface ranges",
+                                        JsonReader::printable(user), max_user_ranges));
     }
     return roles;
 }
@@ -126,6 +139,23 @@ Roles parse_roles(std::string_view text, const std::string &source) {
 Roles load_roles(const std::string &path) {
     const auto text = read_file(path, max_role_file);
     return text ? parse_roles(*text, path) : Roles();
+}
+
+std::string format_roles(const std::vector<Role> &roles) {
+    const auto texts = [](const std::vector<Permission::Range> &ranges) {
+        JsonReader::Json list = JsonReader::Json::array();
+        for (const auto &[first, last] : ranges)
+            list.push_back(first == last ? fmt::format("{}", first) : fmt::format("{}-{}", first, last));
+        return list;
+    };
+    JsonReader::Json list = JsonReader::Json::array();
+    for (const Role &role : roles)
+        list.push_back({{"name", role.name},
+                        {"vsans", texts(role.vsans)},
+                        {"interfaces", texts(role.interfaces)},
+                        {"users", role.users}});
+    const JsonReader::Json file{{"roles", list}};
+    return file.dump(2, ' ', false, JsonReader::Json::error_handler_t::replace) + "\n";
 }
 
 } // namespace vswitch

@@ -19,6 +19,21 @@ struct Permission {
 
     std::array<std::uint8_t, 512> vsans{}; /* VSAN v is bit 0x80 >> (v % 8) of byte v / 8 */
     std::vector<Range> interfaces;         /* ifIndex ranges, ascending, apart from each other */
+
+    bool allows_vsan(std::uint32_t vsan) const {
+        return vsan / 8 < vsans.size() && (vsans[vsan / 8] & 0x80u >> vsan % 8) != 0;
+    }
+    bool allows_interface(std::uint32_t if_index) const;
+};
+
+/* A role as its file gives it. */
+struct Role {
+    std::string name;
+    std::vector<Permission::Range> vsans;
+    std::vector<Permission::Range> interfaces;
+    std::vector<std::string> users;
+
+    bool operator==(const Role &) const = default;
 };
 
 class Roles {
@@ -26,12 +41,15 @@ class Roles {
     /* The permission of a user, or null for a user who is not restricted. */
     const Permission *find(std::string_view user) const;
 
-    /* Adds what a role grants to what the user's other roles grant. */
-    void grant(const std::string &user, const Permission &role);
+    /* Adds a role: each of its users may touch what it grants, beside what the user's
+     * other roles grant. */
+    void add(Role role);
 
+    const std::vector<Role> &list() const { return list_; }
     std::size_t user_count() const { return users_.size(); }
 
   private:
+    std::vector<Role> list_;
     std::map<std::string, Permission, std::less<>> users_;
 };
 
@@ -48,6 +66,9 @@ Roles parse_roles(std::string_view text, const std::string &source);
 
 /* Reads a role file; a missing file holds no roles. Throws Refusal. */
 Roles load_roles(const std::string &path);
+
+/* The text that parse_roles reads as these roles. */
+std::string format_roles(const std::vector<Role> &roles);
 
 } // namespace vswitch
 

@@ -1,5 +1,6 @@
 #include "server.h"
 
+#include <algorithm>
 #include <array>
 #include <asio.hpp>
 #include <cerrno>
@@ -10,9 +11,11 @@
 #include <optional>
 #include <set>
 #include <spdlog/spdlog.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <vector>
 
 #include "files.h"
 #include "mts/mts_wire.h"
@@ -55,6 +58,7 @@ class SocketPlace {
     SocketPlace &operator=(const SocketPlace &) = delete;
 
     const std::string &path() const { return path_; }
+    std::optional<gid_t> group() const { return group_; }
 
     /* Binding left the socket to the umask; from here on it has its final permissions. */
     void set_permissions() const {
@@ -92,6 +96,33 @@ class SocketPlace {
     std::optional<FileLock> lock_;
 };
 
+/* The supplementary groups of the process at the other end; none when they are not known. */
+std::vector<gid_t> groups_of_peer(int descriptor) {
+    std::vector<gid_t> groups(64);
+    for (;;) {
+        auto size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+        const int result = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
+        if (result != 0 && errno != ERANGE)
+            return {};
+        groups.resize(size / sizeof(gid_t));
+        if (result == 0)
+            return groups;
+    }
+}
+
+/* Whether a process may use the switch: one of root, of the daemon's own user, or of the
+ * group that the operator has named. */
+bool may_connect(int descriptor, const ucred &peer, std::optional<gid_t> group) {
+    if (peer.uid == 0 || peer.uid == geteuid())
+        return true;
+    if (!group)
+        return false;
+    if (peer.gid == *group)
+        return true;
+    const auto groups = groups_of_peer(descriptor);
+    return std::find(groups.begin(), groups.end(), *group) != groups.end();
+}
+
 } // namespace
 
 class Server::Loop {
@@ -123,6 +154,7 @@ class Server::Loop {
 
     void accept();
     void accepted(stream_protocol::socket socket);
+    bool admits(int descriptor);
     void await_signal(const std::function<void()> &reload);
     void shut_down();
 
@@ -142,6 +174,7 @@ class Server::Loop {
     bool watching_stalls_ = false;
     bool out_of_descriptors_ = false;
     bool full_ = false;
+    std::optional<uid_t> last_stranger_;
 };
 
 /*
@@ -152,13 +185,19 @@ class Server::Loop {
 class Server::Loop::Connection : public std::enable_shared_from_this<Connection> {
   public:
     Connection(Loop &loop, stream_protocol::socket socket)
-        : loop_(loop), socket_(std::move(socket)), session_(loop.target_) {}
+        : loop_(loop), socket_(std::move(socket)), delay_timer_(loop.context_), session_(loop.target_) {}
 
-    void start() { read(); }
+    void start() {
+        /* Events come while another connection is served; they are sent in their turn. */
+        session_.subscriber().on_events(
+            [this] { asio::post(loop_.context_, [self = shared_from_this()] { self->send_events(); }); });
+        read();
+    }
 
     void close() {
         Error ignored;
         socket_.close(ignored);
+        delay_timer_.cancel();
     }
 
     /* Since when the client has left something half done, if it has. */
@@ -202,16 +241,45 @@ class Server::Loop::Connection : public std::enable_shared_from_this<Connection>
                 write();
             if (session_.broken())
                 return drop(session_.broken());
+            if (session_.is_ended()) {
+                spdlog::info("closed a connection because of a fault");
+                leave();
+                return;
+            }
         } while (used > 0 && pending_.size() < Session::output_limit);
         input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(total));
         update_stall(total > 0);
-        if (pending_.size() < Session::output_limit)
+        if (session_.delay())
+            hold_up(*session_.delay());
+        else if (pending_.size() < Session::output_limit)
             read();
         else
             reading_paused_ = true;
     }
 
+    /* Serves the rest later. Nothing is read meanwhile, so that what the client sends waits
+     * in its turn. */
+    void hold_up(std::chrono::milliseconds delay) {
+        delay_timer_.expires_after(delay);
+        delay_timer_.async_wait([self = shared_from_this()](Error error) {
+            if (error || !self->socket_.is_open())
+                return;
+            self->session_.resume();
+            self->serve();
+        });
+    }
+
     bool writing() const { return !written_.empty(); }
+
+    void send_events() {
+        if (!socket_.is_open())
+            return;
+        session_.subscriber().take(pending_, Session::output_limit);
+        if (writing())
+            return;
+        write();
+        update_stall(true);
+    }
 
     void write() {
         if (pending_.empty())
@@ -230,6 +298,7 @@ class Server::Loop::Connection : public std::enable_shared_from_this<Connection>
             leave();
             return;
         }
+        session_.subscriber().take(pending_, Session::output_limit);
         write();
         update_stall(true);
         if (input_ended_) {
@@ -244,7 +313,7 @@ class Server::Loop::Connection : public std::enable_shared_from_this<Connection>
     /* Notes whether the client holds something up; `progress` says that it did not stand
      * still just now. */
     void update_stall(bool progress) {
-        if (input_.empty() && !writing())
+        if ((input_.empty() || session_.delay()) && !writing())
             stalled_since_.reset();
         else if (progress || !stalled_since_)
             stalled_since_ = Clock::now();
@@ -264,6 +333,7 @@ class Server::Loop::Connection : public std::enable_shared_from_this<Connection>
 
     Loop &loop_;
     stream_protocol::socket socket_;
+    asio::steady_timer delay_timer_; /* while the session holds a request up */
     Session session_;
     std::array<std::uint8_t, 16384> chunk_; /* what is being received */
     Buffer input_;                          /* what has been received and not yet served */
@@ -296,7 +366,24 @@ void Server::Loop::accept() {
     });
 }
 
+bool Server::Loop::admits(int descriptor) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+        may_connect(descriptor, peer, place_.group())) {
+        last_stranger_.reset();
+        return true;
+    }
+    ++target_.counters.refused_connections;
+    if (last_stranger_ != peer.uid)
+        spdlog::warn("refused a connection of process {}: user {} may not use this switch", peer.pid, peer.uid);
+    last_stranger_ = peer.uid;
+    return false;
+}
+
 void Server::Loop::accepted(stream_protocol::socket socket) {
+    if (!admits(socket.native_handle()))
+        return;
     if (connections_.size() >= options_.max_connections) {
         ++target_.counters.dropped_connections;
         if (!full_)

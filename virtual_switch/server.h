@@ -1,4 +1,6 @@
-/* The daemon's socket: one Unix stream socket, one thread, one loop. */
+/* The daemon's socket: one Unix stream socket, one thread, one loop. It serves processes
+ * of root, of the daemon's own user and, when the operator has named one, of a group;
+ * others are disconnected, whatever the file permissions let through. */
 #ifndef VSWITCH_SERVER_H
 #define VSWITCH_SERVER_H
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <iterator>
 
+#include "commands.h"
 #include "mts.h"
 #include "mts/mts_wire.h"
 #include "syserr/status_codes.h"
@@ -45,7 +46,7 @@ std::span<const Operation> operations_of(std::uint32_t service) {
 
 /* Finds the request's row and runs it; each way in which a request can be wrong has
  * its own status. */
-std::uint32_t perform(const Switch &target, const Request &request, Buffer &data) {
+std::uint32_t perform(Switch &target, const Request &request, Buffer &data) {
     const auto operations = operations_of(request.service);
     if (operations.empty())
         return STATUS_NO_SUCH_SERVICE;
@@ -60,7 +61,7 @@ std::uint32_t perform(const Switch &target, const Request &request, Buffer &data
         if (request.length < operation.min_length || request.length > operation.max_length ||
             request.payload.size() != payload_length)
             return STATUS_BAD_LENGTH;
-        return operation.answer ? operation.answer(target, request, data) : STATUS_READ_ONLY;
+        return operation.answer ? operation.answer(target, request, data) : operation.change(target, request, data);
     }
     return known_opcode ? STATUS_NO_SUCH_KIND : STATUS_NO_SUCH_OPCODE;
 }
@@ -106,6 +107,8 @@ std::uint32_t answer_distribution_state(const Switch &target, const Request &req
 
 constexpr Operation switch_operations[] = {
     {MTS_OP_SWITCH_COUNTERS, kind_get, false, 0, 0, answer_counters},
+    {MTS_OP_SWITCH_COMMAND, kind_get, true, 0, MTS_WIRE_MAX_PAYLOAD, nullptr, answer_command},
+    {MTS_OP_SWITCH_COMMAND, kind_set, true, 0, MTS_WIRE_MAX_PAYLOAD, nullptr, answer_command},
 };
 constexpr Operation role_operations[] = {
     {MTS_OP_ROLE_OF_USER, kind_get, true, 0, MTS_WIRE_MAX_USER, answer_role_of_user},
@@ -131,9 +134,9 @@ void answer_request(Switch &target, const Request &request, Reply &reply) {
         count_request(target.counters, request);
     reply.data.clear();
     reply.status = perform(target, request, reply.data);
-    reply.has_data = reply.status == STATUS_SUCCESS;
-    if (!reply.has_data)
+    if (reply.status != STATUS_SUCCESS && request.service != MTS_SERVICE_SWITCH)
         reply.data.clear();
+    reply.has_data = !reply.data.empty();
 }
 
 } // namespace vswitch

@@ -4,9 +4,9 @@
 #include <SQLiteCpp/VariadicBind.h>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <optional>
+#include <spdlog/spdlog.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,6 +53,20 @@ constexpr const char *steps_since_empty[] = {
     ) STRICT, WITHOUT ROWID;
     CREATE TABLE distributed_timer (
         vsan INTEGER NOT NULL REFERENCES vsan (id) ON DELETE CASCADE,
+        timer INTEGER NOT NULL CHECK (timer BETWEEN 7 AND 10),
+        value INTEGER NOT NULL,
+        PRIMARY KEY (vsan, timer)
+    ) STRICT, WITHOUT ROWID;
+    )sql",
+    /* A user's name is bytes; VSAN 0 stands for the whole switch. */
+    R"sql(
+    INSERT INTO setting VALUES ('tdx_fctimer_refusing', 0), ('status_events', 1);
+    CREATE TABLE timer_session (
+        id INTEGER PRIMARY KEY CHECK (id = 1),
+        user BLOB NOT NULL
+    ) STRICT;
+    CREATE TABLE pending_timer (
+        vsan INTEGER NOT NULL CHECK (vsan BETWEEN 0 AND 4095),
         timer INTEGER NOT NULL CHECK (timer BETWEEN 7 AND 10),
         value INTEGER NOT NULL,
         PRIMARY KEY (vsan, timer)
@@ -117,44 +131,124 @@ constexpr SettingRow setting_rows[] = {
     setting_row<&Settings::inorder_delivery>("inorder_delivery"),
     setting_row<&Settings::tdx_enabled>("tdx_fctimer_enabled"),
     setting_row<&Settings::tdx_show_run>("tdx_fctimer_show_run"),
+    setting_row<&Settings::tdx_refusing>("tdx_fctimer_refusing"),
+    setting_row<&Settings::status_events>("status_events"),
 };
 
-void write_timers(SQLite::Database &database, const char *table, const SwitchData &data, PartialTimers Vsan::*timers) {
-    SQLite::Statement insert(database, fmt::format("INSERT INTO {} VALUES (?, ?, ?)", table));
-    for (const auto &[id, vsan] : data.vsans)
-        for (const Timer timer : {Timer::e_d_tov, Timer::r_a_tov, Timer::d_s_tov, Timer::f_s_tov})
-            if (const auto value = (vsan.*timers)[timer]) {
-                SQLite::bind(insert, id, static_cast<std::uint32_t>(timer), *value);
-                insert.exec();
-                insert.reset();
-            }
+constexpr Timer all_timers[] = {Timer::e_d_tov, Timer::r_a_tov, Timer::d_s_tov, Timer::f_s_tov};
+
+/* An empty vector has no address, and a null pointer would be bound as NULL. */
+void bind_bytes(SQLite::Statement &statement, int index, const void *bytes, std::size_t size) {
+    statement.bind(index, size == 0 ? "" : bytes, static_cast<int>(size));
 }
 
-void write_data(SQLite::Database &database, const SwitchData &data) {
-    SQLite::Statement setting(database, "INSERT INTO setting VALUES (?, ?)");
+/* One row of a table of timers at a time. */
+class TimerWriter {
+  public:
+    TimerWriter(SQLite::Database &database, const char *table)
+        : clear_(database, fmt::format("DELETE FROM {} WHERE vsan = ?", table)),
+          insert_(database, fmt::format("INSERT OR REPLACE INTO {} VALUES (?, ?, ?)", table)) {}
+
+    void clear(std::uint32_t vsan) {
+        SQLite::bind(clear_, vsan);
+        clear_.exec();
+        clear_.reset();
+    }
+
+    void write(std::uint32_t vsan, Timer timer, std::uint32_t value) {
+        SQLite::bind(insert_, vsan, static_cast<std::uint32_t>(timer), value);
+        insert_.exec();
+        insert_.reset();
+    }
+
+    void write(std::uint32_t vsan, const PartialTimers &timers) {
+        for (const Timer timer : all_timers)
+            if (const auto value = timers[timer])
+                write(vsan, timer, *value);
+    }
+
+  private:
+    SQLite::Statement clear_;
+    SQLite::Statement insert_;
+};
+
+void write_settings(SQLite::Database &database, const Settings &settings) {
+    SQLite::Statement setting(database, "INSERT OR REPLACE INTO setting VALUES (?, ?)");
     for (const SettingRow &row : setting_rows) {
-        SQLite::bind(setting, row.name, row.get(data.settings));
+        SQLite::bind(setting, row.name, row.get(settings));
         setting.exec();
         setting.reset();
     }
-    SQLite::Statement vsan_row(database, "INSERT INTO vsan VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    for (const auto &[id, vsan] : data.vsans) {
-        SQLite::bind(vsan_row, id, vsan.name, vsan.media, vsan.admin_state, vsan.mtu, vsan.load_balancing, vsan.interop,
+}
+
+void write_vsans(SQLite::Database &database, const std::map<std::uint32_t, Vsan> &vsans) {
+    /* REPLACE would delete the row first, and with it what refers to it. */
+    SQLite::Statement row(database,
+                          "INSERT INTO vsan VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10) ON CONFLICT (id) DO "
+                          "UPDATE SET name = ?2, media = ?3, admin_state = ?4, mtu = ?5, load_balancing = ?6, "
+                          "interop = ?7, inorder_delivery = ?8, drop_latency = ?9, rest = ?10");
+    TimerWriter timers(database, "vsan_timer");
+    TimerWriter distributed_timers(database, "distributed_timer");
+    for (const auto &[id, vsan] : vsans) {
+        SQLite::bind(row, id, vsan.name, vsan.media, vsan.admin_state, vsan.mtu, vsan.load_balancing, vsan.interop,
                      vsan.inorder_delivery, vsan.drop_latency);
-        /* A null pointer would be bound as NULL. */
-        vsan_row.bind(10, vsan.rest.empty() ? static_cast<const void *>("") : vsan.rest.data(),
-                      static_cast<int>(vsan.rest.size()));
-        vsan_row.exec();
-        vsan_row.reset();
+        bind_bytes(row, 10, vsan.rest.data(), vsan.rest.size());
+        row.exec();
+        row.reset();
+        timers.clear(id);
+        timers.write(id, vsan.timers);
+        distributed_timers.clear(id);
+        distributed_timers.write(id, vsan.distributed_timers);
     }
-    SQLite::Statement port_row(database, "INSERT INTO port VALUES (?, ?, ?, ?)");
-    for (const auto &[if_index, port] : data.ports) {
-        SQLite::bind(port_row, if_index, port.vsan, port.deny_list, port.link_up ? 1 : 0);
-        port_row.exec();
-        port_row.reset();
+}
+
+void write_ports(SQLite::Database &database, const std::map<std::uint32_t, Port> &ports) {
+    SQLite::Statement row(database, "INSERT OR REPLACE INTO port VALUES (?, ?, ?, ?)");
+    for (const auto &[if_index, port] : ports) {
+        SQLite::bind(row, if_index, port.vsan, port.deny_list, port.link_up ? 1 : 0);
+        row.exec();
+        row.reset();
     }
-    write_timers(database, "vsan_timer", data, &Vsan::timers);
-    write_timers(database, "distributed_timer", data, &Vsan::distributed_timers);
+}
+
+void open_session(SQLite::Database &database, const std::string &user) {
+    SQLite::Statement row(database, "INSERT INTO timer_session VALUES (1, ?)");
+    bind_bytes(row, 1, user.data(), user.size());
+    row.exec();
+}
+
+void write_data(SQLite::Database &database, const SwitchData &data) {
+    write_settings(database, data.settings);
+    write_vsans(database, data.vsans);
+    write_ports(database, data.ports);
+    if (!data.session)
+        return;
+    open_session(database, data.session->user);
+    TimerWriter pending(database, "pending_timer");
+    for (const auto &[vsan, timers] : data.session->pending)
+        pending.write(vsan, timers);
+}
+
+/* The order is that of the references: rows appear before others refer to them. */
+void write_change(SQLite::Database &database, const Change &change) {
+    if (change.settings)
+        write_settings(database, *change.settings);
+    write_vsans(database, change.vsans);
+    write_ports(database, change.ports);
+    if (change.ends_session)
+        database.exec("DELETE FROM timer_session; DELETE FROM pending_timer");
+    if (change.opens_session)
+        open_session(database, *change.opens_session);
+    TimerWriter pending(database, "pending_timer");
+    for (const Change::PendingTimer &value : change.pending)
+        pending.write(value.vsan, value.timer, value.value);
+    SQLite::Statement removal(database, "DELETE FROM vsan WHERE id = ?");
+    for (const std::uint32_t id : change.deleted_vsans) {
+        pending.clear(id);
+        SQLite::bind(removal, id);
+        removal.exec();
+        removal.reset();
+    }
 }
 
 void read_timers(SQLite::Database &database, const char *table, SwitchData &data, PartialTimers Vsan::*timers) {
@@ -165,6 +259,20 @@ void read_timers(SQLite::Database &database, const char *table, SwitchData &data
         if (vsan == data.vsans.end() || !timer)
             throw Damage("a timer belongs to no VSAN");
         (vsan->second.*timers)[*timer] = number(query.getColumn(2));
+    }
+}
+
+void read_session(SQLite::Database &database, SwitchData &data) {
+    SQLite::Statement session(database, "SELECT user FROM timer_session");
+    if (session.executeStep())
+        data.session = TimerSession{session.getColumn(0).getString(), {}};
+    SQLite::Statement pending(database, "SELECT vsan, timer, value FROM pending_timer");
+    while (pending.executeStep()) {
+        const std::uint32_t vsan = number(pending.getColumn(0));
+        const auto timer = timer_of_key(number(pending.getColumn(1)));
+        if (!data.session || !timer || (vsan != 0 && !data.vsans.contains(vsan)))
+            throw Damage("a pending timer belongs to no session or no VSAN");
+        data.session->pending[vsan][*timer] = number(pending.getColumn(2));
     }
 }
 
@@ -212,6 +320,7 @@ SwitchData read_data(SQLite::Database &database) {
     }
     read_timers(database, "vsan_timer", data, &Vsan::timers);
     read_timers(database, "distributed_timer", data, &Vsan::distributed_timers);
+    read_session(database, data);
     return data;
 }
 
@@ -277,18 +386,6 @@ std::optional<SwitchData> inspect(const std::string &path, SchemaSteps steps) {
 void configure(SQLite::Database &database) {
     database.exec("PRAGMA journal_mode = WAL");
     database.exec("PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA trusted_schema = OFF");
-}
-
-/* Makes the names of a folder's files durable. */
-void sync_directory(const std::string &directory) {
-    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0)
-        throw Refusal(fmt::format("Cannot open {}: {}.", directory, std::strerror(errno)));
-    const int result = fsync(descriptor);
-    const int error = errno;
-    close(descriptor);
-    if (result != 0)
-        throw Refusal(fmt::format("Cannot write {}: {}.", directory, std::strerror(error)));
 }
 
 void remove_database(const std::string &path) {
@@ -376,6 +473,23 @@ SwitchData Store::open(SchemaSteps steps) {
         throw damaged(damage.what());
     }
     return std::move(*data);
+}
+
+bool Store::write(const Change &change) {
+    try {
+        SQLite::Transaction transaction(*database_, SQLite::TransactionBehavior::IMMEDIATE);
+        write_change(*database_, change);
+        transaction.commit();
+    } catch (const SQLite::Exception &error) {
+        if (!failing_)
+            spdlog::error("Cannot write the database {}: {}. The change is refused.", path_, error.what());
+        failing_ = true;
+        return false;
+    }
+    if (failing_)
+        spdlog::info("The database {} can be written again.", path_);
+    failing_ = false;
+    return true;
 }
 
 } // namespace vswitch

@@ -49,6 +49,14 @@ class Store {
      */
     SwitchData open(SchemaSteps steps = schema_steps());
 
+    /*
+     * Writes a change in one transaction and returns when it is on the disk. False when
+     * that failed, for instance on a full disk: the database is as it was, and a later
+     * change may succeed. The first of several failures is logged.
+     * REQUIRES: the database is open, and `change` fits what it holds.
+     */
+    bool write(const Change &change);
+
     const std::string &path() const { return path_; }
 
   private:
@@ -56,6 +64,7 @@ class Store {
     std::string path_;
     FileLock lock_;
     std::unique_ptr<SQLite::Database> database_;
+    bool failing_ = false; /* the last write failed */
 };
 
 } // namespace vswitch

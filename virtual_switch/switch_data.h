@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,7 +29,13 @@ constexpr std::size_t vsan_rest_size = 2032; /* see Vsan::rest */
 
 constexpr std::uint32_t vsan_active = 1;
 constexpr std::uint32_t vsan_suspended = 2;
+constexpr std::uint32_t vsan_not_configured = 3; /* in events only: the VSAN is gone */
+constexpr std::uint32_t media_fibre_channel = 1;
 constexpr std::uint32_t default_interop = 100; /* "no interoperability mode" */
+constexpr std::uint32_t max_interop = 4;       /* the greatest mode, the least is 1 */
+constexpr std::uint32_t max_load_balancing = 2;
+constexpr std::uint32_t max_mtu = 65535;
+constexpr std::uint32_t max_latency = 60000; /* milliseconds */
 
 /* TruthValue of the SNMP conventions. */
 constexpr std::uint32_t truth_true = 1;
@@ -60,10 +67,10 @@ using PartialTimers = TimerArray<std::optional<std::uint32_t>>;
 
 struct Vsan {
     std::string name;
-    std::uint32_t media = 1; /* Fibre Channel */
+    std::uint32_t media = media_fibre_channel;
     std::uint32_t admin_state = vsan_active;
     std::uint32_t mtu = 2112;
-    std::uint32_t load_balancing = 2; /* source, destination and exchange id */
+    std::uint32_t load_balancing = max_load_balancing; /* source, destination and exchange id */
     std::uint32_t interop = default_interop;
     std::uint32_t inorder_delivery = truth_false;
     std::uint32_t drop_latency = 500; /* milliseconds */
@@ -84,6 +91,15 @@ struct Port {
     bool operator==(const Port &) const = default;
 };
 
+/* The distribution service's open session: fabric timers that are changed and not yet
+ * committed. Switch-wide values stand under VSAN number 0. */
+struct TimerSession {
+    std::string user; /* who holds it; may be empty */
+    std::map<std::uint32_t, PartialTimers> pending;
+
+    bool operator==(const TimerSession &) const = default;
+};
+
 struct Settings {
     std::uint64_t wwn = 0;            /* the switch's world wide name, drawn once */
     std::uint64_t change_seconds = 0; /* wall clock of the last configuration change */
@@ -94,6 +110,8 @@ struct Settings {
     std::uint32_t inorder_delivery = truth_false;
     bool tdx_enabled = false;  /* the distribution service governs the fabric timers */
     bool tdx_show_run = false; /* ... but reads show the running configuration */
+    bool tdx_refusing = false; /* ... but has no fabric and refuses reads and commits */
+    bool status_events = true; /* VSAN events are published */
 
     Settings();
     bool operator==(const Settings &) const = default;
@@ -103,8 +121,29 @@ struct SwitchData {
     Settings settings;
     std::map<std::uint32_t, Vsan> vsans; /* by VSAN number */
     std::map<std::uint32_t, Port> ports; /* by ifIndex */
+    std::optional<TimerSession> session;
 
     bool operator==(const SwitchData &) const = default;
+};
+
+/* One change of a switch's configuration: whole rows with their new values. It comes into
+ * force as a whole or not at all. */
+struct Change {
+    std::optional<Settings> settings;
+    std::map<std::uint32_t, Vsan> vsans;   /* new or changed */
+    std::map<std::uint32_t, Port> ports;   /* changed */
+    std::set<std::uint32_t> deleted_vsans; /* `ports` moves their ports away */
+
+    /* The distribution service's session: it ends, or is opened by a user; values are
+     * added to what is pending. */
+    struct PendingTimer {
+        std::uint32_t vsan; /* 0: switch-wide */
+        Timer timer;
+        std::uint32_t value;
+    };
+    bool ends_session = false;
+    std::optional<std::string> opens_session;
+    std::vector<PendingTimer> pending;
 };
 
 inline Settings::Settings() {

@@ -75,6 +75,11 @@ enum mts_frame_type {
  * Services of the reference platform's own libraries, beside the managers' public
  * numbers of mts.h. Kind is 1 (GET) unless said otherwise.
  *
+ * MTS_SERVICE_SWITCH, opcode MTS_OP_SWITCH_COMMAND: what the operator's tool says, kind 1
+ * for commands that only look and 3 for those that change something.
+ *   payload  JSON text: {"command": "vsan.show", ...}
+ *   reply    JSON text; beside a refusal's status {"error": "a sentence", ...}
+ *
  * MTS_SERVICE_ROLES, opcode MTS_OP_ROLE_OF_USER: what a user may touch.
  *   payload  the user name, without a NUL, 0 to MTS_WIRE_MAX_USER bytes
  *   reply    byte   0  1 when the user is restricted, else 0
@@ -102,6 +107,7 @@ enum mts_frame_type {
 #define MTS_SERVICE_TDX 66u
 
 #define MTS_OP_SWITCH_COUNTERS 9001u
+#define MTS_OP_SWITCH_COMMAND 9002u
 #define MTS_OP_ROLE_OF_USER 9101u
 #define MTS_OP_TDX_STATE 9201u
 

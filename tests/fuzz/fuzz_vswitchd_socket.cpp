@@ -21,7 +21,7 @@ Switch make_switch() {
                               "fuzz"));
 }
 
-// The answers must be replies and pongs, one after the other, none cut short.
+// The output must be replies, pongs and events, one after the other, none cut short.
 void check(Bytes output) {
     while (!output.empty()) {
         const auto magic = load_word(output, 0);
@@ -30,7 +30,8 @@ void check(Bytes output) {
         if (magic != MTS_WIRE_MAGIC || !size || *size > MTS_WIRE_MAX_BODY || output.size() - MTS_WIRE_HEADER < *size)
             abort();
         const bool is_reply = type == MTS_FRAME_REPLY && *size >= MTS_WIRE_REPLY_FIXED;
-        if (!is_reply && !(type == MTS_FRAME_PONG && *size == 0))
+        const bool is_event = type == MTS_FRAME_EVENT && *size >= MTS_WIRE_EVENT_FIXED;
+        if (!is_reply && !is_event && !(type == MTS_FRAME_PONG && *size == 0))
             abort();
         output = output.subspan(std::size_t{MTS_WIRE_HEADER} + *size);
     }
@@ -40,28 +41,35 @@ void check(Bytes output) {
 
 // The first byte says into how large portions the rest is cut.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    static Switch target = make_switch();
     if (size == 0)
         return 0;
+    Switch target = make_switch(); // a new one, for requests change it
     const std::size_t portion = data[0] == 0 ? size : data[0];
     Bytes input(data + 1, size - 1);
     Session session(target);
     Buffer received;
     Buffer output;
-    while (!input.empty() && !session.broken()) {
+    while (!input.empty() && !session.broken() && !session.is_ended()) {
         const Bytes part = input.first(std::min(portion, input.size()));
         input = input.subspan(part.size());
         received.insert(received.end(), part.begin(), part.end());
         std::size_t used = 0;
+        bool held_up = false;
         do {
             output.clear();
             used = session.serve(received, output);
             if (used > received.size() || output.size() > Session::output_limit + MTS_WIRE_MAX_BODY)
                 abort();
             check(output);
+            output.clear();
+            session.subscriber().take(output, Session::output_limit);
+            check(output);
+            held_up = session.delay().has_value();
+            if (held_up)
+                session.resume();
             received.erase(received.begin(), received.begin() + static_cast<std::ptrdiff_t>(used));
-        } while (used > 0);
-        if (received.size() > MTS_WIRE_HEADER + MTS_WIRE_MAX_BODY && !session.broken())
+        } while (used > 0 || held_up);
+        if (received.size() > MTS_WIRE_HEADER + MTS_WIRE_MAX_BODY && !session.broken() && !session.is_ended())
             abort(); // a whole frame must not be left unserved
     }
     return 0;

@@ -19,6 +19,11 @@ def vsan_block(vsan):
     return bytes(520) + struct.pack(">I", vsan) + bytes(2108)
 
 
+def vsan_record(vsan, name, state=1):
+    words = (vsan, 1, state, 2112, 0, 100, 2, 1, 1)
+    return bytes(520) + struct.pack(">9I36sI", *words, name, 0) + bytes(2036)
+
+
 SEEDS = {
     "interface_get": request(15, 124, 1, struct.pack(">4I", 16777216, 0, 0, 0)),
     "interface_get_next": request(15, 124, 2, struct.pack(">4I", 1, 0, 0, 0)),
@@ -31,8 +36,15 @@ SEEDS = {
     "inorder_delivery": request(15, 140, 1, length=4),
     "vsan_get": request(15, 149, 1, vsan_block(10)),
     "vsan_get_next": request(15, 149, 2, vsan_block(0)),
-    "vsan_set": request(15, 149, 3, vsan_block(10), user=b"alice"),
-    "status_trap": request(15, 8018, 3, struct.pack(">I", 10)),
+    "vsan_set": request(15, 149, 3, vsan_record(10, b"other", state=2), user=b"alice"),
+    "vsan_create": request(15, 149, 3, vsan_record(40, b"VSAN0040")),
+    "vsan_delete": request(15, 149, 4, vsan_block(10)),
+    "interface_set": request(15, 124, 3, struct.pack(">3I", 16777216, 1, 0) + bytes(4)),
+    "timer_set": request(15, 127, 3, struct.pack(">IIBBIB", 8, 20000, 0, 0, 0, 0)),
+    "timer_of_vsan_set": request(15, 127, 3, struct.pack(">IIBBIB", 7, 2000, 1, 1, 10, 0)),
+    "latency_set": request(15, 136, 3, struct.pack(">3I", 18, 1000, 0)),
+    "inorder_delivery_set": request(15, 140, 3, struct.pack(">I", 1)),
+    "status_trap": request(15, 8018, 3, struct.pack(">I", 1)),
     "switch_name": request(46, 1282, 1),
     "membership": request(46, 1283, 2, struct.pack(">3I", 1, 0, 0)),
     "role": request(3, 9101, 1, b"alice"),

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <vector>
 
+#include "changes.h"
 #include "vswitch_test_support.h"
 
 using namespace vswitch_test;
@@ -80,6 +81,7 @@ class Daemon {
 
     const std::string &said() const { return said_; }
     void signal(int number) const { kill(process_, number); }
+    pid_t process() const { return process_; }
 
     void kill_now() {
         kill(process_, SIGKILL);
@@ -143,6 +145,88 @@ TEST_F(DaemonTest, socket_group_may_connect) {
     EXPECT_EQ(mode_of(folder_ / "state"), 0750u);
     EXPECT_EQ(mode_of(socket_path()), 0660u);
     EXPECT_EQ(mode_of(folder_ / "state/switch.db"), 0600u);
+}
+
+// What a process of another user, and of these groups, gets from the daemon: its answer,
+// or nothing at all.
+enum class Welcome { answered, disconnected, failed };
+Welcome visit_as_stranger(const std::string &socket_path, gid_t group, std::vector<gid_t> more_groups) {
+    const pid_t visitor = fork();
+    if (visitor == 0) {
+        constexpr uid_t nobody = 65534;
+        if (setgroups(more_groups.size(), more_groups.data()) != 0 || setgid(group) != 0 || setuid(nobody) != 0)
+            _exit(static_cast<int>(Welcome::failed));
+        try {
+            Client client(socket_path);
+            client.send(request_frame(1, MANAGER_SAP_VSAN, 125, 1, {}, 4));
+            _exit(static_cast<int>(client.receive(1).empty() ? Welcome::disconnected : Welcome::answered));
+        } catch (...) {
+            _exit(static_cast<int>(Welcome::failed));
+        }
+    }
+    int status = 0;
+    waitpid(visitor, &status, 0);
+    return WIFEXITED(status) ? static_cast<Welcome>(WEXITSTATUS(status)) : Welcome::failed;
+}
+
+TEST_F(DaemonTest, process_of_a_stranger_is_refused_whatever_the_file_permissions) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be somebody else";
+    const struct group *admitted = getgrnam("daemon");
+    if (!admitted)
+        GTEST_SKIP() << "there is no group to admit";
+    constexpr gid_t nogroup = 65534;
+    for (const bool with_group : {false, true}) {
+        const auto daemon = with_group ? start_ready({"--socket-group", "daemon"}) : start_ready();
+        for (const std::string &path : {folder_.path(), folder_ / "state", socket_path()})
+            ASSERT_EQ(chmod(path.c_str(), 0777), 0);
+        EXPECT_EQ(visit_as_stranger(socket_path(), nogroup, {}), Welcome::disconnected);
+        EXPECT_EQ(visit_as_stranger(socket_path(), nogroup, {}), Welcome::disconnected);
+        const Welcome member = with_group ? Welcome::answered : Welcome::disconnected;
+        EXPECT_EQ(visit_as_stranger(socket_path(), admitted->gr_gid, {}), member);
+        EXPECT_EQ(visit_as_stranger(socket_path(), nogroup, {nogroup, admitted->gr_gid}), member);
+        EXPECT_EQ(connect().vsan_count(), 7u) << "root is no stranger";
+        daemon->signal(SIGTERM);
+        daemon->exit_code();
+        const std::string line = "user 65534 may not use this switch";
+        const auto first = daemon->said().find(line);
+        ASSERT_NE(first, std::string::npos);
+        EXPECT_EQ(daemon->said().find(line, first + 1), std::string::npos) << "said once";
+    }
+}
+
+TEST_F(DaemonTest, answered_change_survives_a_crash) {
+    auto daemon = start_ready({"--empty"});
+    Buffer block;
+    vswitch::append_vsan_block(block, 77, vswitch::new_vsan(77), 0);
+    ASSERT_EQ(connect().request(MANAGER_SAP_VSAN, 149, 3, block).status, STATUS_SUCCESS);
+    const auto change = connect().request(MANAGER_SAP_VSAN, 126, 1, {}, 8).data;
+    daemon->kill_now();
+    daemon = start_ready();
+    const auto answer = connect().request(MANAGER_SAP_VSAN, 149, 1, vsan_block(77));
+    EXPECT_EQ(answer.status, STATUS_SUCCESS);
+    EXPECT_EQ(word(answer.data, vswitch::vsan_record_offset + 28), 1u);
+    EXPECT_EQ(connect().request(MANAGER_SAP_VSAN, 126, 1, {}, 8).data, change);
+}
+
+TEST_F(DaemonTest, full_disk_refuses_changes_and_the_switch_goes_on) {
+    auto daemon = start_ready({"--empty"});
+    rlimit former{};
+    ASSERT_EQ(prlimit(daemon->process(), RLIMIT_FSIZE, nullptr, &former), 0);
+    const rlimit tight{1, former.rlim_max};
+    ASSERT_EQ(prlimit(daemon->process(), RLIMIT_FSIZE, &tight, nullptr), 0);
+    Buffer block;
+    vswitch::append_vsan_block(block, 77, vswitch::new_vsan(77), 0);
+    for (int attempt = 0; attempt < 2; ++attempt)
+        EXPECT_EQ(connect().request(MANAGER_SAP_VSAN, 149, 3, block).status, STATUS_STORE_FAILED);
+    EXPECT_EQ(connect().vsan_count(), 1u);
+    EXPECT_TRUE(daemon->says("Cannot write the database"));
+
+    ASSERT_EQ(prlimit(daemon->process(), RLIMIT_FSIZE, &former, nullptr), 0);
+    EXPECT_EQ(connect().request(MANAGER_SAP_VSAN, 149, 3, block).status, STATUS_SUCCESS);
+    daemon->kill_now();
+    daemon = start_ready();
+    EXPECT_EQ(connect().vsan_count(), 2u);
 }
 
 TEST_F(DaemonTest, run_folder_is_where_the_socket_is) {

@@ -214,9 +214,11 @@ TEST(Records, record_of_another_size_is_not_decoded) {
         const Buffer bytes(size);
         EXPECT_FALSE(decode_timer_record(bytes));
         EXPECT_FALSE(decode_membership_record(bytes));
-        EXPECT_FALSE(key_of_latency_record(bytes));
+        EXPECT_FALSE(decode_latency_record(bytes));
         EXPECT_FALSE(if_index_of_record(bytes));
+        EXPECT_FALSE(decode_interface_record(bytes));
         EXPECT_FALSE(vsan_of_block(bytes));
+        EXPECT_FALSE(decode_vsan_block(bytes));
     }
 }
 

@@ -311,12 +311,13 @@ TEST_F(Requests, membership_get_wants_that_very_pair) {
     EXPECT_EQ(ask(MANAGER_SAP_PORT, MTS_OP_PORT_MEMBERSHIP, 1, words({0, 0, 0})).status, STATUS_NO_SUCH_MEMBERSHIP);
 }
 
-TEST_F(Requests, changes_are_refused_as_read_only) {
+TEST_F(Requests, changes_of_the_wrong_length_are_refused) {
     const std::tuple<std::uint32_t, std::uint32_t, std::uint32_t> changes[] = {
         {124, 3, 16}, {127, 3, 15}, {136, 3, 12}, {140, 3, 4}, {149, 3, 2632}, {149, 4, 2632}, {8018, 3, 4}};
     for (const auto &[opcode, kind, size] : changes) {
-        EXPECT_EQ(vsan_manager(opcode, kind, Buffer(size)).status, STATUS_READ_ONLY) << opcode;
         EXPECT_EQ(vsan_manager(opcode, kind, Buffer(size - 1)).status, STATUS_BAD_LENGTH) << opcode;
+        EXPECT_EQ(vsan_manager(opcode, kind, Buffer(size + 1)).status, STATUS_BAD_LENGTH) << opcode;
+        EXPECT_EQ(vsan_manager(opcode, kind, {}, size).status, STATUS_BAD_LENGTH) << opcode;
     }
 }
 

@@ -23,6 +23,11 @@ SwitchData sample() {
     give_identity(data);
     data.settings.wwn |= std::uint64_t{1} << 63; // the sign bit of the database's numbers
     data.vsans.at(10).rest.assign(vsan_rest_size, 0xa5);
+    data.settings.tdx_refusing = true;
+    data.settings.status_events = false;
+    data.session = TimerSession{"alice", {}};
+    data.session->pending[0][Timer::r_a_tov] = 30000;
+    data.session->pending[10][Timer::e_d_tov] = 4000;
     return data;
 }
 
@@ -259,6 +264,8 @@ INSTANTIATE_TEST_SUITE_P(Every, StoreDamage,
                                          "UPDATE setting SET value = -1 WHERE name = 'r_a_tov'",
                                          "UPDATE setting SET value = 2 WHERE name = 'tdx_fctimer_enabled'",
                                          "UPDATE vsan_timer SET timer = 11", "DROP TABLE port",
+                                         "DELETE FROM timer_session",
+                                         "UPDATE pending_timer SET vsan = 11 WHERE vsan = 10",
                                          "PRAGMA user_version = 0"));
 
 } // namespace

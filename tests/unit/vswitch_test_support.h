@@ -47,9 +47,10 @@ inline Buffer vsan_block(std::uint32_t id) {
     return block;
 }
 
-inline Buffer timer_record(std::uint32_t key, std::uint8_t per_vsan, std::uint32_t vsan) {
+inline Buffer timer_record(std::uint32_t key, std::uint8_t per_vsan, std::uint32_t vsan, std::uint32_t value = 0,
+                           std::uint8_t force = 0) {
     Buffer record;
-    vswitch::append_timer_record(record, {key, 0, per_vsan, 0, vsan, 0});
+    vswitch::append_timer_record(record, {key, value, per_vsan, force, vsan, 0});
     return record;
 }
 
@@ -198,7 +199,7 @@ class Client {
     bool closed_by_daemon() { return receive(1).empty(); }
 
     struct Answer {
-        std::uint32_t type = 0, correlation = 0, status = 0;
+        std::uint32_t type = 0, correlation = 0, status = 0, event_class = 0;
         Buffer data;
     };
 
@@ -213,6 +214,9 @@ class Client {
         if (answer.type == MTS_FRAME_REPLY) {
             answer.status = word(body, 0);
             answer.data.assign(body.begin() + MTS_WIRE_REPLY_FIXED, body.end());
+        } else if (answer.type == MTS_FRAME_EVENT) {
+            answer.event_class = word(body, 0);
+            answer.data.assign(body.begin() + MTS_WIRE_EVENT_FIXED, body.end());
         }
         return answer;
     }
@@ -222,6 +226,17 @@ class Client {
         if (!send(request_frame(++correlation_, service, opcode, kind, payload, length)))
             throw std::runtime_error("the daemon closed the connection");
         return receive_answer();
+    }
+
+    // Subscribes to event classes and waits for the confirmation.
+    void subscribe(std::initializer_list<std::uint32_t> classes) {
+        Buffer frame = words(
+            {MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, ++correlation_, static_cast<std::uint32_t>(4 * classes.size())});
+        const Buffer body = words(classes);
+        frame.insert(frame.end(), body.begin(), body.end());
+        if (!send(frame))
+            throw std::runtime_error("the daemon closed the connection");
+        receive_answer();
     }
 
     // The number of VSANs; the smallest proof that the daemon serves.

@@ -8,8 +8,15 @@ find_package(Threads REQUIRED)
 
 add_executable(
   vswitch_test
+  vswitch_changes_roles_test.cpp
+  vswitch_changes_test.cpp
+  vswitch_changes_timers_test.cpp
+  vswitch_changes_vsan_test.cpp
+  vswitch_commands_test.cpp
   vswitch_configuration_test.cpp
   vswitch_daemon_test.cpp
+  vswitch_events_test.cpp
+  vswitch_faults_test.cpp
   vswitch_frames_test.cpp
   vswitch_requests_test.cpp
   vswitch_server_test.cpp

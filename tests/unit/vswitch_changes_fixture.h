@@ -1,0 +1,154 @@
+// A switch with its database, and a hand on both.
+#ifndef VSWITCH_CHANGES_FIXTURE_H
+#define VSWITCH_CHANGES_FIXTURE_H
+
+#include <csignal>
+#include <memory>
+#include <sys/resource.h>
+#include <vector>
+
+#include "changes.h"
+#include "store.h"
+#include "vswitch_test_support.h"
+
+namespace vswitch_test {
+
+// While it lives, no file of this process can grow: as on a full disk.
+class FullDisk {
+  public:
+    FullDisk() {
+        getrlimit(RLIMIT_FSIZE, &former_);
+        former_action_ = signal(SIGXFSZ, SIG_IGN);
+        rlimit tight = former_;
+        tight.rlim_cur = 1;
+        setrlimit(RLIMIT_FSIZE, &tight);
+    }
+    ~FullDisk() {
+        setrlimit(RLIMIT_FSIZE, &former_);
+        signal(SIGXFSZ, former_action_);
+    }
+    FullDisk(const FullDisk &) = delete;
+    FullDisk &operator=(const FullDisk &) = delete;
+
+  private:
+    rlimit former_{};
+    sighandler_t former_action_;
+};
+
+class ChangeTest : public testing::Test {
+  protected:
+    static constexpr char configuration[] = R"({
+        "vsans": [{"id": 1, "name": "default"}, {"id": 10, "name": "prod"}, {"id": 20, "name": "test"},
+                  {"id": 30, "state": "suspended"}],
+        "ports": [{"ifIndex": 101, "vsan": 10}, {"ifIndex": 102, "vsan": 10}, {"ifIndex": 103, "vsan": 20},
+                  {"ifIndex": 104, "vsan": 20, "link": "down"}, {"ifIndex": 105, "vsan": 30},
+                  {"ifIndex": 106, "link": "down"}],
+        "tdx": {"fctimer": {"timers": {"10": {"ratov": 30000}}}}})";
+    static constexpr char roles[] = R"({"roles": [
+        {"name": "backup", "vsans": ["10", "40"], "interfaces": ["101-103"], "users": ["alice"]}]})";
+
+    ChangeTest() {
+        store_ = std::make_unique<vswitch::Store>(folder_.path());
+        store_->create(vswitch::parse_configuration(configuration, "test"));
+        write_file(folder_ / "roles.json", roles);
+        start();
+    }
+
+    void start() {
+        if (!store_)
+            store_ = std::make_unique<vswitch::Store>(folder_.path());
+        const std::string role_file = folder_ / "roles.json";
+        target_ =
+            std::make_unique<vswitch::Switch>(store_->open(), vswitch::load_roles(role_file), store_.get(), role_file);
+    }
+
+    // The switch as the database has it: what a restart would give.
+    vswitch::SwitchData restarted() {
+        target_.reset();
+        store_.reset();
+        start();
+        return data();
+    }
+
+    const vswitch::SwitchData &data() const { return target_->model.data(); }
+    const vswitch::Vsan &vsan(std::uint32_t id) const { return data().vsans.at(id); }
+
+    // One request of the VSAN manager, as a user of the management protocol sends it.
+    std::uint32_t send(std::uint32_t opcode, std::uint32_t kind, const Buffer &payload, const std::string &user = "") {
+        vswitch::Request request;
+        request.service = MANAGER_SAP_VSAN;
+        request.opcode = opcode;
+        request.kind = kind;
+        request.payload = payload;
+        request.length = static_cast<std::uint32_t>(payload.size());
+        request.user = user;
+        vswitch::answer_request(*target_, request, reply_);
+        if (kind == vswitch::kind_set || kind == vswitch::kind_delete || reply_.status != 0) {
+            EXPECT_FALSE(reply_.has_data) << "a change and a refusal are answered by their status alone";
+        }
+        return reply_.status;
+    }
+
+    // The block that the manager answers for a VSAN; without one, a new VSAN's.
+    Buffer block_of(std::uint32_t id) {
+        if (send(149, vswitch::kind_get, vsan_block(id)) == STATUS_SUCCESS)
+            return reply_.data;
+        Buffer block;
+        vswitch::append_vsan_block(block, id, vswitch::new_vsan(id), 0);
+        return block;
+    }
+
+    std::uint32_t set_vsan(const Buffer &block, const std::string &user = "") {
+        return send(149, vswitch::kind_set, block, user);
+    }
+
+    // Changes one word of a VSAN's record, at its offset in the record.
+    std::uint32_t set_word(std::uint32_t id, std::size_t offset, std::uint32_t value, const std::string &user = "") {
+        Buffer block = block_of(id);
+        vswitch::store_word(block, vswitch::vsan_record_offset + offset, value);
+        return set_vsan(block, user);
+    }
+
+    std::uint32_t set_name(std::uint32_t id, const std::string &name, const std::string &user = "") {
+        Buffer block = block_of(id);
+        std::memset(&block[vswitch::vsan_record_offset + 36], 0, vswitch::vsan_name_field);
+        std::memcpy(&block[vswitch::vsan_record_offset + 36], name.data(), name.size());
+        return set_vsan(block, user);
+    }
+
+    std::uint32_t delete_vsan(std::uint32_t id, const std::string &user = "") {
+        return send(149, vswitch::kind_delete, vsan_block(id), user);
+    }
+
+    std::uint32_t set_port(std::uint32_t if_index, std::uint32_t vsan, const std::string &user = "") {
+        Buffer record;
+        vswitch::append_interface_record(record, if_index, {vsan, 0, true});
+        return send(124, vswitch::kind_set, record, user);
+    }
+
+    // The events published since the last call, as one line each.
+    std::vector<std::string> events() {
+        std::vector<std::string> lines;
+        for (const vswitch::Event &event : target_->events.staged()) {
+            std::string line = std::to_string(event.event_class) + ":";
+            for (std::size_t at = 0; at < event.payload.size(); at += 4)
+                line += " " + std::to_string(word(event.payload, at));
+            lines.push_back(line);
+        }
+        target_->events.deliver();
+        return lines;
+    }
+
+    static constexpr vswitch::Requester operator_{"admin", true};
+
+    TemporaryFolder folder_;
+    std::unique_ptr<vswitch::Store> store_;
+    std::unique_ptr<vswitch::Switch> target_;
+    vswitch::Reply reply_;
+};
+
+using Lines = std::vector<std::string>;
+
+} // namespace vswitch_test
+
+#endif

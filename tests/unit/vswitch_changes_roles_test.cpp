@@ -1,0 +1,92 @@
+// Roles that are changed while the switch runs: in force at once, in their file for good.
+#include <sys/stat.h>
+
+#include "vswitch_changes_fixture.h"
+
+using namespace vswitch;
+using namespace vswitch_test;
+
+namespace {
+
+const Role ops{"ops", {{20, 29}, {4095, 4095}}, {{1, 4294967295}}, {"bob", "carol"}};
+
+TEST_F(ChangeTest, added_role_is_in_force_at_once_and_after_a_restart) {
+    EXPECT_EQ(set_name(10, "his", "bob"), STATUS_SUCCESS);
+    ASSERT_EQ(add_role(*target_, operator_, ops, false, nullptr), STATUS_SUCCESS);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(set_name(10, "not_his", "bob"), STATUS_VSAN_RESTRICTED);
+        EXPECT_EQ(set_vsan(block_of(29), "bob"), STATUS_SUCCESS);
+        EXPECT_EQ(set_name(20, "hers", "alice"), STATUS_VSAN_RESTRICTED) << "the other role remains";
+        ASSERT_EQ(target_->roles.list().size(), 2u);
+        EXPECT_EQ(target_->roles.list()[1], ops);
+        restarted();
+    }
+    struct stat status {};
+    ASSERT_EQ(stat((folder_ / "roles.json").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "roles.json.new"));
+}
+
+TEST_F(ChangeTest, role_of_the_same_name_is_replaced_only_when_asked) {
+    const Role other{"backup", {{20, 20}}, {}, {"alice"}};
+    EXPECT_EQ(add_role(*target_, operator_, other, false, nullptr), STATUS_ROLE_EXISTS);
+    EXPECT_EQ(set_name(20, "hers", "alice"), STATUS_VSAN_RESTRICTED);
+    EXPECT_EQ(add_role(*target_, operator_, other, true, nullptr), STATUS_SUCCESS);
+    EXPECT_EQ(set_name(20, "hers", "alice"), STATUS_SUCCESS);
+    EXPECT_EQ(set_name(10, "hers_too", "alice"), STATUS_VSAN_RESTRICTED) << "what the former role granted is gone";
+}
+
+TEST_F(ChangeTest, removed_role_restricts_nobody) {
+    EXPECT_EQ(remove_role(*target_, operator_, "nobody", nullptr), STATUS_NO_SUCH_ROLE);
+    ASSERT_EQ(remove_role(*target_, operator_, "backup", nullptr), STATUS_SUCCESS);
+    EXPECT_EQ(set_name(20, "hers", "alice"), STATUS_SUCCESS);
+    restarted();
+    EXPECT_EQ(target_->roles.user_count(), 0u);
+}
+
+TEST_F(ChangeTest, what_was_written_into_the_role_file_by_hand_is_kept) {
+    write_file(folder_ / "roles.json", R"({"roles": [{"name": "by-hand", "vsans": ["7"], "users": ["dave"]}]})");
+    ASSERT_EQ(add_role(*target_, operator_, ops, false, nullptr), STATUS_SUCCESS);
+    ASSERT_EQ(target_->roles.list().size(), 2u);
+    EXPECT_TRUE(target_->roles.find("dave"));
+}
+
+TEST_F(ChangeTest, role_file_that_cannot_be_used_is_left_alone) {
+    write_file(folder_ / "roles.json", "{\"roles\": [");
+    std::string sentence;
+    EXPECT_EQ(add_role(*target_, operator_, ops, false, &sentence), STATUS_ROLES_NOT_WRITTEN);
+    EXPECT_TRUE(contains(sentence, "roles.json")) << sentence;
+    EXPECT_EQ(file_content(folder_ / "roles.json"), "{\"roles\": [");
+    EXPECT_TRUE(target_->roles.find("alice")) << "the former roles stay in force";
+}
+
+TEST_F(ChangeTest, role_that_is_not_usable_is_refused_with_a_reason) {
+    const std::string before = file_content(folder_ / "roles.json");
+    std::string sentence;
+    EXPECT_EQ(add_role(*target_, operator_, {"bad", {{1, 4096}}, {}, {"bob"}}, false, &sentence), STATUS_BAD_ROLE);
+    EXPECT_TRUE(contains(sentence, "1-4096")) << sentence;
+    EXPECT_EQ(add_role(*target_, operator_, {"bad", {}, {{0, 5}}, {"bob"}}, false, &sentence), STATUS_BAD_ROLE);
+    EXPECT_EQ(add_role(*target_, operator_, {"bad", {}, {}, {""}}, false, &sentence), STATUS_BAD_ROLE);
+    EXPECT_EQ(file_content(folder_ / "roles.json"), before);
+    EXPECT_FALSE(target_->roles.find("bob"));
+}
+
+TEST_F(ChangeTest, roles_that_cannot_be_written_stay_as_they_are) {
+    const std::string before = file_content(folder_ / "roles.json");
+    std::string sentence;
+    {
+        FullDisk disk;
+        EXPECT_EQ(add_role(*target_, operator_, ops, false, &sentence), STATUS_ROLES_NOT_WRITTEN);
+    }
+    EXPECT_TRUE(contains(sentence, "Cannot write")) << sentence;
+    EXPECT_EQ(file_content(folder_ / "roles.json"), before);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "roles.json.new"));
+    EXPECT_FALSE(target_->roles.find("bob"));
+}
+
+TEST_F(ChangeTest, restricted_user_changes_no_roles) {
+    EXPECT_EQ(add_role(*target_, {"alice", false}, ops, false, nullptr), STATUS_SWITCH_RESTRICTED);
+    EXPECT_EQ(remove_role(*target_, {"alice", false}, "backup", nullptr), STATUS_SWITCH_RESTRICTED);
+}
+
+} // namespace

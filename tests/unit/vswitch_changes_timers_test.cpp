@@ -1,0 +1,247 @@
+// The fabric timers: their ranges, their order, and the distribution service's session.
+#include "vswitch_changes_fixture.h"
+
+using namespace vswitch;
+using namespace vswitch_test;
+
+namespace {
+
+constexpr std::uint32_t e_d_tov = 7, r_a_tov = 8, d_s_tov = 9, f_s_tov = 10;
+
+class TimerTest : public ChangeTest {
+  protected:
+    std::uint32_t set(std::uint32_t key, std::uint32_t value, bool force = false, const std::string &user = "") {
+        return send(127, kind_set, timer_record(key, 0, 0, value, force), user);
+    }
+    std::uint32_t set_of(std::uint32_t vsan, std::uint32_t key, std::uint32_t value, bool force = false,
+                         const std::string &user = "") {
+        return send(127, kind_set, timer_record(key, 1, vsan, value, force), user);
+    }
+
+    // The value that a read of this kind answers, or its refusal.
+    std::uint32_t read(std::uint32_t kind, std::uint32_t vsan, std::uint32_t key) {
+        const std::uint32_t status = send(127, kind, timer_record(key, vsan != 0, vsan));
+        return status == STATUS_SUCCESS ? word(reply_.data, 4) : status;
+    }
+    std::uint32_t running(std::uint32_t vsan, std::uint32_t key) { return read(kind_get, vsan, key); }
+    std::uint32_t distributed(std::uint32_t vsan, std::uint32_t key) { return read(kind_distributed_get, vsan, key); }
+
+    void enable() { ASSERT_EQ(tdx_enable(*target_, operator_, true), STATUS_SUCCESS); }
+};
+
+TEST_F(TimerTest, every_bound_is_accepted_and_the_next_value_refused) {
+    const std::tuple<std::uint32_t, std::uint32_t> lowest[] = {
+        {e_d_tov, 1000}, {r_a_tov, 5000}, {d_s_tov, 5000}, {f_s_tov, 5000}};
+    for (const auto &[key, low] : lowest) {
+        for (const std::uint32_t value : {100000u, low}) {
+            EXPECT_EQ(set(key, value, true), STATUS_SUCCESS) << key << " " << value;
+            EXPECT_EQ(running(0, key), value);
+            EXPECT_EQ(set_of(10, key, value, true), STATUS_SUCCESS) << key << " " << value;
+            EXPECT_EQ(running(10, key), value);
+        }
+        for (const std::uint32_t value : {0u, low - 1, 100001u, 0xffffffffu}) {
+            EXPECT_EQ(set(key, value, true), STATUS_BAD_TIMER) << key << " " << value;
+            EXPECT_EQ(set_of(10, key, value, true), STATUS_BAD_TIMER) << key << " " << value;
+        }
+    }
+}
+
+TEST_F(TimerTest, vsan_s_own_value_hides_the_switch_wide_one) {
+    ASSERT_EQ(set_of(10, r_a_tov, 20000), STATUS_SUCCESS);
+    ASSERT_EQ(set(r_a_tov, 15000), STATUS_SUCCESS);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(running(10, r_a_tov), 20000u);
+        EXPECT_EQ(running(20, r_a_tov), 15000u);
+        EXPECT_EQ(running(0, r_a_tov), 15000u);
+        EXPECT_EQ(running(10, e_d_tov), 2000u);
+        restarted();
+    }
+}
+
+TEST_F(TimerTest, record_that_is_no_timer_s_is_refused) {
+    for (const std::uint32_t key : {0u, 6u, 11u, 0xffffffffu}) {
+        EXPECT_EQ(set(key, 6000), STATUS_BAD_RECORD) << key;
+        EXPECT_EQ(set_of(10, key, 6000), STATUS_BAD_RECORD) << key;
+    }
+    EXPECT_EQ(send(127, kind_set, timer_record(r_a_tov, 0, 10, 6000)), STATUS_BAD_RECORD) << "switch-wide, with a VSAN";
+    EXPECT_EQ(send(127, kind_set, timer_record(r_a_tov, 2, 10, 6000)), STATUS_BAD_RECORD);
+    EXPECT_EQ(send(127, kind_set, timer_record(r_a_tov, 1, 10, 6000, 2)), STATUS_BAD_RECORD) << "the force flag";
+    EXPECT_EQ(set_of(11, r_a_tov, 6000), STATUS_NO_SUCH_VSAN);
+    for (const std::uint32_t vsan : {0u, 4096u, 0xffffffffu})
+        EXPECT_EQ(set_of(vsan, r_a_tov, 6000), STATUS_VSAN_OUT_OF_RANGE) << vsan;
+}
+
+TEST_F(TimerTest, e_d_tov_stays_below_r_a_tov_unless_forced) {
+    EXPECT_EQ(set(e_d_tov, 9999), STATUS_SUCCESS);
+    EXPECT_EQ(set(e_d_tov, 10000), STATUS_TIMER_ORDER);
+    EXPECT_EQ(set(r_a_tov, 9999), STATUS_TIMER_ORDER);
+    EXPECT_EQ(set_of(10, e_d_tov, 10000), STATUS_TIMER_ORDER) << "against the switch-wide R_A_TOV";
+    ASSERT_EQ(set_of(10, r_a_tov, 20000), STATUS_SUCCESS);
+    EXPECT_EQ(set_of(10, e_d_tov, 19999), STATUS_SUCCESS) << "against its own";
+    EXPECT_EQ(set_of(10, e_d_tov, 20000), STATUS_TIMER_ORDER);
+    EXPECT_EQ(set_of(10, e_d_tov, 20000, true), STATUS_SUCCESS) << "forced";
+    EXPECT_EQ(set_of(10, d_s_tov, 6000), STATUS_SUCCESS) << "the other timers have no order";
+    EXPECT_EQ(set_of(10, e_d_tov, 20000), STATUS_TIMER_ORDER) << "also when it is so already";
+    EXPECT_EQ(running(10, e_d_tov), 20000u);
+}
+
+TEST_F(TimerTest, switch_wide_change_keeps_the_order_in_vsans_that_follow_it) {
+    ASSERT_EQ(set_of(10, r_a_tov, 6000), STATUS_SUCCESS);
+    EXPECT_EQ(set(e_d_tov, 6000), STATUS_TIMER_ORDER) << "VSAN 10 would have both at 6000";
+    EXPECT_EQ(set(e_d_tov, 5999), STATUS_SUCCESS);
+    ASSERT_EQ(set_of(10, e_d_tov, 90000, true), STATUS_SUCCESS);
+    EXPECT_EQ(set(e_d_tov, 6000), STATUS_SUCCESS) << "VSAN 10 has its own, forced, and does not follow";
+    EXPECT_EQ(set(r_a_tov, 90000), STATUS_SUCCESS);
+}
+
+TEST_F(TimerTest, restricted_user_sets_the_timers_of_own_vsans) {
+    EXPECT_EQ(set_of(10, r_a_tov, 20000, false, "alice"), STATUS_SUCCESS);
+    EXPECT_EQ(set_of(20, r_a_tov, 20000, false, "alice"), STATUS_VSAN_RESTRICTED);
+    EXPECT_EQ(set_of(11, r_a_tov, 20000, false, "alice"), STATUS_VSAN_RESTRICTED);
+    EXPECT_EQ(set(r_a_tov, 20000, false, "alice"), STATUS_SWITCH_RESTRICTED);
+    EXPECT_EQ(running(20, r_a_tov), 10000u);
+}
+
+TEST_F(TimerTest, service_answers_its_own_record) {
+    EXPECT_EQ(distributed(10, r_a_tov), std::uint32_t{STATUS_TDX_REFUSED}) << "while it is not enabled";
+    enable();
+    EXPECT_EQ(distributed(10, r_a_tov), 30000u);
+    EXPECT_EQ(running(10, r_a_tov), 10000u);
+    EXPECT_EQ(distributed(10, e_d_tov), std::uint32_t{STATUS_NO_SUCH_ATTRIBUTE});
+    EXPECT_EQ(distributed(0, r_a_tov), 10000u);
+    ASSERT_EQ(tdx_refuse(*target_, operator_, true), STATUS_SUCCESS);
+    EXPECT_EQ(distributed(10, r_a_tov), std::uint32_t{STATUS_TDX_REFUSED});
+    EXPECT_TRUE(restarted().settings.tdx_refusing);
+    EXPECT_EQ(running(10, r_a_tov), 10000u);
+    ASSERT_EQ(tdx_refuse(*target_, operator_, false), STATUS_SUCCESS);
+    ASSERT_EQ(tdx_show_run(*target_, operator_, true), STATUS_SUCCESS);
+    EXPECT_EQ(distributed(10, r_a_tov), std::uint32_t{STATUS_TDX_REFUSED});
+}
+
+TEST_F(TimerTest, pending_values_are_the_service_s_until_they_are_committed) {
+    enable();
+    EXPECT_FALSE(target_->model.session());
+    ASSERT_EQ(set_of(20, r_a_tov, 40000, false, "bob"), STATUS_SUCCESS);
+    ASSERT_EQ(set(d_s_tov, 7000, false, "bob"), STATUS_SUCCESS);
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(target_->model.session());
+        EXPECT_EQ(target_->model.session()->user, "bob");
+        EXPECT_EQ(running(20, r_a_tov), 10000u);
+        EXPECT_EQ(running(0, d_s_tov), 5000u);
+        EXPECT_EQ(distributed(20, r_a_tov), 40000u);
+        EXPECT_EQ(distributed(0, d_s_tov), 7000u);
+        restarted();
+    }
+    ASSERT_EQ(tdx_commit(*target_, {"bob", false}), STATUS_SUCCESS);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_FALSE(target_->model.session());
+        EXPECT_EQ(running(20, r_a_tov), 40000u);
+        EXPECT_EQ(distributed(20, r_a_tov), 40000u);
+        EXPECT_EQ(running(0, d_s_tov), 7000u);
+        EXPECT_EQ(distributed(20, d_s_tov), std::uint32_t{STATUS_NO_SUCH_ATTRIBUTE});
+        restarted();
+    }
+    EXPECT_EQ(tdx_commit(*target_, {"bob", false}), STATUS_TDX_NO_SESSION);
+}
+
+TEST_F(TimerTest, aborted_session_leaves_nothing) {
+    enable();
+    const SwitchData before = data();
+    ASSERT_EQ(set_of(20, r_a_tov, 40000, false, "bob"), STATUS_SUCCESS);
+    EXPECT_EQ(tdx_abort(*target_, {"bob", false}), STATUS_SUCCESS);
+    EXPECT_EQ(data(), before);
+    EXPECT_EQ(restarted(), before);
+    EXPECT_EQ(tdx_abort(*target_, {"bob", false}), STATUS_TDX_NO_SESSION);
+}
+
+TEST_F(TimerTest, session_is_locked_by_its_first_user) {
+    enable();
+    ASSERT_EQ(set_of(20, r_a_tov, 40000, false, "bob"), STATUS_SUCCESS);
+    EXPECT_EQ(set_of(20, r_a_tov, 50000, false, "bob"), STATUS_SUCCESS) << "the holder goes on";
+    EXPECT_EQ(set_of(10, r_a_tov, 50000, false, "alice"), STATUS_TDX_LOCKED);
+    EXPECT_EQ(set(r_a_tov, 50000), STATUS_TDX_LOCKED) << "nor may one without a name";
+    EXPECT_EQ(set_switch_timer(*target_, operator_, Timer::r_a_tov, 50000, false), STATUS_TDX_LOCKED);
+    EXPECT_EQ(tdx_commit(*target_, {"alice", false}), STATUS_TDX_LOCKED);
+    EXPECT_EQ(tdx_abort(*target_, {"alice", false}), STATUS_TDX_LOCKED);
+    EXPECT_EQ(tdx_enable(*target_, operator_, false), STATUS_TDX_SESSION_OPEN);
+    EXPECT_EQ(distributed(20, r_a_tov), 50000u);
+    EXPECT_EQ(tdx_abort(*target_, operator_), STATUS_SUCCESS) << "an operator may end it";
+    EXPECT_EQ(set_of(10, r_a_tov, 50000, false, "alice"), STATUS_SUCCESS);
+    EXPECT_EQ(tdx_commit(*target_, operator_), STATUS_SUCCESS);
+    EXPECT_EQ(running(10, r_a_tov), 50000u);
+    EXPECT_EQ(tdx_enable(*target_, operator_, false), STATUS_SUCCESS);
+}
+
+TEST_F(TimerTest, user_without_a_name_can_hold_the_session) {
+    enable();
+    ASSERT_EQ(set_of(20, r_a_tov, 40000), STATUS_SUCCESS);
+    EXPECT_EQ(set_of(20, e_d_tov, 4000), STATUS_SUCCESS);
+    EXPECT_EQ(set_of(20, r_a_tov, 50000, false, "bob"), STATUS_TDX_LOCKED);
+    EXPECT_EQ(restarted().session->user, "");
+}
+
+TEST_F(TimerTest, order_holds_among_pending_values) {
+    enable();
+    ASSERT_EQ(set_of(20, r_a_tov, 40000), STATUS_SUCCESS);
+    EXPECT_EQ(set_of(20, e_d_tov, 39999), STATUS_SUCCESS);
+    EXPECT_EQ(set_of(20, e_d_tov, 40000), STATUS_TIMER_ORDER);
+    EXPECT_EQ(set_of(20, r_a_tov, 39999), STATUS_TIMER_ORDER);
+    EXPECT_EQ(set(e_d_tov, 9999), STATUS_SUCCESS);
+    EXPECT_EQ(set_of(10, r_a_tov, 9999), STATUS_TIMER_ORDER) << "against the pending switch-wide value";
+    EXPECT_EQ(set_of(10, r_a_tov, 9999, true), STATUS_SUCCESS);
+}
+
+TEST_F(TimerTest, refused_set_opens_no_session) {
+    enable();
+    EXPECT_EQ(set_of(20, r_a_tov, 1), STATUS_BAD_TIMER);
+    EXPECT_EQ(set_of(20, e_d_tov, 10000), STATUS_TIMER_ORDER);
+    EXPECT_EQ(set_of(20, r_a_tov, 40000, false, "alice"), STATUS_VSAN_RESTRICTED);
+    EXPECT_FALSE(target_->model.session());
+}
+
+TEST_F(TimerTest, pending_values_go_with_their_vsan) {
+    enable();
+    ASSERT_EQ(set_of(20, r_a_tov, 40000), STATUS_SUCCESS);
+    ASSERT_EQ(set_of(10, r_a_tov, 50000), STATUS_SUCCESS);
+    ASSERT_EQ(delete_vsan(20), STATUS_SUCCESS);
+    EXPECT_EQ(data().session->pending.count(20), 0u);
+    EXPECT_EQ(restarted().session->pending.size(), 1u);
+    EXPECT_EQ(tdx_commit(*target_, operator_), STATUS_SUCCESS);
+    EXPECT_EQ(running(10, r_a_tov), 50000u);
+    ASSERT_EQ(set_vsan(block_of(20)), STATUS_SUCCESS);
+    EXPECT_EQ(running(20, r_a_tov), 10000u);
+}
+
+TEST_F(TimerTest, service_without_a_fabric_commits_nothing) {
+    enable();
+    ASSERT_EQ(set_of(20, r_a_tov, 40000), STATUS_SUCCESS);
+    ASSERT_EQ(tdx_refuse(*target_, operator_, true), STATUS_SUCCESS);
+    EXPECT_EQ(tdx_commit(*target_, operator_), STATUS_TDX_NO_FABRIC);
+    EXPECT_TRUE(target_->model.session());
+    EXPECT_EQ(running(20, r_a_tov), 10000u);
+}
+
+TEST_F(TimerTest, timer_that_cannot_be_written_is_refused) {
+    FullDisk disk;
+    const SwitchData before = data();
+    EXPECT_EQ(set(r_a_tov, 20000), STATUS_STORE_FAILED);
+    EXPECT_EQ(set_of(10, r_a_tov, 20000), STATUS_STORE_FAILED);
+    EXPECT_EQ(data(), before);
+}
+
+TEST_F(TimerTest, session_that_cannot_be_written_is_as_before) {
+    enable();
+    {
+        FullDisk disk;
+        EXPECT_EQ(set_of(20, r_a_tov, 40000), STATUS_STORE_FAILED);
+        EXPECT_FALSE(target_->model.session());
+    }
+    ASSERT_EQ(set_of(20, r_a_tov, 40000), STATUS_SUCCESS);
+    const SwitchData before = data();
+    FullDisk disk;
+    EXPECT_EQ(tdx_commit(*target_, operator_), STATUS_STORE_FAILED);
+    EXPECT_EQ(tdx_abort(*target_, operator_), STATUS_STORE_FAILED);
+    EXPECT_EQ(data(), before);
+}
+
+} // namespace

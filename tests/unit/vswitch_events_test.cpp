@@ -1,0 +1,268 @@
+// What a change publishes, to whom, in which order, and what becomes of events that
+// nobody takes.
+#include <thread>
+
+#include "server.h"
+#include "session.h"
+#include "vswitch_changes_fixture.h"
+
+using namespace vswitch;
+using namespace vswitch_test;
+
+namespace {
+
+// Class 145: condition, VSAN, created, number of attributes, then key, value, former
+// value for the administrative and the operational state. Class 102: ifIndex, former
+// VSAN, new VSAN.
+TEST_F(ChangeTest, created_vsan_is_published) {
+    ASSERT_EQ(set_vsan(block_of(40)), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"145: 0 40 1 2 1 1 0 19 2 0"});
+}
+
+TEST_F(ChangeTest, suspended_and_resumed_vsans_are_published) {
+    ASSERT_EQ(set_word(10, 8, vsan_suspended), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"145: 0 10 0 2 1 2 1 19 2 1"}) << "it goes down, too";
+    ASSERT_EQ(set_word(10, 8, vsan_active), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"145: 0 10 0 2 1 1 2 19 1 2"});
+    ASSERT_EQ(set_word(1, 8, vsan_suspended), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"145: 0 1 0 2 1 2 1 19 2 2"}) << "without a port it was down before";
+}
+
+TEST_F(ChangeTest, deleted_vsan_is_published_behind_the_moves_of_its_ports) {
+    ASSERT_EQ(delete_vsan(10), STATUS_SUCCESS);
+    EXPECT_EQ(events(),
+              (Lines{"102: 101 10 1", "102: 102 10 1", "145: 0 1 0 2 1 1 1 19 1 2", "145: 1 10 0 2 1 3 1 19 2 1"}))
+        << "and VSAN 1 goes up, having its first port that is up";
+}
+
+TEST_F(ChangeTest, last_and_first_link_are_published) {
+    ASSERT_EQ(set_link(*target_, operator_, 101, false), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{}) << "port 102 is still up";
+    ASSERT_EQ(set_link(*target_, operator_, 102, false), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"145: 0 10 0 2 1 1 1 19 2 1"});
+    ASSERT_EQ(set_link(*target_, operator_, 101, true), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"145: 0 10 0 2 1 1 1 19 1 2"});
+    ASSERT_EQ(set_link(*target_, operator_, 105, false), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{}) << "a suspended VSAN is down in any case";
+}
+
+TEST_F(ChangeTest, moved_port_is_published_with_what_it_does_to_both_vsans) {
+    ASSERT_EQ(set_port(103, 1), STATUS_SUCCESS);
+    EXPECT_EQ(events(), (Lines{"102: 103 20 1", "145: 0 1 0 2 1 1 1 19 1 2", "145: 0 20 0 2 1 1 1 19 2 1"}));
+    ASSERT_EQ(set_port(104, 10), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"102: 104 20 10"}) << "a port without link changes no VSAN";
+}
+
+TEST_F(ChangeTest, changes_without_news_publish_nothing) {
+    ASSERT_EQ(set_name(10, "other"), STATUS_SUCCESS);
+    ASSERT_EQ(set_deny_list(*target_, operator_, 101, 5), STATUS_SUCCESS);
+    ASSERT_EQ(set_vsan_timer(*target_, operator_, 10, Timer::r_a_tov, 20000, false), STATUS_SUCCESS);
+    ASSERT_EQ(set_latency(*target_, operator_, Latency::switch_latency, 1), STATUS_SUCCESS);
+    ASSERT_EQ(set_name(10, "test"), STATUS_NAME_CONFLICT);
+    EXPECT_EQ(events(), Lines{});
+}
+
+TEST(Events, payload_is_laid_out_in_network_byte_order) {
+    VsanEvent event;
+    event.vsan = 0x0102;
+    event.created = true;
+    event.admin_state = 1;
+    event.former_admin_state = 2;
+    event.oper_state = 3;
+    event.former_oper_state = 4;
+    EXPECT_EQ(vsan_event(event).payload, (Buffer{0, 0, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1,  0, 0, 0, 2, 0, 0, 0, 1,
+                                                 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 19, 0, 0, 0, 3, 0, 0, 0, 4}));
+    EXPECT_EQ(port_event(0x01020304, 5, 4095).payload, (Buffer{1, 2, 3, 4, 0, 0, 0, 5, 0, 0, 15, 255}));
+}
+
+TEST(Events, subscriber_gets_its_classes_only) {
+    EventHub hub;
+    Subscriber both(hub), ports(hub), none(hub);
+    both.subscribe({event_vsan_changed, event_port_moved});
+    ports.subscribe({event_port_moved});
+    hub.publish(port_event(1, 2, 3));
+    hub.publish(vsan_event({}));
+    EXPECT_EQ(both.queued(), 0u) << "not before they are delivered";
+    hub.deliver();
+    hub.deliver();
+    EXPECT_EQ(both.queued(), 2u);
+    EXPECT_EQ(ports.queued(), 1u);
+    EXPECT_EQ(none.queued(), 0u);
+    EXPECT_EQ(hub.subscribers(), (std::vector<const Subscriber *>{&both, &ports}));
+    EXPECT_EQ(hub.totals().published, 2u);
+    EXPECT_EQ(hub.totals().missed, 0u);
+}
+
+TEST(Events, event_that_nobody_wanted_is_counted_as_missed) {
+    EventHub hub;
+    {
+        Subscriber gone(hub);
+        gone.subscribe({event_vsan_changed, event_port_moved});
+    }
+    Subscriber other(hub);
+    other.subscribe({event_vsan_changed});
+    hub.publish(port_event(1, 2, 3));
+    hub.publish(port_event(1, 3, 2));
+    hub.publish(vsan_event({}));
+    hub.deliver();
+    EXPECT_EQ(hub.totals().missed, 2u);
+    EXPECT_EQ(other.queued(), 1u);
+}
+
+TEST(Events, storm_within_the_bound_is_kept_and_what_is_beyond_is_dropped_and_counted) {
+    EventHub hub;
+    Subscriber slow(hub), fast(hub);
+    for (Subscriber *subscriber : {&slow, &fast})
+        subscriber->subscribe({event_port_moved});
+    constexpr std::uint32_t excess = 10;
+    for (std::uint32_t number = 0; number < Subscriber::max_queued_events; ++number)
+        hub.publish(port_event(number, 1, 2));
+    hub.deliver();
+    Buffer taken;
+    fast.take(taken, SIZE_MAX);
+    EXPECT_EQ(fast.delivered(), Subscriber::max_queued_events);
+    for (std::uint32_t number = 0; number < excess; ++number)
+        hub.publish(port_event(0x80000000u + number, 1, 2));
+    hub.deliver();
+    EXPECT_EQ(slow.queued(), Subscriber::max_queued_events);
+    EXPECT_EQ(slow.dropped(), excess);
+    EXPECT_EQ(fast.queued(), excess) << "the slow one's loss is its own";
+    EXPECT_EQ(fast.dropped(), 0u);
+    EXPECT_EQ(hub.totals().dropped, excess);
+
+    Buffer kept;
+    slow.take(kept, SIZE_MAX);
+    constexpr std::size_t frame = MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED + 12;
+    ASSERT_EQ(kept.size(), frame * Subscriber::max_queued_events);
+    for (std::uint32_t number = 0; number < Subscriber::max_queued_events; ++number)
+        ASSERT_EQ(word(kept, frame * number + MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED), number);
+}
+
+TEST(Events, events_that_a_subscriber_leaves_behind_are_counted) {
+    EventHub hub;
+    {
+        Subscriber gone(hub);
+        gone.subscribe({event_port_moved});
+        hub.publish(port_event(1, 2, 3));
+        hub.deliver();
+    }
+    EXPECT_EQ(hub.totals().dropped, 1u);
+    EXPECT_EQ(hub.totals().missed, 0u);
+}
+
+TEST(Events, queue_is_bounded_in_bytes_too) {
+    EventHub hub;
+    Subscriber subscriber(hub);
+    subscriber.subscribe({7});
+    for (int number = 0; number < 100; ++number)
+        hub.publish({7, Buffer(100000)});
+    hub.deliver();
+    EXPECT_EQ(subscriber.queued(), Subscriber::max_queued_bytes / (100000 + MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED));
+    EXPECT_EQ(subscriber.queued() + subscriber.dropped(), 100u);
+    Buffer taken;
+    subscriber.take(taken, SIZE_MAX);
+    hub.publish({7, Buffer(100000)});
+    hub.deliver();
+    EXPECT_EQ(subscriber.queued(), 1u) << "and has room again";
+}
+
+TEST(Events, taking_stops_at_the_limit) {
+    EventHub hub;
+    Subscriber subscriber(hub);
+    int wakes = 0;
+    subscriber.on_events([&] { ++wakes; });
+    subscriber.subscribe({event_port_moved});
+    for (std::uint32_t number = 0; number < 3; ++number)
+        hub.publish(port_event(number, 1, 2));
+    hub.deliver();
+    EXPECT_EQ(wakes, 1) << "when the first event came";
+    Buffer output(5);
+    subscriber.take(output, 5);
+    EXPECT_EQ(output.size(), 5u);
+    subscriber.take(output, 6);
+    EXPECT_EQ(subscriber.queued(), 2u);
+    EXPECT_EQ(word(output, 5), MTS_WIRE_MAGIC);
+    EXPECT_EQ(word(output, 9), std::uint32_t{MTS_FRAME_EVENT});
+    EXPECT_EQ(word(output, 13), 0u) << "no correlation";
+    EXPECT_EQ(word(output, 17), 16u);
+    EXPECT_EQ(word(output, 21), event_port_moved);
+}
+
+class EventServerTest : public testing::Test {
+  protected:
+    EventServerTest() : target_(parse_configuration(R"({"vsans": [{"id": 10}], "portCount": 4096})", "test"), Roles()) {
+        ServerOptions options;
+        options.run_directory = folder_.path();
+        server_ = std::make_unique<Server>(target_, options);
+        thread_ = std::thread([this] { server_->run([] {}); });
+    }
+    ~EventServerTest() override {
+        server_->stop();
+        thread_.join();
+    }
+
+    std::unique_ptr<Client> connect() { return std::make_unique<Client>(folder_ / MTS_SOCKET_NAME); }
+
+    static Buffer port_record(std::uint32_t number, std::uint32_t vsan) {
+        Buffer record;
+        append_interface_record(record, port_if_index(number), {vsan, 0, false});
+        return record;
+    }
+
+    TemporaryFolder folder_;
+    Switch target_;
+    std::unique_ptr<Server> server_;
+    std::thread thread_;
+};
+
+TEST_F(EventServerTest, requester_gets_its_answer_before_the_event) {
+    const auto client = connect();
+    const auto watcher = connect();
+    client->subscribe({event_vsan_changed, event_port_moved});
+    watcher->subscribe({event_port_moved});
+    EXPECT_EQ(client->request(MANAGER_SAP_VSAN, 124, 3, port_record(0, 10)).type, std::uint32_t{MTS_FRAME_REPLY});
+    for (Client *reader : {client.get(), watcher.get()}) {
+        const auto event = reader->receive_answer();
+        EXPECT_EQ(event.type, std::uint32_t{MTS_FRAME_EVENT});
+        EXPECT_EQ(event.correlation, 0u);
+        EXPECT_EQ(event.event_class, event_port_moved);
+        EXPECT_EQ(event.data, words({port_if_index(0), 1, 10}));
+    }
+}
+
+TEST_F(EventServerTest, ten_thousand_events_at_once_reach_a_subscriber_that_reads_late) {
+    const auto watcher = connect();
+    const auto client = connect();
+    watcher->subscribe({event_port_moved});
+    constexpr std::uint32_t ports = 4096;
+    std::uint32_t expected = 0;
+    for (const std::uint32_t vsan : {10u, 1u, 10u}) {
+        for (std::uint32_t number = 0; number < ports; number += 512) {
+            for (std::uint32_t at = number; at < number + 512; ++at)
+                client->send(request_frame(at, MANAGER_SAP_VSAN, 124, 3, port_record(at, vsan)));
+            for (std::uint32_t at = number; at < number + 512; ++at)
+                ASSERT_EQ(client->receive_answer().status, STATUS_SUCCESS);
+        }
+        expected += ports;
+    }
+    ASSERT_EQ(client->request(MANAGER_SAP_VSAN, 149, 4, vsan_block(10)).status, STATUS_SUCCESS)
+        << "4096 more events from one change";
+    expected += ports;
+    EXPECT_EQ(client->vsan_count(), 1u) << "the switch answers meanwhile";
+    for (std::uint32_t number = 0; number < expected; ++number) {
+        const auto event = watcher->receive_answer();
+        ASSERT_EQ(event.event_class, event_port_moved) << number;
+        ASSERT_EQ(word(event.data, 0), port_if_index(number % ports)) << number;
+    }
+}
+
+TEST_F(EventServerTest, subscriber_that_goes_away_with_events_waiting_harms_nobody) {
+    auto watcher = connect();
+    const auto client = connect();
+    watcher->subscribe({event_vsan_changed});
+    client->request(MANAGER_SAP_VSAN, 149, 4, vsan_block(10));
+    watcher.reset();
+    EXPECT_EQ(client->vsan_count(), 1u);
+}
+
+} // namespace
