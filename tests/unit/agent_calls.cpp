@@ -65,11 +65,40 @@ void __wrap_debugmsg(const char *token, const char *format, ...) {
     va_end(arguments);
 }
 
+// Whether the allocation about to be made is the one that has to fail.
+static bool allocation_fails() {
+    if (!agent.allocations_before_failure)
+        return false;
+    if ((*agent.allocations_before_failure)-- != 0)
+        return false;
+    agent.allocations_before_failure.reset();
+    ++agent.allocations_failed;
+    return true;
+}
+
+static void *watch(void *memory, size_t size) {
+    if (size == sizeof(vsanEntry) && memory != nullptr)
+        agent.records_held.insert(memory);
+    return memory;
+}
+
+void *__real_malloc(size_t size);
+void *__wrap_malloc(size_t size) {
+    return allocation_fails() ? nullptr : watch(__real_malloc(size), size);
+}
+
+void *__real_calloc(size_t count, size_t size);
+void *__wrap_calloc(size_t count, size_t size) {
+    return allocation_fails() ? nullptr : watch(__real_calloc(count, size), count * size);
+}
+
 void __real_free(void *memory);
 void __wrap_free(void *memory) {
-    // A buffer released twice is no longer held and ends in the allocator's own check.
-    if (memory != nullptr)
+    // Memory released twice is no longer held and ends in the allocator's own check.
+    if (memory != nullptr) {
         platform.replies_held.erase(memory);
+        agent.records_held.erase(memory);
+    }
     __real_free(memory);
 }
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
@@ -144,6 +173,17 @@ int write(WriteMethod *method, int phase, uint8_t type, const bytes &value) {
     std::copy(value.begin(), value.end(), buffer.get());
     oid name[MAX_OID_LEN] = {};
     return method(phase, buffer.get(), type, value.size(), nullptr, name, 13);
+}
+
+int write(WriteMethod *method, int phase, uint8_t type, const bytes &value, const oid_name &name) {
+    const auto buffer = std::make_unique<u_char[]>(value.size());
+    std::copy(value.begin(), value.end(), buffer.get());
+    const auto arcs = std::make_unique<oid[]>(name.size());
+    std::copy(name.begin(), name.end(), arcs.get());
+    const int error = method(phase, buffer.get(), type, value.size(), nullptr, arcs.get(), name.size());
+    if (!std::equal(name.begin(), name.end(), arcs.get()))
+        throw std::logic_error("a write method changed its name");
+    return error;
 }
 
 bytes as_long(int64_t number) {

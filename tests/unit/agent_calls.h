@@ -4,14 +4,17 @@
  *
  * The calls that the module makes of the agent's library and that a test wants to see
  * are redirected by the linker (--wrap): register_mib and unregister_mib go no
- * further, snmp_set_detail goes on to the agent, the debugging calls are recorded, and
- * free watches over the reply buffers.
+ * further, snmp_set_detail goes on to the agent, the debugging calls are recorded,
+ * malloc and calloc can be made to fail, and free watches over the reply buffers and
+ * the module's VSAN records.
  */
 #ifndef AGENT_CALLS_H
 #define AGENT_CALLS_H
 
 #include "vsan_mib.h"
 
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -41,6 +44,13 @@ class scripted_agent {
     std::vector<oid_name> unregistered;
     std::vector<std::string> details; /* texts of snmp_set_detail */
     std::vector<std::string> debug;   /* "function token text" of the agent's debugging */
+
+    /* How many allocations succeed before one fails; the later ones succeed again. */
+    std::optional<unsigned> allocations_before_failure;
+    unsigned allocations_failed = 0;
+
+    /* Allocations of a VSAN record's size that nobody has released yet. */
+    std::set<void *> records_held;
 };
 
 extern scripted_agent agent;
@@ -85,6 +95,8 @@ read_answer get_next(uint8_t magic, std::initializer_list<oid> instance);
 /* A write method called as the agent does it: the value lies in a buffer of just its
  * length. */
 int write(WriteMethod *method, int phase, uint8_t type, const bytes &value);
+/* The same for the instance `name`, which lies in a buffer of just its length too. */
+int write(WriteMethod *method, int phase, uint8_t type, const bytes &value, const oid_name &name);
 
 /* A number as this agent passes an INTEGER or Unsigned32: one C long. */
 bytes as_long(int64_t number);

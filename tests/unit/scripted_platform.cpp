@@ -1,5 +1,8 @@
 #include "scripted_platform.h"
 
+#include <arpa/inet.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -74,9 +77,26 @@ scripted_reply scripted_platform::answer(const sent_request &request) {
     return {some_failure, 0, std::nullopt};
 }
 
+membership_reply scripted_platform::answer(const membership_request &request) {
+    if (port_manager)
+        return port_manager(request);
+    if (!memberships) {
+        ++unscripted_requests;
+        return {some_failure};
+    }
+    const std::pair<uint32_t, uint32_t> asked = {request.vsan, request.if_index};
+    const auto pair = request.kind == 1 ? memberships->find(asked) : memberships->upper_bound(asked);
+    if (pair == memberships->end())
+        return {some_failure};
+    return {0, pair->first.first, pair->first.second, pair->second};
+}
+
 void *scripted_platform::make_reply(const bytes &data) {
     // Exactly as large as the data, so that reading past its end is seen.
-    void *reply = malloc(data.size());
+    // Not by malloc, which a test may let fail in the module.
+    void *reply = nullptr;
+    if (posix_memalign(&reply, sizeof(void *), data.size()) != 0)
+        abort();
     if (!data.empty())
         memcpy(reply, data.data(), data.size());
     replies_held.insert(reply);
@@ -122,6 +142,15 @@ list_content *content_of(const indxobj_list *list) {
 
 } // namespace
 
+std::vector<const void *> data_on(const indxobj_list &list) {
+    std::vector<const void *> result;
+    if (list.impl != nullptr) {
+        for (const listed_entry &entry : content_of(&list)->entries)
+            result.push_back(entry.data);
+    }
+    return result;
+}
+
 extern "C" {
 
 // ---- Message service
@@ -165,11 +194,11 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
     return answer.status;
 }
 
-const void *mts_payload_get(const mts_message *) {
-    return nullptr;
+const void *mts_payload_get(const mts_message *message) {
+    return message->payload ? message->payload->data() : nullptr;
 }
-uint32_t mts_payload_size(const mts_message *) {
-    return 0;
+uint32_t mts_payload_size(const mts_message *message) {
+    return message->payload ? static_cast<uint32_t>(message->payload->size()) : 0;
 }
 
 // ---- Keyed lists: entries in the order in which they were added
@@ -191,7 +220,22 @@ int indxobj_create(indxobj_list *list, int base, int unique, indxobj_comparator 
 int indxobj_add(indxobj_list *list, const void *key, void *data) {
     if (list->impl == nullptr)
         return 0;
-    content_of(list)->entries.push_back({key, data});
+    if (!platform.add_results.empty()) {
+        const int result = platform.add_results.front();
+        platform.add_results.pop_front();
+        if (result == 0)
+            return 0;
+    }
+    auto &entries = content_of(list)->entries;
+    const auto present = std::find_if(entries.begin(), entries.end(), [&](const listed_entry &entry) {
+        return content_of(list)->comparator(entry.key, key) == 0;
+    });
+    if (present == entries.end() || platform.list_reading == present_key::is_doubled)
+        entries.push_back({key, data});
+    else if (platform.list_reading == present_key::is_refused)
+        return 0;
+    else
+        *present = {key, data};
     return 1;
 }
 
@@ -272,8 +316,9 @@ void buginf(const char *name, const char *format, ...) {
 // ---- Error texts
 
 const char *syserr_format(uint32_t status) {
-    static char text[40];
-    snprintf(text, sizeof text, "%s", failure_text(status).c_str());
+    static char text[1001];
+    snprintf(text, sizeof text, "%s",
+             platform.long_error_texts ? std::string(1000, 'e').c_str() : failure_text(status).c_str());
     return text;
 }
 
@@ -304,23 +349,51 @@ uint32_t get_tdx_show_run_mode(const char *feature, uint32_t *mode) {
 
 // ---- VSAN library, port manager
 
+// In a program of its own that has the VSAN library itself, that one counts.
+#pragma weak vsan_range_config_change_get_info
+#pragma weak vsan_range_config_change_get_attr_values
+
 uint32_t vsan_range_config_change_get_info(const void *, uint32_t, uint32_t *condition, uint32_t *vsan_id,
                                            uint32_t *is_vsan_created) {
-    *condition = *vsan_id = *is_vsan_created = 0;
-    return some_failure;
+    const scripted_vsan_event event = platform.vsan_event.value_or(scripted_vsan_event{some_failure, 0, 0, 0, {}});
+    *condition = event.condition;
+    *vsan_id = event.vsan;
+    *is_vsan_created = event.is_created;
+    return event.status;
 }
 
-uint32_t vsan_range_config_change_get_attr_values(const void *, uint32_t, uint32_t, uint32_t *value,
+uint32_t vsan_range_config_change_get_attr_values(const void *payload, uint32_t size, uint32_t key, uint32_t *value,
                                                   uint32_t *old_value) {
+    platform.attribute_reads.push_back({payload, size, key});
     *value = *old_value = 0;
-    return some_failure;
+    if (!platform.vsan_event)
+        return some_failure;
+    const auto &attributes = platform.vsan_event->attributes;
+    const auto attribute = attributes.find(key);
+    if (attribute == attributes.end())
+        return some_failure;
+    *value = htonl(attribute->second);
+    *old_value = htonl(0xDEADBEEFu);
+    return 0;
 }
 
-uint32_t pm_cmi_get_active_vsan_port_membership(mts_queue *, uint32_t kind, uint32_t *, uint32_t *, uint8_t *,
-                                                const char *, uint32_t, uint32_t) {
+uint32_t pm_cmi_get_active_vsan_port_membership(mts_queue *queue, uint32_t kind, uint32_t *vsan, uint32_t *if_index,
+                                                uint8_t *is_static, const char *user_name, uint32_t session,
+                                                uint32_t wait_class) {
     note("port membership kind %u", kind);
-    ++platform.unscripted_requests;
-    return some_failure;
+    membership_request request = {queue, kind, *vsan, *if_index, *is_static, std::nullopt, session, wait_class};
+    if (user_name != nullptr)
+        request.user = user_name;
+    platform.membership_requests.push_back(request);
+    const membership_reply reply = platform.answer(request);
+    if (reply.status == 0) {
+        *vsan = reply.vsan;
+        *if_index = reply.if_index;
+        *is_static = reply.is_static;
+    }
+    if (reply.error_number != 0)
+        errno = reply.error_number;
+    return reply.status;
 }
 
 // ---- Agent extension library
@@ -338,6 +411,7 @@ void unregister_for_notification(uint32_t event_class) {
 
 netsnmp_variable_list *build_varbind(netsnmp_variable_list *list, const void *value, uint8_t type, size_t length,
                                      const oid *name, size_t name_length) {
+    platform.binding_lengths.push_back(length);
     snmp_varlist_add_variable(&list, name, name_length, type, value, length);
     return list;
 }
@@ -359,6 +433,9 @@ void log_set_error(uint32_t code, uint32_t number) {
 
 void log_snmp_error(const snmp_error_record *record) {
     note("log_snmp_error %.80s", record->text);
+    platform.error_records.push_back(*record);
+    platform.errors_reported.emplace_back(record->code,
+                                          std::string(record->text, strnlen(record->text, sizeof record->text)));
 }
 
 int snmp_get_allowed_vsans_subtree(allowed_vsan_list *list, const oid *name, size_t length, int pdu_type) {
@@ -371,7 +448,7 @@ int snmp_get_allowed_vsans_subtree(allowed_vsan_list *list, const oid *name, siz
         return 0;
     for (const uint32_t vsan : *platform.allowed_vsans)
         list->bitmap[vsan / 8] = static_cast<uint8_t>(list->bitmap[vsan / 8] | 1u << vsan % 8);
-    return 1;
+    return platform.restriction_result;
 }
 
 static bool vsan_is_listed(uint32_t vsan, const allowed_vsan_list &list) {
@@ -398,12 +475,15 @@ int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
     return 0;
 }
 
-int snmp_is_vsan_allowed_subtree(uint32_t vsan, const oid *, size_t, int) {
+int snmp_is_vsan_allowed_subtree(uint32_t vsan, const oid *name, size_t length, int pdu_type) {
+    platform.vsan_checks.push_back({vsan, std::vector<oid>(name, name + length), pdu_type});
     return !platform.allowed_vsans || platform.allowed_vsans->count(vsan) != 0 ? 1 : 0;
 }
 
-int intf_chk_vsan_role_allowed(uint32_t, int, allowed_vsan_list) {
-    return 0;
+int intf_chk_vsan_role_allowed(uint32_t if_index, int operation, allowed_vsan_list list) {
+    platform.role_checks.push_back({if_index, operation, list.size});
+    const auto barred = platform.barred_interfaces.find(if_index);
+    return barred == platform.barred_interfaces.end() ? 0 : barred->second;
 }
 
 } // extern "C"

@@ -93,6 +93,66 @@ struct list_creation {
     int ordered;
 };
 
+/* One call of snmp_is_vsan_allowed_subtree. */
+struct allowed_vsan_call {
+    uint32_t vsan;
+    std::vector<oid> name;
+    int pdu_type;
+};
+
+/* One call of intf_chk_vsan_role_allowed. */
+struct role_check {
+    uint32_t if_index;
+    int operation;
+    uint32_t list_size;
+};
+
+/* One call of pm_cmi_get_active_vsan_port_membership. */
+struct membership_request {
+    const mts_queue *queue;
+    uint32_t kind;
+    uint32_t vsan;
+    uint32_t if_index;
+    uint8_t is_static;
+    std::optional<std::string> user;
+    uint32_t session;
+    uint32_t wait_class;
+};
+
+/* What the port manager answers to a request; the pair counts for status 0 only. */
+struct membership_reply {
+    uint32_t status = 0;
+    uint32_t vsan = 0;
+    uint32_t if_index = 0;
+    uint8_t is_static = 0;
+    int error_number = 0; /* what errno is set to, 0 to leave it */
+};
+
+/* An event message; without a payload it has none at all. */
+struct mts_message {
+    std::optional<bytes> payload;
+};
+
+/* What the VSAN library makes of an event. An attribute that is not listed cannot be
+ * read. Values as the callers see them once they have converted them. */
+struct scripted_vsan_event {
+    uint32_t status = 0;
+    uint32_t condition = 0;
+    uint32_t vsan = 0;
+    uint32_t is_created = 0;
+    std::map<uint32_t, uint32_t> attributes;
+};
+
+/* One call of vsan_range_config_change_get_attr_values. */
+struct attribute_read {
+    const void *payload;
+    uint32_t size;
+    uint32_t key;
+};
+
+/* What a list does with a key that it already holds. */
+enum class present_key { is_refused, is_replaced, is_doubled };
+
 class scripted_platform {
   public:
     /* Forgets everything that was recorded and scripted. The number of the PDU in
@@ -117,6 +177,18 @@ class scripted_platform {
     /* Restricts the user of the PDU to some VSANs. */
     void restrict_to(std::set<uint32_t> allowed) { allowed_vsans = std::move(allowed); }
     std::optional<std::set<uint32_t>> allowed_vsans;
+    int restriction_result = 1; /* of snmp_get_allowed_vsans_subtree for such a user */
+
+    /* What the role test answers for an interface, 0 where nothing is listed. */
+    std::map<uint32_t, int> barred_interfaces;
+
+    /* The port manager's pairs of VSAN and ifIndex, with their static flag. Its answers
+     * come from them in OID order unless `port_manager` is set. */
+    std::optional<std::map<std::pair<uint32_t, uint32_t>, uint8_t>> memberships;
+    std::function<membership_reply(const membership_request &)> port_manager;
+
+    /* What the VSAN library makes of the next events; it decodes nothing otherwise. */
+    std::optional<scripted_vsan_event> vsan_event;
 
     /* Who asks. */
     std::optional<std::string> user;
@@ -136,6 +208,13 @@ class scripted_platform {
     /* Results of the next list creations; success when there is none left. */
     std::deque<int> list_results;
 
+    /* Results of the next additions to a list; success when there is none left. */
+    std::deque<int> add_results;
+    present_key list_reading = present_key::is_doubled;
+
+    /* Error texts far longer than anything that takes them. */
+    bool long_error_texts = false;
+
     /* What was recorded. */
     std::vector<sent_request> requests;
     std::vector<trace_line> history;
@@ -143,8 +222,15 @@ class scripted_platform {
     std::vector<std::string> debug_names;
     std::vector<uint32_t> history_modules;
     std::vector<std::pair<uint32_t, uint32_t>> errors_set;
+    std::vector<std::pair<uint32_t, std::string>> errors_reported; /* log_snmp_error */
     std::vector<int> heartbeats;
     std::vector<allowed_vsans_call> allowed_calls;
+    std::vector<allowed_vsan_call> vsan_checks;
+    std::vector<role_check> role_checks;
+    std::vector<membership_request> membership_requests;
+    std::vector<attribute_read> attribute_reads;
+    std::vector<size_t> binding_lengths; /* of the values passed to build_varbind */
+    std::vector<snmp_error_record> error_records;
     std::vector<uint32_t> list_sizes_passed; /* by value, to the two list functions */
     std::vector<std::string> tdx_features;
     std::vector<list_creation> lists_created;
@@ -165,6 +251,7 @@ class scripted_platform {
 
     /* Called by the platform functions. */
     scripted_reply answer(const sent_request &request);
+    membership_reply answer(const membership_request &request);
     void *make_reply(const bytes &data);
 
   private:
@@ -172,6 +259,9 @@ class scripted_platform {
 };
 
 extern scripted_platform platform;
+
+/* The data on a list, in the order in which it was added. */
+std::vector<const void *> data_on(const indxobj_list &list);
 
 /* A search that fills the journal beyond this does not end by itself; it is then told
  * that no further VSAN is permitted. */

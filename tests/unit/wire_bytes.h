@@ -82,4 +82,24 @@ inline bytes row_reply(const vsan_row &row) {
     return block;
 }
 
+/* One interface's membership. The fourth word is in the byte order of whoever made the
+ * record, so it is given byte by byte. */
+inline bytes if_record(uint32_t if_index, uint32_t vsan, uint32_t deny_list, bytes row_status = {0, 0, 0, 0}) {
+    bytes record = words({if_index, vsan, deny_list});
+    record.insert(record.end(), row_status.begin(), row_status.end());
+    return record;
+}
+
+/* One timer value, packed: the VSAN number starts at byte 10. */
+inline bytes timer_record(uint32_t key, uint32_t value, uint8_t per_vsan, uint8_t flag, uint32_t vsan, uint8_t tail) {
+    bytes record(15);
+    put_word(record, 0, key);
+    put_word(record, 4, value);
+    record[8] = per_vsan;
+    record[9] = flag;
+    put_word(record, 10, vsan);
+    record[14] = tail;
+    return record;
+}
+
 #endif

@@ -9,6 +9,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
 
 #include <net-snmp/net-snmp-config.h>
 
@@ -89,6 +91,15 @@ static_assert(sizeof(fc_timer_record) == 15);
 static_assert(offsetof(fc_timer_record, per_vsan) == 8);
 static_assert(offsetof(fc_timer_record, vsan) == 10);
 static_assert(offsetof(fc_timer_record, tail) == 14);
+
+/* One pair of the membership summary, as the port manager answered; 15 bytes. */
+struct vsanMembershipSummary_row {
+    uint32_t vsanIndex;
+    uint32_t ifIndex;
+    uint8_t is_static; /* nonzero when the membership is configured */
+    uint8_t unused[6];
+} __attribute__((packed));
+static_assert(sizeof(vsanMembershipSummary_row) == 15);
 
 /* A switch-wide latency, 12 bytes. */
 struct latency_record {
@@ -258,13 +269,20 @@ enum vsan_mib_request_kind : uint32_t { GET_REQ = 1, GETNEXT_REQ = 2, SET_REQ = 
 enum vsan_mib_wait_class : uint32_t {
     WAIT_TRAP = 0,
     WAIT_TABLE = 4, /* all reads, and writes of table rows */
+    WAIT_MEMBERSHIP = 5,
     WAIT_TIMER = 10 /* timer writes, which the whole fabric may have to agree on */
 };
 
 /* Platform statuses that the module tells apart, and its own. */
 constexpr uint32_t MANAGER_NO_SUCH_VSAN = 0x40190001u;
+constexpr uint32_t MANAGER_NO_SUCH_ATTRIBUTE = 0x40190002u; /* the VSAN has no such value */
 constexpr uint32_t MANAGER_NAME_CONFLICT = 0x40190004u;
-constexpr uint32_t ENTRY_NO_INSTANCE = 0x40490002u; /* the OID names no usable row */
+constexpr uint32_t MANAGER_BAD_DROP_LATENCY = 0x40190014u;
+constexpr uint32_t MANAGER_NO_VALUE = 0x4019001fu;
+constexpr uint32_t MANAGER_TDX_REFUSED = 0x40190028u; /* the distribution service refuses the read */
+constexpr uint32_t ENTRY_NO_INSTANCE = 0x40490002u;   /* the OID names no usable row */
+constexpr uint32_t STATUS_VSAN_RESTRICTED_USER = 0x4049002cu;
+constexpr uint32_t STATUS_VSAN_NOT_FOR_USER = 0x40540008u; /* creating or deleting it */
 constexpr uint32_t STATUS_IN_ERRNO = UINT32_MAX;
 
 /* The mode argument that every caller of to_snmp_error_code passes. */
@@ -276,6 +294,19 @@ constexpr uint32_t LOG_NUMBER_RESOURCE = 584; /* a refusal of ours, or memory th
 
 /* The interoperability mode that the manager calls 100 and SNMP sees as 0. */
 constexpr int32_t INTEROP_MODE_DEFAULT = 100;
+
+/* VSAN numbers run from 1 to this. */
+constexpr uint32_t VSAN_MAX = 4095;
+
+/* Arcs of a column's OID: the root and 1.1.3.1.<column>, or as many elsewhere. */
+constexpr size_t VSAN_COLUMN_LENGTH = vsan_mib_root_length + 5;
+
+/* What a user wants of an interface, as the agent extension library numbers it. */
+constexpr int IF_OPERATION_MOVE = 1;
+constexpr int IF_OPERATION_READ = 3;
+
+/* The application under which the distribution service governs the timers. */
+constexpr char timer_feature[] = "fctimer";
 
 /* The largest VSAN number that a GETNEXT may start from; nothing follows 4096. */
 constexpr uint32_t VSAN_GETNEXT_LIMIT = 4096;
@@ -304,6 +335,21 @@ extern uint32_t last_manager_status;
  */
 uint32_t query_vsanEntry(uint32_t kind, const vsanEntry &key, vsanEntry &row, vsanEntry_answer &answer);
 
+/*
+ * Sends one vsanEntry in a SET_REQ or DELETE_REQ, in the name of the requester. Not
+ * exported. The record is in host order and not changed: what is sent is a copy.
+ * Returns the status of the exchange.
+ */
+uint32_t send_vsanEntry(uint32_t kind, const vsanEntry &entry);
+
+/* What every writer does with a refused request: records the status for the agent and
+ * returns the SNMP error status that stands for it. */
+int refused_by_manager(uint32_t status);
+
+/* What every writer does when memory or a list fails: records it for the agent and
+ * returns genErr. */
+int out_of_resources();
+
 /* The reason of a failed exchange: errno's text for STATUS_IN_ERRNO, else the
  * platform's. Static storage; valid until the next call. */
 const char *manager_error_text(uint32_t status);
@@ -312,10 +358,61 @@ const char *manager_error_text(uint32_t status);
  * arcs). Returns 0 when all, and then `list` says nothing; nonzero when `list` counts. */
 int get_allowed_vsans(allowed_vsan_list &list, const oid *name, size_t length, int pdu_type);
 
+/* Hands a refusal for the requester's sake to the agent's log. */
+void report_restriction(uint32_t status);
+
+/* Takes the VSAN number from the instance OID of a varbind (`name_len` arcs, the first
+ * VSAN_COLUMN_LENGTH the column) into a cleared record. Returns whether it could. */
+bool resolve_instance(const oid *name, size_t name_len, vsanEntry &entry);
+
+/* How a table indexed by VSAN is read. */
+struct vsan_table {
+    /* Looks up the row that `name` names (`exact` nonzero) or that follows it. Returns
+     * 0 with the row kept and `name` and `length` naming it, or a failure status. */
+    uint32_t (*lookup)(const variable *vp, oid *name, size_t *length, int exact);
+    /* The VSAN number of the row looked up last. */
+    uint32_t (*current_vsan)();
+};
+
+/*
+ * Looks up a row as the requester may see it: for GETNEXT the next permitted one, jumping
+ * over those that are not. Permission is that of the VSAN that the manager returned.
+ * `function` is the read handler's name, for its trace. Returns whether there is one.
+ */
+bool find_visible_row(const char *function, const vsan_table &table, const variable *vp, oid *name, size_t *length,
+                      int exact);
+
+/* A record's name as text: bounded by its field, since a terminating NUL may be missing. */
+struct vsan_name_text {
+    char text[sizeof vsanEntry::vsanName + 1];
+
+    explicit vsan_name_text(const vsanEntry &entry) {
+        memcpy(text, entry.vsanName, sizeof entry.vsanName);
+        text[sizeof entry.vsanName] = '\0';
+    }
+};
+
 /* ---- Results handed to the agent: valid until the next request ---------------- */
 
-extern vsanEntry vsanEntry_current; /* the VSAN table's row */
-extern int32_t vsanRowStatus_active;
+extern vsanEntry vsanEntry_current;                                        /* the VSAN table's row */
+extern vsanIfEntry vsanIfEntry_current;                                    /* the interface table's */
+alignas(4) extern vsanMembershipSummary_row vsanMembershipSummary_current; /* the membership summary's */
+extern fc_timer_record vsanFcTimer_current;                                /* the timer table's */
+extern int32_t vsanRowStatus_active; /* the row status, and the timer table's value */
+
+/* ---- What the module keeps while it is loaded ------------------------------------ */
+
+/* One byte for each VSAN number 0 to 4095: bit 0x80 forces the next R_A_TOV, 0x40 the
+ * next E_D_TOV, 0x20 the next D_S_TOV. */
+constexpr uint32_t VSAN_FORCE_FLAGS = 4096;
+extern uint8_t vsanFcTimerForceFlags[VSAN_FORCE_FLAGS];
+
+/* For whoever looks with a debugger; nothing here reads them. */
+extern uint32_t last_loadbalancing_type; /* as requested, accepted or not */
+extern uint32_t last_timer_status;
+
+/* Where row status changes are written too, for a developer who opens it; null. */
+extern FILE *vsan_mib_debug_file;
 
 /* ---- Staging lists, alive between init_vsan_mib and deinit_vsan_mib ------------- */
 
@@ -402,6 +499,46 @@ uint32_t header_vsanEntry(const oid *vp_name, size_t vp_namelen, oid *name, size
 uint32_t get_vsanEntry_instance(const oid *vp_name, size_t vp_namelen, const oid *name, const size_t *length, int exact,
                                 vsanEntry *entry);
 
+void set_table_set_methods(int magic, WriteMethod **write_method);
+void set_if_table_set_methods(int magic, WriteMethod **write_method);
+void set_fctimer_table_set_methods(int magic, WriteMethod **write_method);
+
+uint32_t header_vsanIfEntry(const oid *vp_name, size_t vp_namelen, oid *name, size_t *length, int exact,
+                            vsanIfEntry *record);
+uint32_t header_vsanMembershipSummaryEntry(const oid *vp_name, size_t vp_namelen, oid *name, size_t *length, int exact,
+                                           vsanMembershipSummary_row *row);
+uint32_t header_vsanFcTimerEntry(const variable *vp, oid *name, size_t *length, int exact, fc_timer_record *record,
+                                 int for_set);
+uint32_t get_vsanFcTimerEntry_instance(const oid *vp_name, size_t vp_namelen, const oid *name, const size_t *length,
+                                       int exact, fc_timer_record *record);
+int process_for_vsan_restriction(uint32_t if_index, int operation, uint32_t vsan, const oid *name, size_t length,
+                                 int pdu_type);
+
+int handle_onepdu_undo_vsanEntryList(int magic, const oid *name, size_t name_len, const u_char *value, size_t length);
+int handle_set_vsanEntryList(const oid *name, size_t name_len);
+int handle_free_vsanEntryList(const oid *name, size_t name_len);
+int handle_undo_vsanEntryList(const oid *name, size_t name_len);
+
+WriteMethod set_vsanRowStatus;
+WriteMethod set_vsanName;
+WriteMethod set_vsanMediaType;
+WriteMethod set_vsanAdminState;
+WriteMethod set_vsanMtu;
+WriteMethod set_vsanLoadBalancingType;
+WriteMethod set_vsanInterOperType;
+WriteMethod set_vsanInterOperMode;
+WriteMethod set_vsanInorderDelivery;
+WriteMethod set_vsanNetworkDropLatency;
+WriteMethod set_vsanIfVsan;
+WriteMethod set_vsanIfDenyList;
+int check_valid_ifindex(void);
+
+WriteMethod set_vsanFcTimerForceFlag;
+WriteMethod set_vsanFcTimerRatov;
+WriteMethod set_vsanFcTimerEdtov;
+WriteMethod set_vsanFcTimerDstov;
+uint8_t set_mib_vsanFcTimerForceFlag(uint8_t flags, uint32_t key, int enable);
+
 int set_Scalar(uint32_t opcode, uint32_t length, const void *payload);
 WriteMethod set_fcTimerRatov;
 WriteMethod set_fcTimerEdtov;
@@ -413,6 +550,8 @@ WriteMethod set_fcInorderDelivery;
 netsnmp_variable_list *handle_notifications(const mts_message *message, oid *trap_oid, size_t *trap_length, int *send);
 netsnmp_variable_list *handle_port_memb_change_notifications(const mts_message *message, oid *trap_oid,
                                                              size_t *trap_length, int *send);
+WriteMethod write_vsanNotificationCntl;
+int vsan_trap_vsan_set(uint32_t value);
 
 } // extern "C"
 #pragma GCC visibility pop

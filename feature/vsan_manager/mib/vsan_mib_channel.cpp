@@ -19,9 +19,6 @@ namespace {
 uint32_t count_cell;
 uint32_t value_cell;
 
-// The application under which the distribution service governs the timers.
-constexpr char timer_feature[] = "fctimer";
-
 // One word of a reply, host order. REQUIRES: the reply holds it.
 uint32_t reply_word(const void *reply, size_t word) {
     uint32_t value;
@@ -158,11 +155,20 @@ int to_snmp_error_code(uint32_t status, int mode) {
 
 } // extern "C"
 
-uint32_t query_vsanEntry(uint32_t kind, const vsanEntry &key, vsanEntry &row, vsanEntry_answer &answer) {
-    vsanEntry_block request = {};
-    request.record = key;
-    vsanEntry_hton(&request.record);
+namespace {
 
+// The block that carries a copy of a record, network order.
+vsanEntry_block to_block(const vsanEntry &entry) {
+    vsanEntry_block block = {};
+    block.record = entry;
+    vsanEntry_hton(&block.record);
+    return block;
+}
+
+} // namespace
+
+uint32_t query_vsanEntry(uint32_t kind, const vsanEntry &key, vsanEntry &row, vsanEntry_answer &answer) {
+    const vsanEntry_block request = to_block(key);
     void *reply = nullptr;
     uint32_t length = sizeof request;
     uint32_t status = cmi_req_resp(OPCODE_VSAN, kind, &request, &reply, &length, nullptr, 0, MANAGER_SAP_VSAN,
@@ -186,14 +192,25 @@ uint32_t query_vsanEntry(uint32_t kind, const vsanEntry &key, vsanEntry &row, vs
     return status;
 }
 
-const char *manager_error_text(uint32_t status) {
-    return status == STATUS_IN_ERRNO ? strerror(errno) : syserr_format(status);
+uint32_t send_vsanEntry(uint32_t kind, const vsanEntry &entry) {
+    const vsanEntry_block request = to_block(entry);
+    uint32_t length = sizeof request;
+    return cmi_req_resp(OPCODE_VSAN, kind, &request, nullptr, &length, get_snmp_username(0), get_snmp_sessionid(0),
+                        MANAGER_SAP_VSAN, mts_response_q, WAIT_TABLE);
 }
 
-int get_allowed_vsans(allowed_vsan_list &list, const oid *name, size_t length, int pdu_type) {
-    list = {};
-    list.size = sizeof list.bitmap;
-    return snmp_get_allowed_vsans_subtree(&list, name, length, pdu_type);
+int refused_by_manager(uint32_t status) {
+    log_set_error(status, LOG_NUMBER_REQUEST);
+    return to_snmp_error_code(status, SNMP_ERROR_MODE);
+}
+
+int out_of_resources() {
+    log_set_error(1, LOG_NUMBER_RESOURCE);
+    return SNMP_ERR_GENERR;
+}
+
+const char *manager_error_text(uint32_t status) {
+    return status == STATUS_IN_ERRNO ? strerror(errno) : syserr_format(status);
 }
 
 uint32_t integer_value(const u_char *value, size_t length) {

@@ -98,13 +98,10 @@ extern "C" {
  */
 int set_Scalar(uint32_t opcode, uint32_t length, const void *payload) {
     sysmgr_heartbeat(1);
-    const uint32_t status = cmi_req_resp(opcode, SET_REQ, payload, nullptr, &length, get_snmp_username(0),
-                                         get_snmp_sessionid(0), MANAGER_SAP_VSAN, mts_response_q, WAIT_TIMER);
+    last_timer_status = cmi_req_resp(opcode, SET_REQ, payload, nullptr, &length, get_snmp_username(0),
+                                     get_snmp_sessionid(0), MANAGER_SAP_VSAN, mts_response_q, WAIT_TIMER);
     sysmgr_heartbeat(0);
-    if (status == 0)
-        return SNMP_ERR_NOERROR;
-    log_set_error(status, LOG_NUMBER_REQUEST);
-    return to_snmp_error_code(status, SNMP_ERROR_MODE);
+    return last_timer_status == 0 ? SNMP_ERR_NOERROR : refused_by_manager(last_timer_status);
 }
 
 // The write methods. The agent calls each once for every phase; only RESERVE1 and

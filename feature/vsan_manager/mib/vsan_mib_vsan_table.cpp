@@ -24,53 +24,26 @@ struct instance_cache {
 };
 instance_cache cache = {-1, 0, 0, {}};
 
-// A record's name as text: bounded by its field, since a terminating NUL may be missing.
-struct name_text {
-    char text[sizeof vsanEntry::vsanName + 1];
-
-    explicit name_text(const vsanEntry &entry) {
-        memcpy(text, entry.vsanName, sizeof entry.vsanName);
-        text[sizeof entry.vsanName] = '\0';
-    }
-};
-
 u_char *integer_result(void *value, size_t *var_len) {
     *var_len = sizeof(uint32_t);
     return static_cast<u_char *>(value);
 }
 
-/*
- * Finds the row for a user who may touch only the VSANs in `allowed`, as GETNEXT sees
- * it: the next permitted row into vsanEntry_current. From a row that is not permitted
- * it jumps to just before the next permitted number, so that the manager's answer
- * skips everything between. Returns whether there is such a row.
- */
-bool next_allowed_row(const char *function, const variable *vp, oid *name, size_t *length,
-                      const allowed_vsan_list &allowed) {
-    for (;;) {
-        if (header_vsanEntry(vp->name, vp->namelen, name, length, 0, &vsanEntry_current) != 0)
-            return false;
-
-        const auto vsan = static_cast<uint32_t>(vsanEntry_current.vsanIndex);
-        if (snmp_is_vsan_allowed_in_list(vsan, allowed) != 0)
-            return true;
-        // A manager that sends no row, or none after the one asked for, would keep us
-        // here for ever.
-        if (cache.last_index == -1 || vsan <= static_cast<uint32_t>(cache.last_index))
-            return false;
-
-        uint32_t permitted = vsan;
-        if (snmp_get_next_allowed_vsan_in_list(&permitted, allowed) == 0) {
-            VSAN_TRACE(TRACE_EVENT, "%s(%d) vsan_present:%d \n", function, __LINE__, 0);
-            return false;
-        }
-        VSAN_TRACE(TRACE_EVENT, "%s(%d) vsan_present:%d \n", function, __LINE__, static_cast<int>(permitted));
-        name[vp->namelen] = permitted - 1;
-        *length = static_cast<size_t>(vp->namelen) + 1;
-    }
+uint32_t lookup(const variable *vp, oid *name, size_t *length, int exact) {
+    return header_vsanEntry(vp->name, vp->namelen, name, length, exact, &vsanEntry_current);
 }
 
+uint32_t current_vsan() {
+    return static_cast<uint32_t>(vsanEntry_current.vsanIndex);
+}
+
+constexpr vsan_table table = {lookup, current_vsan};
+
 } // namespace
+
+bool resolve_instance(const oid *name, size_t name_len, vsanEntry &entry) {
+    return get_vsanEntry_instance(name, VSAN_COLUMN_LENGTH, name, &name_len, 1, &entry) == 0;
+}
 
 extern "C" {
 
@@ -161,7 +134,7 @@ uint32_t header_vsanEntry(const oid *vp_name, size_t vp_namelen, oid *name, size
                    __func__, __LINE__, exact != 0 ? "GET " : "GETNEXT", static_cast<int>(sizeof(vsanEntry_block)),
                    entry->vsanIndex, entry->vsanMediaType, entry->vsanAdminState, entry->vsanMtu,
                    entry->vsanInorderDelivery, entry->vsanInterOperMode, entry->vsanLoadBalancingType,
-                   entry->vsanRowStatus, entry->vsanOperState, name_text(*entry).text,
+                   entry->vsanRowStatus, entry->vsanOperState, vsan_name_text(*entry).text,
                    static_cast<int>(entry->vsanNetworkDropLatency));
     }
 
@@ -176,25 +149,13 @@ uint32_t header_vsanEntry(const oid *vp_name, size_t vp_namelen, oid *name, size
  * in static storage, or null when there is no row or the user may not see it. The
  * permission asked for is always that of the VSAN that the manager returned.
  */
-u_char *get_vsanEntry(variable *vp, oid *name, size_t *length, int exact, size_t *var_len, WriteMethod **) {
+u_char *get_vsanEntry(variable *vp, oid *name, size_t *length, int exact, size_t *var_len, WriteMethod **write_method) {
     VSAN_TRACE(TRACE_EVENT, "%s(%d) Magic:%d  \n", __func__, __LINE__, vp->magic);
 
-    allowed_vsan_list allowed;
-    if (get_allowed_vsans(allowed, name, *length, PDU_TYPE_GET) == 0) {
-        if (header_vsanEntry(vp->name, vp->namelen, name, length, exact, &vsanEntry_current) != 0)
-            return nullptr;
-    } else if (exact != 0) {
-        if (header_vsanEntry(vp->name, vp->namelen, name, length, exact, &vsanEntry_current) != 0)
-            return nullptr;
-        const int is_allowed =
-            snmp_is_vsan_allowed_in_list(static_cast<uint32_t>(vsanEntry_current.vsanIndex), allowed);
-        VSAN_TRACE(TRACE_EVENT, "%s(%d) vsanIndex:%d , allowed:%d \n", __func__, __LINE__, vsanEntry_current.vsanIndex,
-                   is_allowed);
-        if (is_allowed == 0)
-            return nullptr;
-    } else if (!next_allowed_row(__func__, vp, name, length, allowed)) {
+    // First of all, and for rows that do not exist too: they may be about to be created.
+    set_table_set_methods(vp->magic, write_method);
+    if (!find_visible_row(__func__, table, vp, name, length, exact))
         return nullptr;
-    }
 
     VSAN_TRACE(TRACE_EVENT, "%s(%d) Request type:%d \n", __func__, __LINE__, vp->magic);
     vsanEntry &row = vsanEntry_current;
