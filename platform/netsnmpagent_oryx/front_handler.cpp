@@ -10,20 +10,24 @@
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
 #include "context.h"
+#include "free_pass.h"
+#include "root.h"
 #include "row_guard.h"
 
 namespace oryx {
 namespace {
-
-const oid ROOT[] = {1, 3, 6, 1, 4, 1, static_cast<oid>(VENDOR_PEN), 9, 282};
 
 bool started = false;
 
 int front_handler(netsnmp_mib_handler *handler, netsnmp_handler_registration *registration,
                   netsnmp_agent_request_info *request_info, netsnmp_request_info *requests) {
     PduScope scope(*request_info);
-    if (request_info->mode != MODE_SET_RESERVE1)
-        return netsnmp_call_next_handler(handler, registration, request_info, requests);
+    if (request_info->mode != MODE_SET_RESERVE1) {
+        const int status = netsnmp_call_next_handler(handler, registration, request_info, requests);
+        if (request_info->mode == MODE_SET_UNDO)
+            free_after_last_undo(*request_info, requests);
+        return status;
+    }
 
     RowGuard guard(requests);
     if (!guard.armed()) {
@@ -32,7 +36,7 @@ int front_handler(netsnmp_mib_handler *handler, netsnmp_handler_registration *re
         return SNMP_ERR_NOERROR;
     }
     const int status = netsnmp_call_next_handler(handler, registration, request_info, requests);
-    guard.restore(*request_info, requests);
+    guard.restore(*registration, *request_info, requests);
     return status;
 }
 
@@ -85,16 +89,14 @@ void for_each_registration(void (*visit)(netsnmp_handler_registration &)) {
         for (netsnmp_subtree *first = context->first_subtree; first; first = first->next)
             for (netsnmp_subtree *subtree = first; subtree; subtree = subtree->children) {
                 netsnmp_handler_registration *registration = subtree->reginfo;
-                if (registration && registration->rootoid_len >= OID_LENGTH(ROOT) &&
-                    netsnmp_oid_equals(registration->rootoid, OID_LENGTH(ROOT), ROOT, OID_LENGTH(ROOT)) == 0)
+                if (registration && is_under_root(registration->rootoid, registration->rootoid_len))
                     visit(*registration);
             }
 }
 
 int on_registration(int, int, void *announcement, void *) {
     const register_parameters *registered = static_cast<const register_parameters *>(announcement);
-    if (registered && registered->name && registered->namelen >= OID_LENGTH(ROOT) &&
-        netsnmp_oid_equals(registered->name, OID_LENGTH(ROOT), ROOT, OID_LENGTH(ROOT)) == 0)
+    if (registered && registered->name && is_under_root(registered->name, registered->namelen))
         for_each_registration(attach);
     return SNMP_ERR_NOERROR;
 }

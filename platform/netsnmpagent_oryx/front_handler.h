@@ -1,6 +1,7 @@
 /*
  * The handler that stands in front of every handler registered under the module's
- * root: it says who asks (context.h) and keeps a SET on its row (row_guard.h).
+ * root: it says who asks (context.h), keeps a SET on its row (row_guard.h) and leaves
+ * nothing staged behind (free_pass.h).
  */
 #ifndef NETSNMPAGENT_ORYX_FRONT_HANDLER_H
 #define NETSNMPAGENT_ORYX_FRONT_HANDLER_H

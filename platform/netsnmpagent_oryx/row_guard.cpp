@@ -3,6 +3,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "free_pass.h"
+
 namespace oryx {
 
 RowGuard::RowGuard(const netsnmp_request_info *requests) {
@@ -26,7 +28,8 @@ RowGuard::~RowGuard() {
     free(names_);
 }
 
-void RowGuard::restore(netsnmp_agent_request_info &request_info, netsnmp_request_info *requests) const {
+void RowGuard::restore(netsnmp_handler_registration &registration, netsnmp_agent_request_info &request_info,
+                       netsnmp_request_info *requests) const {
     const oid *next = names_;
     for (netsnmp_request_info *request = requests; request; request = request->next) {
         const size_t length = static_cast<size_t>(*next++);
@@ -35,6 +38,7 @@ void RowGuard::restore(netsnmp_agent_request_info &request_info, netsnmp_request
         netsnmp_variable_list &varbind = *request->requestvb;
         if (netsnmp_oid_equals(varbind.name, varbind.name_length, name, length) == 0)
             continue;
+        free_varbind(registration, request_info, *request);
         snmp_set_var_objid(&varbind, name, length);
         netsnmp_set_request_error(&request_info, request, SNMP_ERR_INCONSISTENTNAME);
     }

@@ -30,8 +30,10 @@ class RowGuard {
     /* False when there was no memory for the names. */
     bool armed() const { return names_ != nullptr; }
 
-    /* Restores every changed name of the same chain and fails its varbind. */
-    void restore(netsnmp_agent_request_info &request_info, netsnmp_request_info *requests) const;
+    /* Restores every changed name of the same chain and fails its varbind. What the write
+     * method has put aside for the other row is released under that row's name first. */
+    void restore(netsnmp_handler_registration &registration, netsnmp_agent_request_info &request_info,
+                 netsnmp_request_info *requests) const;
 
   private:
     /* For each request in turn: the number of arcs, then the arcs. */

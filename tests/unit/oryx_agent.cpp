@@ -14,13 +14,21 @@ FakeObjects *objects = nullptr;
 
 constexpr int MOST_VARBINDS = 8;
 
+// Entries of the agent's library that its headers leave out.
+extern "C" {
+int handle_set_loop(netsnmp_agent_session *asp);
+netsnmp_request_info *netsnmp_add_varbind_to_cache(netsnmp_agent_session *asp, int vbcount,
+                                                   netsnmp_variable_list *varbind, netsnmp_subtree *subtree);
+}
+
 int write_fake(int action, u_char *, u_char, size_t, u_char *, oid *name, size_t length) {
     return objects->on_write ? objects->on_write(action, name, length) : SNMP_ERR_NOERROR;
 }
 
 u_char *read_fake(variable *, oid *name, size_t *length, int exact, size_t *value_length, WriteMethod **write_method) {
     static long value = 1;
-    *write_method = write_fake;
+    if (!objects->is_writable || objects->is_writable(name, *length))
+        *write_method = write_fake;
     *value_length = sizeof(value);
     if (objects->on_read)
         objects->on_read(name, length, exact);
@@ -145,6 +153,20 @@ int Pdu::call(int mode) {
     if (!registration)
         return SNMP_ERR_GENERR;
     return netsnmp_call_handlers(registration, asp_->reqinfo, asp_->requests);
+}
+
+void Pdu::sort_by_registration() {
+    asp_->pdu->command = SNMP_MSG_SET;
+    int number = 0;
+    for (netsnmp_variable_list *varbind = asp_->pdu->variables; varbind; varbind = varbind->next_variable)
+        netsnmp_add_varbind_to_cache(asp_, ++number, varbind,
+                                     netsnmp_subtree_find(varbind->name, varbind->name_length, nullptr, ""));
+}
+
+int Pdu::set() {
+    sort_by_registration();
+    asp_->mode = MODE_SET_BEGIN;
+    return handle_set_loop(asp_);
 }
 
 Oid Pdu::name(int number) const {

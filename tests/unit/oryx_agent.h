@@ -35,6 +35,8 @@ size_t log_lines_with(const std::string &text);
 struct FakeObjects {
     std::function<void(oid *name, size_t *length, int exact)> on_read;
     std::function<int(int action, const oid *name, size_t length)> on_write;
+    /* Whether the row of a name has a write method; all have by default. */
+    std::function<bool(const oid *name, size_t length)> is_writable;
 
     FakeObjects();
     ~FakeObjects();
@@ -67,6 +69,18 @@ class Pdu {
 
     /* Hands all varbinds to the handlers registered for the first, in agent mode `mode`. */
     int call(int mode);
+
+    /* Lets the agent itself take all varbinds through the phases of a SET; returns the
+     * error status of the answer. failed() then is the number of the varbind at fault,
+     * or -1. */
+    int set();
+    int failed() const { return static_cast<int>(asp_->index) - 1; }
+
+    /* Sorts the varbinds by registration, as the agent does before the first phase. */
+    void sort_by_registration();
+
+    /* A varbind without what RESERVE1 noted for it, as when the agent had no memory. */
+    void forget_write_method(int number) { netsnmp_free_request_data_sets(&asp_->requests[number]); }
 
     /* What became of a varbind. */
     int status(int number) const { return asp_->requests[number].status; }

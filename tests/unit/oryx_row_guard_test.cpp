@@ -78,6 +78,21 @@ TEST_F(RowGuardTest, TheMoveOutranksWhatTheOtherRowSays) {
     EXPECT_EQ(pdu.status(0), SNMP_ERR_INCONSISTENTNAME);
 }
 
+TEST_F(RowGuardTest, WhatWasPutAsideForTheOtherRowIsReleasedUnderItsName) {
+    answer_with_other_row(10, 11);
+    Pdu pdu = Pdu::v2c("private");
+    for (oid index : {10u, 13u})
+        pdu.add(row(NAME_COLUMN, index));
+    pdu.call(MODE_SET_RESERVE1);
+    const std::vector<std::pair<int, Oid>> expected = {
+        {MODE_SET_RESERVE1, row(NAME_COLUMN, 11)},
+        {MODE_SET_RESERVE1, row(NAME_COLUMN, 13)},
+        {MODE_SET_FREE, row(NAME_COLUMN, 11)},
+    };
+    EXPECT_EQ(writes, expected);
+    EXPECT_EQ(pdu.status(1), SNMP_ERR_NOERROR);
+}
+
 TEST_F(RowGuardTest, AnOrdinaryRefusalIsLeftAlone) {
     write_status = SNMP_ERR_WRONGVALUE;
     Pdu pdu = Pdu::v2c("private");

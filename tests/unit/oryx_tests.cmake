@@ -10,6 +10,7 @@ add_executable(oryx_test
   oryx_context_test.cpp
   oryx_errors_test.cpp
   oryx_fake_platform.cpp
+  oryx_free_pass_test.cpp
   oryx_front_handler_test.cpp
   oryx_module_loader_test.cpp
   oryx_notifications_test.cpp
