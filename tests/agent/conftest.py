@@ -11,6 +11,7 @@ import pytest
 from harness.agent import Agent
 from harness.clients import NetSnmp, PySnmp
 from harness.fake_manager import FakeManager
+from harness.packets import PacketClient
 from harness.switch import VirtualSwitch
 
 VSANS = (
@@ -31,6 +32,12 @@ PORTS = (
 )
 INITIAL = {"vsans": VSANS, "ports": PORTS}
 ROLES = {"tape-team": (["alice", "limited"], ["1", "30"])}
+
+
+def pytest_addoption(parser):
+    group = parser.getgroup("random SETs")
+    group.addoption("--random-pdus", type=int, default=400, help="how many random SET PDUs a run sends")
+    group.addoption("--random-seed", type=int, default=1, help="what they are drawn from")
 
 
 class Folders:
@@ -140,3 +147,37 @@ def client(agent):
 @pytest.fixture
 def second_client(agent):
     return PySnmp(agent)
+
+
+class Operator(PacketClient):
+    """A client that may write, and what is behind it: its agent and its switch."""
+
+    def __init__(self, collection, community="private"):
+        self.switch = collection.add(VirtualSwitch(collection.folders.make(), initial=INITIAL, roles=ROLES)).start()
+        self.agent = collection.add(Agent(collection.folders.make(), self.switch.run_dir)).start()
+        super().__init__(self.agent, community)
+
+
+@pytest.fixture
+def operator(started):
+    """An operator with a switch of the test's own."""
+    with Operator(started) as client:
+        yield client
+
+
+@pytest.fixture(scope="module")
+def writable():
+    """An operator whose switch the tests of one file share: VSAN 2 is for trying values."""
+    collection = Started()
+    try:
+        with Operator(collection) as client:
+            yield client
+    finally:
+        collection.finish()
+
+
+@pytest.fixture
+def writer(puppet):
+    """A client that may write, through the agent whose manager is the scripted one."""
+    with PacketClient(puppet) as client:
+        yield client

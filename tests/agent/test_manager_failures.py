@@ -99,8 +99,7 @@ def test_manager_killed_during_a_request(start_switch, start_agent, manager, pup
     client = NetSnmp(puppet)
     under_way = client.start_get(cell("vsanName", 20))
     assert asked.wait(10)
-    manager.finish()
-    (manager.run_dir / "mts.sock").unlink()
+    manager.die()
     assert under_way.result()[0].kind == NO_SUCH_INSTANCE
     assert_nothing_to_see(client, AT_ONCE)
     # The same folder gets a manager again, a real one this time.

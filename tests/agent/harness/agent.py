@@ -41,9 +41,10 @@ class Agent:
     loading  the line that loads the module; empty for an agent without it
     user     the account to change to after the start, as `snmpd -u` does
     preload  a library to load before all others, beside that of the whole run
+    lines    further lines of its configuration
     """
 
-    def __init__(self, folder, run_dir, loading=BY_EXTENSION, user=None, preload=None):
+    def __init__(self, folder, run_dir, loading=BY_EXTENSION, user=None, preload=None, lines=()):
         self.folder = Path(folder)
         self.run_dir = Path(run_dir)
         self.port = free_udp_port()
@@ -54,19 +55,20 @@ class Agent:
         self._persistent = self.folder / "persistent"
         self._conf.mkdir()
         self._persistent.mkdir(mode=0o700)
-        self._write_configuration(loading)
+        self._write_configuration(loading, lines)
 
     @property
     def address(self):
         return f"127.0.0.1:{self.port}"
 
-    def _write_configuration(self, loading):
+    def _write_configuration(self, loading, further):
         lines = [
             "rocommunity public 127.0.0.1",
-            "rocommunity limited 127.0.0.1",
             "rwcommunity private 127.0.0.1",
+            "rwcommunity limited 127.0.0.1",
             *(f"rwuser {name} {ACCESS_LEVEL[level]}" for name, (level, _, _) in USERS.items()),
             loading,
+            *further,
         ]
         (self._conf / "snmpd.conf").write_text("\n".join(lines) + "\n")
         users = []

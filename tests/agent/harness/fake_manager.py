@@ -23,6 +23,13 @@ class Close:
     """The connection is closed instead of answered."""
 
 
+class LastWords:
+    """A reply, the ordinary one if none is given, and then the manager's end."""
+
+    def __init__(self, reply=None):
+        self.reply = reply
+
+
 class Raw:
     """Bytes sent as they are. `body` may be a function of the correlation."""
 
@@ -38,6 +45,9 @@ class Pieces:
         self.size = size
 
 
+KEPT_WHEN_ZERO = ("vsanInorderDelivery", "vsanNetworkDropLatency", "vsanOperState")
+
+
 def word(value):
     return struct.pack(">I", value & 0xFFFFFFFF)
 
@@ -51,7 +61,7 @@ def vsan_row(index, **fields):
 
 class FakeManager(CountsRequests):
     """Serves `vsans` (numbers). `answers` maps (service, opcode, kind) to a function
-    of the request that returns a wire.Reply, Silence, Close, Raw or Pieces, or None for the
+    of the request that returns a wire.Reply or one of the classes above, or None for the
     ordinary answer. `restricted` maps a user to the VSANs permitted to it."""
 
     def __init__(self, folder, vsans=(1, 2, 20, 30, 40)):
@@ -62,10 +72,20 @@ class FakeManager(CountsRequests):
         self.requests = []
         self.subscribed = threading.Event()  # somebody listens to events
         self._connections = []
+        self._ended = threading.Event()
+        self._listen()
+
+    def _listen(self):
         self._listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self._listener.bind(str(self.run_dir / "mts.sock"))
         self._listener.listen(16)
         threading.Thread(target=self._accept, daemon=True).start()
+
+    def _stop_listening(self):
+        with contextlib.suppress(OSError):
+            self._listener.shutdown(socket.SHUT_RDWR)  # wakes whoever waits for a connection
+        self._listener.close()
+        (self.run_dir / "mts.sock").unlink(missing_ok=True)
 
     def answer(self, action, opcode=wire.VSAN, kinds=(wire.GET, wire.GETNEXT), service=wire.SERVICE_VSAN):
         """Has every such request answered by `action`: a value, or a function of the request."""
@@ -75,6 +95,25 @@ class FakeManager(CountsRequests):
 
     def behave(self):
         self.answers.clear()
+
+    def die(self):
+        """Ends as a process does: no connection, no socket. For use in an answer, too."""
+        self._stop_listening()
+        self.drop_connections()
+        self._ended.set()
+        return Close
+
+    def revive(self):
+        """Serves again, with the VSANs that it had and none of the answers."""
+        assert self._ended.wait(10)
+        self._ended.clear()
+        self.behave()
+        self._listen()
+
+    def changes(self):
+        """The VSAN requests that were to change something: (kind, VSAN number) in order."""
+        return [(r.kind, wire.parse_vsan(r.payload)["vsanIndex"]) for r in list(self.requests)
+                if (r.service, r.opcode) == (wire.SERVICE_VSAN, wire.VSAN) and r.kind in (wire.SET, wire.DELETE)]
 
     def drop_connections(self):
         """As a manager does that ends; the next connection finds a new one."""
@@ -87,13 +126,14 @@ class FakeManager(CountsRequests):
         return Counter((r.service, r.opcode, r.kind) for r in list(self.requests))
 
     def finish(self):
-        self._listener.close()
+        self._stop_listening()
         self.drop_connections()
 
     def _accept(self):
+        listener = self._listener
         while True:
             try:
-                connection, _ = self._listener.accept()
+                connection, _ = listener.accept()
             except OSError:
                 return
             self._connections.append(connection)
@@ -126,6 +166,13 @@ class FakeManager(CountsRequests):
         action = special(request) if special else None
         if action is None:
             action = self._ordinary(request)
+        if isinstance(action, LastWords):
+            reply = action.reply or self._ordinary(request)
+            self._stop_listening()
+            connection.sendall(wire.frame(wire.REPLY, correlation, wire.reply_body(reply.status, reply.data)))
+            self.drop_connections()
+            self._ended.set()
+            return False
         if action is Close:
             # An orderly end, not a reset: what was sent before still arrives.
             connection.shutdown(socket.SHUT_RDWR)
@@ -168,7 +215,15 @@ class FakeManager(CountsRequests):
         return word(permitted is not None) + bytes(bitmap) + word(0)
 
     def _vsan(self, request):
-        asked = wire.parse_vsan(request.payload)["vsanIndex"]
+        sent = wire.parse_vsan(request.payload)
+        asked = sent["vsanIndex"]
+        if request.kind == wire.SET:
+            self.vsans[asked] = self.vsans.get(asked, vsan_row(asked)) | {
+                name: value for name, value in sent.items() if value or name not in KEPT_WHEN_ZERO}
+            return wire.Reply(0, None)
+        if request.kind == wire.DELETE:
+            found = self.vsans.pop(asked, None)
+            return wire.Reply(0 if found else wire.NO_SUCH_VSAN, None)
         if request.kind == wire.GET:
             index = asked if asked in self.vsans else None
         else:

@@ -41,9 +41,11 @@ OBJECTS = (
 )
 
 TYPE_OF = {name: kind for name, kind, _, _ in OBJECTS}
+ACCESS = {name: access for name, _, access, _ in OBJECTS}
 ARCS = {name: ROOT + suffix for name, _, _, suffix in OBJECTS}
 NAMES = tuple(name for name, _, _, _ in OBJECTS)
 SCALARS = tuple(name for name, _, _, suffix in OBJECTS if len(suffix) == 3)
+TIMERS = tuple(name for name, _, _, suffix in OBJECTS if suffix[:4] == (1, 4, 8, 1))
 COLUMNS = tuple(name for name, _, _, suffix in OBJECTS if suffix[:4] == (1, 1, 3, 1))
 READ_ONLY = tuple(name for name, _, access, _ in OBJECTS if access == READ)
 VSAN_ENTRY = ROOT + (1, 1, 3, 1)

@@ -113,10 +113,11 @@ class VirtualSwitch(CountsRequests):
             self.process.assert_no_report()
 
     def write_roles(self, roles):
-        """`roles` maps a role's name to (users, VSAN ranges)."""
+        """`roles` maps a role's name to (users, VSAN ranges) or (users, VSAN ranges,
+        interface ranges). Without the last, the role has no interface."""
         path = self.state / "roles.json"
         path.write_text(json.dumps({"roles": [
-            {"name": name, "users": users, "vsans": vsans} for name, (users, vsans) in roles.items()
+            dict(zip(("users", "vsans", "interfaces"), role), name=name) for name, role in roles.items()
         ]}))
         path.chmod(0o600)
 
@@ -134,6 +135,15 @@ class VirtualSwitch(CountsRequests):
 
     def connect(self):
         return wire.WireClient(self.socket)
+
+    def operate(self, name, **arguments):
+        """What the operator's tool would ask for; returns the answer."""
+        with self.connect() as connection:
+            reply = connection.request(wire.SERVICE_SWITCH, wire.SWITCH_COMMAND, wire.command_kind(name),
+                                       json.dumps({"command": name, **arguments}).encode())
+        answer = json.loads(reply.data or b"{}")
+        assert reply.status == 0, f"{name} {arguments}: {answer}"
+        return answer
 
     def wait_connections(self, count):
         """Waits until the switch has `count` connections beside this one."""

@@ -21,10 +21,10 @@ REQUEST, REPLY, SUBSCRIBE, EVENT, PING, PONG = range(1, 7)
 GET, GETNEXT, SET, DELETE, TDX_GET = range(1, 6)
 
 SERVICE_SWITCH, SERVICE_ROLES, SERVICE_VSAN, SERVICE_PORT, SERVICE_TDX = 1, 3, 15, 46, 66
-SWITCH_COUNTERS, ROLE_OF_USER, TDX_STATE = 9001, 9101, 9201
-VSAN_COUNT, LAST_CHANGE, FC_TIMER, IF_COUNT = 125, 126, 127, 128
+SWITCH_COUNTERS, SWITCH_COMMAND, ROLE_OF_USER, TDX_STATE = 9001, 9002, 9101, 9201
+MEMBERSHIP, VSAN_COUNT, LAST_CHANGE, FC_TIMER, IF_COUNT = 124, 125, 126, 127, 128
 LATENCY, INORDER_DELIVERY, VSAN = 136, 140, 149
-NO_SUCH_VSAN, NO_MORE_VSANS = 0x40190001, 0x40190003
+NO_SUCH_VSAN, NO_MORE_VSANS, NAME_CONFLICT = 0x40190001, 0x40190003, 0x40190004
 
 BLOCK_SIZE, RECORD_AT, RECORD_SIZE = 2632, 520, 2108
 NAME_SIZE = 36
@@ -105,11 +105,21 @@ def vsan_block(record_bytes=b"", **fields):
     return bytes(RECORD_AT) + record_bytes.ljust(BLOCK_SIZE - RECORD_AT, b"\0")
 
 
+def command_kind(name):
+    """The kind of an operator's command: one that only reads, or one that changes."""
+    return GET if name.endswith((".show", ".list")) else SET
+
+
 def parse_vsan(block):
     """The record of a block as a dictionary, the name cut at its NUL."""
     record = dict(zip(RECORD_FIELDS, RECORD.unpack_from(block, RECORD_AT)))
     record["vsanName"] = record["vsanName"].split(b"\0")[0]
     return record
+
+
+def parse_timer(payload):
+    """(key, value, per VSAN, forced, VSAN) of a timer record."""
+    return struct.unpack(">IIBBIx", payload)
 
 
 class WireClient:
