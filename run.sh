@@ -218,10 +218,11 @@ end_on_signals
 require_debian
 open_state "$STATE"
 STATE=$(cd "$STATE" && pwd -P)
-install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}"
+mapfile -t MIB_PACKAGES < <(packages_for_standard_mibs "$BUILD")
+install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${MIB_PACKAGES[@]}"
 # What was configured for the tests serves as well; the build itself notices changed files.
 is_configured "$BUILD" || configure_project "$BUILD" -DBUILD_TESTS=OFF
-build_project "$BUILD" vswitchd vsanmib netsnmpagent_oryx
+build_project "$BUILD" vswitchd vswitchctl vsanmib netsnmpagent_oryx
 provide_standard_mibs "$BUILD"
 
 umask 077

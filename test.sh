@@ -25,20 +25,24 @@ a line 'N passed, N failed'. Ends with 0 only when none failed.
 HELP
 }
 
-test_here() {
-    install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+# install_with_mibs PACKAGE...: installs, and sees to the standard MIB modules in BUILD.
+install_with_mibs() {
+    local for_mibs
+    mapfile -t for_mibs < <(packages_for_standard_mibs "$BUILD")
+    install_packages "$@" "${for_mibs[@]}"
     provide_standard_mibs "$BUILD"
+}
+
+test_here() {
+    install_with_mibs "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
     run_group tools/suite.sh "$BUILD"
 }
 
 test_in_target_root() {
-    local root=$TARGET_ROOT/root
     ((EUID == 0)) || fail "--target makes a 32-bit root, and only root can do that"
-    install_packages "${TARGET_PACKAGES[@]}"
-    provide_standard_mibs "$BUILD"
+    install_with_mibs "${TARGET_PACKAGES[@]}"
     make_target_root
-    mkdir -p "$root/build/mibs"
-    cp "${STANDARD_MIBS[@]/#/$BUILD/mibs/}" "$root/build/mibs/"
+    share_standard_mibs "$BUILD" "$TARGET_ROOT/root/build"
     in_target_root /src/tools/suite.sh /build
 }
 
@@ -47,8 +51,8 @@ test_in_target_root() {
 # its stack shows where it allocated what it leaks by itself (tests/lsan.supp).
 test_with_sanitizers() {
     local folder=$BUILD/sanitize
-    install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
-    provide_standard_mibs "$folder"
+    install_with_mibs "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+    share_standard_mibs "$BUILD" "$folder"
     run_group env SNMPD_PRELOAD="$(g++ -print-file-name=libasan.so) $(g++ -print-file-name=libubsan.so)" \
         ASAN_OPTIONS=fast_unwind_on_malloc=0:detect_stack_use_after_return=1:strict_string_checks=1 \
         UBSAN_OPTIONS=print_stacktrace=1 \

