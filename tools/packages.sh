@@ -9,7 +9,7 @@ BUILD_PACKAGES=(
 )
 RUN_PACKAGES=(snmpd snmp)
 TEST_PACKAGES=(
-    libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools sqlite3
+    libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools snmptrapd sqlite3
 )
 FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev)
 LINT_PACKAGES=(git clang-format-14 cppcheck shellcheck)
@@ -45,7 +45,9 @@ install_packages() {
         exit 1
     fi
     rm -f "$log"
-    [[ " $list " != *" snmpd "* ]] || stop_system_agent "${as_root[@]}"
+    [[ " $list " != *" snmpd "* ]] || stop_system_service snmpd snmpd.service "${as_root[@]}"
+    [[ " $list " != *" snmptrapd "* ]] ||
+        stop_system_service snmptrapd "snmptrapd.socket snmptrapd.service" "${as_root[@]}"
 }
 
 # require_debian: the packages are Debian's, and so are their names.
@@ -73,11 +75,14 @@ apt_install() {
     } >"$log" 2>&1 </dev/null
 }
 
-# stop_system_agent [AS_ROOT...]: Debian starts an agent of the system's own when snmpd is
-# installed. Nobody asked for that one.
-stop_system_agent() {
+# stop_system_service PACKAGE "UNIT..." [AS_ROOT...]: Debian starts a service of the system's
+# own when one of these packages is installed. Nobody asked for that one.
+stop_system_service() {
+    local package=$1 units=$2
+    shift 2
     [[ -d /run/systemd/system ]] || return 0
-    say "stopping the system's own snmpd, which came with its package"
-    "$@" systemctl disable --now --quiet snmpd.service ||
-        say "it could not be stopped; 'systemctl disable --now snmpd' as root does that"
+    say "stopping the system's own $package, which came with its package"
+    # shellcheck disable=SC2086 # several units
+    "$@" systemctl disable --now --quiet $units ||
+        say "it could not be stopped; 'systemctl disable --now $units' as root does that"
 }
