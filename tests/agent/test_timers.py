@@ -7,7 +7,7 @@ import pytest
 
 from harness import ber, wire
 from harness.assignments import DESTROY, row_status
-from harness.clients import NO_SUCH_INSTANCE
+from harness.clients import NO_SUCH_INSTANCE, NetSnmp
 from harness.fake_manager import Silence
 from harness.oids import ARCS, ROOT, TIMERS, cell, scalar
 from harness.packets import DONE, PacketClient
@@ -227,6 +227,22 @@ def test_the_whole_subtree_is_consistent_while_the_service_governs(operator, com
         numbers = {"private": VSANS, "limited": (1, 30)}[community]
         expected = numbers if show_run else [vsan for vsan in numbers if vsan in (30, 4095)]
         assert [row.oid[-1] for row in walked if row.oid[:-1] == ARCS["vsanFcTimerRatov"]] == list(expected)
+
+
+@pytest.mark.parametrize("is_governed", [False, True])
+def test_a_restricted_v3_user_walks_the_whole_subtree_with_the_service_on_and_off(operator, is_governed):
+    if is_governed:
+        operator.switch.operate("tdx.enable")
+        assert operator.set(timer("Ratov", 30, 20000), timer("Ratov", 4095, 20001)) == DONE
+    walked = NetSnmp(operator.agent, version="3", user="alice").walk(ROOT)
+    assert all(before.oid < after.oid for before, after in zip(walked, walked[1:]))
+
+    def rows(name):
+        return [row.oid[-1] for row in walked if row.oid[:-1] == ARCS[name]]
+
+    assert rows("vsanName") == [1, 30]
+    assert rows("vsanFcTimerRatov") == ([30] if is_governed else [1, 30])
+    assert {row.oid[len(SUMMARY)] for row in walked if row.oid[: len(SUMMARY)] == SUMMARY} <= {1, 30}
 
 
 def test_a_timer_of_a_vsan_without_a_value_at_the_service_is_not_set_in_the_next_ones_place(operator):

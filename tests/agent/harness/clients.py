@@ -255,7 +255,18 @@ class Packets:
         return encoder.encode(message)
 
     def exchange(self, packet):
-        """The bindings of the answer to a packet."""
+        """The bindings of the answer to a packet; answers to others are passed over."""
         self.socket.send(packet)
-        message, _ = decoder.decode(self.socket.recv(65536), asn1Spec=api.v2c.Message())
-        return [convert(*pair) for pair in api.v2c.apiPDU.getVarBinds(api.v2c.apiMessage.getPDU(message))]
+        wanted = self._request_id(packet)
+        while True:
+            answer = self.socket.recv(65536)
+            if self._request_id(answer) == wanted:
+                return [convert(*pair) for pair in api.v2c.apiPDU.getVarBinds(self._pdu(answer))]
+
+    def _request_id(self, packet):
+        return int(api.v2c.apiPDU.getRequestID(self._pdu(packet)))
+
+    @staticmethod
+    def _pdu(packet):
+        message, _ = decoder.decode(packet, asn1Spec=api.v2c.Message())
+        return api.v2c.apiMessage.getPDU(message)
