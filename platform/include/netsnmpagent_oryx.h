@@ -47,7 +47,8 @@ void unregister_for_notification(uint32_t event_class);
  * Appends one binding to a list. `list` is null for the first. The value (`length`
  * bytes of ASN.1 type `type`) and the name (`name_length` arcs) are copied.
  *
- * Returns the head of the list; on failure the list as it was.
+ * Returns the head of the list; on failure the list as it was, and the notification
+ * that is being made is not sent.
  */
 netsnmp_variable_list *build_varbind(netsnmp_variable_list *list, const void *value, uint8_t type, size_t length,
                                      const oid *name, size_t name_length);

@@ -24,8 +24,11 @@ struct Subscription {
 Subscription subscriptions[NOTIFICATION_CLASSES];
 unsigned subscription_count = 0;
 
-/* The descriptor that the agent's loop watches, or -1. */
+/* The descriptor that the agent's loop watches, unless there is a pause; or -1. */
 int connection = -1;
+
+/* The agent's timer that ends a pause in a storm of events, or 0. */
+unsigned pause_timer = 0;
 
 /* The agent's timer that tries to connect, or 0. Either it runs or there is a
  * connection or nobody has subscribed. */
@@ -35,6 +38,9 @@ unsigned connect_timer = 0;
  * pull the connection from under its own event. */
 bool delivering = false;
 bool subscriptions_changed = false;
+
+/* Set when a binding could not be made: its notification would be another one. */
+bool binding_is_missing = false;
 
 static_assert(NOTIFICATION_CLASSES <= MTS_EVENTS_MAX_CLASSES);
 
@@ -72,8 +78,9 @@ void deliver(const mts_message *message) {
     oid trap_oid[MAX_OID_LEN] = {};
     size_t trap_length = 0;
     int send = 0;
+    binding_is_missing = false;
     netsnmp_variable_list *bindings = subscription->callback(message, trap_oid, &trap_length, &send);
-    if (bindings && send == 1 && trap_length > 0 && trap_length <= MAX_OID_LEN)
+    if (bindings && !binding_is_missing && send == 1 && trap_length > 0 && trap_length <= MAX_OID_LEN)
         send_notification(trap_oid, trap_length, bindings);
     snmp_free_varbind(bindings);
 }
@@ -81,7 +88,11 @@ void deliver(const mts_message *message) {
 void disconnect() {
     if (connection < 0)
         return;
-    unregister_readfd(connection);
+    if (pause_timer != 0)
+        snmp_alarm_unregister(pause_timer);
+    else
+        unregister_readfd(connection);
+    pause_timer = 0;
     connection = -1;
     mts_events_close();
 }
@@ -112,6 +123,23 @@ void renew_connection() {
     }
 }
 
+void on_readable(int, void *);
+
+void on_pause_over(unsigned, void *) {
+    pause_timer = 0;
+    if (register_readfd(connection, on_readable, nullptr) != FD_REGISTERED_OK)
+        renew_connection();
+}
+
+/* Leaves the connection alone for a while; without memory for a timer it goes on. */
+void begin_pause() {
+    struct timeval duration = {};
+    duration.tv_usec = STORM_PAUSE * 1000;
+    pause_timer = snmp_alarm_register_hr(duration, 0, on_pause_over, nullptr);
+    if (pause_timer != 0)
+        unregister_readfd(connection);
+}
+
 /* The agent's loop found the connection readable. */
 void on_readable(int, void *) {
     delivering = true;
@@ -125,6 +153,8 @@ void on_readable(int, void *) {
     delivering = false;
     if (result < 0 || subscriptions_changed)
         renew_connection();
+    else if (result == 1)
+        begin_pause();
 }
 
 void on_connect_timer(unsigned, void *) {
@@ -179,8 +209,10 @@ void unregister_for_notification(uint32_t event_class) {
 
 netsnmp_variable_list *build_varbind(netsnmp_variable_list *list, const void *value, uint8_t type, size_t length,
                                      const oid *name, size_t name_length) {
-    if (!name || name_length == 0 || name_length > MAX_OID_LEN || (!value && length > 0))
+    if (!name || name_length == 0 || name_length > MAX_OID_LEN || (!value && length > 0)) {
+        oryx::binding_is_missing = true;
         return list;
+    }
     // The agent reads numbers as whole words; the caller's may lie anywhere, a record
     // of the wire included.
     unsigned long long aligned;
@@ -188,7 +220,8 @@ netsnmp_variable_list *build_varbind(netsnmp_variable_list *list, const void *va
         memcpy(&aligned, value, length);
         value = &aligned;
     }
-    snmp_varlist_add_variable(&list, name, name_length, type, value, length);
+    if (!snmp_varlist_add_variable(&list, name, name_length, type, value, length))
+        oryx::binding_is_missing = true;
     return list;
 }
 

@@ -17,6 +17,11 @@ constexpr unsigned NOTIFICATION_CLASSES = 16;
  * turns. */
 constexpr unsigned EVENTS_PER_TURN = 32;
 
+/* Milliseconds after a turn that took so many in which no more are taken. 2000 a second
+ * are few enough for the buffers of ordinary receivers, and for those of informs to
+ * acknowledge them, so that a storm reaches them whole; the switch keeps what waits. */
+constexpr unsigned STORM_PAUSE = 16;
+
 /* Seconds between two attempts to connect. */
 constexpr unsigned CONNECT_INTERVAL = 1;
 

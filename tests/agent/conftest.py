@@ -38,6 +38,8 @@ def pytest_addoption(parser):
     group = parser.getgroup("random SETs")
     group.addoption("--random-pdus", type=int, default=400, help="how many random SET PDUs a run sends")
     group.addoption("--random-seed", type=int, default=1, help="what they are drawn from")
+    group = parser.getgroup("random roles")
+    group.addoption("--random-roles", type=int, default=12, help="how many roles are tried; --random-seed draws them")
 
 
 class Folders:
@@ -85,6 +87,13 @@ class Started:
 
 @pytest.fixture
 def started():
+    collection = Started()
+    yield collection
+    collection.finish()
+
+
+@pytest.fixture(scope="module")
+def started_for_file():
     collection = Started()
     yield collection
     collection.finish()

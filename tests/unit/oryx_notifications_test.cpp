@@ -90,6 +90,25 @@ class NotificationsTest : public OryxTest {
         timer->thecallback(timer->clientreg, timer->clientarg);
     }
 
+    /* Events of one full turn, taken by it. */
+    static void storm() {
+        for (unsigned i = 0; i < oryx::EVENTS_PER_TURN; ++i)
+            fake_switch.publish(145, {1});
+        agent_turn();
+        ASSERT_EQ(delivered.size(), oryx::EVENTS_PER_TURN);
+    }
+
+    /* What the agent's loop waits for beside requests. */
+    static int watched_descriptors() {
+        int descriptors = 0;
+        fd_set readable, writable, exceptional;
+        FD_ZERO(&readable);
+        FD_ZERO(&writable);
+        FD_ZERO(&exceptional);
+        netsnmp_external_event_info(&descriptors, &readable, &writable, &exceptional);
+        return descriptors;
+    }
+
     static void subscribe_and_connect() {
         ASSERT_EQ(register_for_notification(EVENT_CLASS_VSAN_CONFIG, on_event), 0);
         fire_timer();
@@ -152,6 +171,19 @@ TEST_F(NotificationsTest, ANotificationNeedsAnOidThatFits) {
     EXPECT_TRUE(sent.empty());
 }
 
+TEST_F(NotificationsTest, ANotificationThatLacksABindingIsNotSent) {
+    subscribe_and_connect();
+    during_callback = [] { EXPECT_EQ(build_varbind(nullptr, "abc", ASN_INTEGER, 3, VSAN_ID.data(), 3), nullptr); };
+    fake_switch.publish(145, {1});
+    agent_turn();
+    EXPECT_EQ(delivered.size(), 1u);
+    EXPECT_TRUE(sent.empty());
+    during_callback = nullptr;
+    fake_switch.publish(145, {2});
+    agent_turn();
+    EXPECT_EQ(sent.size(), 1u) << "the next one is whole";
+}
+
 TEST_F(NotificationsTest, EventsOfOtherClassesAreDropped) {
     subscribe_and_connect();
     fake_switch.publish(102, {1});
@@ -166,8 +198,31 @@ TEST_F(NotificationsTest, OneTurnOfTheLoopTakesABoundedNumberOfEvents) {
         fake_switch.publish(145, {1});
     agent_turn();
     EXPECT_EQ(delivered.size(), oryx::EVENTS_PER_TURN);
+    agent_poll();
+    EXPECT_EQ(delivered.size(), oryx::EVENTS_PER_TURN) << "then there is a pause";
+    while (delivered.size() < oryx::EVENTS_PER_TURN + 5)
+        agent_turn();
+    EXPECT_EQ(sa_find_next(), nullptr) << "fewer events are no storm";
+}
+
+TEST_F(NotificationsTest, APauseEndsWithTheSubscription) {
+    subscribe_and_connect();
+    storm();
+    unregister_for_notification(EVENT_CLASS_VSAN_CONFIG);
+    EXPECT_FALSE(fake_switch.connected());
+    EXPECT_EQ(sa_find_next(), nullptr);
+    EXPECT_EQ(watched_descriptors(), 0);
+}
+
+TEST_F(NotificationsTest, AConnectionThatBreaksDuringAPauseIsMadeAgain) {
+    subscribe_and_connect();
+    storm();
+    fake_switch.hang_up();
+    run_until_attempts(2);
+    ASSERT_TRUE(fake_switch.connected());
+    fake_switch.publish(145, {9});
     agent_turn();
-    EXPECT_EQ(delivered.size(), oryx::EVENTS_PER_TURN + 5);
+    EXPECT_EQ(sent.size(), oryx::EVENTS_PER_TURN + 1);
 }
 
 TEST_F(NotificationsTest, ItTriesAgainUntilTheSwitchIsThere) {
@@ -203,13 +258,7 @@ TEST_F(NotificationsTest, WithoutSubscriptionsThereIsNoConnectionAndNoTimer) {
     ASSERT_EQ(register_for_notification(EVENT_CLASS_VSAN_CONFIG, on_event), 0);
     unregister_for_notification(EVENT_CLASS_VSAN_CONFIG);
     EXPECT_EQ(sa_find_next(), nullptr);
-    int descriptors = 0;
-    fd_set readable, writable, exceptional;
-    FD_ZERO(&readable);
-    FD_ZERO(&writable);
-    FD_ZERO(&exceptional);
-    netsnmp_external_event_info(&descriptors, &readable, &writable, &exceptional);
-    EXPECT_EQ(descriptors, 0);
+    EXPECT_EQ(watched_descriptors(), 0);
 }
 
 TEST_F(NotificationsTest, ANewClassRenewsTheSubscription) {

@@ -110,6 +110,16 @@ TEST_F(PortNotification, AFailedQuerySendsNothingAndIsRepeatedAtTheNextEvent) {
     });
 }
 
+TEST_F(PortNotification, APortManagerThatIsAwayAtTheFirstEventIsAskedAtTheSecond) {
+    in_child([this] {
+        on_query().fails(ECONNREFUSED).reply(value);
+        const mts_message first = event(5, 10);
+        const mts_message second = event(6, 20);
+        expect_nothing_sent(deliver(port_membership, &first));
+        EXPECT_EQ(deliver(port_membership, &second).bindings, bindings(value, 6, 20)) << "nothing of the first one";
+    });
+}
+
 TEST_F(PortNotification, TheValueIsAskedForOnceAndKept) {
     in_child([this] {
         bytes longer = value;
@@ -183,6 +193,18 @@ TEST_F(PortNotification, AShortPayloadSendsNothing) {
         expect_nothing_sent(deliver(port_membership, &without_payload));
         const mts_message just_enough{words({5, 0, 6})};
         EXPECT_EQ(deliver(port_membership, &just_enough).bindings, bindings(value, 5, 6));
+    });
+}
+
+TEST_F(PortNotification, WhatFollowsTheThirdWordIsNobodysBusiness) {
+    in_child([this] {
+        on_query().reply(value);
+        for (const size_t more : {size_t{1}, size_t{4}, size_t{100000}}) {
+            bytes payload = words({5, 0, 6});
+            payload.resize(payload.size() + more, 0xEE);
+            const mts_message message{std::move(payload)};
+            EXPECT_EQ(deliver(port_membership, &message).bindings, bindings(value, 5, 6)) << more;
+        }
     });
 }
 

@@ -42,13 +42,15 @@ class Agent:
     user     the account to change to after the start, as `snmpd -u` does
     preload  a library to load before all others, beside that of the whole run
     lines    further lines of its configuration
+    users    further SNMPv3 users who may write, as in USERS
     """
 
-    def __init__(self, folder, run_dir, loading=BY_EXTENSION, user=None, preload=None, lines=()):
+    def __init__(self, folder, run_dir, loading=BY_EXTENSION, user=None, preload=None, lines=(), users=None):
         self.folder = Path(folder)
         self.run_dir = Path(run_dir)
         self.port = free_udp_port()
         self.user = user
+        self.users = USERS | (users or {})
         self.process = None
         self._preload = " ".join(str(p) for p in (AGENT_PRELOAD, preload) if p)
         self._conf = self.folder / "conf"
@@ -66,13 +68,13 @@ class Agent:
             "rocommunity public 127.0.0.1",
             "rwcommunity private 127.0.0.1",
             "rwcommunity limited 127.0.0.1",
-            *(f"rwuser {name} {ACCESS_LEVEL[level]}" for name, (level, _, _) in USERS.items()),
+            *(f"rwuser {name} {ACCESS_LEVEL[level]}" for name, (level, _, _) in self.users.items()),
             loading,
             *further,
         ]
         (self._conf / "snmpd.conf").write_text("\n".join(lines) + "\n")
         users = []
-        for name, (_, auth, priv) in USERS.items():
+        for name, (_, auth, priv) in self.users.items():
             users.append(f"createUser {name}" + (f" SHA {auth}" if auth else "") + (f" AES {priv}" if priv else ""))
         state = self._persistent / "snmpd.conf"
         state.write_text("\n".join(users) + "\n")
@@ -129,12 +131,21 @@ class Agent:
                 nudge.sendto(GET_UPTIME, ("127.0.0.1", self.port))
         raise AssertionError(f"snmpd did not reconfigure:\n{self.process.text()}")
 
+    def suspend(self):
+        """The process stays, and does nothing any more."""
+        self.process.signal(signal.SIGSTOP)
+        os.waitid(os.P_PID, self.process.pid, os.WSTOPPED)
+
+    def resume(self):
+        self.process.signal(signal.SIGCONT)
+
     def finish(self):
         """At the end of a test: the agent must still be there, and end well."""
         if self.process is None:
             return
         code = self.process.wait(0.1) if not self.process.running() else None
         assert code is None, f"snmpd ended by itself with {code}:\n{self.process.text()}"
+        self.process.signal(signal.SIGCONT)
         self.process.signal(signal.SIGTERM)
         code = self.process.wait(30)
         self.process.assert_no_report()
@@ -153,10 +164,7 @@ class Agent:
         return sorted(kinds)
 
     def resident_kib(self):
-        for line in Path(f"/proc/{self.process.pid}/status").read_text().splitlines():
-            if line.startswith("VmRSS:"):
-                return int(line.split()[1])
-        raise AssertionError("no VmRSS")
+        return self.process.resident_kib()
 
     def user_ids(self):
         """Real, effective, saved and file system user id."""

@@ -3,7 +3,7 @@ that send too many of them for a general library. Encoders give whole elements, 
 a test can also make one up that no ordinary client would send."""
 
 INTEGER, OCTETS, NULL, OID, SEQUENCE = 0x02, 0x04, 0x05, 0x06, 0x30
-GAUGE, TICKS = 0x42, 0x43
+COUNTER, GAUGE, TICKS = 0x41, 0x42, 0x43
 NO_OBJECT, NO_INSTANCE, END = 0x80, 0x81, 0x82
 
 

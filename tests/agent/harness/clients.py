@@ -12,7 +12,6 @@ from pysnmp import hlapi
 from pysnmp.proto import api
 from pysnmp.proto.rfc1905 import EndOfMibView, NoSuchInstance, NoSuchObject
 
-from .agent import USERS
 from .build import MIBS
 from .oids import dotted
 
@@ -45,14 +44,14 @@ class NoAnswer(Exception):
 class NetSnmp:
     """The Net-SNMP command line tools against one agent.
 
-    version is 1, 2c or 3; user names one of agent.USERS for version 3, the community
+    version is 1, 2c or 3; user names one of the agent's users for version 3, the community
     otherwise. timeout is in seconds; nothing is sent twice."""
 
     def __init__(self, agent, version="2c", user="public", timeout=10):
         self._address = agent.address
         self._options = [f"-v{version}", "-t", str(timeout), "-r", "0"]
         if version == "3":
-            level, auth, priv = USERS[user]
+            level, auth, priv = agent.users[user]
             self._options += ["-u", user, "-l", level]
             self._options += ["-a", "SHA", "-A", auth] if auth else []
             self._options += ["-x", "AES", "-X", priv] if priv else []
@@ -167,7 +166,7 @@ class PySnmp:
         self._engine = hlapi.SnmpEngine()
         self._target = hlapi.UdpTransportTarget(("127.0.0.1", agent.port), timeout=10, retries=0)
         if version == "3":
-            _, auth, priv = USERS[user]
+            _, auth, priv = agent.users[user]
             self._who = hlapi.UsmUserData(
                 user, auth, priv,
                 authProtocol=hlapi.usmHMACSHAAuthProtocol if auth else hlapi.usmNoAuthProtocol,
@@ -182,6 +181,10 @@ class PySnmp:
     def get(self, *oids):
         return self._one(hlapi.getCmd(self._engine, self._who, self._target, hlapi.ContextData(),
                                       *self._types(oids), lookupMib=False))
+
+    def get_next(self, *oids):
+        return self._one(hlapi.nextCmd(self._engine, self._who, self._target, hlapi.ContextData(),
+                                       *self._types(oids), lookupMib=False))
 
     def walk(self, oid):
         return self._all(oid, hlapi.nextCmd(self._engine, self._who, self._target, hlapi.ContextData(),
@@ -223,7 +226,7 @@ def convert(name, value):
         if isinstance(value, kind):
             return Binding(oid, exception)
     kind = {"Integer": "INTEGER", "Integer32": "INTEGER", "OctetString": "OCTET STRING", "Gauge32": "Gauge32",
-            "Unsigned32": "Gauge32", "TimeTicks": "Timeticks", "Gauge": "Gauge32"}[type(value).__name__]
+            "Unsigned32": "Gauge32", "TimeTicks": "Timeticks", "Gauge": "Gauge32", "Counter32": "Counter32"}[type(value).__name__]
     return Binding(oid, kind, bytes(value) if kind == "OCTET STRING" else int(value))
 
 

@@ -71,6 +71,7 @@ class FakeManager(CountsRequests):
         self.restricted = {}
         self.requests = []
         self.subscribed = threading.Event()  # somebody listens to events
+        self._subscriptions = []  # (connection, classes)
         self._connections = []
         self._ended = threading.Event()
         self._listen()
@@ -117,10 +118,23 @@ class FakeManager(CountsRequests):
 
     def drop_connections(self):
         """As a manager does that ends; the next connection finds a new one."""
+        self.subscribed.clear()
+        self._subscriptions.clear()
         for connection in self._connections:
             with contextlib.suppress(OSError):
                 connection.shutdown(socket.SHUT_RDWR)
         self._connections.clear()
+
+    def publish(self, event_class, payload):
+        """Sends an event to whoever has subscribed to its class."""
+        for connection, classes in self._subscriptions:
+            if event_class in classes:
+                connection.sendall(wire.event(event_class, payload))
+
+    def send_to_subscribers(self, data):
+        """Sends bytes that need not be an event to whoever listens to events."""
+        for connection, _ in self._subscriptions:
+            connection.sendall(data)
 
     def counts(self):
         return Counter((r.service, r.opcode, r.kind) for r in list(self.requests))
@@ -149,6 +163,8 @@ class FakeManager(CountsRequests):
                 if kind in (wire.PING, wire.SUBSCRIBE):
                     connection.sendall(wire.frame(wire.PONG, correlation))
                     if kind == wire.SUBSCRIBE:
+                        classes = [number for number, in struct.iter_unpack(">I", body)]
+                        self._subscriptions.append((connection, classes))
                         self.subscribed.set()
                 elif kind == wire.REQUEST:
                     request = wire.parse_request(body)
@@ -158,6 +174,7 @@ class FakeManager(CountsRequests):
         except OSError:
             pass
         finally:
+            self._subscriptions = [kept for kept in self._subscriptions if kept[0] is not connection]
             connection.close()
 
     def _respond(self, connection, correlation, request):

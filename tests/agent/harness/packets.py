@@ -15,9 +15,9 @@ STATUS = ("noError", "tooBig", "noSuchName", "badValue", "readOnly", "genErr", "
           "commitFailed", "undoFailed", "authorizationError", "notWritable", "inconsistentName")
 DONE = ("noError", 0)
 
-KINDS = {ber.INTEGER: "INTEGER", ber.OCTETS: "OCTET STRING", ber.OID: "OID", ber.GAUGE: "Gauge32",
-         ber.TICKS: "Timeticks", ber.NO_OBJECT: NO_SUCH_OBJECT, ber.NO_INSTANCE: NO_SUCH_INSTANCE,
-         ber.END: END_OF_MIB}
+KINDS = {ber.INTEGER: "INTEGER", ber.OCTETS: "OCTET STRING", ber.OID: "OID",
+         ber.COUNTER: "Counter32", ber.GAUGE: "Gauge32", ber.TICKS: "Timeticks", ber.NO_OBJECT: NO_SUCH_OBJECT,
+         ber.NO_INSTANCE: NO_SUCH_INSTANCE, ber.END: END_OF_MIB}
 
 
 class PacketClient:
@@ -96,6 +96,6 @@ class PacketClient:
 def _binding(name, value):
     tag, contents = value
     kind = KINDS.get(tag, f"tag {tag:#x}")
-    if tag in (ber.INTEGER, ber.GAUGE, ber.TICKS):
+    if tag in (ber.INTEGER, ber.COUNTER, ber.GAUGE, ber.TICKS):
         return Binding(ber.arcs_of(name[1]), kind, ber.number_of(contents))
     return Binding(ber.arcs_of(name[1]), kind, bytes(contents) if tag == ber.OCTETS else None)

@@ -4,6 +4,7 @@ import re
 import subprocess
 import threading
 import time
+from pathlib import Path
 
 SANITIZER_REPORT = re.compile(
     r"AddressSanitizer|LeakSanitizer|UndefinedBehaviorSanitizer|runtime error:|"
@@ -63,6 +64,13 @@ class LoggedProcess:
                         f"{self.command[0]} never printed {pattern!r}; it printed:\n{self.text()}"
                     )
                 self._changed.wait(min(left, 0.5))
+
+    def resident_kib(self):
+        """How much memory the process holds."""
+        for line in Path(f"/proc/{self.pid}/status").read_text().splitlines():
+            if line.startswith("VmRSS:"):
+                return int(line.split()[1])
+        raise AssertionError("no VmRSS")
 
     def signal(self, number):
         self._process.send_signal(number)

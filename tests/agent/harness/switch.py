@@ -5,6 +5,7 @@ import grp
 import json
 import os
 import signal
+import sqlite3
 import time
 from collections import Counter
 from pathlib import Path
@@ -136,7 +137,7 @@ class VirtualSwitch(CountsRequests):
     def connect(self):
         return wire.WireClient(self.socket)
 
-    def operate(self, name, **arguments):
+    def operate(self, name, /, **arguments):
         """What the operator's tool would ask for; returns the answer."""
         with self.connect() as connection:
             reply = connection.request(wire.SERVICE_SWITCH, wire.SWITCH_COMMAND, wire.command_kind(name),
@@ -157,6 +158,12 @@ class VirtualSwitch(CountsRequests):
     def vsans(self):
         with self.connect() as connection:
             return connection.vsans()
+
+    def stored(self):
+        """Everything that the switch keeps, as the statements that would make its
+        database anew."""
+        with contextlib.closing(sqlite3.connect(f"file:{self.state}/switch.db?mode=ro", uri=True)) as database:
+            return list(database.iterdump())
 
     def counts(self):
         with self.connect() as connection:

@@ -71,6 +71,11 @@ def parse_request(body):
                    body[start + payload : start + payload + user].decode())
 
 
+def event(event_class, payload):
+    """The frame of an event."""
+    return frame(EVENT, 0, struct.pack(">I", event_class) + payload)
+
+
 def reply_body(status, data=None):
     return REPLY_FIXED.pack(status, 0 if data is None else 1) + (data or b"")
 
@@ -155,6 +160,16 @@ class WireClient:
         assert kind == REPLY
         status, has_data = REPLY_FIXED.unpack_from(body)
         return Reply(status, body[REPLY_FIXED.size :] if has_data else None)
+
+    def subscribe(self, *classes):
+        kind, _, body = self._exchange(SUBSCRIBE, struct.pack(f">{len(classes)}I", *classes))
+        assert (kind, body) == (PONG, b"")
+
+    def event(self):
+        """(class, payload) of the next event; nothing else may come."""
+        answer = receive_frame(self.socket)
+        assert answer is not None and answer[0] == EVENT, answer
+        return int.from_bytes(answer[2][:4], "big"), answer[2][4:]
 
     def counters(self):
         return json.loads(self.request(SERVICE_SWITCH, SWITCH_COUNTERS).data)
