@@ -8,8 +8,10 @@ BUILD_PACKAGES=(
     libsqlitecpp-dev libsqlite3-dev libasio-dev libcli11-dev nlohmann-json3-dev libspdlog-dev libfmt-dev
 )
 RUN_PACKAGES=(snmpd snmp)
+MONITORING_PACKAGES=(prometheus-snmp-exporter)
 TEST_PACKAGES=(
     libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools snmptrapd sqlite3
+    "${MONITORING_PACKAGES[@]}"
 )
 FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev)
 LINT_PACKAGES=(git clang-format-14 cppcheck shellcheck)
@@ -48,6 +50,8 @@ install_packages() {
     [[ " $list " != *" snmpd "* ]] || stop_system_service snmpd snmpd.service "${as_root[@]}"
     [[ " $list " != *" snmptrapd "* ]] ||
         stop_system_service snmptrapd "snmptrapd.socket snmptrapd.service" "${as_root[@]}"
+    [[ " $list " != *" prometheus-snmp-exporter "* ]] ||
+        stop_system_service prometheus-snmp-exporter prometheus-snmp-exporter.service "${as_root[@]}"
 }
 
 # require_debian: the packages are Debian's, and so are their names.
