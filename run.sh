@@ -1,5 +1,6 @@
 #!/bin/bash
-# Builds everything, then runs the virtual switch and an SNMP agent that serves it.
+# Builds everything, then runs the virtual switch, an SNMP agent that serves it, and a receiver
+# of the agent's notifications.
 set -uo pipefail
 
 CALLED_FROM=$PWD
@@ -8,13 +9,17 @@ source tools/common.sh
 source tools/packages.sh
 source tools/build.sh
 source tools/agent.sh
+source tools/users.sh
+source tools/receiver.sh
 
 BUILD=$REPO/build
 PORT=1161
 LISTEN=127.0.0.1
 STATE=$BUILD/state
 START_WITH=()
-# The numbers of the two programs while they run.
+# Where notifications are received; empty for nowhere.
+TRAP_PORT=1162
+# The numbers of the switch and the agent while they run.
 SWITCH_PID=
 AGENT_PID=
 # Where the agent listens, the folder of the sockets, and the root of the MIB.
@@ -25,8 +30,9 @@ ROOT=
 usage() {
     cat <<HELP
 Usage: ./run.sh [OPTION]...
-Runs a virtual Fibre Channel switch and an SNMP agent that serves its VSANs, and
-stays until Ctrl-C. Installs missing packages and builds first.
+Runs a virtual Fibre Channel switch and an SNMP agent that serves its VSANs, shows
+the agent's notifications, and stays until Ctrl-C. Installs missing packages and
+builds first.
 
   --port N           UDP port of the agent (default $PORT)
   --listen ADDRESS   IPv4 or IPv6 address of the agent (default $LISTEN)
@@ -34,11 +40,14 @@ stays until Ctrl-C. Installs missing packages and builds first.
                      the next (default $STATE)
   --empty            a new switch starts with VSAN 1 and nothing else, instead of
                      a small example configuration
+  --trap-port N      UDP port on 127.0.0.1 where notifications are received to be
+                     shown (default $TRAP_PORT)
+  --no-traps         receives and shows none
   --help             this text
 
 On loopback the community 'public' may read and 'private' may also change VSANs.
-On other addresses neither is accepted; SNMPv3 users are, and run.sh says how to
-add one.
+On other addresses neither is accepted; SNMPv3 users are, and ./snmp_user.sh makes
+them.
 HELP
 }
 
@@ -57,12 +66,16 @@ parse_options() {
             START_WITH=(--empty)
             continue
             ;;
-        --port | --listen | --state)
+        --no-traps)
+            TRAP_PORT=
+            continue
+            ;;
+        --port | --trap-port | --listen | --state)
             (($#)) || usage_error "$option needs a value."
             value=$1
             shift
             ;;
-        --port=* | --listen=* | --state=*)
+        --port=* | --trap-port=* | --listen=* | --state=*)
             value=${option#*=}
             option=${option%%=*}
             ;;
@@ -70,10 +83,10 @@ parse_options() {
         esac
         [[ -n $value ]] || usage_error "$option needs a value."
         case $option in
-        --port)
+        --port | --trap-port)
             [[ $value =~ ^[1-9][0-9]{0,4}$ ]] && ((value <= 65535)) ||
-                usage_error "--port takes a number from 1 to 65535, not '$value'."
-            PORT=$value
+                usage_error "$option takes a number from 1 to 65535, not '$value'."
+            [[ $option == --port ]] && PORT=$value || TRAP_PORT=$value
             ;;
         --listen)
             value=${value#[}
@@ -82,24 +95,32 @@ parse_options() {
         --state) STATE=$value ;;
         esac
     done
+    [[ $TRAP_PORT != "$PORT" ]] || usage_error "--port and --trap-port must differ."
     [[ $STATE == /* ]] || STATE=$CALLED_FROM/$STATE
 }
 
-# check_address: ends the script with one sentence when the agent could not listen.
-check_address() {
+# check_addresses: ends the script with one sentence when the agent or the receiver could not
+# listen.
+check_addresses() {
     local problem
     problem=$(address_problem "$LISTEN" "$PORT")
     (($? != 2)) || usage_error "--listen takes an IPv4 or IPv6 address, not '$LISTEN'."
     [[ -z $problem ]] || fail "cannot listen on $(endpoint "$LISTEN" "$PORT"): $problem"
+    [[ -n $TRAP_PORT ]] || return 0
+    problem=$(address_problem 127.0.0.1 "$TRAP_PORT")
+    [[ -z $problem ]] ||
+        fail "cannot receive notifications on $(endpoint 127.0.0.1 "$TRAP_PORT"): $problem; --trap-port takes another port, and --no-traps none"
 }
 
-# stop: ends whatever was started. The agent goes first: it is the switch's client.
+# stop: ends whatever was started. The agent goes first: it is the switch's client, and the
+# receiver last, with what the agent has sent.
 stop() {
     end_step
     [[ -z $AGENT_PID ]] || end_group "$AGENT_PID"
     [[ -z $SWITCH_PID ]] || end_group "$SWITCH_PID"
-    # The agent leaves its own socket behind.
-    [[ -z $AGENT_PID ]] || rm -f "$RUN/agent.sock"
+    stop_receiver
+    # The agent leaves its own socket behind, and its number if it was killed.
+    [[ -z $RUN ]] || rm -f "$RUN/agent.sock" "$RUN/snmpd.pid"
     [[ -z $LINKS ]] || rm -rf "$LINKS"
 }
 
@@ -117,6 +138,13 @@ start_agent() {
     # The agent cuts the line that loads a library at 255 bytes.
     plain_path "$BUILD/lib" lib 180
     write_agent_configuration "$STATE" "$LISTEN" "$ROOT" "$PLAIN"
+    if [[ -n $TRAP_PORT ]]; then
+        write_receiver_configuration "$STATE" "$TRAP_PORT"
+        plain_path "$BUILD/mibs" mibs 1000
+        start_receiver "$STATE" "$TRAP_PORT" "$PLAIN"
+    fi
+    # Until the agent answers, snmp_user.sh could not tell whether it has read the users.
+    lock_users "$STATE"
     forget_users "$STATE"
     plain_path "$STATE/agent" agent 180
     conf=$PLAIN
@@ -124,7 +152,8 @@ start_agent() {
     # does not mind that files only root can read are closed to it.
     start_group env VSWITCH_RUN_DIR="$RUN" MIBS= MIBDIRS= \
         SNMPCONFPATH="$conf:$conf/persistent" SNMP_PERSISTENT_DIR="$conf/persistent" \
-        "$snmpd" -f -r -Le -I -smux "$ENDPOINT" "unix:$RUN/agent.sock" >"$STATE/snmpd.log" 2>&1
+        "$snmpd" -f -r -Le -I -smux -p "$RUN/snmpd.pid" "$ENDPOINT" "unix:$RUN/agent.sock" \
+        >"$STATE/snmpd.log" 2>&1 8>&-
     AGENT_PID=$!
 }
 
@@ -141,29 +170,58 @@ answers() {
 
 # report_end NAME STATUS: says that one of the two programs ended, and why.
 report_end() {
-    local why problem
+    local why='' problem
     problem=$(address_problem "$LISTEN" "$PORT")
     if [[ $1 == snmpd && -n $problem ]]; then
         fail "cannot listen on $ENDPOINT: $problem"
     fi
-    if (($2 > 128)); then
-        fail "$1 was ended by signal $(($2 - 128)); its log is $STATE/$1.log"
-    fi
-    why=$(grep -v '^DEBUG : ' "$STATE/$1.log" | tail -n 1)
-    fail "$1 ended with status $2${why:+, saying \"$why\"}; its log is $STATE/$1.log"
+    (($2 > 128)) || why=$(grep -v '^DEBUG : ' "$STATE/$1.log" | tail -n 1)
+    fail "$1 $(how_it_ended "$2")${why:+, saying \"$why\"}; its log is $STATE/$1.log"
 }
 
-# wait_for_end: returns only by ending the script, when either program has ended.
+# how_it_ended STATUS: prints what a program's status says.
+how_it_ended() {
+    if (($1 > 128)); then
+        printf 'was ended by signal %d' $(($1 - 128))
+    else
+        printf 'ended with status %d' "$1"
+    fi
+}
+
+# next_end: waits until one of the programs has ended; sets ENDED to its number and STATUS to its
+# status. It looks now and then: `wait -n` misses those that ended while the shell did other things.
+next_end() {
+    while true; do
+        for ENDED in $SWITCH_PID $AGENT_PID $RECEIVER_PID; do
+            kill -0 "$ENDED" 2>/dev/null && continue
+            wait "$ENDED" 2>/dev/null
+            STATUS=$?
+            return
+        done
+        # In the background, since a signal ends a wait at once and a program not. It must not keep
+        # the state folder's lock, nor anybody who reads this script's output, when that has ended.
+        sleep 0.5 >/dev/null 2>&1 9>&- &
+        wait "$!"
+    done
+}
+
+# wait_for_end: returns only by ending the script, when the switch or the agent has ended. They
+# go on without the receiver.
 wait_for_end() {
-    local ended status
-    wait -n -p ended "$SWITCH_PID" "$AGENT_PID" 2>/dev/null
-    status=$?
-    if [[ $ended == "$AGENT_PID" ]]; then
+    next_end
+    while [[ $ENDED == "$RECEIVER_PID" ]]; do
+        RECEIVER_PID=
+        stop_receiver
+        printf '%s: snmptrapd %s; notifications are not shown any more, all else goes on; its log is %s\n' \
+            "$PROGRAM" "$(how_it_ended "$STATUS")" "$STATE/snmptrapd.log" >&2
+        next_end
+    done
+    if [[ $ENDED == "$AGENT_PID" ]]; then
         AGENT_PID=
-        report_end snmpd "$status"
+        report_end snmpd "$STATUS"
     fi
     SWITCH_PID=
-    report_end vswitchd "$status"
+    report_end vswitchd "$STATUS"
 }
 
 # wait_for_answer: returns when the agent answers; ends the script when it never will.
@@ -177,41 +235,55 @@ wait_for_answer() {
     done
 }
 
-# show_commands: what to type next.
+# show_commands MIBS: what to type next.
 show_commands() {
-    local who="-v2c -c public" tools
+    local before='' who="-v2c -c public" tools
     if ! is_loopback "$LISTEN"; then
-        who="-v3 -l authPriv -u NAME"
         explain_users
+        before="$(as_user "$STATE" "$(users "$STATE" | sed 's/ .*//;q' | grep . || printf NAME)") " who=
     fi
-    plain_path "$BUILD/mibs" mibs 1000
-    tools="$who -M $PLAIN -m VSAN-MIB"
+    tools="$who${who:+ }-M $1 -m VSAN-MIB"
     say "Try in another terminal:"
-    say "  snmpwalk $tools $ENDPOINT vsanMIB"
-    say "  snmptable $tools -Cib -Cw 120 $ENDPOINT vsanTable"
-    say "  snmpget $tools $ENDPOINT vsanName.1 vsanOperState.1"
+    say "  ${before}snmpwalk $tools $ENDPOINT vsanMIB"
+    say "  ${before}snmptable $tools -Cib -Cw 120 $ENDPOINT vsanTable"
+    say "  ${before}snmpget $tools $ENDPOINT vsanName.1 vsanOperState.1"
+    [[ -z $TRAP_PORT ]] || show_how_to_notify
+    if [[ -n $(configured_users "$STATE") ]]; then
+        say "Passwords stand in plain text in $STATE/agent/snmpd.local.conf; snmp_user.sh keeps none."
+    fi
     say "Ctrl-C stops everything; the configuration stays in $STATE"
 }
 
+# show_how_to_notify: what makes a notification, if the demo's last VSAN is still there. It is up
+# as long as one of its two ports is.
+show_how_to_notify() {
+    local tool vsan turn=up
+    tool="$(printf %q "$BUILD/bin/vswitchctl") --run $(printf %q "$RUN")"
+    say "Notifications appear here as they arrive."
+    vsan=$("$BUILD/bin/vswitchctl" --run "$RUN" vsan show 4094 2>/dev/null) && [[ $vsan == *replication* ]] || return 0
+    [[ $vsan != *"operationally up"* ]] || turn=down
+    say "VSAN 4094 goes $turn with its two ports:"
+    say "  for port in fc47 fc48; do $tool port $turn \$port; done"
+}
+
+# explain_users: who may log in where communities are not accepted.
 explain_users() {
-    if has_users "$STATE"; then
-        say "NAME below is a user of $STATE/agent/snmpd.local.conf."
+    local names
+    names=$({
+        users "$STATE" | sed 's/ .*//'
+        configured_users "$STATE"
+    } | tr '\n' ' ')
+    if [[ -n $names ]]; then
+        say "SNMPv3 users: ${names% }"
     else
-        say "Nobody can log in yet: 'public' and 'private' are accepted on loopback only. To add an"
-        say "SNMPv3 user, put two lines like these, with passwords of eight characters or more, into"
-        say "$STATE/agent/snmpd.local.conf and start run.sh again:"
-        say '  createUser NAME SHA-256 "authentication password" AES "privacy password"'
-        say '  group operators usm NAME'
+        say "Nobody can log in yet: 'public' and 'private' are accepted on loopback only."
+        say "This makes an SNMPv3 user, also while the agent runs:"
+        say "  $REPO/snmp_user.sh$([[ $STATE == "$BUILD/state" ]] || printf ' --state %q' "$STATE") add NAME"
     fi
-    say "The commands below read the passwords from ~/.snmp/snmp.conf on the machine they are typed on:"
-    say '  defAuthType SHA-256'
-    say '  defAuthPassphrase authentication password'
-    say '  defPrivType AES'
-    say '  defPrivPassphrase privacy password'
 }
 
 parse_options "$@"
-check_address
+check_addresses
 ENDPOINT=$(endpoint "$LISTEN" "$PORT")
 trap stop EXIT
 end_on_signals
@@ -233,8 +305,12 @@ RUN=$PLAIN
 start_switch
 start_agent
 wait_for_answer
-say "ready $ENDPOINT"
-show_commands
+unlock_users
+plain_path "$BUILD/mibs" mibs 1000
+# Worked out before anybody is told to go on: bash can lose a signal that comes during a $(...).
+ADVICE=$(show_commands "$PLAIN")
 # From here on being told to stop is how this ends well.
 trap 'exit 0' HUP INT TERM
+say "ready $ENDPOINT"
+say "$ADVICE"
 wait_for_end

@@ -5,9 +5,12 @@
 #   switch/                  the switch's configuration, as vswitchd keeps it
 #   agent/snmpd.conf         written anew at every start
 #   agent/snmpd.local.conf   the operator's own lines; never touched once it is there
+#   agent/users.conf         the users that snmp_user.sh made; see users.sh
+#   agent/snmptrapd.conf     for the receiver of notifications, written anew at every start
 #   agent/persistent/        what snmpd remembers: its engine id, its users' keys
-#   run/                     the sockets
-#   vswitchd.log, snmpd.log  of this run; *.log.old of the one before
+#   users/                   for the owner's own tools; see users.sh
+#   run/                     the sockets, and the number of the running agent
+#   vswitchd.log, snmpd.log, snmptrapd.log   of this run; *.log.old of the one before
 
 # A folder for links with plain names, made when something needs one; gone at the end.
 LINKS=
@@ -23,27 +26,36 @@ plain_path() {
     ln -sfn "$1" "$PLAIN" || fail "cannot make the link $PLAIN"
 }
 
-# open_state FOLDER: makes or takes over a state folder; everything in it is the owner's only.
-# The lock is inherited by all that is started, so the folder is free when the last is gone.
-open_state() {
-    local folder=$1 name mask
+# make_state FOLDER: makes or takes over a state folder; everything in it is the owner's only.
+make_state() {
+    local folder=$1 mask
     mask=$(umask)
     umask 077
     if [[ -e $folder && ! -d $folder ]]; then
         fail "$folder is not a folder"
     fi
     if [[ -d $folder && ! -e $folder/lock && -n $(ls -A "$folder" 2>/dev/null) ]]; then
-        fail "$folder holds other things; --state takes a new folder, an empty one, or one that $PROGRAM made"
+        fail "$folder holds other things; --state takes a new folder, an empty one, or one that run.sh made"
     fi
-    { mkdir -p "$folder" && chmod 700 "$folder"; } 2>/dev/null && { exec 9>>"$folder/lock"; } 2>/dev/null ||
+    { mkdir -p "$folder" && chmod 700 "$folder" && : >>"$folder/lock"; } 2>/dev/null &&
+        mkdir -p "$folder"/{switch,agent/persistent/cert_indexes,users,run} ||
         fail "cannot write to the state folder $folder"
+    umask "$mask"
+}
+
+# open_state FOLDER: makes or takes over a state folder for one run.sh. The lock is inherited by
+# all that is started, so the folder is free when the last is gone.
+open_state() {
+    local folder=$1 name
+    make_state "$folder"
+    { exec 9>>"$folder/lock"; } 2>/dev/null || fail "cannot write to the state folder $folder"
     flock -n 9 || fail "the state folder $folder is in use by another $PROGRAM"
-    mkdir -p "$folder"/{switch,agent/persistent/cert_indexes,run}
     chmod -R go= "$folder"
-    for name in vswitchd snmpd; do
+    # What a killed agent left behind must not be taken for this one's.
+    rm -f "$folder/run/snmpd.pid"
+    for name in vswitchd snmpd snmptrapd; do
         [[ ! -e $folder/$name.log ]] || mv -f "$folder/$name.log" "$folder/$name.log.old"
     done
-    umask "$mask"
 }
 
 # is_loopback ADDRESS: true when only this machine can reach it.
@@ -85,17 +97,29 @@ write_agent_configuration() {
 dontLogTCPWrappersConnects yes
 dlmod netsnmpagent_oryx $4/libnetsnmpagent_oryx.so
 
-# Everything may be read; only the VSANs may be changed. The agent has objects of its own
-# that would let a writer run commands.
+# Everything may be read but the agent's own communities, users and their rights; only the
+# VSANs may be changed. The agent has objects of its own that would let a writer run commands.
 view everything included .1
+view everything excluded .1.3.6.1.6.3.12
+view everything excluded .1.3.6.1.6.3.15
+view everything excluded .1.3.6.1.6.3.16
+view everything excluded .1.3.6.1.6.3.18
 view vsans included .$3
 access operators "" usm priv exact everything vsans none
+access viewers "" usm priv exact everything none none
 access readers "" any noauth exact everything none none
 access writers "" any noauth exact everything vsans none
 
-# run.sh asks over a socket in this folder whether the agent answers.
+# run.sh asks over a socket in this folder whether the agent answers, and snmp_user.sh makes
+# it forget users there.
+view all included .1
+view users included .1.3.6.1.6.3.15.1.2.2.1.13
+access probers "" v2c noauth exact all users none
 com2secunix probe default probe
-group readers v2c probe
+group probers v2c probe
+
+# The users that snmp_user.sh made.
+includeFile users.conf
 CONF
         if is_loopback "$2"; then
             cat <<'CONF'
@@ -112,22 +136,21 @@ group writers v2c private
 CONF
         fi
     } >"$agent/snmpd.conf"
-    [[ -e $agent/snmpd.local.conf ]] || cat >"$agent/snmpd.local.conf" <<'CONF'
-# Your own lines for the agent; run.sh never changes this file. Each SNMPv3 user takes two:
-#
-# createUser NAME SHA-256 "authentication password" AES "privacy password"
-# group operators usm NAME
-CONF
+    [[ -e $agent/users.conf ]] || make_users_file "$1"
+    [[ -e $agent/snmpd.local.conf ]] ||
+        printf '# Your own lines for the agent; run.sh never changes this file.\n' >"$agent/snmpd.local.conf"
 }
 
-# forget_users FOLDER: makes snmpd.local.conf the one place that says which users there are:
-# the agent would go on with the password that it has stored, or with a user who was removed.
+# make_users_file FOLDER: there is no SNMPv3 user yet.
+make_users_file() {
+    printf '# Written by snmp_user.sh: the keys of each user, and the group that says what they may do.\n' \
+        >"$1/agent/users.conf"
+}
+
+# forget_users FOLDER: makes users.conf and snmpd.local.conf the places that say which users
+# there are: the agent would go on with the keys that it has stored, or with a user who was
+# removed.
 forget_users() {
     local stored=$1/agent/persistent/snmpd.conf
     [[ ! -e $stored ]] || sed -i '/^usmUser /d' "$stored"
-}
-
-# has_users FOLDER: true when an SNMPv3 user was configured in a state folder.
-has_users() {
-    grep -qsE '^[[:space:]]*createUser[[:space:]]' "$1/agent/snmpd.local.conf"
 }

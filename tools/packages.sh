@@ -7,10 +7,10 @@ BUILD_PACKAGES=(
     g++ gcc libc6-dev cmake ninja-build pkg-config libsnmp-dev
     libsqlitecpp-dev libsqlite3-dev libasio-dev libcli11-dev nlohmann-json3-dev libspdlog-dev libfmt-dev
 )
-RUN_PACKAGES=(snmpd snmp)
+RUN_PACKAGES=(snmpd snmp snmptrapd)
 MONITORING_PACKAGES=(prometheus-snmp-exporter)
 TEST_PACKAGES=(
-    libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools snmptrapd sqlite3
+    libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools sqlite3
     "${MONITORING_PACKAGES[@]}"
 )
 FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev)

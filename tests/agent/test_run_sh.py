@@ -1,62 +1,23 @@
-"""The one command of the README. It builds into the repository's own build folder, so
-these tests reuse that build and have nothing to do when another one is under test."""
+"""The one command of the README."""
 
 import os
+import re
 import signal
 import socket
 import subprocess
-from pathlib import Path
 
 import pytest
 
 from harness.agent import free_udp_port
-from harness.build import BUILD, REPOSITORY
+from harness.build import MIBS, PROGRAMS
 from harness.clients import NetSnmp, NoAnswer, SnmpError
+from harness.notifications import wait_until_subscribed
 from harness.oids import ARCS, ROOT, VSAN_ENTRY, cell, scalar
-from harness.process import LoggedProcess
+from harness.operator_tool import OperatorTool
+from harness.run_script import SCRIPT, Running, once, only_for_its_own_build, processes_using
+from harness.transcript import blocks, follow, steps
 
-SCRIPT = REPOSITORY / "run.sh"
-pytestmark = pytest.mark.skipif(BUILD != REPOSITORY / "build", reason="run.sh builds into its own folder")
-
-
-class Running:
-    """run.sh with a state folder of the test's choice."""
-
-    def __init__(self, state, *options):
-        self.state = state
-        self.port = free_udp_port()
-        self.address = f"127.0.0.1:{self.port}"  # what the clients ask for
-        self.process = LoggedProcess([SCRIPT, "--port", self.port, "--state", state, *options])
-
-    def wait_ready(self):
-        self.ready = self.process.wait_line("^ready ", timeout=240).string
-        return self
-
-    def end(self, number=signal.SIGTERM):
-        self.process.signal(number)
-        code = self.process.wait(30)
-        assert processes_using(self.state) == []
-        assert list(Path(self.state).rglob("*.sock")) == []
-        return code
-
-    def finish(self):
-        if self.process.running():
-            self.end()
-        assert processes_using(self.state) == []
-
-
-def processes_using(state):
-    """The processes that have the state folder among their arguments or their environment."""
-    found = []
-    for entry in Path("/proc").iterdir():
-        if entry.name.isdigit() and int(entry.name) != os.getpid():
-            try:
-                known = (entry / "cmdline").read_bytes() + (entry / "environ").read_bytes()
-            except OSError:
-                continue
-            if os.fsencode(state) in known:
-                found.append((int(entry.name), (entry / "comm").read_text().strip()))
-    return found
+pytestmark = only_for_its_own_build
 
 
 @pytest.fixture
@@ -69,24 +30,22 @@ def run(started, state):
     return lambda *options: started.add(Running(state, *options))
 
 
-def once(*options):
-    return subprocess.run([SCRIPT, *options], capture_output=True, text=True, timeout=240, stdin=subprocess.DEVNULL)
-
-
 def test_help_names_every_option_and_its_default():
-    done = once("--help")
+    done = once(SCRIPT, "--help")
     assert (done.returncode, done.stderr) == (0, "")
-    for word in ("--port", "1161", "--listen", "127.0.0.1", "--state", "--empty", "--help"):
+    for word in ("--port", "1161", "--listen", "127.0.0.1", "--state", "--empty", "--trap-port", "1162", "--no-traps",
+                 "--help"):
         assert word in done.stdout
 
 
 @pytest.mark.parametrize("options", [
     ["--prot", "1161"], ["--port"], ["--port", "0"], ["--port", "65536"], ["--port", "x"], ["--port", "-1"],
     ["--port", "1161 "], ["--port", ""], ["--listen", "nowhere"], ["--listen", ""], ["--state"], ["--state", ""],
-    ["extra"], ["--listen", "127.0.0.1; reboot"],
+    ["extra"], ["--listen", "127.0.0.1; reboot"], ["--trap-port"], ["--trap-port", "0"], ["--trap-port=x"],
+    ["--port", "1162"], ["--port", "2000", "--trap-port", "2000"],
 ])
 def test_wrong_option_ends_with_2_and_one_sentence(options):
-    done = once(*options)
+    done = once(SCRIPT, *options)
     assert done.returncode == 2
     assert done.stdout == ""
     assert len(done.stderr.splitlines()) == 1
@@ -96,7 +55,7 @@ def test_busy_port_is_one_clear_sentence(state):
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as taken:
         taken.bind(("127.0.0.1", 0))
         port = str(taken.getsockname()[1])
-        done = once("--port", port, "--state", str(state))
+        done = once(SCRIPT, "--port", port, "--state", str(state))
     assert done.returncode == 1
     assert len(done.stderr.splitlines()) == 1
     assert port in done.stderr and "in use" in done.stderr
@@ -136,7 +95,7 @@ def test_commands_it_suggests_work_as_printed(run):
 @pytest.mark.parametrize("number,code", [(signal.SIGTERM, 143), (signal.SIGINT, 130)])
 def test_signal_ends_everything_it_started(run, number, code):
     script = run().wait_ready()
-    assert {name for _, name in processes_using(script.state)} >= {"vswitchd", "snmpd"}
+    assert {name for _, name in processes_using(script.state)} >= {"vswitchd", "snmpd", "snmptrapd"}
     assert script.end(number) in (0, code)
     with pytest.raises(NoAnswer):
         NetSnmp(script, timeout=1).get(scalar("vsanNumber"))
@@ -144,6 +103,8 @@ def test_signal_ends_everything_it_started(run, number, code):
 
 def test_state_survives_restarts(run):
     script = run("--empty").wait_ready()
+    script.process.wait_line("Ctrl-C", timeout=10)
+    assert "port down" not in script.process.text()  # there is no VSAN to try that on
     assert [b.oid[-1] for b in NetSnmp(script).walk(ARCS["vsanName"])] == [1]
     script.end()
     # With a fresh state folder this one would come up with the example configuration.
@@ -161,7 +122,7 @@ def test_empty_does_not_wipe_what_is_there(run):
 
 def test_second_run_on_one_state_folder_is_refused(run, state):
     script = run().wait_ready()
-    done = once("--port", str(free_udp_port()), "--state", str(state))
+    done = once(SCRIPT, "--port", str(free_udp_port()), "--state", str(state))
     assert done.returncode == 1
     assert str(state) in done.stderr
     assert NetSnmp(script).get(scalar("vsanNumber"))[0].value > 0
@@ -170,8 +131,7 @@ def test_second_run_on_one_state_folder_is_refused(run, state):
 @pytest.mark.parametrize("program", ["snmpd", "vswitchd"])
 def test_it_ends_and_says_so_when_one_of_the_two_ends(run, program):
     script = run().wait_ready()
-    victim = next(pid for pid, name in processes_using(script.state) if name == program)
-    os.kill(victim, signal.SIGKILL)
+    os.kill(script.process_of(program), signal.SIGKILL)
     assert script.process.wait(30) != 0
     assert program in script.process.lines[-1]
 
@@ -181,4 +141,74 @@ def test_elsewhere_than_on_loopback_the_communities_are_not_accepted(run):
     for user in ("public", "private"):
         with pytest.raises(NoAnswer):
             NetSnmp(script, user=user, timeout=1).get(scalar("vsanNumber"))
-    assert "createUser" in script.process.text()
+    assert f"snmp_user.sh --state {script.state} add NAME" in script.process.text()
+
+
+def test_notifications_are_shown_decoded_as_in_the_readme(run):
+    pulling, printed = blocks("README.md", "A notification")
+    script = run().wait_ready()
+    script.process.wait_line(r"^  for port in fc47 fc48; do .* port down \$port; done$", timeout=10)
+    wait_until_subscribed(script, script)
+    places = {"build/bin/vswitchctl": PROGRAMS / "vswitchctl", "build/state/run": script.run_dir}
+    assert follow(steps(pulling), places) == steps(pulling)
+    time_of_day, _, text = printed.strip().partition(" ")
+    script.process.wait_line(re.sub(r"\d", r"\\d", time_of_day) + " " + re.escape(text) + "$")
+    OperatorTool(script)("port", "move", "fc1", 10)
+    script.process.wait_line(r"vsanPortMembershipChange: vsanNotificationPortManager\.0 = ([0-9A-F]{2} ){7}[0-9A-F]{2}, "
+                             r"ifIndex\.16777216 = 16777216, vsanNotificationVsan\.0 = 10$")
+    assert script.process.text().count("vsanStatusChange") == 1
+
+
+def test_only_the_agent_can_have_lines_shown(run):
+    script = run().wait_ready()
+    community = (script.state / "agent" / "snmptrapd.conf").read_text().split()[-1]
+
+    def send(community):
+        done = subprocess.run(
+            ["snmptrap", "-v2c", "-c", community, "-m", "VSAN-MIB", f"127.0.0.1:{script.trap_port}", "",
+             "VSAN-MIB::vsanStatusChange", "vsanNotificationVsan.0", "i", "7"],
+            env=dict(os.environ, MIBDIRS=str(MIBS), SNMP_PERSISTENT_FILE="/dev/null"), capture_output=True, text=True)
+        assert done.returncode == 0, done.stderr
+
+    for guess in ("public", "private", ""):
+        send(guess)
+    send(community)
+    script.process.wait_line("vsanStatusChange: vsanNotificationVsan.0 = 7$")
+    assert script.process.text().count("vsanStatusChange") == 1
+    # The agent keeps its receivers in objects of its own.
+    shown = NetSnmp(script).run("snmpwalk", "-CI", script.address, ".1.3.6.1.6.3")
+    assert "snmpSetSerialNo" in NetSnmp(script).run("snmpwalk", script.address, ".1.3.6.1.6.3", options=("-Os",))
+    assert shown and community not in shown
+
+
+def test_the_rest_goes_on_when_the_receiver_ends(run):
+    script = run().wait_ready()
+    os.kill(script.process_of("snmptrapd"), signal.SIGKILL)
+    sentence = script.process.wait_line("snmptrapd was ended by signal 9; notifications are not shown any more").string
+    assert str(script.state / "snmptrapd.log") in sentence
+    OperatorTool(script)("port", "down", "fc48")
+    assert NetSnmp(script).get(scalar("vsanNumber"))[0].value > 0
+    assert script.end(signal.SIGINT) == 0
+
+
+def test_a_busy_port_for_notifications_is_one_clear_sentence(run, state):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as taken:
+        taken.bind(("127.0.0.1", 0))
+        port = str(taken.getsockname()[1])
+        done = once(SCRIPT, "--port", free_udp_port(), "--trap-port", port, "--state", state)
+        assert done.returncode == 1
+        assert len(done.stderr.splitlines()) == 1
+        for word in (port, "in use", "--trap-port", "--no-traps"):
+            assert word in done.stderr
+        assert processes_using(state) == []
+        script = run("--trap-port", port, "--no-traps").wait_ready()
+    assert "snmptrapd" not in {name for _, name in processes_using(script.state)}
+    assert "trap2sink" not in (script.state / "agent" / "snmpd.conf").read_text()
+    assert NetSnmp(script).get(scalar("vsanNumber"))[0].value > 0
+
+
+def test_everything_in_the_state_folder_is_the_owners_only(run):
+    script = run().wait_ready()
+    places = [script.state, *script.state.rglob("*")]
+    assert len(places) > 15
+    assert [place for place in places if place.stat().st_mode & 0o077] == []
