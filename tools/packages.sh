@@ -13,6 +13,7 @@ TEST_PACKAGES=(
     libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools sqlite3
     "${MONITORING_PACKAGES[@]}"
 )
+BENCH_PACKAGES=(snmpsim valgrind)
 FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev)
 LINT_PACKAGES=(git clang-format-14 cppcheck shellcheck)
 TARGET_PACKAGES=(mmdebstrap arch-test util-linux)
