@@ -146,7 +146,7 @@ class FakeManager(CountsRequests):
                 if received is None:
                     return
                 kind, correlation, body = received
-                if kind in (wire.PING, wire.SUBSCRIBE):
+                if kind in (wire.PING, wire.SUBSCRIBE, wire.SHARE):  # it has no memory to share
                     connection.sendall(wire.frame(wire.PONG, correlation))
                     if kind == wire.SUBSCRIBE:
                         self.subscribed.set()
