@@ -79,6 +79,8 @@ void Subscriber::offer(const Frame &frame) {
 }
 
 void EventHub::deliver() {
+    if (staged_.empty())
+        return;
     const std::deque<Event> events = std::exchange(staged_, {});
     for (const Event &event : events) {
         ++totals_.published;

@@ -9,6 +9,11 @@ namespace {
 constexpr std::uint8_t magic_bytes[] = {MTS_WIRE_MAGIC >> 24 & 0xff, MTS_WIRE_MAGIC >> 16 & 0xff,
                                         MTS_WIRE_MAGIC >> 8 & 0xff, MTS_WIRE_MAGIC & 0xff};
 
+bool is_sent_by_clients(std::uint32_t type) {
+    return type == MTS_FRAME_REQUEST || type == MTS_FRAME_SUBSCRIBE || type == MTS_FRAME_PING ||
+           type == MTS_FRAME_SHARE || type == MTS_FRAME_KNOCK;
+}
+
 void append_header(Buffer &output, std::uint32_t type, std::uint32_t correlation, std::size_t body_size) {
     append_word(output, MTS_WIRE_MAGIC);
     append_word(output, type);
@@ -25,7 +30,7 @@ Parsed parse_frame(Bytes input, Frame &frame, const char **reason) {
             return Parsed::invalid;
         }
     const auto type = load_word(input, 4);
-    if (type && *type != MTS_FRAME_REQUEST && *type != MTS_FRAME_SUBSCRIBE && *type != MTS_FRAME_PING) {
+    if (type && !is_sent_by_clients(*type)) {
         *reason = "it sent a frame of a type that clients do not send";
         return Parsed::invalid;
     }
@@ -73,6 +78,14 @@ void append_reply(Buffer &output, std::uint32_t correlation, const Reply &reply)
 
 void append_pong(Buffer &output, std::uint32_t correlation) {
     append_header(output, MTS_FRAME_PONG, correlation, 0);
+}
+
+void append_shared(Buffer &output, std::uint32_t correlation) {
+    append_header(output, MTS_FRAME_SHARED, correlation, 0);
+}
+
+void append_knock(Buffer &output) {
+    append_header(output, MTS_FRAME_KNOCK, 0, 0);
 }
 
 } // namespace vswitch

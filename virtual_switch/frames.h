@@ -34,6 +34,8 @@ bool decode_request(Bytes body, Request &request);
 
 void append_reply(Buffer &output, std::uint32_t correlation, const Reply &reply);
 void append_pong(Buffer &output, std::uint32_t correlation);
+void append_shared(Buffer &output, std::uint32_t correlation);
+void append_knock(Buffer &output);
 
 } // namespace vswitch
 

@@ -5,25 +5,6 @@
 
 namespace vswitch {
 
-std::optional<std::uint32_t> load_word(Bytes bytes, std::size_t offset) {
-    if (offset > bytes.size() || bytes.size() - offset < 4)
-        return std::nullopt;
-    return static_cast<std::uint32_t>(bytes[offset]) << 24 | static_cast<std::uint32_t>(bytes[offset + 1]) << 16 |
-           static_cast<std::uint32_t>(bytes[offset + 2]) << 8 | bytes[offset + 3];
-}
-
-void store_word(Buffer &buffer, std::size_t offset, std::uint32_t word) {
-    buffer[offset] = static_cast<std::uint8_t>(word >> 24);
-    buffer[offset + 1] = static_cast<std::uint8_t>(word >> 16);
-    buffer[offset + 2] = static_cast<std::uint8_t>(word >> 8);
-    buffer[offset + 3] = static_cast<std::uint8_t>(word);
-}
-
-void append_word(Buffer &buffer, std::uint32_t word) {
-    buffer.resize(buffer.size() + 4);
-    store_word(buffer, buffer.size() - 4, word);
-}
-
 void append_vsan_block(Buffer &buffer, std::uint32_t id, const Vsan &vsan, std::uint32_t oper_state) {
     const std::size_t start = buffer.size();
     buffer.resize(start + vsan_block_size);

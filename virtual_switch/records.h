@@ -68,13 +68,26 @@ constexpr std::uint32_t oper_up = 1;
 constexpr std::uint32_t oper_down = 2;
 
 /* The big-endian word at `offset`, or nothing when the bytes end before it does. */
-std::optional<std::uint32_t> load_word(Bytes bytes, std::size_t offset);
-
-/* Appends one big-endian word. */
-void append_word(Buffer &buffer, std::uint32_t word);
+inline std::optional<std::uint32_t> load_word(Bytes bytes, std::size_t offset) {
+    if (offset > bytes.size() || bytes.size() - offset < 4)
+        return std::nullopt;
+    return static_cast<std::uint32_t>(bytes[offset]) << 24 | static_cast<std::uint32_t>(bytes[offset + 1]) << 16 |
+           static_cast<std::uint32_t>(bytes[offset + 2]) << 8 | bytes[offset + 3];
+}
 
 /* Overwrites the word at `offset`. REQUIRES: the buffer reaches offset + 4. */
-void store_word(Buffer &buffer, std::size_t offset, std::uint32_t word);
+inline void store_word(Buffer &buffer, std::size_t offset, std::uint32_t word) {
+    buffer[offset] = static_cast<std::uint8_t>(word >> 24);
+    buffer[offset + 1] = static_cast<std::uint8_t>(word >> 16);
+    buffer[offset + 2] = static_cast<std::uint8_t>(word >> 8);
+    buffer[offset + 3] = static_cast<std::uint8_t>(word);
+}
+
+/* Appends one big-endian word. */
+inline void append_word(Buffer &buffer, std::uint32_t word) {
+    buffer.resize(buffer.size() + 4);
+    store_word(buffer, buffer.size() - 4, word);
+}
 
 /* Appends the VSAN block of VSAN `id`. A name longer than its field is cut so that
  * its NUL always fits. */

@@ -78,6 +78,8 @@ const Permission *Roles::find(std::string_view user) const {
 }
 
 void Roles::add(Role role) {
+    static std::uint64_t last_version = 0;
+    version_ = ++last_version;
     for (const std::string &user : role.users) {
         Permission &granted = users_[user];
         for (const auto &[first, last] : role.vsans)

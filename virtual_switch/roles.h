@@ -46,9 +46,13 @@ class Roles {
     void add(Role role);
 
     const std::vector<Role> &list() const { return list_; }
+
+    /* The number of the content: roles with the same number are the same roles. */
+    std::uint64_t version() const { return version_; }
     std::size_t user_count() const { return users_.size(); }
 
   private:
+    std::uint64_t version_ = 0; /* 0: none */
     std::vector<Role> list_;
     std::map<std::string, Permission, std::less<>> users_;
 };

@@ -1,25 +1,19 @@
 #include "server.h"
 
 #include <algorithm>
-#include <array>
 #include <asio.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fmt/format.h>
-#include <grp.h>
 #include <optional>
 #include <set>
 #include <spdlog/spdlog.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 #include <vector>
 
-#include "files.h"
-#include "mts/mts_wire.h"
-#include "session.h"
+#include "connection.h"
+#include "socket_place.h"
 
 namespace vswitch {
 
@@ -31,105 +25,51 @@ using Error = asio::error_code;
 
 constexpr std::chrono::milliseconds accept_pause{250}; /* while the process is out of descriptors */
 
-/* The run directory, its lock and the socket's name in it, for as long as one serves. */
-class SocketPlace {
+/* How often the sockets are looked after while the switch watches shared memory. */
+constexpr std::chrono::microseconds socket_interval{50};
+
+/*
+ * The generation of what libraries of the agent keep of the switch, in the memory of all
+ * connections. While there are faults, nothing may be kept: faults are for requests, and
+ * requests that are not made meet none.
+ */
+class SettingsPublisher {
   public:
-    explicit SocketPlace(const ServerOptions &options)
-        : path_(options.run_directory + "/" MTS_SOCKET_NAME), group_(find_group(options.group)) {
-        if (path_.size() >= sizeof(sockaddr_un::sun_path))
-            throw Refusal(fmt::format("The socket's path {} is too long: {} bytes where {} are possible; choose a "
-                                      "shorter run directory.",
-                                      path_, path_.size(), sizeof(sockaddr_un::sun_path) - 1));
-        const bool made = ensure_directory(options.run_directory, "run directory");
-        lock_.emplace(options.run_directory + "/socket.lock",
-                      fmt::format("Another vswitchd serves {}; stop it first or choose another run directory.", path_));
-        if (group_)
-            admit_group(options.run_directory, made);
-        struct stat status {};
-        if (lstat(path_.c_str(), &status) == 0) {
-            if (!S_ISSOCK(status.st_mode))
-                throw Refusal(fmt::format("The file {} is in the socket's place; move it away.", path_));
-            remove();
-        }
+    /* Whether the generation has changed since the last call, because the switch has. */
+    bool update(const Switch &target) {
+        const Kept present{target.roles.version(), target.model.settings().tdx_enabled,
+                           target.model.settings().tdx_show_run, !target.faults.list().empty()};
+        if (count_ != 0 && present == kept_)
+            return false;
+        kept_ = present;
+        count_ = count_ == UINT32_MAX ? 1 : count_ + 1;
+        return true;
     }
 
-    ~SocketPlace() { remove(); }
-    SocketPlace(const SocketPlace &) = delete;
-    SocketPlace &operator=(const SocketPlace &) = delete;
-
-    const std::string &path() const { return path_; }
-    std::optional<gid_t> group() const { return group_; }
-
-    /* Binding left the socket to the umask; from here on it has its final permissions. */
-    void set_permissions() const {
-        if ((group_ && chown(path_.c_str(), static_cast<uid_t>(-1), *group_) != 0) ||
-            chmod(path_.c_str(), group_ ? 0660 : 0600) != 0)
-            throw Refusal(fmt::format("Cannot set the permissions of {}: {}.", path_, std::strerror(errno)));
-    }
-
-    void remove() const { unlink(path_.c_str()); }
+    std::uint32_t generation() const { return kept_.faults ? 0 : count_; }
 
   private:
-    static std::optional<gid_t> find_group(const std::string &name) {
-        if (name.empty())
-            return std::nullopt;
-        const struct group *entry = getgrnam(name.c_str());
-        if (!entry)
-            throw Refusal(fmt::format("There is no group named {}.", name));
-        return entry->gr_gid;
-    }
+    struct Kept {
+        std::uint64_t roles_version = 0;
+        bool tdx_enabled = false;
+        bool tdx_show_run = false;
+        bool faults = false;
 
-    /* Lets the group enter. A folder that is not ours alone stays as it is: somebody
-     * else has already decided who may enter it. */
-    void admit_group(const std::string &directory, bool made) const {
-        struct stat status {};
-        if (stat(directory.c_str(), &status) != 0)
-            throw Refusal(fmt::format("Cannot read {}: {}.", directory, std::strerror(errno)));
-        if (!made && (status.st_uid != geteuid() || (status.st_mode & 07) != 0))
-            return;
-        if (chown(directory.c_str(), static_cast<uid_t>(-1), *group_) != 0 || chmod(directory.c_str(), 0750) != 0)
-            throw Refusal(fmt::format("Cannot set the permissions of {}: {}.", directory, std::strerror(errno)));
-    }
+        bool operator==(const Kept &) const = default;
+    };
 
-    std::string path_;
-    std::optional<gid_t> group_;
-    std::optional<FileLock> lock_;
+    Kept kept_;
+    std::uint32_t count_ = 0;
 };
-
-/* The supplementary groups of the process at the other end; none when they are not known. */
-std::vector<gid_t> groups_of_peer(int descriptor) {
-    std::vector<gid_t> groups(64);
-    for (;;) {
-        auto size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
-        const int result = getsockopt(descriptor, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size);
-        if (result != 0 && errno != ERANGE)
-            return {};
-        groups.resize(size / sizeof(gid_t));
-        if (result == 0)
-            return groups;
-    }
-}
-
-/* Whether a process may use the switch: one of root, of the daemon's own user, or of the
- * group that the operator has named. */
-bool may_connect(int descriptor, const ucred &peer, std::optional<gid_t> group) {
-    if (peer.uid == 0 || peer.uid == geteuid())
-        return true;
-    if (!group)
-        return false;
-    if (peer.gid == *group)
-        return true;
-    const auto groups = groups_of_peer(descriptor);
-    return std::find(groups.begin(), groups.end(), *group) != groups.end();
-}
 
 } // namespace
 
-class Server::Loop {
+class Server::Loop final : private ConnectionHost {
   public:
     Loop(Switch &target, ServerOptions options)
-        : target_(target), options_(std::move(options)), place_(options_), acceptor_(context_), accept_timer_(context_),
-          stall_timer_(context_), signals_(context_, SIGTERM, SIGINT, SIGHUP) {
+        : target_(target), options_(std::move(options)), place_(options_.run_directory, options_.group),
+          acceptor_(context_), accept_timer_(context_), stall_timer_(context_),
+          signals_(context_, SIGTERM, SIGINT, SIGHUP), spin_wait_(sysconf(_SC_NPROCESSORS_ONLN) > 1) {
         Error error;
         const stream_protocol::endpoint endpoint(place_.path());
         acceptor_.open(endpoint.protocol(), error);
@@ -150,7 +90,13 @@ class Server::Loop {
     const std::string &socket_path() const { return place_.path(); }
 
   private:
-    class Connection;
+    Switch &target() override { return target_; }
+    asio::io_context &context() override { return context_; }
+    bool left(Connection &connection) override;
+    void shares_memory(Connection &connection) override { sharing_.push_back(&connection); }
+    std::uint32_t generation() const override { return settings_.generation(); }
+    void served(bool by_memory) override;
+    void watch_stalls() override;
 
     void accept();
     void accepted(stream_protocol::socket socket);
@@ -158,9 +104,17 @@ class Server::Loop {
     void await_signal(const std::function<void()> &reload);
     void shut_down();
 
-    /* A connection has work that its client holds up; looks after it until it is done. */
-    void watch_stalls();
     void drop_stalled();
+
+    /* Shared memory: whether a request waits in any, serving those that wait, and looking
+     * for them for as long as that pays. */
+    bool is_posted() const;
+    void serve_memories();
+    void watch_memories();
+    void announce_sleep(bool sleeping);
+
+    /* Must have happened before a change is answered. */
+    void publish_settings();
 
     Switch &target_;
     ServerOptions options_;
@@ -171,177 +125,13 @@ class Server::Loop {
     asio::steady_timer stall_timer_;
     asio::signal_set signals_;
     std::set<std::shared_ptr<Connection>> connections_;
+    std::vector<Connection *> sharing_; /* those with shared memory */
+    SpinWait spin_wait_;
+    SettingsPublisher settings_;
     bool watching_stalls_ = false;
     bool out_of_descriptors_ = false;
     bool full_ = false;
     std::optional<uid_t> last_stranger_;
-};
-
-/*
- * One client. Reading and writing run side by side; reading stops while the client
- * leaves more than Session::output_limit bytes of answers unread, so that neither
- * direction grows without bound.
- */
-class Server::Loop::Connection : public std::enable_shared_from_this<Connection> {
-  public:
-    Connection(Loop &loop, stream_protocol::socket socket)
-        : loop_(loop), socket_(std::move(socket)), delay_timer_(loop.context_), session_(loop.target_) {}
-
-    void start() {
-        /* Events come while another connection is served; they are sent in their turn. */
-        session_.subscriber().on_events(
-            [this] { asio::post(loop_.context_, [self = shared_from_this()] { self->send_events(); }); });
-        read();
-    }
-
-    void close() {
-        Error ignored;
-        socket_.close(ignored);
-        delay_timer_.cancel();
-    }
-
-    /* Since when the client has left something half done, if it has. */
-    std::optional<Clock::time_point> stalled_since() const { return stalled_since_; }
-
-    /* Closes the connection because of what its client did. */
-    void drop(const char *reason) {
-        if (!leave())
-            return;
-        ++loop_.target_.counters.dropped_connections;
-        spdlog::warn("dropped a connection: {}", reason);
-    }
-
-  private:
-    void read() {
-        socket_.async_read_some(asio::buffer(chunk_), [self = shared_from_this()](Error error, std::size_t size) {
-            self->input_.insert(self->input_.end(), self->chunk_.begin(),
-                                self->chunk_.begin() + static_cast<std::ptrdiff_t>(size));
-            self->received(error);
-        });
-    }
-
-    void received(Error error) {
-        if (!error)
-            return serve();
-        if (error == asio::error::operation_aborted)
-            return;
-        /* The client has said its last; it still gets the answers that are on their way. */
-        input_ended_ = true;
-        if (!writing())
-            leave();
-    }
-
-    void serve() {
-        std::size_t used = 0;
-        std::size_t total = 0;
-        do {
-            used = session_.serve(Bytes(input_).subspan(total), pending_);
-            total += used;
-            if (!writing())
-                write();
-            if (session_.broken())
-                return drop(session_.broken());
-            if (session_.is_ended()) {
-                spdlog::info("closed a connection because of a fault");
-                leave();
-                return;
-            }
-        } while (used > 0 && pending_.size() < Session::output_limit);
-        input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(total));
-        update_stall(total > 0);
-        if (session_.delay())
-            hold_up(*session_.delay());
-        else if (pending_.size() < Session::output_limit)
-            read();
-        else
-            reading_paused_ = true;
-    }
-
-    /* Serves the rest later. Nothing is read meanwhile, so that what the client sends waits
-     * in its turn. */
-    void hold_up(std::chrono::milliseconds delay) {
-        delay_timer_.expires_after(delay);
-        delay_timer_.async_wait([self = shared_from_this()](Error error) {
-            if (error || !self->socket_.is_open())
-                return;
-            self->session_.resume();
-            self->serve();
-        });
-    }
-
-    bool writing() const { return !written_.empty(); }
-
-    void send_events() {
-        if (!socket_.is_open())
-            return;
-        session_.subscriber().take(pending_, Session::output_limit);
-        if (writing())
-            return;
-        write();
-        update_stall(true);
-    }
-
-    void write() {
-        if (pending_.empty())
-            return;
-        std::swap(written_, pending_);
-        asio::async_write(socket_, asio::buffer(written_), [self = shared_from_this()](Error error, std::size_t) {
-            self->written_.clear();
-            self->sent(error);
-        });
-    }
-
-    void sent(Error error) {
-        if (error == asio::error::operation_aborted)
-            return;
-        if (error) {
-            leave();
-            return;
-        }
-        session_.subscriber().take(pending_, Session::output_limit);
-        write();
-        update_stall(true);
-        if (input_ended_) {
-            if (!writing())
-                leave();
-        } else if (reading_paused_) {
-            reading_paused_ = false;
-            serve();
-        }
-    }
-
-    /* Notes whether the client holds something up; `progress` says that it did not stand
-     * still just now. */
-    void update_stall(bool progress) {
-        if ((input_.empty() || session_.delay()) && !writing())
-            stalled_since_.reset();
-        else if (progress || !stalled_since_)
-            stalled_since_ = Clock::now();
-        if (stalled_since_)
-            loop_.watch_stalls();
-    }
-
-    /* Closes the socket and leaves the loop; false when that has happened before. */
-    bool leave() {
-        if (loop_.connections_.erase(shared_from_this()) == 0)
-            return false;
-        --loop_.target_.counters.connections;
-        close();
-        spdlog::debug("a client is gone, {} remain", loop_.connections_.size());
-        return true;
-    }
-
-    Loop &loop_;
-    stream_protocol::socket socket_;
-    asio::steady_timer delay_timer_; /* while the session holds a request up */
-    Session session_;
-    std::array<std::uint8_t, 16384> chunk_; /* what is being received */
-    Buffer input_;                          /* what has been received and not yet served */
-    Buffer written_;                        /* what is being sent */
-    Buffer pending_;                        /* what is sent next */
-    std::optional<Clock::time_point> stalled_since_;
-    bool reading_paused_ = false;
-    bool input_ended_ = false;
 };
 
 void Server::Loop::accept() {
@@ -369,8 +159,7 @@ void Server::Loop::accept() {
 bool Server::Loop::admits(int descriptor) {
     ucred peer{};
     socklen_t size = sizeof peer;
-    if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-        may_connect(descriptor, peer, place_.group())) {
+    if (getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && place_.may_connect(descriptor, peer)) {
         last_stranger_.reset();
         return true;
     }
@@ -392,7 +181,7 @@ void Server::Loop::accepted(stream_protocol::socket socket) {
         return;
     }
     full_ = false;
-    const auto connection = std::make_shared<Connection>(*this, std::move(socket));
+    const auto connection = std::make_shared<Connection>(static_cast<ConnectionHost &>(*this), std::move(socket));
     connections_.insert(connection);
     ++target_.counters.connections;
     connection->start();
@@ -433,6 +222,7 @@ void Server::Loop::await_signal(const std::function<void()> &reload) {
         if (signal != SIGHUP)
             return shut_down();
         reload();
+        publish_settings();
         await_signal(reload);
     });
 }
@@ -447,13 +237,74 @@ void Server::Loop::shut_down() {
     for (const auto &connection : connections_)
         connection->close();
     target_.counters.connections -= connections_.size();
+    sharing_.clear();
     connections_.clear();
 }
 
+bool Server::Loop::is_posted() const {
+    return std::ranges::any_of(sharing_, [](Connection *connection) { return connection->memory().is_posted(); });
+}
+
+void Server::Loop::serve_memories() {
+    /* Serving may end a connection, which then is no longer in the list. */
+    for (std::size_t i = 0; i < sharing_.size(); ++i) {
+        const auto connection = sharing_[i]->shared_from_this();
+        connection->serve_memory();
+    }
+}
+
+void Server::Loop::watch_memories() {
+    auto socket_time = SpinWait::Clock::now() + socket_interval;
+    while (!context_.stopped() && !sharing_.empty() && SpinWait::Clock::now() < spin_wait_.end()) {
+        if (SpinWait::until([this] { return is_posted(); }, std::min(spin_wait_.end(), socket_time)))
+            serve_memories();
+        if (SpinWait::Clock::now() >= socket_time) {
+            context_.poll();
+            socket_time = SpinWait::Clock::now() + socket_interval;
+        }
+    }
+}
+
+void Server::Loop::announce_sleep(bool sleeping) {
+    for (Connection *connection : sharing_)
+        connection->memory().announce_sleep(sleeping);
+}
+
+void Server::Loop::publish_settings() {
+    if (settings_.update(target_))
+        for (Connection *connection : sharing_)
+            connection->memory().publish_generation(settings_.generation());
+}
+
+void Server::Loop::served(bool by_memory) {
+    publish_settings();
+    if (by_memory)
+        spin_wait_.note_request(SpinWait::Clock::now());
+}
+
+bool Server::Loop::left(Connection &connection) {
+    if (connections_.erase(connection.shared_from_this()) == 0)
+        return false;
+    std::erase(sharing_, &connection);
+    --target_.counters.connections;
+    spdlog::debug("a client is gone, {} remain", connections_.size());
+    return true;
+}
+
 void Server::Loop::run(const std::function<void()> &reload) {
+    publish_settings();
     await_signal(reload);
     accept();
-    context_.run();
+    do {
+        watch_memories();
+        announce_sleep(true);
+        if (is_posted())
+            context_.poll();
+        else
+            context_.run_one();
+        announce_sleep(false);
+        serve_memories();
+    } while (!context_.stopped());
 }
 
 Server::Server(Switch &target, ServerOptions options) : loop_(std::make_unique<Loop>(target, std::move(options))) {}

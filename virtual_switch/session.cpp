@@ -57,12 +57,11 @@ bool Session::serve_frame(const Frame &frame, Buffer &output) {
         }
         append_pong(output, frame.correlation);
         return true;
-    default: /* a ping; the parser lets nothing else through */
-        if (!frame.body.empty()) {
-            broken_ = "it sent a malformed ping";
-            return true;
-        }
-        append_pong(output, frame.correlation);
+    default: /* a sign without a body; the parser lets nothing else through */
+        if (!frame.body.empty())
+            broken_ = "it sent a malformed sign";
+        else if (frame.type == MTS_FRAME_PING || (frame.type == MTS_FRAME_SHARE && !give_memory(frame.correlation)))
+            append_pong(output, frame.correlation);
         return true;
     }
 }
@@ -106,6 +105,10 @@ bool Session::serve_request(const Request &request, std::uint32_t correlation, B
     }
     append_reply(output, correlation, reply_);
     return true;
+}
+
+bool Session::give_memory(std::uint32_t correlation) {
+    return memory_giver_ && memory_giver_(correlation);
 }
 
 bool Session::subscribe(Bytes body) {

@@ -5,7 +5,9 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <utility>
 
 #include "frames.h"
 #include "services.h"
@@ -41,6 +43,10 @@ class Session {
      */
     Subscriber &subscriber() { return subscriber_; }
 
+    /* Has `give` called with the correlation when the client asks for shared memory. It
+     * answers and returns true, or returns false when the client gets none. */
+    void on_share(std::function<bool(std::uint32_t correlation)> give) { memory_giver_ = std::move(give); }
+
     /* Null, or why the conversation cannot go on; a static text. */
     const char *broken() const { return broken_; }
 
@@ -56,11 +62,13 @@ class Session {
     /* False when the frame is held up. */
     bool serve_frame(const Frame &frame, Buffer &output);
     bool serve_request(const Request &request, std::uint32_t correlation, Buffer &output);
+    bool give_memory(std::uint32_t correlation);
     bool subscribe(Bytes body);
 
     Switch &target_;
     Reply reply_; /* kept for its buffer */
     Subscriber subscriber_;
+    std::function<bool(std::uint32_t)> memory_giver_;
     const char *broken_ = nullptr;
     std::optional<std::chrono::milliseconds> delay_;
     bool was_delayed_ = false; /* the next request has met its fault */

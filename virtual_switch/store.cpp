@@ -1,7 +1,6 @@
 #include "store.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
-#include <SQLiteCpp/VariadicBind.h>
 #include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
@@ -9,6 +8,9 @@
 #include <spdlog/spdlog.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "store_settings.h"
+#include "store_writer.h"
 
 namespace vswitch {
 
@@ -74,12 +76,6 @@ constexpr const char *steps_since_empty[] = {
     )sql",
 };
 
-/* Something in the database is not as we write it. */
-class Damage : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
-
 std::int64_t pragma(SQLite::Database &database, const char *name) {
     return database.execAndGet(fmt::format("PRAGMA {}", name)).getInt64();
 }
@@ -90,165 +86,6 @@ std::uint32_t number(const SQLite::Column &column, std::uint32_t highest = UINT3
     if (!column.isInteger() || value < 0 || value > highest)
         throw Damage(fmt::format("the column {} holds a value outside its range", column.getName()));
     return static_cast<std::uint32_t>(value);
-}
-
-/* How each setting is kept: its name, and its value as a 64-bit number both ways. */
-struct SettingRow {
-    const char *name;
-    std::int64_t (*get)(const Settings &);
-    void (*set)(Settings &, std::int64_t);
-};
-
-template <auto Member> constexpr SettingRow setting_row(const char *name) {
-    return {name, [](const Settings &settings) { return static_cast<std::int64_t>(settings.*Member); },
-            [](Settings &settings, std::int64_t value) {
-                using Value = std::remove_reference_t<decltype(settings.*Member)>;
-                settings.*Member = static_cast<Value>(value);
-                if (static_cast<std::int64_t>(settings.*Member) != value)
-                    throw Damage("a setting holds a value outside its range");
-            }};
-}
-
-template <Timer Which> constexpr SettingRow timer_row(const char *name) {
-    return {name, [](const Settings &settings) { return std::int64_t{settings.timers[Which]}; },
-            [](Settings &settings, std::int64_t value) {
-                if (value < 0 || value > UINT32_MAX)
-                    throw Damage("a timer holds a value outside its range");
-                settings.timers[Which] = static_cast<std::uint32_t>(value);
-            }};
-}
-
-constexpr SettingRow setting_rows[] = {
-    setting_row<&Settings::wwn>("wwn"),
-    setting_row<&Settings::change_seconds>("change_seconds"),
-    setting_row<&Settings::change_microseconds>("change_microseconds"),
-    timer_row<Timer::e_d_tov>("e_d_tov"),
-    timer_row<Timer::r_a_tov>("r_a_tov"),
-    timer_row<Timer::d_s_tov>("d_s_tov"),
-    timer_row<Timer::f_s_tov>("f_s_tov"),
-    setting_row<&Settings::switch_latency>("switch_latency"),
-    setting_row<&Settings::network_latency>("network_latency"),
-    setting_row<&Settings::inorder_delivery>("inorder_delivery"),
-    setting_row<&Settings::tdx_enabled>("tdx_fctimer_enabled"),
-    setting_row<&Settings::tdx_show_run>("tdx_fctimer_show_run"),
-    setting_row<&Settings::tdx_refusing>("tdx_fctimer_refusing"),
-    setting_row<&Settings::status_events>("status_events"),
-};
-
-constexpr Timer all_timers[] = {Timer::e_d_tov, Timer::r_a_tov, Timer::d_s_tov, Timer::f_s_tov};
-
-/* An empty vector has no address, and a null pointer would be bound as NULL. */
-void bind_bytes(SQLite::Statement &statement, int index, const void *bytes, std::size_t size) {
-    statement.bind(index, size == 0 ? "" : bytes, static_cast<int>(size));
-}
-
-/* One row of a table of timers at a time. */
-class TimerWriter {
-  public:
-    TimerWriter(SQLite::Database &database, const char *table)
-        : clear_(database, fmt::format("DELETE FROM {} WHERE vsan = ?", table)),
-          insert_(database, fmt::format("INSERT OR REPLACE INTO {} VALUES (?, ?, ?)", table)) {}
-
-    void clear(std::uint32_t vsan) {
-        SQLite::bind(clear_, vsan);
-        clear_.exec();
-        clear_.reset();
-    }
-
-    void write(std::uint32_t vsan, Timer timer, std::uint32_t value) {
-        SQLite::bind(insert_, vsan, static_cast<std::uint32_t>(timer), value);
-        insert_.exec();
-        insert_.reset();
-    }
-
-    void write(std::uint32_t vsan, const PartialTimers &timers) {
-        for (const Timer timer : all_timers)
-            if (const auto value = timers[timer])
-                write(vsan, timer, *value);
-    }
-
-  private:
-    SQLite::Statement clear_;
-    SQLite::Statement insert_;
-};
-
-void write_settings(SQLite::Database &database, const Settings &settings) {
-    SQLite::Statement setting(database, "INSERT OR REPLACE INTO setting VALUES (?, ?)");
-    for (const SettingRow &row : setting_rows) {
-        SQLite::bind(setting, row.name, row.get(settings));
-        setting.exec();
-        setting.reset();
-    }
-}
-
-void write_vsans(SQLite::Database &database, const std::map<std::uint32_t, Vsan> &vsans) {
-    /* REPLACE would delete the row first, and with it what refers to it. */
-    SQLite::Statement row(database,
-                          "INSERT INTO vsan VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10) ON CONFLICT (id) DO "
-                          "UPDATE SET name = ?2, media = ?3, admin_state = ?4, mtu = ?5, load_balancing = ?6, "
-                          "interop = ?7, inorder_delivery = ?8, drop_latency = ?9, rest = ?10");
-    TimerWriter timers(database, "vsan_timer");
-    TimerWriter distributed_timers(database, "distributed_timer");
-    for (const auto &[id, vsan] : vsans) {
-        SQLite::bind(row, id, vsan.name, vsan.media, vsan.admin_state, vsan.mtu, vsan.load_balancing, vsan.interop,
-                     vsan.inorder_delivery, vsan.drop_latency);
-        bind_bytes(row, 10, vsan.rest.data(), vsan.rest.size());
-        row.exec();
-        row.reset();
-        timers.clear(id);
-        timers.write(id, vsan.timers);
-        distributed_timers.clear(id);
-        distributed_timers.write(id, vsan.distributed_timers);
-    }
-}
-
-void write_ports(SQLite::Database &database, const std::map<std::uint32_t, Port> &ports) {
-    SQLite::Statement row(database, "INSERT OR REPLACE INTO port VALUES (?, ?, ?, ?)");
-    for (const auto &[if_index, port] : ports) {
-        SQLite::bind(row, if_index, port.vsan, port.deny_list, port.link_up ? 1 : 0);
-        row.exec();
-        row.reset();
-    }
-}
-
-void open_session(SQLite::Database &database, const std::string &user) {
-    SQLite::Statement row(database, "INSERT INTO timer_session VALUES (1, ?)");
-    bind_bytes(row, 1, user.data(), user.size());
-    row.exec();
-}
-
-void write_data(SQLite::Database &database, const SwitchData &data) {
-    write_settings(database, data.settings);
-    write_vsans(database, data.vsans);
-    write_ports(database, data.ports);
-    if (!data.session)
-        return;
-    open_session(database, data.session->user);
-    TimerWriter pending(database, "pending_timer");
-    for (const auto &[vsan, timers] : data.session->pending)
-        pending.write(vsan, timers);
-}
-
-/* The order is that of the references: rows appear before others refer to them. */
-void write_change(SQLite::Database &database, const Change &change) {
-    if (change.settings)
-        write_settings(database, *change.settings);
-    write_vsans(database, change.vsans);
-    write_ports(database, change.ports);
-    if (change.ends_session)
-        database.exec("DELETE FROM timer_session; DELETE FROM pending_timer");
-    if (change.opens_session)
-        open_session(database, *change.opens_session);
-    TimerWriter pending(database, "pending_timer");
-    for (const Change::PendingTimer &value : change.pending)
-        pending.write(value.vsan, value.timer, value.value);
-    SQLite::Statement removal(database, "DELETE FROM vsan WHERE id = ?");
-    for (const std::uint32_t id : change.deleted_vsans) {
-        pending.clear(id);
-        SQLite::bind(removal, id);
-        removal.exec();
-        removal.reset();
-    }
 }
 
 void read_timers(SQLite::Database &database, const char *table, SwitchData &data, PartialTimers Vsan::*timers) {
@@ -279,7 +116,7 @@ void read_session(SQLite::Database &database, SwitchData &data) {
 SwitchData read_data(SQLite::Database &database) {
     SwitchData data;
     SQLite::Statement setting(database, "SELECT value FROM setting WHERE name = ?");
-    for (const SettingRow &row : setting_rows) {
+    for (const SettingRow &row : setting_rows()) {
         setting.bind(1, row.name);
         if (!setting.executeStep())
             throw Damage(fmt::format("the setting {} is missing", row.name));
@@ -421,7 +258,7 @@ void Store::create(const SwitchData &data) {
             SQLite::Transaction transaction(database);
             for (const char *step : schema_steps())
                 database.exec(step);
-            write_data(database, data);
+            StoreWriter(database).write(data);
             database.exec(fmt::format("PRAGMA application_id = {}", application_id));
             database.exec(fmt::format("PRAGMA user_version = {}", schema_steps().size()));
             transaction.commit();
@@ -466,6 +303,7 @@ SwitchData Store::open(SchemaSteps steps) {
             data = read_data(*database);
             transaction.commit();
         }
+        writer_.reset();
         database_ = std::move(database);
     } catch (const SQLite::Exception &error) {
         throw Refusal(fmt::format("Cannot open the database {}: {}.", path_, error.what()));
@@ -478,8 +316,11 @@ SwitchData Store::open(SchemaSteps steps) {
 bool Store::write(const Change &change) {
     try {
         SQLite::Transaction transaction(*database_, SQLite::TransactionBehavior::IMMEDIATE);
-        write_change(*database_, change);
+        if (!writer_)
+            writer_ = std::make_unique<StoreWriter>(*database_);
+        writer_->write(change);
         transaction.commit();
+        writer_->committed(change);
     } catch (const SQLite::Exception &error) {
         if (!failing_)
             spdlog::error("Cannot write the database {}: {}. The change is refused.", path_, error.what());

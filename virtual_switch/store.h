@@ -21,6 +21,8 @@ class Database;
 
 namespace vswitch {
 
+class StoreWriter;
+
 /* The steps from an empty file to the present schema. Step n, counted from 0, is SQL
  * that leads from version n to version n + 1. Steps are only ever appended. */
 using SchemaSteps = std::span<const char *const>;
@@ -64,6 +66,7 @@ class Store {
     std::string path_;
     FileLock lock_;
     std::unique_ptr<SQLite::Database> database_;
+    std::unique_ptr<StoreWriter> writer_;
     bool failing_ = false; /* the last write failed */
 };
 

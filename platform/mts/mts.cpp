@@ -1,5 +1,6 @@
 /*
- * Requests: one connection to the switch, one request at a time on it.
+ * Requests: one connection to the switch, one request at a time on it. They go through
+ * memory shared with the switch where it offers that, otherwise over the socket.
  *
  * A manager that does not answer in time costs the agent one whole wait, not one
  * for each request that follows. After a time-out the connection is suspect: a PING
@@ -8,8 +9,8 @@
  * ends that. Without the PING, a manager that lost one single request would stay
  * suspect for ever.
  *
- * A request is sent a second time only if the first could not go out whole, so that
- * the switch cannot have acted on it.
+ * A request is sent a second time only if the first could not go out whole, or could be
+ * taken back from the memory, so that the switch cannot have acted on it.
  */
 #include "mts.h"
 
@@ -18,14 +19,19 @@
 #include <string.h>
 
 #include "big_endian.h"
+#include "mts_memory.h"
+#include "mts_settings.h"
 #include "mts_stream.h"
 
 // Opaque to callers: the process's connection for requests. Nothing happens to it
 // when the library is loaded; the agent may still fork and change its user.
 struct mts_queue {
     mts_stream stream;
+    mts_memory memory;
+    bool has_asked_for_memory; // over this connection
     bool is_suspect;
-    uint32_t correlation; // of the latest request or PING
+    uint32_t correlation;                 // of the latest request or PING
+    uint8_t answer[MTS_SHARED_MAX_FRAME]; // the latest that came through the memory
 };
 
 namespace {
@@ -38,6 +44,7 @@ constexpr mts_time SUSPECT_GRACE = 20 * MTS_MILLISECOND;
 mts_queue process_queue;
 
 [[gnu::destructor]] void close_at_unload(void) {
+    mts_memory_unmap(process_queue.memory);
     mts_stream_close(process_queue.stream);
 }
 
@@ -51,6 +58,14 @@ struct request {
     std::span<const uint8_t> payload;
     std::span<const uint8_t> user;
 };
+
+size_t body_length_of(const request &what) {
+    return MTS_WIRE_REQUEST_FIXED + what.payload.size() + what.user.size();
+}
+
+bool goes_through_memory(const mts_queue &queue, const request &what) {
+    return queue.memory.shared != nullptr && MTS_WIRE_HEADER + body_length_of(what) <= MTS_SHARED_MAX_FRAME;
+}
 
 // How a step of an exchange ended.
 enum class outcome {
@@ -67,7 +82,9 @@ outcome fail(int reason) {
 // The connection is of no further use. Only for a manager that is still there, and
 // silent, does the suspicion go over to the next connection.
 outcome drop_connection(mts_queue &queue, bool keep_suspicion, outcome result) {
+    mts_memory_unmap(queue.memory);
     mts_stream_close(queue.stream);
+    queue.has_asked_for_memory = false;
     queue.is_suspect = queue.is_suspect && keep_suspicion;
     return result;
 }
@@ -82,10 +99,28 @@ bool is_pong(const mts_frame &frame) {
     return frame.type == MTS_FRAME_PONG && frame.body.empty();
 }
 
-// Whether a frame can be met while no request is under way: a late reply or a PONG.
+bool is_knock(const mts_frame &frame) {
+    return frame.type == MTS_FRAME_KNOCK && frame.body.empty();
+}
+
+bool is_shared(const mts_frame &frame) {
+    return frame.type == MTS_FRAME_SHARED && frame.body.empty();
+}
+
+// Whether a frame can be met while no request is under way: a late reply or a PONG, the
+// answer to SHARE, or a KNOCK that nobody waited for.
 bool is_expected_when_idle(const mts_queue &queue, const mts_frame &frame) {
     const bool is_known = is_earlier(queue, frame) || frame.correlation == queue.correlation;
-    return is_known && (frame.type == MTS_FRAME_REPLY || is_pong(frame));
+    return (is_known && (frame.type == MTS_FRAME_REPLY || is_pong(frame) || is_shared(frame))) || is_knock(frame);
+}
+
+// Takes what such a frame brings. Whatever it is, it is a sign of life.
+void take_idle_frame(mts_queue &queue, const mts_frame &frame) {
+    queue.is_suspect = false;
+    if (is_shared(frame)) {
+        mts_memory_unmap(queue.memory);
+        mts_memory_map(queue.memory, mts_stream_take_descriptor(queue.stream));
+    }
 }
 
 // Receives and drops what earlier requests left behind. With a deadline, waits for
@@ -101,7 +136,7 @@ mts_io drop_old_frames(mts_queue &queue, mts_time deadline) {
         if (!is_expected_when_idle(queue, frame)) {
             break;
         }
-        queue.is_suspect = false;
+        take_idle_frame(queue, frame);
         result = mts_stream_receive(queue.stream, frame, MTS_NO_WAIT, true);
         if (result != mts_io::done) {
             return result == mts_io::timeout ? mts_io::done : result;
@@ -111,16 +146,36 @@ mts_io drop_old_frames(mts_queue &queue, mts_time deadline) {
     return mts_io::bad;
 }
 
-// Asks a silent switch for a sign of life. A switch that does not even take this
-// loses its connection; the next one starts with a PING.
-void send_ping(mts_queue &queue) {
+// Sends a frame without a body, if that is possible at once. If not, the connection is
+// of no further use.
+mts_io send_sign(mts_queue &queue, mts_frame_type type, uint32_t correlation) {
     uint8_t header[MTS_WIRE_HEADER];
-    mts_frame_encode(header, MTS_FRAME_PING, ++queue.correlation, 0);
+    mts_frame_encode(header, type, correlation, 0);
     struct iovec part = {header, sizeof header};
-    queue.is_suspect = true;
     const mts_io sent = mts_stream_send(queue.stream, &part, 1, MTS_NO_WAIT);
     if (sent != mts_io::done) {
         drop_connection(queue, sent == mts_io::timeout, outcome::failed);
+    }
+    return sent;
+}
+
+// Asks a silent switch for a sign of life. A switch that does not even take this
+// loses its connection; the next one starts with a PING. So does its memory: a request
+// may still be under way in it.
+void send_ping(mts_queue &queue) {
+    mts_memory_unmap(queue.memory);
+    queue.has_asked_for_memory = false;
+    queue.is_suspect = true;
+    send_sign(queue, MTS_FRAME_PING, ++queue.correlation);
+}
+
+// Asks for memory, once; the answer comes in front of that to the next request. A switch
+// that is silent is not asked for more; one whose answer was late has given memory already.
+void ask_for_memory(mts_queue &queue) {
+    const bool needs_memory = queue.memory.shared == nullptr && !queue.has_asked_for_memory;
+    if (needs_memory && !queue.is_suspect && queue.stream.is_open) {
+        queue.has_asked_for_memory = true;
+        send_sign(queue, MTS_FRAME_SHARE, ++queue.correlation);
     }
 }
 
@@ -131,7 +186,13 @@ outcome prepare(mts_queue &queue, mts_time deadline) {
     if (mts_stream_is_inherited(queue.stream)) {
         drop_connection(queue, false, outcome::failed);
     }
+    // With memory, the socket stays untouched while all goes well: that the switch is
+    // gone is noticed when no answer comes.
+    if (queue.memory.shared != nullptr && !queue.memory.may_have_knocked) {
+        return outcome::done;
+    }
     if (queue.stream.is_open) {
+        queue.memory.may_have_knocked = false;
         const mts_io old = drop_old_frames(queue, MTS_NO_WAIT);
         if (old == mts_io::lost || old == mts_io::bad) {
             drop_connection(queue, false, outcome::failed);
@@ -146,6 +207,7 @@ outcome prepare(mts_queue &queue, mts_time deadline) {
             send_ping(queue);
         }
     }
+    ask_for_memory(queue);
     if (!queue.stream.is_open) {
         errno = queue.is_suspect ? ETIMEDOUT : ECONNRESET;
         return queue.is_suspect ? outcome::failed : outcome::unsent;
@@ -157,7 +219,8 @@ outcome prepare(mts_queue &queue, mts_time deadline) {
     const mts_time grace_end = mts_now() + SUSPECT_GRACE;
     switch (drop_old_frames(queue, grace_end < deadline ? grace_end : deadline)) {
     case mts_io::done:
-        return outcome::done;
+        ask_for_memory(queue);
+        return queue.stream.is_open ? outcome::done : outcome::unsent;
     case mts_io::timeout:
         return fail(ETIMEDOUT);
     case mts_io::lost:
@@ -167,8 +230,24 @@ outcome prepare(mts_queue &queue, mts_time deadline) {
     return drop_connection(queue, false, outcome::unsent);
 }
 
+// Has a sleeping switch look at the request in the memory.
+outcome wake_switch(mts_queue &queue) {
+    // What goes wrong here shows when no answer comes, but for a full socket: then the
+    // switch has not looked for a long time.
+    uint8_t header[MTS_WIRE_HEADER];
+    mts_frame_encode(header, MTS_FRAME_KNOCK, 0, 0);
+    struct iovec part = {header, sizeof header};
+    if (mts_stream_send(queue.stream, &part, 1, MTS_NO_WAIT) != mts_io::timeout) {
+        return outcome::done;
+    }
+    mts_memory_withdraw(queue.memory);
+    queue.is_suspect = true;
+    errno = ETIMEDOUT;
+    return drop_connection(queue, true, outcome::failed);
+}
+
 outcome send_request(mts_queue &queue, const request &what, mts_time deadline) {
-    const size_t body_length = MTS_WIRE_REQUEST_FIXED + what.payload.size() + what.user.size();
+    const size_t body_length = body_length_of(what);
     uint8_t header[MTS_WIRE_HEADER];
     mts_frame_encode(header, MTS_FRAME_REQUEST, ++queue.correlation, static_cast<uint32_t>(body_length));
 
@@ -181,12 +260,17 @@ outcome send_request(mts_queue &queue, const request &what, mts_time deadline) {
     write_be32(fixed + 20, static_cast<uint32_t>(what.payload.size()));
     write_be32(fixed + 24, static_cast<uint32_t>(what.user.size()));
 
-    // sendmsg only reads the parts, although their type does not say so.
+    // They are only read, although their type does not say so.
     struct iovec parts[] = {{header, sizeof header},
                             {fixed, sizeof fixed},
                             {const_cast<uint8_t *>(what.payload.data()), what.payload.size()},
                             {const_cast<uint8_t *>(what.user.data()), what.user.size()}};
-    switch (mts_stream_send(queue.stream, parts, sizeof parts / sizeof *parts, deadline)) {
+    constexpr size_t count = sizeof parts / sizeof *parts;
+    if (goes_through_memory(queue, what)) {
+        const bool must_wake = mts_memory_post(queue.memory, parts, count);
+        return must_wake ? wake_switch(queue) : outcome::done;
+    }
+    switch (mts_stream_send(queue.stream, parts, count, deadline)) {
     case mts_io::done:
         return outcome::done;
     case mts_io::timeout:
@@ -201,12 +285,65 @@ outcome send_request(mts_queue &queue, const request &what, mts_time deadline) {
     return drop_connection(queue, false, outcome::unsent);
 }
 
+// Waits until the switch is done with the request in the memory.
+outcome await_memory(mts_queue &queue, mts_time deadline) {
+    bool is_done = mts_memory_watch(queue.memory);
+    while (!is_done && mts_memory_fall_asleep(queue.memory)) {
+        mts_frame frame;
+        mts_io result = mts_stream_receive(queue.stream, frame, deadline, true);
+        if (result == mts_io::done) {
+            const bool is_left_behind = is_earlier(queue, frame) && !is_shared(frame);
+            if (!is_knock(frame) && !(is_left_behind && is_expected_when_idle(queue, frame))) {
+                errno = EPROTO;
+                result = mts_io::bad;
+            } else if (mts_now() < deadline) {
+                continue;
+            } else { // such frames alone must not keep this request waiting for ever
+                result = mts_io::timeout;
+            }
+        }
+        const int reason = errno;
+        const bool is_unserved = mts_memory_withdraw(queue.memory);
+        if (!is_unserved && mts_memory_is_done(queue.memory)) {
+            break; // at the last moment
+        }
+        if (result == mts_io::timeout) {
+            send_ping(queue);
+            return fail(ETIMEDOUT);
+        }
+        errno = reason;
+        return drop_connection(queue, false, is_unserved ? outcome::unsent : outcome::failed);
+    }
+    mts_memory_note_answer(queue.memory);
+    return outcome::done;
+}
+
+bool is_reply_to_latest(const mts_queue &queue, const mts_frame &frame, mts_reply &reply) {
+    return frame.type == MTS_FRAME_REPLY && frame.correlation == queue.correlation &&
+           mts_reply_decode(frame.body, reply);
+}
+
+// Takes the reply to the latest request from the memory.
+outcome read_reply(mts_queue &queue, mts_reply &reply) {
+    mts_frame frame;
+    size_t size = 0;
+    const std::span<const uint8_t> bytes(queue.answer, mts_memory_copy_answer(queue.memory, queue.answer));
+    if (mts_frame_decode(bytes, frame, size) == mts_decode::frame && size == bytes.size() &&
+        is_reply_to_latest(queue, frame, reply)) {
+        return outcome::done;
+    }
+    errno = EPROTO;
+    return drop_connection(queue, false, outcome::failed);
+}
+
 // Waits for the reply to the latest request. Its data lie in the stream's buffer.
 outcome receive_reply(mts_queue &queue, mts_reply &reply, mts_time deadline) {
     for (;;) {
         mts_frame frame;
         mts_io result = mts_stream_receive(queue.stream, frame, deadline, true);
-        if (result == mts_io::done && is_earlier(queue, frame) && is_expected_when_idle(queue, frame)) {
+        if (result == mts_io::done && (is_earlier(queue, frame) || is_knock(frame)) &&
+            is_expected_when_idle(queue, frame)) {
+            take_idle_frame(queue, frame);
             // Replies to others' requests must not keep this one waiting for ever.
             if (mts_now() < deadline) {
                 continue;
@@ -215,8 +352,7 @@ outcome receive_reply(mts_queue &queue, mts_reply &reply, mts_time deadline) {
         }
         switch (result) {
         case mts_io::done:
-            if (frame.type == MTS_FRAME_REPLY && frame.correlation == queue.correlation &&
-                mts_reply_decode(frame.body, reply)) {
+            if (is_reply_to_latest(queue, frame, reply)) {
                 return outcome::done;
             }
             errno = EPROTO;
@@ -233,13 +369,22 @@ outcome receive_reply(mts_queue &queue, mts_reply &reply, mts_time deadline) {
 
 outcome exchange(mts_queue &queue, const request &what, mts_reply &reply, mts_time deadline) {
     outcome result = outcome::unsent;
+    bool is_in_memory = false;
     for (int attempt = 0; attempt < 2 && result == outcome::unsent; ++attempt) {
         result = prepare(queue, deadline);
         if (result == outcome::done) {
+            is_in_memory = goes_through_memory(queue, what);
             result = send_request(queue, what, deadline);
+            if (result == outcome::done && is_in_memory) {
+                result = await_memory(queue, deadline);
+            }
         }
     }
-    return result == outcome::done ? receive_reply(queue, reply, deadline) : result;
+    if (result != outcome::done) {
+        return result;
+    }
+    const bool is_answered_there = is_in_memory && mts_memory_holds_answer(queue.memory);
+    return is_answered_there ? read_reply(queue, reply) : receive_reply(queue, reply, deadline);
 }
 
 // Hands a reply's data to the caller, in a buffer of their own even if there are
@@ -304,4 +449,11 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
         return no_status(ENOMEM);
     }
     return answer.status;
+}
+
+uint64_t mts_settings_generation(void) {
+    // A switch that is gone no longer says that anything has changed.
+    const bool is_current = process_queue.memory.shared != nullptr && !mts_stream_is_inherited(process_queue.stream) &&
+                            !mts_stream_is_cut(process_queue.stream);
+    return is_current ? mts_memory_generation(process_queue.memory) : 0;
 }

@@ -9,7 +9,7 @@ mts_decode mts_frame_decode(std::span<const uint8_t> bytes, mts_frame &frame, si
     }
     if (bytes.size() >= 8) {
         type = read_be32(bytes.data() + 4);
-        if (type < MTS_FRAME_REQUEST || type > MTS_FRAME_PONG) {
+        if (type < MTS_FRAME_REQUEST || type > MTS_FRAME_KNOCK) {
             return mts_decode::bad;
         }
     }

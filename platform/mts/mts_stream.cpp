@@ -67,6 +67,40 @@ mts_io wait_for(int fd, short events, mts_time deadline) {
     }
 }
 
+// Keeps the descriptor of a control message, the latest one if there are several.
+void keep_descriptor(mts_stream &stream, const struct cmsghdr &control) {
+    if (control.cmsg_level != SOL_SOCKET || control.cmsg_type != SCM_RIGHTS) {
+        return;
+    }
+    const uint8_t *data = CMSG_DATA(&control);
+    for (size_t left = control.cmsg_len - CMSG_LEN(0); left >= sizeof stream.passed; left -= sizeof stream.passed) {
+        if (stream.passed != -1) {
+            close(stream.passed);
+        }
+        memcpy(&stream.passed, data, sizeof stream.passed);
+        data += sizeof stream.passed;
+    }
+}
+
+// recv(2), with at most one descriptor beside the bytes: the kernel closes what finds no
+// room.
+ssize_t receive_bytes(mts_stream &stream, size_t wanted) {
+    struct iovec part = {stream.buffer + stream.end, wanted};
+    alignas(struct cmsghdr) uint8_t control[CMSG_SPACE(sizeof(int))];
+    struct msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t got = recvmsg(stream.fd, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (got >= 0) {
+        if (const struct cmsghdr *first = CMSG_FIRSTHDR(&message)) {
+            keep_descriptor(stream, *first);
+        }
+    }
+    return got;
+}
+
 } // namespace
 
 mts_time mts_now(void) {
@@ -93,6 +127,7 @@ int mts_stream_open(mts_stream &stream) {
     }
     stream.is_open = true;
     stream.fd = fd;
+    stream.passed = -1;
     stream.owner = getpid();
     stream.begin = stream.end = 0;
     return 0;
@@ -104,7 +139,11 @@ void mts_stream_close(mts_stream &stream) {
     }
     const int reason = errno;
     close(stream.fd);
+    if (stream.passed != -1) {
+        close(stream.passed);
+    }
     errno = reason;
+    stream.passed = -1;
     stream.is_open = false;
     stream.begin = stream.end = 0;
 }
@@ -172,7 +211,7 @@ mts_io mts_stream_receive(mts_stream &stream, mts_frame &frame, mts_time deadlin
             }
         }
         const size_t wanted = (read_ahead ? sizeof stream.buffer : size) - stream.end;
-        const ssize_t got = recv(stream.fd, stream.buffer + stream.end, wanted, MSG_DONTWAIT);
+        const ssize_t got = receive_bytes(stream, wanted);
         if (got > 0) {
             stream.end += static_cast<size_t>(got);
         } else if (got == 0) {
@@ -186,4 +225,15 @@ mts_io mts_stream_receive(mts_stream &stream, mts_frame &frame, mts_time deadlin
             return mts_io::lost;
         }
     }
+}
+
+int mts_stream_take_descriptor(mts_stream &stream) {
+    const int fd = stream.passed;
+    stream.passed = -1;
+    return fd;
+}
+
+bool mts_stream_is_cut(const mts_stream &stream) {
+    struct pollfd watched = {stream.fd, POLLRDHUP, 0};
+    return poll(&watched, 1, 0) != 0;
 }

@@ -25,6 +25,7 @@ inline constexpr mts_time MTS_NO_WAIT = 0;
 struct mts_stream {
     bool is_open;
     int fd;
+    int passed;   /* a descriptor that came with the bytes and was not taken yet, or -1 */
     pid_t owner;  /* the process that connected; a forked child must not use the socket */
     size_t begin; /* received bytes not yet handed out: buffer[begin, end) */
     size_t end;
@@ -68,13 +69,20 @@ mts_io mts_stream_send(mts_stream &stream, struct iovec *parts, size_t count, mt
 
 /*
  * Receives one frame. Its body lies in the stream's buffer and is valid until the
- * next call with this stream.
+ * next call with this stream. A descriptor that came with it can be taken afterwards.
  *
  * read_ahead  true to take all that has come from the socket. False to take nothing
  *             behind the frame, so that a poll on the socket still tells whether
  *             more is there.
  */
 mts_io mts_stream_receive(mts_stream &stream, mts_frame &frame, mts_time deadline, bool read_ahead);
+
+/* The descriptor that came last, which the caller closes; -1 when there is none. */
+int mts_stream_take_descriptor(mts_stream &stream);
+
+/* Whether the other side has closed the connection, perhaps behind bytes that were not
+ * received yet. */
+bool mts_stream_is_cut(const mts_stream &stream);
 
 #pragma GCC visibility pop
 

@@ -38,6 +38,13 @@
  *   PING       empty; answered by a PONG of the same correlation, in turn with the
  *              requests of the connection
  *   PONG       empty
+ *
+ *   SHARE      empty; asks for memory to be shared, a faster way for requests and
+ *              replies (mts_shared.h). Replaces the connection's former one. Answered by
+ *              SHARED, or by a PONG when the switch gives none.
+ *   SHARED     empty; the memory's descriptor comes with its bytes (SCM_RIGHTS)
+ *   KNOCK      empty, correlation 0, either way: there is something in the memory. Not
+ *              answered.
  */
 #ifndef MTS_WIRE_H
 #define MTS_WIRE_H
@@ -62,7 +69,10 @@ enum mts_frame_type {
     MTS_FRAME_SUBSCRIBE = 3,
     MTS_FRAME_EVENT = 4,
     MTS_FRAME_PING = 5,
-    MTS_FRAME_PONG = 6
+    MTS_FRAME_PONG = 6,
+    MTS_FRAME_SHARE = 7,
+    MTS_FRAME_SHARED = 8,
+    MTS_FRAME_KNOCK = 9
 };
 
 /* Where the socket is: the environment variable below names the run directory;

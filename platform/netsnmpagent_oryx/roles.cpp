@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "mts_settings.h"
 #include "mts_wire.h"
 #include "netsnmpagent_oryx.h"
 #include "syserr.h"
@@ -25,10 +26,11 @@ static_assert(sizeof(allowed_vsan_list) == 4 + VSAN_BITMAP_BYTES);
 const Role UNRESTRICTED = {};
 const Role NOTHING = {true, {}, 0, {}};
 
-/* The last role that the switch gave, and the PDU that it was given for. PDU
- * numbers start at 1. */
+/* The last role that the switch gave, the PDU that it was given for, and the generation
+ * of the switch's settings then. PDU numbers and generations start at 1. */
 Role role;
 uint32_t role_pdu = 0;
+uint64_t role_generation = 0;
 char role_user[MTS_WIRE_MAX_USER + 1];
 
 /* So that a switch which is down costs one line and not one for each request. */
@@ -69,8 +71,8 @@ void report_failure(const char *reason) {
     failure_reported = true;
 }
 
-/* Asks the switch for the role of `user`. */
-void fetch(const char *user) {
+/* Asks the switch for the role of `user`. False when it gave none. */
+bool fetch(const char *user) {
     void *reply = nullptr;
     uint32_t length = static_cast<uint32_t>(strlen(user));
     const uint32_t status = cmi_req_resp(MTS_OP_ROLE_OF_USER, GET, user, &reply, &length, nullptr, 0, MTS_SERVICE_ROLES,
@@ -87,6 +89,21 @@ void fetch(const char *user) {
         failure_reported = false;
     }
     free(reply);
+    return !failure_reported;
+}
+
+/* Sees to it that `role` is what the requester of `pdu` may touch. */
+void refresh(const PduContext &pdu) {
+    const bool is_same_user = strcmp(role_user, pdu.user) == 0;
+    if (role_pdu == pdu.number && is_same_user)
+        return;
+    // A change that comes while the switch is asked belongs to a later generation.
+    const uint64_t generation = mts_settings_generation();
+    if (generation == 0 || role_generation != generation || !is_same_user) {
+        role_generation = fetch(pdu.user) ? generation : 0;
+        strcpy(role_user, pdu.user);
+    }
+    role_pdu = pdu.number;
 }
 
 bool contains(const uint8_t *bitmap, uint32_t bytes, uint32_t vsan) {
@@ -116,11 +133,7 @@ bool role_decode(const uint8_t *reply, uint32_t length, Role &decoded) {
 const Role &role_of(const PduContext &pdu) {
     if (!pdu.identified)
         return NOTHING;
-    if (role_pdu != pdu.number || strcmp(role_user, pdu.user) != 0) {
-        fetch(pdu.user);
-        role_pdu = pdu.number;
-        strcpy(role_user, pdu.user);
-    }
+    refresh(pdu);
     return role;
 }
 

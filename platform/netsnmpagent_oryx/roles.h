@@ -1,6 +1,7 @@
 /*
- * What a user may touch. The switch knows (MTS_SERVICE_ROLES, see mts_wire.h); it is
- * asked once for each PDU that needs to know, and never believed for longer.
+ * What a user may touch. The switch knows (MTS_SERVICE_ROLES, see mts_wire.h). What it
+ * said is believed for as long as it publishes that nothing has changed; where it does
+ * not publish that, it is asked once for each PDU that needs to know.
  */
 #ifndef NETSNMPAGENT_ORYX_ROLES_H
 #define NETSNMPAGENT_ORYX_ROLES_H

@@ -3,5 +3,6 @@
 find_package(fmt REQUIRED)
 
 add_fuzzer(fuzz_vswitchd_socket fuzz_vswitchd_socket.cpp LIBS vswitch_core)
+add_fuzzer(fuzz_vswitchd_memory fuzz_vswitchd_memory.cpp LIBS vswitch_core)
 add_fuzzer(fuzz_configuration fuzz_configuration.cpp LIBS vswitch_core)
 add_fuzzer(fuzz_command fuzz_command.cpp LIBS vswitch_core)

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "mts_events.h"
+#include "mts_settings.h"
 #include "syserr.h"
 
 struct mts_queue {
@@ -93,6 +94,7 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
                       uint32_t, uint32_t service, mts_queue *queue, uint32_t) {
     fake_switch.requests.push_back(
         {opcode, kind, service, std::string(static_cast<const char *>(payload), *length), queue});
+    fake_switch.generation = fake_switch.generation_meanwhile.value_or(fake_switch.generation);
     *reply = nullptr;
     *length = 0;
     if (fake_switch.reply) {
@@ -105,6 +107,10 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
     }
     errno = fake_switch.error_number;
     return fake_switch.status;
+}
+
+uint64_t mts_settings_generation(void) {
+    return fake_switch.generation;
 }
 
 int mts_events_open(const uint32_t *classes, size_t count) {

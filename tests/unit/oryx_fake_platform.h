@@ -30,6 +30,12 @@ struct FakeSwitch {
     std::optional<std::vector<uint8_t>> reply;
     std::vector<RoleRequest> requests;
 
+    /* What the switch publishes as the generation of its settings; 0: it does not. */
+    uint64_t generation = 0;
+
+    /* What it has become when the next request is answered. */
+    std::optional<uint64_t> generation_meanwhile;
+
     /* Whether an event connection can be made; what has been asked for. */
     bool reachable = true;
     int connect_attempts = 0;

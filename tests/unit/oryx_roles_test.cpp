@@ -226,6 +226,126 @@ TEST_F(RolesTest, EachUserHasARoleOfTheirOwn) {
     in_pdu([&] { EXPECT_TRUE(restricted_to_nothing()); }, "alice");
 }
 
+/* Switches that publish the generation of their settings. Each test has numbers of its
+ * own, for what is kept outlasts it. */
+class KeptRolesTest : public RolesTest {
+  protected:
+    void SetUp() override {
+        RolesTest::SetUp();
+        static uint64_t last = 0;
+        fake_switch.generation = last += 100;
+        fake_switch.reply = role_reply(1, {7});
+    }
+
+    /* Whether a PDU of the user's may touch VSAN 7 and nothing else. */
+    bool may_touch_7(const char *user = "alice") {
+        bool result = false;
+        in_pdu(
+            [&] {
+                allowed_vsan_list list;
+                result = fill(list) == 1 && memcmp(list.bitmap, list_of({7}).bitmap, 512) == 0;
+            },
+            user);
+        return result;
+    }
+
+    /* Whether a PDU of alice's asks for her role, and may not touch anything. */
+    bool asks_in_vain() {
+        const size_t before = fake_switch.requests.size();
+        bool result = false;
+        in_pdu([&] { result = restricted_to_nothing(); });
+        return result && fake_switch.requests.size() == before + 1;
+    }
+};
+
+TEST_F(KeptRolesTest, ARoleIsKeptForAsLongAsNothingChanges) {
+    for (int i = 0; i < 5; ++i)
+        EXPECT_TRUE(may_touch_7());
+    EXPECT_EQ(fake_switch.requests.size(), 1u);
+    fake_switch.reply = role_reply(0, {});
+    EXPECT_TRUE(may_touch_7());
+    ++fake_switch.generation;
+    EXPECT_FALSE(may_touch_7());
+    EXPECT_FALSE(may_touch_7());
+    EXPECT_EQ(fake_switch.requests.size(), 2u);
+    fake_switch.reply = role_reply(1, {7});
+    --fake_switch.generation;
+    EXPECT_TRUE(may_touch_7()) << "any other number is a change";
+}
+
+TEST_F(KeptRolesTest, OnlyItsOwnUserHasIt) {
+    EXPECT_TRUE(may_touch_7("alice"));
+    fake_switch.reply = role_reply(0, {});
+    EXPECT_FALSE(may_touch_7("bob"));
+    EXPECT_FALSE(may_touch_7("alic"));
+    EXPECT_FALSE(may_touch_7("alice"));
+    EXPECT_EQ(fake_switch.requests.size(), 4u);
+}
+
+TEST_F(KeptRolesTest, NothingIsKeptOfASwitchThatDoesNotPublishAnything) {
+    fake_switch.generation = 0;
+    for (size_t i = 1; i <= 3; ++i) {
+        EXPECT_TRUE(may_touch_7());
+        EXPECT_EQ(fake_switch.requests.size(), i);
+    }
+    fake_switch.generation = 1;
+    EXPECT_TRUE(may_touch_7());
+    EXPECT_EQ(fake_switch.requests.size(), 4u);
+    fake_switch.generation = 0;
+    EXPECT_TRUE(may_touch_7());
+    EXPECT_EQ(fake_switch.requests.size(), 5u);
+}
+
+TEST_F(KeptRolesTest, ARoleThatTheSwitchDidNotGiveIsNotKept) {
+    fake_switch.status = UINT32_MAX;
+    fake_switch.error_number = ETIMEDOUT;
+    EXPECT_TRUE(asks_in_vain());
+    EXPECT_TRUE(asks_in_vain());
+    fake_switch.status = 0;
+    fake_switch.reply->pop_back();
+    EXPECT_TRUE(asks_in_vain());
+    EXPECT_TRUE(asks_in_vain());
+    fake_switch.reply = role_reply(1, {7});
+    EXPECT_TRUE(may_touch_7());
+    fake_switch.status = 0x40490001;
+    EXPECT_TRUE(may_touch_7()) << "there was no need to ask";
+}
+
+TEST_F(KeptRolesTest, AChangeWhileTheSwitchIsAskedMakesTheNextPduAskAgain) {
+    fake_switch.generation_meanwhile = fake_switch.generation + 1;
+    EXPECT_TRUE(may_touch_7());
+    fake_switch.reply = role_reply(0, {});
+    EXPECT_FALSE(may_touch_7());
+    EXPECT_FALSE(may_touch_7());
+    EXPECT_EQ(fake_switch.requests.size(), 2u);
+}
+
+TEST_F(KeptRolesTest, OnePduHasOneRole) {
+    in_pdu([&] {
+        allowed_vsan_list list;
+        EXPECT_EQ(fill(list), 1);
+        fake_switch.reply = role_reply(0, {});
+        ++fake_switch.generation;
+        EXPECT_EQ(fill(list), 1);
+        fake_switch.generation = 0;
+        EXPECT_EQ(fill(list), 1);
+    });
+    EXPECT_EQ(fake_switch.requests.size(), 1u);
+
+    // Also when it is one that was kept.
+    fake_switch.generation = 1;
+    EXPECT_FALSE(may_touch_7());
+    in_pdu([&] {
+        allowed_vsan_list list;
+        EXPECT_EQ(fill(list), 0);
+        fake_switch.reply = role_reply(1, {7});
+        ++fake_switch.generation;
+        EXPECT_EQ(fill(list), 0);
+    });
+    EXPECT_EQ(fake_switch.requests.size(), 2u);
+    EXPECT_TRUE(may_touch_7());
+}
+
 TEST_F(RolesTest, AFailedRequestRestrictsToNothing) {
     // Status 0 without a reply, a refusal, no switch, a refusal that brings a role along.
     in_pdu([&] { EXPECT_TRUE(restricted_to_nothing()); });

@@ -177,10 +177,16 @@ TEST_F(Mts, WhatIsNoReplyEndsTheRequestAndTheConnection) {
          [](uint32_t c) {
              return frame_bytes(0, c, words({0, 0}));
          }},
-        {"type 7",
+        {"type 10",
          [](uint32_t c) {
-             return frame_bytes(7, c, words({0, 0}));
+             return frame_bytes(10, c, words({0, 0}));
          }},
+        {"memory with a body",
+         [](uint32_t c) {
+             return frame_bytes(MTS_FRAME_SHARED, c, words({0, 0}));
+         }},
+        {"memory instead", [](uint32_t c) { return frame_bytes(MTS_FRAME_SHARED, c, {}); }},
+        {"a knock with a body", [](uint32_t) { return frame_bytes(MTS_FRAME_KNOCK, 0, words({0})); }},
         {"a request", [](uint32_t c) { return frame_bytes(MTS_FRAME_REQUEST, c, bytes(28)); }},
         {"an event", [](uint32_t) { return frame_bytes(MTS_FRAME_EVENT, 0, words({145})); }},
         {"a pong instead", [](uint32_t c) { return pong_bytes(c); }},
@@ -282,6 +288,7 @@ TEST_F(Mts, AManagerThatDiesDuringARequestIsReportedAndNotAskedAgain) {
 TEST_F(Mts, AManagerThatDiesWithTheRequestUnreadIsReported) {
     auto script = play([&] {
         auto connection = manager.accept();
+        EXPECT_EQ(static_cast<uint32_t>(MTS_FRAME_SHARE), connection.receive_any().type);
         manager_connection::await(connection.descriptor());
         connection.close();
     });

@@ -7,6 +7,7 @@
 
 #include "indxobj.h"
 #include "platform_mts_client.h"
+#include "platform_scripted_memory.h"
 
 namespace {
 
@@ -56,6 +57,33 @@ TEST_F(ExhaustedMemory, AReplyThatCannotBeKeptFailsItsRequestAndNotTheNext) {
             connection.send(reply_bytes(connection.receive().correlation, 0, words({5})));
         }
     });
+    is_exhausted = true;
+    const answer failed = ask();
+    is_exhausted = false;
+    EXPECT_EQ(ENOMEM, failed.error);
+    EXPECT_EQ(0u, failed.length);
+    EXPECT_EQ(words({5}), ask().data);
+    script.get();
+}
+
+TEST_F(ExhaustedMemory, AReplyThroughSharedMemoryThatCannotBeKeptFailsItsRequestAndNotTheNext) {
+    temporary_run_directory run;
+    scripted_manager manager(run.path());
+    const manager_memory memory;
+    memory->switch_sleeps = 0;
+    auto script = std::async(std::launch::async, [&] {
+        auto connection = manager.accept();
+        give_memory(connection, memory);
+        connection.serve();
+        for (int i = 0; i < 2; ++i) {
+            memory.await_post();
+            memory.put(reply_bytes(memory.take().correlation, 0, words({5})));
+            if (memory.finish(MTS_SHARED_ANSWERED)) {
+                connection.send(knock_bytes());
+            }
+        }
+    });
+    EXPECT_EQ(0u, ask().status);
     is_exhausted = true;
     const answer failed = ask();
     is_exhausted = false;

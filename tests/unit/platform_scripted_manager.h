@@ -98,7 +98,17 @@ class manager_connection {
         }
     }
 
+    // The next frame that is no SHARE: this manager gives no memory.
     wire_frame receive() {
+        wire_frame frame = receive_any();
+        while (frame.type == MTS_FRAME_SHARE) {
+            send(pong_bytes(frame.correlation));
+            frame = receive_any();
+        }
+        return frame;
+    }
+
+    wire_frame receive_any() {
         const bytes header = receive_bytes(MTS_WIRE_HEADER);
         if (read_be32(header.data()) != MTS_WIRE_MAGIC) {
             throw std::runtime_error("the client sent no frame");
@@ -114,6 +124,26 @@ class manager_connection {
                 throw std::runtime_error(std::string("send: ") + strerror(errno));
             }
             sent += static_cast<size_t>(n);
+        }
+    }
+
+    // Sends bytes with descriptors beside them.
+    void send(const bytes &what, const std::vector<int> &descriptors) {
+        iovec part = {const_cast<uint8_t *>(what.data()), what.size()};
+        const size_t size = descriptors.size() * sizeof(int);
+        std::vector<uint8_t> control(CMSG_SPACE(size));
+        msghdr message = {};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        cmsghdr *header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(size);
+        memcpy(CMSG_DATA(header), descriptors.data(), size);
+        if (sendmsg(fd_, &message, MSG_NOSIGNAL) != static_cast<ssize_t>(what.size())) {
+            throw std::runtime_error(std::string("sendmsg: ") + strerror(errno));
         }
     }
 

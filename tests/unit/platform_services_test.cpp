@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <future>
 
-#include "platform_scripted_manager.h"
+#include "platform_scripted_memory.h"
 #include "pm.h"
 #include "syserr.h"
 #include "syserr/status_codes.h"
@@ -70,6 +70,67 @@ TEST_F(Services, TdxFailuresLeaveTheSettingAsItWas) {
     }
     EXPECT_EQ(UINT32_MAX, is_tdx_enabled("fctimer", nullptr));
     EXPECT_EQ(7u, setting);
+}
+
+TEST_F(Services, TdxKeepsTheSettingsForAsLongAsTheSwitchSaysThatNothingHasChanged) {
+    const manager_memory memory(5);
+    std::vector<std::string> asked;
+    std::promise<void> done;
+    auto switch_side = std::async(std::launch::async, [&] {
+        auto connection = manager.accept();
+        give_memory(connection, memory);
+        const auto serve = [&](const wire_frame &request, uint32_t status, const bytes &data, bool in_memory) {
+            asked.emplace_back(request.body.begin() + MTS_WIRE_REQUEST_FIXED, request.body.end());
+            if (!in_memory) {
+                return connection.send(reply_bytes(request.correlation, status, data));
+            }
+            memory.put(reply_bytes(request.correlation, status, data));
+            if (memory.finish(MTS_SHARED_ANSWERED)) {
+                connection.send(knock_bytes());
+            }
+        };
+        serve(connection.receive_any(), 0, words({0, 0}), false);
+        const std::pair<uint32_t, bytes> answers[] = {
+            {0, words({1, 0})}, {0, words({0, 1})},           {0, words({1, 1})}, {0, words({0, 1})},
+            {0, words({1, 0})}, {STATUS_NO_SUCH_SERVICE, {}}, {0, words({1})},    {0, words({1, 1})},
+        };
+        for (const auto &[status, data] : answers) {
+            connection.receive_any(); // a KNOCK
+            serve(memory.take(), status, data, true);
+        }
+        done.get_future().wait();
+    });
+    const auto enabled = [](const char *feature = "fctimer") {
+        uint32_t setting = 7;
+        const uint32_t status = is_tdx_enabled(feature, &setting);
+        return status == 0 ? setting : 100;
+    };
+    const auto show_run = [](const char *feature = "fctimer") {
+        uint32_t setting = 7;
+        const uint32_t status = get_tdx_show_run_mode(feature, &setting);
+        return status == 0 ? setting : 100;
+    };
+    EXPECT_EQ(0u, enabled()) << "before there is memory, for this moment only";
+    EXPECT_EQ(1u, enabled());
+    EXPECT_EQ(1u, enabled());
+    EXPECT_EQ(0u, show_run());
+    EXPECT_EQ(0u, enabled("other"));
+    EXPECT_EQ(1u, show_run("other"));
+    memory->generation = 6;
+    EXPECT_EQ(1u, show_run("other"));
+    EXPECT_EQ(1u, enabled("other"));
+    memory->generation = 0;
+    EXPECT_EQ(0u, enabled("other"));
+    EXPECT_EQ(1u, enabled("other"));
+    memory->generation = 7;
+    EXPECT_EQ(100u, enabled("other"));
+    EXPECT_EQ(100u, enabled("other"));
+    EXPECT_EQ(1u, enabled("other"));
+    EXPECT_EQ(1u, show_run("other"));
+    done.set_value();
+    switch_side.get();
+    EXPECT_EQ(asked, (std::vector<std::string>{"fctimer", "fctimer", "other", "other", "other", "other", "other",
+                                               "other", "other"}));
 }
 
 TEST_F(Services, PortMembershipGoesToThePortManagerAndComesBackInHostOrder) {

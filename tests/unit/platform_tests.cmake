@@ -22,14 +22,17 @@ include(GoogleTest)
 platform_test(platform_mts mts)
 platform_test(platform_mts_hung mts)
 platform_test(platform_mts_events mts)
+platform_test(platform_mts_memory mts)
+platform_test(platform_mts_memory_hostile mts)
 platform_test(platform_indxobj indxobj)
 platform_test(platform_services mts pm syserr sysmgr tdx vsan)
 platform_test(platform_sdwrap sdwrap SOURCES sdwrap/history_ring.cpp)
 platform_test(platform_history_ring SOURCES sdwrap/history_ring.cpp)
+platform_test(mts_shared)
 platform_test(platform_debug_filters SOURCES sdwrap/debug_filters.cpp)
 
 # Linked in as sources, so that their calls of malloc can be led to the test.
-platform_test(platform_oom SOURCES indxobj/indxobj.cpp mts/mts.cpp mts/mts_events.cpp mts/mts_frame.cpp
+platform_test(platform_oom SOURCES indxobj/indxobj.cpp mts/mts.cpp mts/mts_events.cpp mts/mts_frame.cpp mts/mts_memory.cpp
                                    mts/mts_stream.cpp)
 target_link_options(platform_oom_test PRIVATE -Wl,--wrap=malloc)
 

@@ -304,7 +304,7 @@ int sdwrap_chk_int(uint32_t event_class, uint32_t qualifier1, uint32_t qualifier
 }
 
 void buginf(const char *name, const char *format, ...) {
-    char text[1024];
+    char text[4096];
     va_list arguments;
     va_start(arguments, format);
     vsnprintf(text, sizeof text, format, arguments);

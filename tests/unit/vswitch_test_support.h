@@ -174,6 +174,14 @@ class Client {
 
     void finish_sending() { shutdown(socket_, SHUT_WR); }
 
+    int descriptor() const { return socket_; }
+
+    // Whether something has come that was not received.
+    bool has_input() const {
+        pollfd state{socket_, POLLIN, 0};
+        return poll(&state, 1, 0) == 1;
+    }
+
     // Up to `size` bytes; fewer when the daemon closed the connection.
     Buffer receive(std::size_t size) {
         Buffer bytes;
@@ -200,19 +208,30 @@ class Client {
 
     struct Answer {
         std::uint32_t type = 0, correlation = 0, status = 0, event_class = 0;
+        bool has_data = false;
         Buffer data;
+
+        bool operator==(const Answer &) const = default;
     };
 
     Answer receive_answer() {
-        const Buffer header = receive(MTS_WIRE_HEADER);
-        if (header.size() < MTS_WIRE_HEADER)
+        Buffer frame = receive(MTS_WIRE_HEADER);
+        if (frame.size() < MTS_WIRE_HEADER)
             throw std::runtime_error("the daemon closed the connection");
+        const Buffer body = receive(word(frame, 12));
+        frame.insert(frame.end(), body.begin(), body.end());
+        return answer_in(frame);
+    }
+
+    // What a whole frame says.
+    static Answer answer_in(Bytes frame) {
         Answer answer;
-        answer.type = word(header, 4);
-        answer.correlation = word(header, 8);
-        const Buffer body = receive(word(header, 12));
+        answer.type = word(frame, 4);
+        answer.correlation = word(frame, 8);
+        const Bytes body = frame.subspan(MTS_WIRE_HEADER);
         if (answer.type == MTS_FRAME_REPLY) {
             answer.status = word(body, 0);
+            answer.has_data = word(body, 4) == 1;
             answer.data.assign(body.begin() + MTS_WIRE_REPLY_FIXED, body.end());
         } else if (answer.type == MTS_FRAME_EVENT) {
             answer.event_class = word(body, 0);

@@ -18,6 +18,8 @@ add_executable(
   vswitch_events_test.cpp
   vswitch_faults_test.cpp
   vswitch_frames_test.cpp
+  vswitch_memory_hostile_test.cpp
+  vswitch_memory_test.cpp
   vswitch_requests_test.cpp
   vswitch_server_test.cpp
   vswitch_store_test.cpp)

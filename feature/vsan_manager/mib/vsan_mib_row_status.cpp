@@ -20,11 +20,12 @@ int inconsistent_name() {
     return SNMP_ERR_INCONSISTENTNAME;
 }
 
-// Whether the requester may create or delete the VSAN; a refusal is reported.
-bool is_permitted(uint32_t vsan, const oid *name, size_t name_len) {
+// Whether the requester may create or delete the VSAN that the name ends with; a
+// refusal is reported.
+bool is_permitted(const oid *name, size_t name_len) {
     allowed_vsan_list allowed;
     if (get_allowed_vsans(allowed, name, name_len, PDU_TYPE_SET) == 0 ||
-        snmp_is_vsan_allowed_in_list(vsan, allowed) != 0)
+        snmp_is_vsan_allowed_in_list(static_cast<uint32_t>(name[name_len - 1]), allowed) != 0)
         return true;
     VSAN_TRACE(TRACE_FAILURE, "%s : vsan restricted user is not allowed to set \n", function_name);
     report_restriction(STATUS_VSAN_NOT_FOR_USER);
@@ -68,7 +69,7 @@ int stage_new_row(const oid *name, size_t name_len) {
     }
 
     VSAN_TRACE(TRACE_EVENT, "%s(%d) Validate Vsan_id\n", function_name, __LINE__);
-    if (!is_permitted(static_cast<uint32_t>(created->vsanIndex), name, name_len)) {
+    if (!is_permitted(name, name_len)) {
         free(created);
         return SNMP_ERR_GENERR;
     }
@@ -134,7 +135,7 @@ int reserve1(const u_char *value, u_char type, size_t length, const u_char *curr
     if (!resolve_instance(name, name_len, doomed))
         return inconsistent_name();
     VSAN_TRACE(TRACE_EVENT, "%s(%d) : set Rowstatus Validate Vsan_id \n", function_name, __LINE__);
-    return is_permitted(static_cast<uint32_t>(doomed.vsanIndex), name, name_len) ? SNMP_ERR_NOERROR : SNMP_ERR_GENERR;
+    return is_permitted(name, name_len) ? SNMP_ERR_NOERROR : SNMP_ERR_GENERR;
 }
 
 // Sends a row in ACTION.

@@ -160,7 +160,7 @@ class FakeManager(CountsRequests):
                 if received is None:
                     return
                 kind, correlation, body = received
-                if kind in (wire.PING, wire.SUBSCRIBE):
+                if kind in (wire.PING, wire.SUBSCRIBE, wire.SHARE):  # it has no memory to share
                     connection.sendall(wire.frame(wire.PONG, correlation))
                     if kind == wire.SUBSCRIBE:
                         classes = [number for number, in struct.iter_unpack(">I", body)]

@@ -1,0 +1,164 @@
+// Clients that put other things into the shared memory than they should.
+#include <atomic>
+#include <vector>
+
+#include "vswitch_memory_client.h"
+
+using namespace vswitch;
+using namespace vswitch_test;
+
+namespace {
+
+class HostileClientTest : public MemoryTest {
+  protected:
+    void expect_dropped(MemoryClient &client) {
+        EXPECT_TRUE(client.socket.hung_up());
+        EXPECT_EQ(connect()->vsan_count(), 1u);
+    }
+
+    // Whether the daemon has closed the connection, without waiting for it.
+    static bool is_cut(MemoryClient &client) {
+        pollfd state{client.socket.descriptor(), 0, 0};
+        return poll(&state, 1, 0) == 1;
+    }
+
+    static Buffer vsan_count_request(std::uint32_t correlation) {
+        return request_frame(correlation, MANAGER_SAP_VSAN, 125, 1, {}, 4);
+    }
+};
+
+TEST_F(HostileClientTest, what_is_not_one_request_ends_the_connection) {
+    start();
+    const Buffer request = vsan_count_request(1);
+    Buffer other_magic = request;
+    other_magic[0] = 'X';
+    Buffer longer_body = request;
+    longer_body[15] = 29;
+    const std::pair<const char *, Buffer> cases[] = {
+        {"nothing", {}},
+        {"a byte", {'M'}},
+        {"a header", Buffer(request.begin(), request.begin() + MTS_WIRE_HEADER)},
+        {"a part of a request", Buffer(request.begin(), request.end() - 1)},
+        {"a request and a byte", request + Buffer{'M'}},
+        {"two requests", request + request},
+        {"another magic", other_magic},
+        {"a body that does not end", longer_body},
+        {"a malformed request", words({MTS_WIRE_MAGIC, MTS_FRAME_REQUEST, 1, 4, 0})},
+        {"a ping", sign(MTS_FRAME_PING, 1)},
+        {"a knock", sign(MTS_FRAME_KNOCK)},
+        {"a request for memory", sign(MTS_FRAME_SHARE, 1)},
+        {"a subscription", words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 1, 4, 145})},
+        {"a reply", words({MTS_WIRE_MAGIC, MTS_FRAME_REPLY, 1, 8, 0, 0})},
+        {"rubbish", Buffer(MTS_SHARED_MAX_FRAME, 0xee)},
+    };
+    for (const auto &[name, bytes] : cases) {
+        SCOPED_TRACE(name);
+        const auto client = share();
+        EXPECT_EQ(client->vsan_count(), 1u);
+        client->post(bytes);
+        expect_dropped(*client);
+    }
+    stop();
+    EXPECT_EQ(target_.counters.dropped_connections, std::size(cases));
+    EXPECT_EQ(target_.counters.connections, 0u);
+}
+
+TEST_F(HostileClientTest, length_beyond_the_memory_is_not_believed) {
+    start();
+    for (const std::uint32_t length : {MTS_SHARED_MAX_FRAME + 1, 0x7fffffffu, UINT32_MAX}) {
+        const auto client = share();
+        const Buffer request = vsan_count_request(1);
+        std::memcpy((*client)->request, request.data(), request.size());
+        (*client)->request_length = length;
+        client->post_again();
+        expect_dropped(*client);
+    }
+}
+
+TEST_F(HostileClientTest, signs_with_a_body_end_the_connection) {
+    start();
+    for (const std::uint32_t type : {MTS_FRAME_SHARE, MTS_FRAME_KNOCK}) {
+        const auto client = connect();
+        client->send(words({MTS_WIRE_MAGIC, type, 0, 4, 0}));
+        EXPECT_TRUE(client->closed_by_daemon());
+    }
+}
+
+TEST_F(HostileClientTest, states_and_lengths_that_keep_changing_harm_nobody_else) {
+    start();
+    const auto sound = share();
+    const auto client = share();
+    const Buffer request = vsan_count_request(1);
+    std::memcpy((*client)->request, request.data(), request.size());
+    std::atomic<bool> is_over = false;
+    std::thread changing([&] {
+        std::uint32_t number = 0;
+        while (!is_over) {
+            ++number;
+            (*client)->request_length = static_cast<std::uint32_t>(request.size());
+            (*client)->request[number % 44] ^= static_cast<std::uint8_t>(number % 1000 == 0);
+            (*client)->requester_sleeps = number;
+            (*client)->state = number % 5;
+            (*client)->switch_sleeps = number % 3;
+            (*client)->generation = number;
+            if (number % 100 == 0)
+                std::this_thread::yield();
+        }
+    });
+    for (int i = 0; i < 300; ++i)
+        ASSERT_EQ(sound->vsan_count(), 1u);
+    is_over = true;
+    changing.join();
+    EXPECT_EQ(connect()->vsan_count(), 1u);
+}
+
+TEST_F(HostileClientTest, requests_without_end_while_one_is_held_up_end_the_connection) {
+    start();
+    command(R"({"command": "fault.add", "service": 15, "opcode": 149, "action": "delay", "value": 60000})");
+    const auto client = share();
+    client->post(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
+    EXPECT_EQ(client->await_end(), MTS_SHARED_ELSEWHERE);
+    const Buffer large = request_frame(1, MANAGER_SAP_VSAN, 149, 1, Buffer(MTS_SHARED_MAX_FRAME - 44));
+    int posted = 0;
+    for (; posted < 1000 && !is_cut(*client); ++posted) {
+        client->post(large);
+        while ((*client)->state != MTS_SHARED_ELSEWHERE && !is_cut(*client))
+            std::this_thread::yield();
+    }
+    EXPECT_LT(posted, 1000);
+    EXPECT_GT(posted, 10);
+    expect_dropped(*client);
+}
+
+TEST_F(HostileClientTest, requests_without_end_and_no_answer_read_end_the_connection) {
+    start();
+    const auto client = share();
+    (*client)->requester_sleeps = 1; // every answer comes with a knock, which nobody reads
+    client->socket.send_until_blocked(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)), 64u << 20, 100);
+    const Buffer large = request_frame(2, MANAGER_SAP_VSAN, 149, 1, Buffer(MTS_SHARED_MAX_FRAME - 44));
+    std::memcpy((*client)->request, large.data(), large.size());
+    (*client)->request_length = static_cast<std::uint32_t>(large.size());
+    const auto sound = share();
+    int posted = 0;
+    for (; posted < 1000 && !is_cut(*client); ++posted) {
+        (*client)->state = MTS_SHARED_POSTED;
+        ASSERT_EQ(sound->vsan_count(), 1u);
+    }
+    EXPECT_LT(posted, 1000);
+    expect_dropped(*client);
+}
+
+TEST_F(HostileClientTest, client_that_goes_away_with_a_request_posted_is_forgotten) {
+    start();
+    for (int i = 0; i < 100; ++i) {
+        const auto client = share();
+        if (i % 3 == 0)
+            client->vsan_count();
+        i % 2 == 0 ? (void)client->post(vsan_count_request(1)) : (void)((*client)->state = MTS_SHARED_POSTED);
+    }
+    EXPECT_EQ(share()->vsan_count(), 1u);
+    stop();
+    EXPECT_EQ(target_.counters.connections, 0u);
+}
+
+} // namespace

@@ -1,0 +1,63 @@
+/* What is written to the database, and how. */
+#ifndef VSWITCH_STORE_WRITER_H
+#define VSWITCH_STORE_WRITER_H
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "switch_data.h"
+
+namespace vswitch {
+
+/* Its statements are prepared once: preparing one takes longer than running it. All
+ * functions throw SQLite::Exception and are called within a transaction. */
+class StoreWriter {
+  public:
+    /* `database` has the present schema and outlives the writer. */
+    explicit StoreWriter(SQLite::Database &database);
+
+    /* Writes a whole switch to an empty database. */
+    void write(const SwitchData &data);
+
+    void write(const Change &change);
+
+    /* The transaction in which `change` was written is on the disk. */
+    void committed(const Change &change);
+
+  private:
+    /* One row of a table of timers at a time. */
+    class TimerTable {
+      public:
+        TimerTable(SQLite::Database &database, const char *table);
+        void clear(std::uint32_t vsan);
+        void write(std::uint32_t vsan, Timer timer, std::uint32_t value);
+        void write(std::uint32_t vsan, const PartialTimers &timers);
+
+      private:
+        SQLite::Statement clear_;
+        SQLite::Statement insert_;
+    };
+
+    void write(const Settings &settings);
+    void write(std::uint32_t id, const Vsan &vsan);
+    void write(std::uint32_t if_index, const Port &port);
+    void open_session(const std::string &user);
+
+    std::optional<Settings> settings_; /* on the disk; not known at first */
+    SQLite::Statement setting_;
+    SQLite::Statement vsan_;
+    SQLite::Statement vsan_removal_;
+    SQLite::Statement port_;
+    SQLite::Statement session_;
+    SQLite::Statement session_removal_;
+    SQLite::Statement pending_removal_;
+    TimerTable timers_;
+    TimerTable distributed_timers_;
+    TimerTable pending_timers_;
+};
+
+} // namespace vswitch
+
+#endif
