@@ -20,8 +20,10 @@ std::string on_or_off(const Json &value) {
 
 std::string joined(const Json &list) {
     std::string line;
-    for (const Json &item : list)
-        line += (line.empty() ? "" : ",") + item.get<std::string>();
+    for (const Json &item : list) {
+        line.append(line.empty() ? "" : ",");
+        line.append(item.get<std::string>());
+    }
     return line.empty() ? "-" : line;
 }
 
