@@ -73,7 +73,8 @@ std::uint32_t change_vsan(Switch &target, const Requester &requester, std::uint3
         changed.inorder_delivery = present.inorder_delivery;
     if (changed.drop_latency == 0)
         changed.drop_latency = present.drop_latency;
-    if (std::ranges::all_of(changed.rest, [](std::uint8_t byte) { return byte == 0; }))
+    static const Buffer zeros(vsan_rest_size);
+    if (changed.rest == zeros)
         changed.rest.clear();
     if (row && changed == present)
         return STATUS_SUCCESS;

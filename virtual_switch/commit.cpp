@@ -56,7 +56,7 @@ VsanEvent difference(std::uint32_t id, const std::optional<VsanState> &before, c
 } // namespace
 
 std::uint32_t commit(Switch &target, const Change &change) {
-    if (target.store && !target.store->write(change))
+    if (target.store && !target.store->write(change, target.model.data()))
         return STATUS_STORE_FAILED;
 
     const auto before = affected_vsans(target.model, change);

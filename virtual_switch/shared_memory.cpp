@@ -14,11 +14,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/* A pause that counts as no part of a burst, and how long the watches are. */
-constexpr SpinWait::Clock::duration longest_gap = 1ms;
-constexpr SpinWait::Clock::duration burst_gap = 200us;
+/* A longer pause is no part of a burst; how long the watches are. */
+constexpr SpinWait::Clock::duration longest_gap = 250us;
 constexpr SpinWait::Clock::duration shortest_watch = 20us;
-constexpr SpinWait::Clock::duration longest_watch = 300us;
+
+/* How slowly a longer gap is forgotten: a client that reads rows in packets of fifty makes
+ * one such gap for each. */
+constexpr int memory_of_gaps = 256;
 
 bool send_with_descriptor(int socket, Bytes frame, int descriptor) {
     iovec part{const_cast<std::uint8_t *>(frame.data()), frame.size()};
@@ -94,12 +96,13 @@ bool SharedMemory::finish(mts_shared_state state) {
 }
 
 void SpinWait::note_request(Clock::time_point now) {
-    const auto gap = std::min(now - latest_, longest_gap);
+    const auto gap = now - latest_;
     latest_ = now;
-    average_gap_ += (gap - average_gap_) / 8;
+    longest_recent_gap_ -= longest_recent_gap_ / memory_of_gaps;
+    if (gap <= longest_gap)
+        longest_recent_gap_ = std::max(longest_recent_gap_, gap);
     if (enabled_)
-        end_ = now + (average_gap_ > burst_gap ? shortest_watch
-                                               : std::clamp(2 * average_gap_, shortest_watch, longest_watch));
+        end_ = now + std::max(2 * longest_recent_gap_, shortest_watch);
 }
 
 } // namespace vswitch

@@ -57,9 +57,9 @@ class SharedMemory {
 
 /*
  * Requests come in bursts: while they do, the switch watches for the next one, because
- * waking up takes longer than serving it. How long depends on how far apart the latest
- * ones were; where they are far apart, a short watch after each still catches the start
- * of a burst. A switch that nobody asks sleeps.
+ * waking up takes longer than serving it. How long depends on how far apart those of the
+ * latest bursts were; where there are none, a short watch after each still catches the
+ * start of one. A switch that nobody asks sleeps.
  */
 class SpinWait {
   public:
@@ -100,7 +100,7 @@ class SpinWait {
     bool enabled_;
     Clock::time_point latest_{};
     Clock::time_point end_{};
-    Clock::duration average_gap_ = std::chrono::milliseconds(1);
+    Clock::duration longest_recent_gap_{}; /* within bursts */
 };
 
 } // namespace vswitch

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <optional>
 #include <spdlog/spdlog.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -313,19 +314,40 @@ SwitchData Store::open(SchemaSteps steps) {
     return std::move(*data);
 }
 
-bool Store::write(const Change &change) {
+void Store::write_once(const Change &change, const SwitchData &present) {
+    SQLite::Transaction transaction(*database_, SQLite::TransactionBehavior::IMMEDIATE);
+    if (!writer_)
+        writer_ = std::make_unique<StoreWriter>(*database_);
+    writer_->write(change, present);
+    transaction.commit();
+}
+
+/* On a small disk it may be the log of what has been written already that takes the room. */
+bool Store::make_room() {
     try {
-        SQLite::Transaction transaction(*database_, SQLite::TransactionBehavior::IMMEDIATE);
-        if (!writer_)
-            writer_ = std::make_unique<StoreWriter>(*database_);
-        writer_->write(change);
-        transaction.commit();
-        writer_->committed(change);
-    } catch (const SQLite::Exception &error) {
+        return database_->execAndGet("PRAGMA wal_checkpoint(TRUNCATE)").getInt() == 0;
+    } catch (const SQLite::Exception &) {
+        return false;
+    }
+}
+
+bool Store::write(const Change &change, const SwitchData &present) {
+    const auto refused = [&](const SQLite::Exception &error) {
         if (!failing_)
             spdlog::error("Cannot write the database {}: {}. The change is refused.", path_, error.what());
         failing_ = true;
         return false;
+    };
+    try {
+        write_once(change, present);
+    } catch (const SQLite::Exception &error) {
+        if (error.getErrorCode() != SQLITE_FULL || !make_room())
+            return refused(error);
+        try {
+            write_once(change, present);
+        } catch (const SQLite::Exception &second_error) {
+            return refused(second_error);
+        }
     }
     if (failing_)
         spdlog::info("The database {} can be written again.", path_);

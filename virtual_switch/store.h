@@ -52,16 +52,19 @@ class Store {
     SwitchData open(SchemaSteps steps = schema_steps());
 
     /*
-     * Writes a change in one transaction and returns when it is on the disk. False when
-     * that failed, for instance on a full disk: the database is as it was, and a later
-     * change may succeed. The first of several failures is logged.
-     * REQUIRES: the database is open, and `change` fits what it holds.
+     * Writes a change in one transaction and returns when it is on the disk; `present` is
+     * what the database holds. False when that failed, for instance on a full disk: the
+     * database is as it was, and a later change may succeed. The first of several failures
+     * is logged. REQUIRES: the database is open, and `change` fits what it holds.
      */
-    bool write(const Change &change);
+    bool write(const Change &change, const SwitchData &present);
 
     const std::string &path() const { return path_; }
 
   private:
+    void write_once(const Change &change, const SwitchData &present);
+    bool make_room();
+
     std::string directory_;
     std::string path_;
     FileLock lock_;

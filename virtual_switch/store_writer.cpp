@@ -46,6 +46,13 @@ void StoreWriter::TimerTable::write(std::uint32_t vsan, const PartialTimers &tim
             write(vsan, timer, *value);
 }
 
+void StoreWriter::TimerTable::replace(std::uint32_t vsan, const PartialTimers &timers, const PartialTimers *present) {
+    if (present && *present == timers)
+        return;
+    clear(vsan);
+    write(vsan, timers);
+}
+
 /* A VSAN's REPLACE would delete the row first, and with it what refers to it. */
 StoreWriter::StoreWriter(SQLite::Database &database)
     : setting_(database, "INSERT OR REPLACE INTO setting VALUES (?, ?)"),
@@ -59,21 +66,19 @@ StoreWriter::StoreWriter(SQLite::Database &database)
       timers_(database, "vsan_timer"), distributed_timers_(database, "distributed_timer"),
       pending_timers_(database, "pending_timer") {}
 
-void StoreWriter::write(const Settings &settings) {
+void StoreWriter::write(const Settings &settings, const Settings *present) {
     for (const SettingRow &row : setting_rows())
-        if (!settings_ || row.get(*settings_) != row.get(settings))
+        if (!present || row.get(*present) != row.get(settings))
             run(setting_, row.name, row.get(settings));
 }
 
-void StoreWriter::write(std::uint32_t id, const Vsan &vsan) {
+void StoreWriter::write(std::uint32_t id, const Vsan &vsan, const Vsan *present) {
     vsan_.tryReset();
     bind_bytes(vsan_, 10, vsan.rest.data(), vsan.rest.size());
     run(vsan_, id, vsan.name, vsan.media, vsan.admin_state, vsan.mtu, vsan.load_balancing, vsan.interop,
         vsan.inorder_delivery, vsan.drop_latency);
-    timers_.clear(id);
-    timers_.write(id, vsan.timers);
-    distributed_timers_.clear(id);
-    distributed_timers_.write(id, vsan.distributed_timers);
+    timers_.replace(id, vsan.timers, present ? &present->timers : nullptr);
+    distributed_timers_.replace(id, vsan.distributed_timers, present ? &present->distributed_timers : nullptr);
 }
 
 void StoreWriter::write(std::uint32_t if_index, const Port &port) {
@@ -87,9 +92,9 @@ void StoreWriter::open_session(const std::string &user) {
 }
 
 void StoreWriter::write(const SwitchData &data) {
-    write(data.settings);
+    write(data.settings, nullptr);
     for (const auto &[id, vsan] : data.vsans)
-        write(id, vsan);
+        write(id, vsan, nullptr);
     for (const auto &[if_index, port] : data.ports)
         write(if_index, port);
     if (!data.session)
@@ -100,11 +105,13 @@ void StoreWriter::write(const SwitchData &data) {
 }
 
 /* The order is that of the references: rows appear before others refer to them. */
-void StoreWriter::write(const Change &change) {
+void StoreWriter::write(const Change &change, const SwitchData &present) {
     if (change.settings)
-        write(*change.settings);
-    for (const auto &[id, vsan] : change.vsans)
-        write(id, vsan);
+        write(*change.settings, &present.settings);
+    for (const auto &[id, vsan] : change.vsans) {
+        const auto former = present.vsans.find(id);
+        write(id, vsan, former == present.vsans.end() ? nullptr : &former->second);
+    }
     for (const auto &[if_index, port] : change.ports)
         write(if_index, port);
     if (change.ends_session) {
@@ -119,11 +126,6 @@ void StoreWriter::write(const Change &change) {
         pending_timers_.clear(id);
         run(vsan_removal_, id);
     }
-}
-
-void StoreWriter::committed(const Change &change) {
-    if (change.settings)
-        settings_ = change.settings;
 }
 
 } // namespace vswitch

@@ -4,7 +4,6 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include "switch_data.h"
@@ -21,10 +20,8 @@ class StoreWriter {
     /* Writes a whole switch to an empty database. */
     void write(const SwitchData &data);
 
-    void write(const Change &change);
-
-    /* The transaction in which `change` was written is on the disk. */
-    void committed(const Change &change);
+    /* Writes what differs from `present`, which the database holds. */
+    void write(const Change &change, const SwitchData &present);
 
   private:
     /* One row of a table of timers at a time. */
@@ -34,18 +31,18 @@ class StoreWriter {
         void clear(std::uint32_t vsan);
         void write(std::uint32_t vsan, Timer timer, std::uint32_t value);
         void write(std::uint32_t vsan, const PartialTimers &timers);
+        void replace(std::uint32_t vsan, const PartialTimers &timers, const PartialTimers *present);
 
       private:
         SQLite::Statement clear_;
         SQLite::Statement insert_;
     };
 
-    void write(const Settings &settings);
-    void write(std::uint32_t id, const Vsan &vsan);
+    void write(const Settings &settings, const Settings *present);
+    void write(std::uint32_t id, const Vsan &vsan, const Vsan *present);
     void write(std::uint32_t if_index, const Port &port);
     void open_session(const std::string &user);
 
-    std::optional<Settings> settings_; /* on the disk; not known at first */
     SQLite::Statement setting_;
     SQLite::Statement vsan_;
     SQLite::Statement vsan_removal_;
