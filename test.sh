@@ -10,16 +10,29 @@ source tools/target_root.sh
 
 BUILD=$REPO/build
 FUZZ_SECONDS=15
+SOAK_MINUTES=10
 
 usage() {
     cat <<HELP
-Usage: ./test.sh [--target | --sanitize | --fuzz [SECONDS] | --lint]
+Usage: ./test.sh [--target | --sanitize | --fuzz [SECONDS] | --soak [MINUTES] | --memcheck |
+                  --coverage | --fuzz-coverage | --lint]
 Installs missing packages, builds, runs every test on this machine, and ends with
 a line 'N passed, N failed'. Ends with 0 only when none failed.
 
   --target           the same inside a 32-bit root, which is made first; needs root
   --sanitize         the same under AddressSanitizer and UndefinedBehaviorSanitizer
   --fuzz [SECONDS]   runs each fuzz target for a while instead (default $FUZZ_SECONDS)
+  --soak [MINUTES]   breaks everything that can be broken while the agent is used, again and
+                     again, for so many minutes instead (default $SOAK_MINUTES): kills and stops
+                     the switch and the agent, fills the disk, damages the database, sets the
+                     clock, takes descriptors away, and watches the memory under mixed load.
+                     SOAK_SEED=NUMBER draws what an earlier run drew
+  --memcheck         runs tests of the agent under valgrind's memcheck instead
+  --coverage         runs the module's unit tests instead, reports which of its lines and
+                     branches they reach, and fails when one is missed that is not in
+                     tests/unreached_branches.txt
+  --fuzz-coverage    runs each fuzz target once over its seeds and what earlier runs have
+                     found instead, and reports how much of the code each reaches
   --lint             checks format and scripts and analyses the code instead
   --help             this text
 HELP
@@ -35,7 +48,8 @@ install_with_mibs() {
 
 test_here() {
     install_with_mibs "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
-    run_group tools/suite.sh "$BUILD"
+    # What bench/run.sh measures with is not run here, but must not rot either.
+    run_group tools/suite.sh "$BUILD" -DBUILD_BENCHMARKS=ON
 }
 
 test_in_target_root() {
@@ -66,6 +80,28 @@ fuzz() {
     run_group tools/fuzz.sh "$BUILD/fuzz" "$FUZZ_SECONDS"
 }
 
+soak() {
+    install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+    run_group tools/soak.sh "$BUILD/soak" "$SOAK_MINUTES"
+}
+
+memcheck() {
+    local folder=$BUILD/memcheck
+    install_with_mibs "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${MEMCHECK_PACKAGES[@]}"
+    share_standard_mibs "$BUILD" "$folder"
+    run_group tools/memcheck.sh "$folder"
+}
+
+coverage() {
+    install_packages "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${COVERAGE_PACKAGES[@]}"
+    run_group tools/coverage.sh "$BUILD/coverage"
+}
+
+fuzz_coverage() {
+    install_packages "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${FUZZ_PACKAGES[@]}" "${FUZZ_COVERAGE_PACKAGES[@]}"
+    run_group tools/fuzz_coverage.sh "$BUILD/fuzz-coverage" "$BUILD/fuzz"
+}
+
 lint() {
     install_packages "${LINT_PACKAGES[@]}"
     run_group tools/lint.sh
@@ -88,6 +124,17 @@ if (($#)); then
             shift
         fi
         ;;
+    --soak)
+        TASK=soak
+        if (($# > 1)); then
+            [[ $2 =~ ^[1-9][0-9]{0,4}$ ]] || usage_error "--soak takes a number of minutes, not '$2'."
+            SOAK_MINUTES=$2
+            shift
+        fi
+        ;;
+    --memcheck) TASK=memcheck ;;
+    --coverage) TASK=coverage ;;
+    --fuzz-coverage) TASK=fuzz_coverage ;;
     --lint) TASK=lint ;;
     *) usage_error "unknown option '$1'." ;;
     esac

@@ -10,11 +10,14 @@ BUILD_PACKAGES=(
 RUN_PACKAGES=(snmpd snmp snmptrapd)
 MONITORING_PACKAGES=(prometheus-snmp-exporter)
 TEST_PACKAGES=(
-    libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools sqlite3
+    libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools sqlite3 faketime
     "${MONITORING_PACKAGES[@]}"
 )
 BENCH_PACKAGES=(snmpsim valgrind)
+MEMCHECK_PACKAGES=(valgrind)
 FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev)
+COVERAGE_PACKAGES=(gcovr)
+FUZZ_COVERAGE_PACKAGES=(llvm-14)
 LINT_PACKAGES=(git clang-format-14 cppcheck shellcheck)
 TARGET_PACKAGES=(mmdebstrap arch-test util-linux)
 

@@ -9,6 +9,7 @@ from pathlib import Path
 import pytest
 
 from harness.agent import Agent
+from harness.campaign import Campaign
 from harness.clients import NetSnmp, PySnmp
 from harness.fake_manager import FakeManager
 from harness.packets import PacketClient
@@ -38,6 +39,9 @@ def pytest_addoption(parser):
     group = parser.getgroup("random SETs")
     group.addoption("--random-pdus", type=int, default=400, help="how many random SET PDUs a run sends")
     group.addoption("--random-seed", type=int, default=1, help="what they are drawn from")
+    group = parser.getgroup("campaigns")
+    group.addoption("--soak", type=float, default=0, metavar="MINUTES",
+                    help="lets the campaigns share so many minutes; --random-seed is what they draw from")
     group = parser.getgroup("random roles")
     group.addoption("--random-roles", type=int, default=12, help="how many roles are tried; --random-seed draws them")
 
@@ -104,6 +108,12 @@ def shared():
     collection = Started()
     yield collection
     collection.finish()
+
+
+@pytest.fixture
+def start_campaign(request):
+    """start_campaign(name): one of the campaigns of harness/campaign.py."""
+    return lambda name: Campaign(name, request.config.getoption("--random-seed"), request.config.getoption("--soak"))
 
 
 @pytest.fixture

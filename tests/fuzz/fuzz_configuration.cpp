@@ -53,6 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const Roles roles = parse_roles(text, "roles.json");
         if (const Permission *permission = roles.find("alice"))
             check_permission(*permission);
+        if (parse_roles(format_roles(roles.list()), "written").list() != roles.list())
+            abort();
     } catch (const Refusal &refusal) {
         check_refusal(refusal);
     }

@@ -80,6 +80,14 @@ TEST_F(ForceFlagWrite, AnEmptyValueIsTakenForItsFirstByte) {
     EXPECT_EQ(vsanFcTimerForceFlags[10], 0xC0);
 }
 
+TEST_F(ForceFlagWrite, NoValueAtAllSetsNoFlag) {
+    EXPECT_EQ(act(0x80), 0);
+    oid_name name = instance(10);
+    for (const int phase : {RESERVE1_PHASE, ACTION_PHASE})
+        EXPECT_EQ(set_vsanFcTimerForceFlag(phase, nullptr, OCTETS, 0, nullptr, name.data(), name.size()), 0) << phase;
+    EXPECT_EQ(vsanFcTimerForceFlags[10], 0);
+}
+
 TEST_F(ForceFlagWrite, ChecksTypeLengthInstanceAndUserInThatOrder) {
     platform.restrict_to({});
     EXPECT_EQ(call(RESERVE1_PHASE, 0x02, bytes(2), 0), 7);

@@ -150,6 +150,16 @@ TEST_F(VsanRestriction, AnswerIsUnderTheNameOfTheAllowedRow) {
         EXPECT_EQ(object.get_next(start).name, object.instance({40}));
 }
 
+TEST_F(VsanRestriction, ANameOutsideTheColumnStartsFromItsFirstRow) {
+    platform.restrict_to({1, 30});
+    registered_object object(5);
+    const oid_name row_of_an_earlier_column = registered_object(3).instance({99});
+    EXPECT_EQ(object.get_next(row_of_an_earlier_column).name, object.instance({1}));
+    platform.next_pdu();
+    platform.restrict_to({30});
+    EXPECT_EQ(object.get_next(row_of_an_earlier_column).name, object.instance({30}));
+}
+
 TEST_F(VsanRestriction, EndsWhenNoAllowedNumberFollows) {
     platform.restrict_to({1});
     EXPECT_EQ(walk(), std::vector<oid>{1});

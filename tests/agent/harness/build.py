@@ -17,6 +17,9 @@ EXTENSION = LIBRARIES / "libnetsnmpagent_oryx.so"
 # runtime to be there before anything else when the agent itself has none.
 AGENT_PRELOAD = os.environ.get("SNMPD_PRELOAD", "")
 
+# A program that runs the agent, with its options: one that checks memory, say.
+AGENT_UNDER = os.environ.get("SNMPD_UNDER", "").split()
+
 
 def cached_setting(name, default):
     """A CMake cache entry of the build, or the default when there is no cache."""

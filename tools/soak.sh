@@ -1,0 +1,29 @@
+#!/bin/bash
+# Usage: tools/soak.sh FOLDER MINUTES
+# Builds into a folder, lets the campaigns of the tests against real processes share so many
+# minutes, printing how they get on, and ends with a line 'N passed, N failed'. SOAK_SEED, a
+# number, is what they draw from; without it, every run draws anew.
+set -uo pipefail
+
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$REPO/tools/packages.sh"
+source "$REPO/tools/build.sh"
+source "$REPO/tools/results.sh"
+
+(($# == 2)) || usage_error "soak.sh takes a build folder and a number of minutes."
+FOLDER=$1
+trap end_step EXIT
+end_on_signals
+
+configure_project "$FOLDER" -DBUILD_TESTS=OFF
+build_project "$FOLDER"
+
+export BUILD_DIR=$FOLDER PYTHONDONTWRITEBYTECODE=1
+SEED=${SOAK_SEED:-$(date +%s)}
+results_in "$FOLDER/test-results"
+RESULT_FILES=("$RESULTS/soak.xml")
+say "running the campaigns, $2 minutes together, seed $SEED"
+# One after the other, so that a time that is too long is not another campaign's doing.
+run_group env --default-signal=INT /usr/bin/python3 -m pytest -q -s -p no:cacheprovider \
+    "--soak=$2" "--random-seed=$SEED" --junitxml "$RESULTS/soak.xml" "$REPO"/tests/agent/test_campaign_*.py || FAILED=1
+finish_tests
