@@ -44,7 +44,9 @@ mts_shared_memory *map_new(int descriptor) {
         fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0)
         return nullptr;
     void *mapped = mmap(nullptr, sizeof(mts_shared_memory), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    return mapped == MAP_FAILED ? nullptr : new (mapped) mts_shared_memory{};
+    if (mapped == MAP_FAILED)
+        return nullptr;
+    return new (mapped) mts_shared_memory{};
 }
 
 } // namespace
