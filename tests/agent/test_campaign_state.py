@@ -18,6 +18,9 @@ from harness.switch import VirtualSwitch
 DISK_KIB = 512
 PAGE = 4096
 REFUSALS = 20
+# The log of any change takes more than so many pages: the rows of its VSAN and of the time
+# of the last change, an index, and what the log adds to each.
+CHANGE_PAGES = 3
 
 
 @pytest.fixture
@@ -78,7 +81,7 @@ def test_full_disk_refuses_sets_and_loses_nothing(small_disk, start_agent, start
     with PacketClient(start_agent(switch)) as client:
         for number in campaign.rounds(3):
             switch.restart()  # its log, which keeps what room it has, is gone then
-            ballast = fill(switch.state, spare=campaign.draw.randrange(30))
+            ballast = fill(switch.state, spare=campaign.draw.randrange(CHANGE_PAGES))
             set_until_full(client, ledger, campaign)
             ledger.settle(rows_shown(client))
             if number % 2:
@@ -92,6 +95,19 @@ def test_full_disk_refuses_sets_and_loses_nothing(small_disk, start_agent, start
                 ballast.unlink()
             switch.start()
             ledger.settle(rows_shown(client))
+
+
+def test_log_that_takes_all_room_is_emptied_for_the_next_change(small_disk, start_agent):
+    switch = small_disk.start()
+    with PacketClient(start_agent(switch)) as client:
+        assert client.set(row_status(100, CREATE_AND_GO)) == DONE
+        switch.restart()
+        fill(switch.state, spare=12)
+        for number in range(100):  # of which some three would find room
+            assert client.set(name(100, b"log-%d" % number)) == DONE
+    switch.kill()
+    switch.start()
+    assert {row["vsanIndex"]: row["vsanName"] for row in switch.vsans()}[100] == b"log-99"
 
 
 def files_of(switch):
