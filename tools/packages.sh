@@ -10,7 +10,7 @@ BUILD_PACKAGES=(
 RUN_PACKAGES=(snmpd snmp snmptrapd)
 MONITORING_PACKAGES=(prometheus-snmp-exporter)
 TEST_PACKAGES=(
-    libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools sqlite3 faketime
+    libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-pysnmp4 smitools sqlite3 faketime mount
     "${MONITORING_PACKAGES[@]}"
 )
 BENCH_PACKAGES=(snmpsim valgrind)
