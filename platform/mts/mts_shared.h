@@ -112,12 +112,17 @@ inline mts_shared_blanks mts_shared_write(uint8_t *to, const uint8_t *frame, siz
         }
         ++line;
     }
-    memcpy(to + lines * MTS_SHARED_LINE, frame + lines * MTS_SHARED_LINE, length % MTS_SHARED_LINE);
+    if (length % MTS_SHARED_LINE != 0) { // an empty frame may have no address
+        memcpy(to + lines * MTS_SHARED_LINE, frame + lines * MTS_SHARED_LINE, length % MTS_SHARED_LINE);
+    }
     return {{static_cast<uint32_t>(blank), static_cast<uint32_t>(blank >> 32)}};
 }
 
 /* Copies a frame of at most MTS_SHARED_MAX_FRAME bytes out of the memory. */
 inline void mts_shared_read(uint8_t *frame, size_t length, const uint8_t *from, mts_shared_blanks blanks) {
+    if (length == 0) {
+        return; // an empty frame may have no address
+    }
     const size_t lines = length / MTS_SHARED_LINE;
     memset(frame, 0, lines * MTS_SHARED_LINE);
     for (size_t half = 0; half * 32 < lines; ++half) {
