@@ -150,7 +150,7 @@ TEST_F(SharedMemoryTest, meets_each_fault_as_the_socket_does) {
 TEST_F(SharedMemoryTest, keeps_the_order_of_what_was_asked_on_the_socket) {
     start();
     const auto client = share();
-    command(R"({"command": "fault.add", "service": 15, "opcode": 149, "action": "delay", "value": 200, "times": 1})");
+    command(R"({"command": "fault.add", "service": 15, "opcode": 149, "action": "delay", "value": 1500, "times": 1})");
     client->socket.send(request_frame(1, MANAGER_SAP_VSAN, 149, 3, new_vsan_block(10)) + sign(MTS_FRAME_PING, 2));
     // The fault is gone, and things may be kept again, once the request has met it.
     while ((*client)->generation == 0)
