@@ -80,7 +80,7 @@ class SpinWait {
             for (int i = 0; i < 16; ++i) {
                 if (ready())
                     return true;
-                relax();
+                mts_shared_relax();
             }
             /* Others may want this processor, the requester among them. */
             sched_yield();
@@ -89,14 +89,6 @@ class SpinWait {
     }
 
   private:
-    static void relax() {
-#if defined(__i386__) || defined(__x86_64__)
-        __builtin_ia32_pause();
-#else
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-#endif
-    }
-
     bool enabled_;
     Clock::time_point latest_{};
     Clock::time_point end_{};

@@ -146,17 +146,20 @@ mts_io drop_old_frames(mts_queue &queue, mts_time deadline) {
     return mts_io::bad;
 }
 
-// Sends a frame without a body, if that is possible at once. If not, the connection is
-// of no further use.
+// Sends a frame without a body, if that is possible at once.
 mts_io send_sign(mts_queue &queue, mts_frame_type type, uint32_t correlation) {
     uint8_t header[MTS_WIRE_HEADER];
     mts_frame_encode(header, type, correlation, 0);
     struct iovec part = {header, sizeof header};
-    const mts_io sent = mts_stream_send(queue.stream, &part, 1, MTS_NO_WAIT);
+    return mts_stream_send(queue.stream, &part, 1, MTS_NO_WAIT);
+}
+
+// The same; a connection that does not take it is of no further use.
+void send_sign_or_drop(mts_queue &queue, mts_frame_type type, uint32_t correlation) {
+    const mts_io sent = send_sign(queue, type, correlation);
     if (sent != mts_io::done) {
         drop_connection(queue, sent == mts_io::timeout, outcome::failed);
     }
-    return sent;
 }
 
 // Asks a silent switch for a sign of life. A switch that does not even take this
@@ -166,7 +169,7 @@ void send_ping(mts_queue &queue) {
     mts_memory_unmap(queue.memory);
     queue.has_asked_for_memory = false;
     queue.is_suspect = true;
-    send_sign(queue, MTS_FRAME_PING, ++queue.correlation);
+    send_sign_or_drop(queue, MTS_FRAME_PING, ++queue.correlation);
 }
 
 // Asks for memory, once; the answer comes in front of that to the next request. A switch
@@ -175,7 +178,7 @@ void ask_for_memory(mts_queue &queue) {
     const bool needs_memory = queue.memory.shared == nullptr && !queue.has_asked_for_memory;
     if (needs_memory && !queue.is_suspect && queue.stream.is_open) {
         queue.has_asked_for_memory = true;
-        send_sign(queue, MTS_FRAME_SHARE, ++queue.correlation);
+        send_sign_or_drop(queue, MTS_FRAME_SHARE, ++queue.correlation);
     }
 }
 
@@ -234,10 +237,7 @@ outcome prepare(mts_queue &queue, mts_time deadline) {
 outcome wake_switch(mts_queue &queue) {
     // What goes wrong here shows when no answer comes, but for a full socket: then the
     // switch has not looked for a long time.
-    uint8_t header[MTS_WIRE_HEADER];
-    mts_frame_encode(header, MTS_FRAME_KNOCK, 0, 0);
-    struct iovec part = {header, sizeof header};
-    if (mts_stream_send(queue.stream, &part, 1, MTS_NO_WAIT) != mts_io::timeout) {
+    if (send_sign(queue, MTS_FRAME_KNOCK, 0) != mts_io::timeout) {
         return outcome::done;
     }
     mts_memory_withdraw(queue.memory);

@@ -13,7 +13,6 @@ namespace {
 // least the time in which a switch that watches answers, too. Where they take longer than
 // the last of these it is better to sleep: waking up takes some 50 microseconds.
 constexpr mts_time SHORTEST_SPIN = 4000;
-constexpr mts_time LONGEST_SPIN = 500000;
 constexpr mts_time LONGEST_TIME = 250000;
 
 // Most answers come before this many looks at the memory, for which the clock is not
@@ -33,42 +32,35 @@ bool is_end(uint32_t state) {
     return state == MTS_SHARED_ANSWERED || state == MTS_SHARED_ELSEWHERE;
 }
 
-void relax(void) {
-#if defined(__i386__) || defined(__x86_64__)
-    __builtin_ia32_pause();
-#else
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-#endif
+bool look(const mts_memory &memory, int times) {
+    for (int i = 0; i < times; ++i) {
+        if (mts_memory_is_done(memory)) {
+            return true;
+        }
+        mts_shared_relax();
+    }
+    return false;
 }
 
-// Waits without sleeping, and lets whoever wants this processor have it: it may be the
-// switch. A function of its own, so that profiles tell waiting from working.
+// Wait without sleeping. Functions of their own, so that profiles tell waiting from working.
+[[gnu::noinline]] bool mts_spin_until_first_looks(const mts_memory &memory) {
+    return look(memory, FIRST_LOOKS);
+}
+
+// Lets whoever wants this processor have it: it may be the switch.
 [[gnu::noinline]] bool mts_spin_until(const mts_memory &memory, mts_time end) {
     do {
-        for (int i = 0; i < 16; ++i) {
-            if (mts_memory_is_done(memory)) {
-                return true;
-            }
-            relax();
+        if (look(memory, 16)) {
+            return true;
         }
         sched_yield();
     } while (mts_now() < end);
     return mts_memory_is_done(memory);
 }
 
-[[gnu::noinline]] bool mts_spin_until_first_looks(const mts_memory &memory) {
-    for (int i = 0; i < FIRST_LOOKS; ++i) {
-        if (mts_memory_is_done(memory)) {
-            return true;
-        }
-        relax();
-    }
-    return false;
-}
-
 mts_time spin_after(mts_time usual_time) {
     const mts_time spin = usual_time > LONGEST_TIME ? 0 : 2 * usual_time;
-    return spin < SHORTEST_SPIN ? SHORTEST_SPIN : spin > LONGEST_SPIN ? LONGEST_SPIN : spin;
+    return spin < SHORTEST_SPIN ? SHORTEST_SPIN : spin;
 }
 
 } // namespace

@@ -81,6 +81,15 @@ static_assert(std::atomic<uint32_t>::is_always_lock_free && sizeof(std::atomic<u
 static_assert(sizeof(mts_shared_memory) == 3 * 64 + 2 * 4032);
 static_assert(MTS_SHARED_MAX_FRAME <= 8 * sizeof(mts_shared_blanks) * MTS_SHARED_LINE);
 
+/* What whoever watches the memory does between two looks. */
+inline void mts_shared_relax() {
+#if defined(__i386__) || defined(__x86_64__)
+    __builtin_ia32_pause();
+#else
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+#endif
+}
+
 /* Whether some whole lines are all zero. */
 template <size_t lines> inline bool mts_shared_is_blank(const uint8_t *from) {
     typedef uint64_t part __attribute__((vector_size(16), aligned(1), may_alias));
