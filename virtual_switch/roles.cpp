@@ -6,13 +6,13 @@
 
 #include "files.h"
 #include "json_reader.h"
+#include "mts/mts_wire.h"
 
 namespace vswitch {
 
 namespace {
 
-/* A reply carries all ranges of a user; this many fit well. */
-constexpr std::size_t max_user_ranges = 4096;
+constexpr std::size_t max_user_ranges = MTS_ROLE_MAX_RANGES;
 constexpr std::size_t max_role_file = 4u << 20;
 constexpr std::size_t max_user_name = 256;
 constexpr std::size_t max_users = 4096;
@@ -66,10 +66,9 @@ std::vector<Permission::Range> parse_ranges(const JsonReader &reader, const Json
 } // namespace
 
 bool Permission::allows_interface(std::uint32_t if_index) const {
-    for (const auto &[first, last] : interfaces)
-        if (if_index >= first && if_index <= last)
-            return true;
-    return false;
+    const auto range = std::lower_bound(interfaces.begin(), interfaces.end(), if_index,
+                                        [](const Range &one, std::uint32_t wanted) { return one.second < wanted; });
+    return range != interfaces.end() && range->first <= if_index;
 }
 
 const Permission *Roles::find(std::string_view user) const {

@@ -95,9 +95,13 @@ enum mts_frame_type {
  *   reply    byte   0  1 when the user is restricted, else 0
  *                   4  bitmap of the permitted VSANs, 512 bytes: VSAN v is bit
  *                      0x80 >> (v % 8) of byte v / 8
- *                 516  number n of permitted interface ranges
- *                 520  n times: first ifIndex, last ifIndex
- *   The bitmap and the ranges are empty for an unrestricted user.
+ *                 516  number n of permitted interface ranges, at most
+ *                      MTS_ROLE_MAX_RANGES
+ *                 520  n times: first ifIndex, last ifIndex; ascending, each first
+ *                      above the last before it
+ *   The bitmap and the ranges are empty for an unrestricted user. A reply with more
+ *   ranges, or others, is refused, not cut: a role that is known in part only would be
+ *   a different role.
  *
  * MTS_SERVICE_TDX, opcode MTS_OP_TDX_STATE: the distribution service's settings.
  *   payload  the feature's name, without a NUL
@@ -120,6 +124,9 @@ enum mts_frame_type {
 #define MTS_OP_SWITCH_COMMAND 9002u
 #define MTS_OP_ROLE_OF_USER 9101u
 #define MTS_OP_TDX_STATE 9201u
+
+/* More ranges than any role needs. */
+#define MTS_ROLE_MAX_RANGES 4096u
 
 /* MANAGER_SAP_PORT, the port manager's membership query: kind 1 that very pair, kind
  * 2 the pair that follows it.

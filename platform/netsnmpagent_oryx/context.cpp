@@ -1,6 +1,5 @@
 #include "context.h"
 
-#include <stdlib.h>
 #include <string.h>
 
 #include "netsnmpagent_oryx.h"
@@ -25,28 +24,18 @@ uint32_t next_number() {
  * do: clients reuse the one, and the agent leaves the other 0 on its internal
  * transport.
  *
- * The data is released by the C library's free, not by code of ours: the agent may
- * unload this library in the middle of a PDU and release the data afterwards.
+ * The data is the number itself in place of a pointer, and nothing of ours releases it:
+ * the agent may unload this library in the middle of a PDU and drop the list afterwards.
  */
 uint32_t number_of(netsnmp_agent_request_info &request_info) {
-    if (const void *stored = netsnmp_agent_get_list_data(&request_info, PDU_NUMBER_NAME)) {
-        uint32_t number;
-        memcpy(&number, stored, sizeof(number));
-        return number;
-    }
+    if (const void *stored = netsnmp_agent_get_list_data(&request_info, PDU_NUMBER_NAME))
+        return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(stored));
     // Without memory the PDU gets a new number at each call: requests are repeated,
     // but nothing stale is served.
     const uint32_t number = next_number();
-    void *copy = malloc(sizeof(number));
-    if (!copy)
-        return number;
-    memcpy(copy, &number, sizeof(number));
-    netsnmp_data_list *node = netsnmp_create_data_list(PDU_NUMBER_NAME, copy, free);
-    if (!node) {
-        free(copy);
-        return number;
-    }
-    netsnmp_agent_add_list_data(&request_info, node);
+    void *stored = reinterpret_cast<void *>(static_cast<uintptr_t>(number));
+    if (netsnmp_data_list *node = netsnmp_create_data_list(PDU_NUMBER_NAME, stored, nullptr))
+        netsnmp_agent_add_list_data(&request_info, node);
     return number;
 }
 

@@ -4,6 +4,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "mts_settings.h"
 #include "mts_wire.h"
 #include "netsnmpagent_oryx.h"
@@ -23,9 +26,6 @@ constexpr uint32_t RANGE_BYTES = 8;
 static_assert(RANGE_COUNT_AT == 516 && RANGES_AT == 520);
 static_assert(sizeof(allowed_vsan_list) == 4 + VSAN_BITMAP_BYTES);
 
-const Role UNRESTRICTED = {};
-const Role NOTHING = {true, {}, 0, {}};
-
 /* The last role that the switch gave, the PDU that it was given for, and the generation
  * of the switch's settings then. PDU numbers and generations start at 1. */
 Role role;
@@ -41,24 +41,37 @@ uint32_t word_at(const uint8_t *bytes) {
            static_cast<uint32_t>(bytes[2]) << 8 | static_cast<uint32_t>(bytes[3]);
 }
 
+bool is_empty(const uint8_t (&vsans)[VSAN_BITMAP_BYTES]) {
+    return std::all_of(std::begin(vsans), std::end(vsans), [](uint8_t eight) { return eight == 0; });
+}
+
+/* Without ranges, whatever `limits.ranges` holds says nothing. */
+void restrict_to_nothing(Role &limits) {
+    limits.restricted = true;
+    memset(limits.vsans, 0, sizeof(limits.vsans));
+    limits.range_count = 0;
+}
+
 bool decode(const uint8_t *reply, uint32_t length, Role &decoded) {
     if (!reply || length < RANGES_AT)
         return false;
     const uint32_t restricted = word_at(reply + RESTRICTED_AT);
     const uint32_t range_count = word_at(reply + RANGE_COUNT_AT);
-    if (restricted > 1 || range_count > MAX_INTERFACE_RANGES || length != RANGES_AT + range_count * RANGE_BYTES)
+    if (restricted > 1 || range_count > MTS_ROLE_MAX_RANGES || length != RANGES_AT + range_count * RANGE_BYTES)
         return false;
     decoded.restricted = restricted == 1;
     memcpy(decoded.vsans, reply + BITMAP_AT, VSAN_BITMAP_BYTES);
     decoded.range_count = range_count;
+    // Ascending, none reaching into the next: contains_interface() relies on it.
     for (uint32_t i = 0; i < range_count; ++i) {
         const uint8_t *range = reply + RANGES_AT + i * RANGE_BYTES;
         decoded.ranges[i] = {word_at(range), word_at(range + 4)};
-        if (decoded.ranges[i].first > decoded.ranges[i].last)
+        if (decoded.ranges[i].first > decoded.ranges[i].last ||
+            (i > 0 && decoded.ranges[i].first <= decoded.ranges[i - 1].last))
             return false;
     }
     // An unrestricted user with limits contradicts itself; better to believe the limits.
-    if (!decoded.restricted && (range_count > 0 || memcmp(decoded.vsans, UNRESTRICTED.vsans, VSAN_BITMAP_BYTES) != 0))
+    if (!decoded.restricted && (range_count > 0 || !is_empty(decoded.vsans)))
         return false;
     return true;
 }
@@ -79,7 +92,7 @@ bool fetch(const char *user) {
                                          mts_response_q, WAIT_CLASS);
     if (status != 0) {
         const char *reason = status == UINT32_MAX ? strerror(errno) : syserr_format(status);
-        role_decode(nullptr, 0, role);
+        restrict_to_nothing(role);
         report_failure(reason);
     } else if (!role_decode(static_cast<const uint8_t *>(reply), length, role)) {
         report_failure("its answer is damaged");
@@ -110,6 +123,13 @@ bool contains(const uint8_t *bitmap, uint32_t bytes, uint32_t vsan) {
     return vsan / 8 < bytes && (bitmap[vsan / 8] & 0x80u >> vsan % 8) != 0;
 }
 
+bool contains_interface(const Role &limits, uint32_t if_index) {
+    const InterfaceRange *end = limits.ranges + limits.range_count;
+    const InterfaceRange *range = std::lower_bound(
+        limits.ranges, end, if_index, [](const InterfaceRange &one, uint32_t wanted) { return one.last < wanted; });
+    return range != end && range->first <= if_index;
+}
+
 /* The part of a list's bitmap that its size vouches for, and never more than is there. */
 uint32_t usable_bytes(const allowed_vsan_list &list) {
     return list.size < VSAN_BITMAP_BYTES ? list.size : VSAN_BITMAP_BYTES;
@@ -118,7 +138,8 @@ uint32_t usable_bytes(const allowed_vsan_list &list) {
 /* Outside any PDU the platform acts for itself, and without limits. */
 const Role &current_role() {
     const PduContext *pdu = current_pdu();
-    return pdu ? role_of(*pdu) : UNRESTRICTED;
+    static Role unrestricted; // zero: it restricts nothing, and takes no room in the file
+    return pdu ? role_of(*pdu) : unrestricted;
 }
 
 } // namespace
@@ -126,13 +147,16 @@ const Role &current_role() {
 bool role_decode(const uint8_t *reply, uint32_t length, Role &decoded) {
     if (decode(reply, length, decoded))
         return true;
-    decoded = NOTHING;
+    restrict_to_nothing(decoded);
     return false;
 }
 
 const Role &role_of(const PduContext &pdu) {
-    if (!pdu.identified)
-        return NOTHING;
+    if (!pdu.identified) {
+        static Role nothing;
+        restrict_to_nothing(nothing);
+        return nothing;
+    }
     refresh(pdu);
     return role;
 }
@@ -185,12 +209,7 @@ int snmp_is_vsan_allowed_subtree(uint32_t vsan, const oid *, size_t, int) {
  * platforms on which an interface's permission follows from its VSAN's. */
 int intf_chk_vsan_role_allowed(uint32_t if_index, int, allowed_vsan_list) {
     const oryx::Role &role = oryx::current_role();
-    if (!role.restricted)
-        return 0;
-    for (uint32_t i = 0; i < role.range_count; ++i)
-        if (role.ranges[i].first <= if_index && if_index <= role.ranges[i].last)
-            return 0;
-    return 1;
+    return role.restricted && !oryx::contains_interface(role, if_index) ? 1 : 0;
 }
 
 } // extern "C"

@@ -9,15 +9,12 @@
 #include <stdint.h>
 
 #include "context.h"
+#include "mts_wire.h"
 
 namespace oryx {
 
 constexpr uint32_t VSAN_BITMAP_BYTES = 512;
 constexpr uint32_t HIGHEST_VSAN = 8 * VSAN_BITMAP_BYTES - 1;
-
-/* More ranges than any role needs. A reply with more is refused, not cut: a role
- * that is known in part only would be a different role. */
-constexpr uint32_t MAX_INTERFACE_RANGES = 1024;
 
 /* Interfaces `first` to `last`, both included, by ifIndex. */
 struct InterfaceRange {
@@ -32,8 +29,9 @@ struct Role {
     /* VSAN v is bit 0x80 >> (v % 8) of byte v / 8. */
     uint8_t vsans[VSAN_BITMAP_BYTES];
 
+    /* Ascending, and none reaches into the next. */
     uint32_t range_count;
-    InterfaceRange ranges[MAX_INTERFACE_RANGES];
+    InterfaceRange ranges[MTS_ROLE_MAX_RANGES];
 };
 
 /*

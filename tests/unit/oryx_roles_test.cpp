@@ -87,7 +87,8 @@ bool decodes(const std::vector<uint8_t> &reply) {
 TEST(RoleReply, WellFormedOnesAreRead) {
     EXPECT_TRUE(decodes(role_reply(0, {})));
     EXPECT_TRUE(decodes(role_reply(1, {})));
-    EXPECT_TRUE(decodes(role_reply(1, {0, 1, 4095}, {{5, 5}, {1, 0xffffffff}})));
+    EXPECT_TRUE(decodes(role_reply(1, {0, 1, 4095}, {{1, 0xffffffff}})));
+    EXPECT_TRUE(decodes(role_reply(1, {}, {{1, 2}, {3, 4}, {9, 9}})));
 }
 
 TEST(RoleReply, EveryShorterOneIsRestrictedToNothing) {
@@ -111,6 +112,13 @@ TEST(RoleReply, OneThatContradictsItselfIsRestrictedToNothing) {
     EXPECT_FALSE(decodes(role_reply(1, {1}, {{2, 1}})));
 }
 
+TEST(RoleReply, RangesThatDoNotAscendOrReachIntoEachOtherAreRestrictedToNothing) {
+    EXPECT_FALSE(decodes(role_reply(1, {}, {{5, 6}, {1, 2}})));
+    EXPECT_FALSE(decodes(role_reply(1, {}, {{1, 5}, {5, 9}})));
+    EXPECT_FALSE(decodes(role_reply(1, {}, {{1, 9}, {3, 4}})));
+    EXPECT_FALSE(decodes(role_reply(1, {}, {{1, 2}, {1, 2}})));
+}
+
 TEST(RoleReply, ARangeCountThatOverflowsIsRestrictedToNothing) {
     std::vector<uint8_t> reply = role_reply(1, {1}, {{1, 9}});
     // 0x20000001 ranges of 8 bytes are 8 bytes in 32 bits.
@@ -119,9 +127,12 @@ TEST(RoleReply, ARangeCountThatOverflowsIsRestrictedToNothing) {
 }
 
 TEST(RoleReply, ItHoldsUpToItsMostRanges) {
-    using Ranges = std::vector<std::pair<uint32_t, uint32_t>>;
-    EXPECT_TRUE(decodes(role_reply(1, {}, Ranges(oryx::MAX_INTERFACE_RANGES, {1, 2}))));
-    EXPECT_FALSE(decodes(role_reply(1, {}, Ranges(oryx::MAX_INTERFACE_RANGES + 1, {1, 2}))));
+    std::vector<std::pair<uint32_t, uint32_t>> ranges;
+    for (uint32_t i = 0; i < MTS_ROLE_MAX_RANGES; ++i)
+        ranges.emplace_back(3 * i, 3 * i + 1);
+    EXPECT_TRUE(decodes(role_reply(1, {}, ranges)));
+    ranges.emplace_back(3 * MTS_ROLE_MAX_RANGES, 3 * MTS_ROLE_MAX_RANGES);
+    EXPECT_FALSE(decodes(role_reply(1, {}, ranges)));
 }
 
 /* The functions as a handler calls them, within a PDU of alice's. */
