@@ -11,22 +11,26 @@ source tools/target_root.sh
 BUILD=$REPO/build
 FUZZ_SECONDS=15
 SOAK_MINUTES=10
+SOAK_CAMPAIGN=
 
 usage() {
     cat <<HELP
-Usage: ./test.sh [--target | --sanitize | --fuzz [SECONDS] | --soak [MINUTES] | --memcheck |
-                  --coverage | --fuzz-coverage | --lint]
+Usage: ./test.sh [--target | --sanitize | --fuzz [SECONDS] | --memcheck | --coverage |
+                  --fuzz-coverage | --lint]
+       ./test.sh [--sanitize] --soak [MINUTES [CAMPAIGN]]
 Installs missing packages, builds, runs every test on this machine, and ends with
 a line 'N passed, N failed'. Ends with 0 only when none failed.
 
   --target           the same inside a 32-bit root, which is made first; needs root
   --sanitize         the same under AddressSanitizer and UndefinedBehaviorSanitizer
   --fuzz [SECONDS]   runs each fuzz target for a while instead (default $FUZZ_SECONDS)
-  --soak [MINUTES]   breaks everything that can be broken while the agent is used, again and
+  --soak [MINUTES [CAMPAIGN]]
+                     breaks everything that can be broken while the agent is used, again and
                      again, for so many minutes instead (default $SOAK_MINUTES): kills and stops
                      the switch and the agent, fills the disk, damages the database, sets the
                      clock, takes descriptors away, and watches the memory under mixed load.
-                     SOAK_SEED=NUMBER draws what an earlier run drew
+                     CAMPAIGN is one of these, "mixed load" for instance; a wrong name lists
+                     them. SOAK_SEED=NUMBER draws what an earlier run drew
   --memcheck         runs tests of the agent under valgrind's memcheck instead
   --coverage         runs the module's unit tests instead, reports which of its lines and
                      branches they reach, and fails when one is missed that is not in
@@ -60,19 +64,24 @@ test_in_target_root() {
     in_target_root /src/tools/suite.sh /build
 }
 
+# with_sanitizers COMMAND FOLDER ARGUMENT...: the command with what a build with sanitizers needs.
 # The agent itself is not built with sanitizers, so their runtimes have to be in it before
 # anything that was is loaded. It has no frame pointers either: only the slow way of walking
 # its stack shows where it allocated what it leaks by itself (tests/lsan.supp).
-test_with_sanitizers() {
-    local folder=$BUILD/sanitize
-    install_with_mibs "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
-    share_standard_mibs "$BUILD" "$folder"
+with_sanitizers() {
     run_group env SNMPD_PRELOAD="$(g++ -print-file-name=libasan.so) $(g++ -print-file-name=libubsan.so)" \
         ASAN_OPTIONS=fast_unwind_on_malloc=0:detect_stack_use_after_return=1:strict_string_checks=1 \
         UBSAN_OPTIONS=print_stacktrace=1 \
         LSAN_OPTIONS="suppressions='$REPO/tests/lsan.supp':print_suppressions=0" \
-        tools/suite.sh "$folder" -DSANITIZE=address,undefined -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1" \
+        "$@" -DSANITIZE=address,undefined -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1" \
         -DCMAKE_C_FLAGS_RELWITHDEBINFO="-O1 -g1"
+}
+
+test_with_sanitizers() {
+    local folder=$BUILD/sanitize
+    install_with_mibs "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+    share_standard_mibs "$BUILD" "$folder"
+    with_sanitizers tools/suite.sh "$folder"
 }
 
 fuzz() {
@@ -82,7 +91,12 @@ fuzz() {
 
 soak() {
     install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
-    run_group tools/soak.sh "$BUILD/soak" "$SOAK_MINUTES"
+    run_group tools/soak.sh "$BUILD/soak" "$SOAK_MINUTES" "$SOAK_CAMPAIGN"
+}
+
+soak_with_sanitizers() {
+    install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+    with_sanitizers tools/soak.sh "$BUILD/soak-sanitize" "$SOAK_MINUTES" "$SOAK_CAMPAIGN"
 }
 
 memcheck() {
@@ -107,6 +121,16 @@ lint() {
     run_group tools/lint.sh
 }
 
+# take_soak_values ARGUMENT...: reads what follows --soak; TAKEN is how many arguments that is.
+take_soak_values() {
+    TAKEN=0
+    (($#)) || return 0
+    [[ $1 =~ ^[1-9][0-9]{0,4}$ ]] || usage_error "--soak takes a number of minutes, not '$1'."
+    SOAK_MINUTES=$1 TAKEN=1
+    (($# > 1)) || return 0
+    SOAK_CAMPAIGN=$2 TAKEN=2
+}
+
 TASK=test_here
 if (($#)); then
     case $1 in
@@ -115,7 +139,15 @@ if (($#)); then
         exit 0
         ;;
     --target) TASK=test_in_target_root ;;
-    --sanitize) TASK=test_with_sanitizers ;;
+    --sanitize)
+        TASK=test_with_sanitizers
+        if [[ ${2-} == --soak ]]; then
+            shift
+            TASK=soak_with_sanitizers
+            take_soak_values "${@:2}"
+            shift "$TAKEN"
+        fi
+        ;;
     --fuzz)
         TASK=fuzz
         if (($# > 1)); then
@@ -126,11 +158,8 @@ if (($#)); then
         ;;
     --soak)
         TASK=soak
-        if (($# > 1)); then
-            [[ $2 =~ ^[1-9][0-9]{0,4}$ ]] || usage_error "--soak takes a number of minutes, not '$2'."
-            SOAK_MINUTES=$2
-            shift
-        fi
+        take_soak_values "${@:2}"
+        shift "$TAKEN"
         ;;
     --memcheck) TASK=memcheck ;;
     --coverage) TASK=coverage ;;

@@ -9,7 +9,7 @@ from pathlib import Path
 import pytest
 
 from harness.agent import Agent
-from harness.campaign import Campaign
+from harness.campaign import SHARES, Campaign
 from harness.clients import NetSnmp, PySnmp
 from harness.fake_manager import FakeManager
 from harness.packets import PacketClient
@@ -42,8 +42,25 @@ def pytest_addoption(parser):
     group = parser.getgroup("campaigns")
     group.addoption("--soak", type=float, default=0, metavar="MINUTES",
                     help="lets the campaigns share so many minutes; --random-seed is what they draw from")
+    group.addoption("--campaign", action="append", default=[], choices=sorted(SHARES), metavar="NAME",
+                    help="runs only this campaign, or these: " + ", ".join(SHARES))
     group = parser.getgroup("random roles")
     group.addoption("--random-roles", type=int, default=12, help="how many roles are tried; --random-seed draws them")
+
+
+def pytest_collection_modifyitems(config, items):
+    """Leaves only the campaigns that were asked for, if any were."""
+    wanted = config.getoption("--campaign")
+    if wanted:
+        chosen = [item for item in items if campaign_name(item) in wanted]
+        config.hook.pytest_deselected(items=[item for item in items if item not in chosen])
+        items[:] = chosen
+
+
+def campaign_name(item):
+    """The name of the campaign that a test is, or none."""
+    marker = item.get_closest_marker("campaign")
+    return marker.args[0] if marker else None
 
 
 class Folders:
@@ -111,9 +128,12 @@ def shared():
 
 
 @pytest.fixture
-def start_campaign(request):
-    """start_campaign(name): one of the campaigns of harness/campaign.py."""
-    return lambda name: Campaign(name, request.config.getoption("--random-seed"), request.config.getoption("--soak"))
+def campaign(request):
+    """The campaign that the test is marked as. Those that run share the minutes."""
+    running = filter(None, map(campaign_name, request.session.items))
+    share = SHARES[campaign_name(request.node)] / sum(SHARES[name] for name in running)
+    return Campaign(campaign_name(request.node), request.config.getoption("--random-seed"),
+                    60 * share * request.config.getoption("--soak"))
 
 
 @pytest.fixture

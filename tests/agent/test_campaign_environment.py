@@ -63,8 +63,8 @@ def clock(started, monkeypatch):
     return clock
 
 
-def test_clock_set_back_and_forward_changes_no_uptime_and_no_wait(started, start_agent, clock, start_campaign):
-    campaign = start_campaign("clock set")
+@pytest.mark.campaign("clock set")
+def test_clock_set_back_and_forward_changes_no_uptime_and_no_wait(started, start_agent, clock, campaign):
     draw = campaign.draw
     receiver = started.add(CountingReceiver())
     switch = started.add(SwitchWithClock(started.folders.make(), clock, initial={"vsans": [{"id": 10}]})).start()
@@ -121,10 +121,10 @@ class NoMoreDescriptors:
 
 
 @pytest.mark.skipif(bool(AGENT_PRELOAD), reason="a sanitizer needs descriptors of its own to look at memory")
-def test_descriptors_exhausted(start_switch, start_agent, start_campaign):
+@pytest.mark.campaign("descriptors exhausted")
+def test_descriptors_exhausted(start_switch, start_agent, campaign):
     """An agent without descriptors cannot even look up whom it may answer, and answers
     nobody; a switch without goes on with those whom it has. Both recover by themselves."""
-    campaign = start_campaign("descriptors exhausted")
     draw = campaign.draw
     switch = start_switch(initial={"vsans": [{"id": 10}]})
     agent = start_agent(switch)

@@ -68,9 +68,9 @@ def stop(writers):
         writer.pause()
 
 
-def test_switch_killed_under_sets(scene, start_campaign):
+@pytest.mark.campaign("switch killed")
+def test_switch_killed_under_sets(scene, campaign):
     switch, agent = scene
-    campaign = start_campaign("switch killed")
     writers = start_writers(campaign, agent)
     process = agent.process
     for client in each_round(campaign, 8, agent, writers):
@@ -96,10 +96,10 @@ def outstanding_requests(draw, count):
             for _ in range(count)]
 
 
-def test_hung_switch_is_waited_for_once_by_all_that_wait(scene, start_campaign):
+@pytest.mark.campaign("switch hung")
+def test_hung_switch_is_waited_for_once_by_all_that_wait(scene, campaign):
     """Requests that lie in the agent's queue together do not wait one after another."""
     switch, agent = scene
-    campaign = start_campaign("switch hung")
     writers = start_writers(campaign, agent, count=1)
     outstanding = 20
     with PacketClient(agent) as crowd:
@@ -126,9 +126,9 @@ def restart_agent(agent):
 PATIENCE = 0.5
 
 
-def test_agent_killed_under_sets(scene, start_campaign):
+@pytest.mark.campaign("agent killed")
+def test_agent_killed_under_sets(scene, campaign):
     switch, agent = scene
-    campaign = start_campaign("agent killed")
     writers = start_writers(campaign, agent, patience=PATIENCE)
     process = switch.process
     for client in each_round(campaign, 3, agent, writers):
@@ -138,9 +138,9 @@ def test_agent_killed_under_sets(scene, start_campaign):
     assert switch.process is process and process.running()
 
 
-def test_both_killed_under_sets(scene, start_campaign):
+@pytest.mark.campaign("both killed")
+def test_both_killed_under_sets(scene, campaign):
     switch, agent = scene
-    campaign = start_campaign("both killed")
     writers = start_writers(campaign, agent, patience=PATIENCE)
     for client in each_round(campaign, 3, agent, writers):
         victims = [switch, agent]

@@ -5,6 +5,8 @@ they had warmed up, and the switch is what the model says."""
 import os
 import time
 
+import pytest
+
 from harness.build import AGENT_PRELOAD
 from harness.notifications import SINKS, CountingReceiver, wait_until_subscribed
 from harness.oids import ARCS, NAMES, VSAN_ENTRY, cell, scalar
@@ -110,9 +112,9 @@ class Scene:
         return now
 
 
+@pytest.mark.campaign("mixed load")
 def test_mixed_load_leaves_memory_flat_and_the_switch_as_the_model_says(started, start_switch, start_agent,
-                                                                      start_campaign):
-    campaign = start_campaign("mixed load")
+                                                                      campaign):
     receiver = started.add(CountingReceiver())
     switch = start_switch(initial=INITIAL, roles={})
     agent = start_agent(switch, lines=[SINKS["v2c trap"].format(port=receiver.port)])

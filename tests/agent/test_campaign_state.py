@@ -74,8 +74,8 @@ def set_until_full(client, ledger, campaign):
     raise AssertionError("the disk is never full")
 
 
-def test_full_disk_refuses_sets_and_loses_nothing(small_disk, start_agent, start_campaign):
-    campaign = start_campaign("disk full")
+@pytest.mark.campaign("disk full")
+def test_full_disk_refuses_sets_and_loses_nothing(small_disk, start_agent, campaign):
     switch = small_disk.start()
     ledger = Ledger(campaign.draw, range(100, 116), b"disk-")
     with PacketClient(start_agent(switch)) as client:
@@ -152,10 +152,10 @@ def end_of_start(switch):
     return None
 
 
-def test_database_damaged_at_random_is_refused_whole_or_served_whole(start_switch, start_agent, start_campaign):
+@pytest.mark.campaign("database damaged")
+def test_database_damaged_at_random_is_refused_whole_or_served_whole(start_switch, start_agent, campaign):
     """A damage that SQLite cannot see, in the bytes of a name, say, is a change like any
     other: then the switch is whole all the same, and stays as it is."""
-    campaign = start_campaign("database damaged")
     draw = campaign.draw
     switch = start_switch(initial={"vsans": [{"id": vsan, "name": f"name-{vsan}"} for vsan in range(2, 60)]})
     with PacketClient(start_agent(switch)) as client:
