@@ -27,7 +27,9 @@ SEED=${SOAK_SEED:-$(date +%s)}
 results_in "$FOLDER/test-results"
 RESULT_FILES=("$RESULTS/soak.xml")
 say "running ${CAMPAIGN:-all campaigns}, $MINUTES minutes together, seed $SEED"
-# One after the other, so that a time that is too long is not another campaign's doing.
+# One after the other, so that a time that is too long is not another campaign's doing. The
+# files come first: until they are known, an option with a blank in it looks like one of them.
 run_group env --default-signal=INT /usr/bin/python3 -m pytest -q -s -p no:cacheprovider \
-    "--soak=$MINUTES" "--random-seed=$SEED" ${CAMPAIGN:+"--campaign=$CAMPAIGN"} --junitxml "$RESULTS/soak.xml" "$REPO"/tests/agent/test_campaign_*.py || FAILED=1
+    "$REPO"/tests/agent/test_campaign_*.py "--soak=$MINUTES" "--random-seed=$SEED" \
+    ${CAMPAIGN:+"--campaign=$CAMPAIGN"} --junitxml "$RESULTS/soak.xml" || FAILED=1
 finish_tests
