@@ -53,46 +53,27 @@ HELP
 
 # parse_options ARGUMENT...: sets the variables above, or ends with 2.
 parse_options() {
-    local option value
     while (($#)); do
-        option=$1
-        shift
-        case $option in
+        next_option "--port --trap-port --listen --state" "$@"
+        shift "$TAKEN"
+        case $OPTION in
         --help)
             usage
             exit 0
             ;;
-        --empty)
-            START_WITH=(--empty)
-            continue
-            ;;
-        --no-traps)
-            TRAP_PORT=
-            continue
-            ;;
-        --port | --trap-port | --listen | --state)
-            (($#)) || usage_error "$option needs a value."
-            value=$1
-            shift
-            ;;
-        --port=* | --trap-port=* | --listen=* | --state=*)
-            value=${option#*=}
-            option=${option%%=*}
-            ;;
-        *) usage_error "unknown option '$option'." ;;
-        esac
-        [[ -n $value ]] || usage_error "$option needs a value."
-        case $option in
+        --empty) START_WITH=(--empty) ;;
+        --no-traps) TRAP_PORT= ;;
         --port | --trap-port)
-            [[ $value =~ ^[1-9][0-9]{0,4}$ ]] && ((value <= 65535)) ||
-                usage_error "$option takes a number from 1 to 65535, not '$value'."
-            [[ $option == --port ]] && PORT=$value || TRAP_PORT=$value
+            [[ $VALUE =~ ^[1-9][0-9]{0,4}$ ]] && ((VALUE <= 65535)) ||
+                usage_error "$OPTION takes a number from 1 to 65535, not '$VALUE'."
+            [[ $OPTION == --port ]] && PORT=$VALUE || TRAP_PORT=$VALUE
             ;;
         --listen)
-            value=${value#[}
-            LISTEN=${value%]}
+            VALUE=${VALUE#[}
+            LISTEN=${VALUE%]}
             ;;
-        --state) STATE=$value ;;
+        --state) STATE=$VALUE ;;
+        *) usage_error "unknown option '$OPTION'." ;;
         esac
     done
     [[ $TRAP_PORT != "$PORT" ]] || usage_error "--port and --trap-port must differ."

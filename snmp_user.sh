@@ -45,24 +45,18 @@ HELP
 parse_options() {
     local words=() read_only=
     while (($#)); do
-        case $1 in
+        next_option --state "$@"
+        shift "$TAKEN"
+        case $OPTION in
         --help)
             usage
             exit 0
             ;;
         --read-only) read_only=yes ;;
-        --state | --state=*)
-            if [[ $1 == --state ]]; then
-                (($# > 1)) || usage_error "--state needs a value."
-                shift
-            fi
-            STATE=${1#--state=}
-            [[ -n $STATE ]] || usage_error "--state needs a value."
-            ;;
-        -*) usage_error "unknown option '$1'." ;;
-        *) words+=("$1") ;;
+        --state) STATE=$VALUE ;;
+        -*) usage_error "unknown option '$OPTION'." ;;
+        *) words+=("$OPTION") ;;
         esac
-        shift
     done
     [[ $STATE == /* ]] || STATE=$CALLED_FROM/$STATE
     COMMAND=${words[0]-}

@@ -45,39 +45,24 @@ HELP
 
 # parse_options ARGUMENT...: sets the variables above, or ends with 2.
 parse_options() {
-    local option value
     while (($#)); do
-        option=$1
-        shift
-        case $option in
+        next_option "--seconds --only" "$@"
+        shift "$TAKEN"
+        case $OPTION in
         --help)
             usage
             exit 0
             ;;
-        --strict | --accept)
-            OPTIONS+=("$option")
-            continue
-            ;;
-        --seconds | --only)
-            (($#)) || usage_error "$option needs a value."
-            value=$1
-            shift
-            ;;
-        --seconds=* | --only=*)
-            value=${option#*=}
-            option=${option%%=*}
-            ;;
-        *) usage_error "unknown option '$option'." ;;
-        esac
-        case $option in
+        --strict | --accept) OPTIONS+=("$OPTION") ;;
         --seconds)
-            [[ $value =~ ^[1-9][0-9]{0,3}$ ]] || usage_error "--seconds takes a number from 1 to 9999, not '$value'."
-            SECONDS_EACH=$value
+            [[ $VALUE =~ ^[1-9][0-9]{0,3}$ ]] || usage_error "--seconds takes a number from 1 to 9999, not '$VALUE'."
+            SECONDS_EACH=$VALUE
             ;;
         --only)
-            [[ " ${ROWS[*]} " == *" $value "* ]] || usage_error "there is no row '$value'."
-            ONLY+=("$value")
+            [[ " ${ROWS[*]} " == *" $VALUE "* ]] || usage_error "there is no row '$VALUE'."
+            ONLY+=("$VALUE")
             ;;
+        *) usage_error "unknown option '$OPTION'." ;;
         esac
     done
 }

@@ -32,32 +32,19 @@ HELP
 
 # parse_options ARGUMENT...: sets the variables above, or ends with 2.
 parse_options() {
-    local option value
     while (($#)); do
-        option=$1
-        shift
-        case $option in
+        next_option "--auth --output --build" "$@"
+        shift "$TAKEN"
+        [[ $VALUE == /* ]] || VALUE=$CALLED_FROM/$VALUE
+        case $OPTION in
         --help)
             usage
             exit 0
             ;;
-        --auth | --output | --build)
-            (($#)) || usage_error "$option needs a value."
-            value=$1
-            shift
-            ;;
-        --auth=* | --output=* | --build=*)
-            value=${option#*=}
-            option=${option%%=*}
-            ;;
-        *) usage_error "unknown option '$option'." ;;
-        esac
-        [[ -n $value ]] || usage_error "$option needs a value."
-        [[ $value == /* ]] || value=$CALLED_FROM/$value
-        case $option in
-        --auth) AUTH=$value ;;
-        --output) OUTPUT=$value ;;
-        --build) BUILD=$value ;;
+        --auth) AUTH=$VALUE ;;
+        --output) OUTPUT=$VALUE ;;
+        --build) BUILD=$VALUE ;;
+        *) usage_error "unknown option '$OPTION'." ;;
         esac
     done
     OUTPUT=${OUTPUT:-$BUILD/monitoring/snmp.yml}

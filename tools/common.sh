@@ -24,6 +24,23 @@ usage_error() {
     exit 2
 }
 
+# next_option NAMES ARGUMENT...: takes the first argument of a command line apart. OPTION is its
+# name and TAKEN how many arguments it is; for one of NAMES, which have values, VALUE is that, given
+# as '--x VALUE' or '--x=VALUE'. A missing value ends the script with 2.
+next_option() {
+    OPTION=${2%%=*} VALUE='' TAKEN=1
+    if [[ " $1 " != *" $OPTION "* ]]; then
+        OPTION=$2
+        return
+    fi
+    if [[ $2 == *=* ]]; then
+        VALUE=${2#*=}
+    elif (($# > 2)); then
+        VALUE=$3 TAKEN=2
+    fi
+    [[ -n $VALUE ]] || usage_error "$OPTION needs a value."
+}
+
 # end_on_signals: makes Ctrl-C, SIGTERM and a closed terminal end the script through its
 # EXIT trap, at once even while it waits for a step.
 end_on_signals() {
