@@ -14,6 +14,19 @@ std::uint32_t replace_port(Switch &target, const SwitchModel::PortRow &row, cons
     return commit(target, change);
 }
 
+/* Changes what needs no right beyond that to the port itself. */
+template <typename Edit>
+std::uint32_t edit_port(Switch &target, const Requester &requester, std::uint32_t if_index, Edit edit) {
+    if (const std::uint32_t status = check_interface_right(target, requester, if_index); status != STATUS_SUCCESS)
+        return status;
+    const SwitchModel::PortRow *row = target.model.port(if_index);
+    if (!row)
+        return STATUS_NO_SUCH_INTERFACE;
+    Port port = row->second;
+    edit(port);
+    return replace_port(target, *row, port);
+}
+
 } // namespace
 
 std::uint32_t change_port(Switch &target, const Requester &requester, std::uint32_t if_index, std::uint32_t vsan,
@@ -42,25 +55,11 @@ std::uint32_t move_port(Switch &target, const Requester &requester, std::uint32_
 
 std::uint32_t set_deny_list(Switch &target, const Requester &requester, std::uint32_t if_index,
                             std::uint32_t deny_list) {
-    if (const std::uint32_t status = check_interface_right(target, requester, if_index); status != STATUS_SUCCESS)
-        return status;
-    const SwitchModel::PortRow *row = target.model.port(if_index);
-    if (!row)
-        return STATUS_NO_SUCH_INTERFACE;
-    Port port = row->second;
-    port.deny_list = deny_list;
-    return replace_port(target, *row, port);
+    return edit_port(target, requester, if_index, [=](Port &port) { port.deny_list = deny_list; });
 }
 
 std::uint32_t set_link(Switch &target, const Requester &requester, std::uint32_t if_index, bool up) {
-    if (const std::uint32_t status = check_interface_right(target, requester, if_index); status != STATUS_SUCCESS)
-        return status;
-    const SwitchModel::PortRow *row = target.model.port(if_index);
-    if (!row)
-        return STATUS_NO_SUCH_INTERFACE;
-    Port port = row->second;
-    port.link_up = up;
-    return replace_port(target, *row, port);
+    return edit_port(target, requester, if_index, [=](Port &port) { port.link_up = up; });
 }
 
 } // namespace vswitch

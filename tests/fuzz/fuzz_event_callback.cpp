@@ -16,16 +16,10 @@
 #include <iterator>
 
 #include "agent_calls.h"
+#include "fuzz_input.h"
 #include "scripted_platform.h"
 
 namespace {
-
-void require(bool condition, const char *what) {
-    if (condition)
-        return;
-    fprintf(stderr, "broken: %s\n", what);
-    abort();
-}
 
 struct expectations {
     oid last_arc;         // of the notification's OID

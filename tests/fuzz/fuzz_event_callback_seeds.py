@@ -2,9 +2,9 @@
 the folder named on the command line. The layout is told in the target's source, that of
 a VSAN event's payload in the VSAN library's header."""
 
-import os
 import struct
-import sys
+
+import seed_files
 
 ADMIN_STATE, OPER_STATE = 1, 19
 FAILS, NO_PAYLOAD, NO_EVENT = 0x10, 0x20, 0x40
@@ -43,14 +43,4 @@ SEEDS = {
     "no_event": event(b"", NO_EVENT | 8),
 }
 
-
-def main():
-    folder = sys.argv[1]
-    os.makedirs(folder, exist_ok=True)
-    for name, data in SEEDS.items():
-        with open(os.path.join(folder, name), "wb") as seed:
-            seed.write(data)
-
-
-if __name__ == "__main__":
-    main()
+seed_files.write(SEEDS)

@@ -1,9 +1,9 @@
 """Seeds of fuzz_history_ring: the ring's begin and end and its first records, written
 into the folder named on the command line."""
 
-import os
 import struct
-import sys
+
+import seed_files
 
 
 def record(text):
@@ -21,6 +21,4 @@ SEEDS = {
     "later_round": ring(262144, b"one", b"more"),
 }
 
-for name, content in SEEDS.items():
-    with open(os.path.join(sys.argv[1], name), "wb") as file:
-        file.write(content)
+seed_files.write(SEEDS)

@@ -23,32 +23,10 @@
 #include <cstdlib>
 
 #include "agent_calls.h"
+#include "fuzz_input.h"
 #include "scripted_platform.h"
 
 namespace {
-
-class input {
-  public:
-    input(const uint8_t *data, size_t size) : at(data), end(data + size) {}
-
-    bool empty() const { return at == end; }
-    uint8_t byte() { return empty() ? uint8_t{0} : *at++; }
-    uint32_t word16() {
-        const uint32_t high = byte();
-        return high << 8 | byte();
-    }
-
-  private:
-    const uint8_t *at;
-    const uint8_t *end;
-};
-
-void require(bool condition, const char *what) {
-    if (condition)
-        return;
-    fprintf(stderr, "broken: %s\n", what);
-    abort();
-}
 
 // Statuses that a handler may treat in its own way.
 uint32_t failure(uint8_t how) {
@@ -57,7 +35,7 @@ uint32_t failure(uint8_t how) {
 }
 
 // A record of the interface table or the timer table.
-bytes table_record(input &in, unsigned form) {
+bytes table_record(fuzz_input &in, unsigned form) {
     const uint32_t first = in.word16();
     const uint32_t second = in.word16();
     bytes record;
@@ -75,7 +53,7 @@ bytes table_record(input &in, unsigned form) {
     }
 }
 
-membership_reply next_pair(input &in) {
+membership_reply next_pair(fuzz_input &in) {
     if (in.empty())
         return {some_failure};
     const uint8_t how = in.byte();
@@ -88,7 +66,7 @@ membership_reply next_pair(input &in) {
     return reply;
 }
 
-scripted_reply next_reply(input &in) {
+scripted_reply next_reply(fuzz_input &in) {
     if (in.empty())
         return {some_failure, 0, std::nullopt};
     const uint8_t how = in.byte();
@@ -154,7 +132,7 @@ oid_name name_for(const registered_object &object, unsigned form, oid index) {
 }
 
 // One read, judged by the rules that hold whatever the manager answers.
-void read_once(input &in) {
+void read_once(fuzz_input &in) {
     const auto &rows = agent.registrations.front().rows;
     registered_object object(rows[in.byte() % rows.size()].magic);
     const uint8_t flags = in.byte();
@@ -200,7 +178,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     platform.reset();
-    input in(data, size);
+    fuzz_input in(data, size);
     platform.manager = [&in](const sent_request &) { return next_reply(in); };
     platform.port_manager = [&in](const membership_request &) { return next_pair(in); };
     while (!in.empty())

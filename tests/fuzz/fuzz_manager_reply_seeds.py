@@ -1,8 +1,7 @@
 """Seeds of fuzz_manager_reply: writes one file for each exchange worth starting from
 into the folder named on the command line. The layout is told in the target's source."""
 
-import os
-import sys
+import seed_files
 
 SCALAR_COUNT, SCALAR_LAST_CHANGE, COLUMN_NAME, COLUMN_INTEROP, SCALAR_TIMER = 0, 1, 2, 9, 16
 IF_VSAN, IF_DENY_LIST, SUMMARY, FORCE_FLAG, TIMER = 13, 14, 15, 23, 24
@@ -95,14 +94,4 @@ SEEDS = {
     "timer_short": read(SCALAR_TIMER, GET | AT_ZERO) + raw(b"1234567"),
 }
 
-
-def main():
-    folder = sys.argv[1]
-    os.makedirs(folder, exist_ok=True)
-    for name, data in SEEDS.items():
-        with open(os.path.join(folder, name), "wb") as seed:
-            seed.write(data)
-
-
-if __name__ == "__main__":
-    main()
+seed_files.write(SEEDS)

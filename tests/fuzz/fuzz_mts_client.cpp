@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "fuzz_input.h"
 #include "mts.h"
 #include "mts/big_endian.h"
 #include "mts/mts_settings.h"
@@ -23,12 +24,6 @@
 namespace {
 
 using bytes = std::vector<uint8_t>;
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 bytes frame(uint32_t type, uint32_t correlation, const bytes &body = {}) {
     bytes result(MTS_WIRE_HEADER);

@@ -1,9 +1,9 @@
 """Seeds of fuzz_mts_client: answers of a switch, in the memory and over the socket, written
 into the folder named on the command line."""
 
-import os
 import struct
-import sys
+
+import seed_files
 
 MAGIC = 0x4D545331
 REPLY, PONG, KNOCK = 2, 6, 9
@@ -33,6 +33,4 @@ SEEDS = {
     "elsewhere_never": ELSEWHERE,
 }
 
-for name, content in SEEDS.items():
-    with open(os.path.join(sys.argv[1], name), "wb") as file:
-        file.write(content)
+seed_files.write(SEEDS)

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "fuzz_input.h"
 #include "mts/mts_frame.h"
 
 namespace {
@@ -15,12 +16,6 @@ unsigned touch(std::span<const uint8_t> bytes) {
         sum += byte;
     }
     return sum;
-}
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
 }
 
 volatile unsigned sink;

@@ -1,9 +1,9 @@
 """Seeds of fuzz_mts_reply: frames as a switch sends them, written into the folder named
 on the command line."""
 
-import os
 import struct
-import sys
+
+import seed_files
 
 MAGIC = 0x4D545331
 REPLY, EVENT, PONG = 2, 4, 6
@@ -23,6 +23,4 @@ SEEDS = {
     "event": frame(EVENT, 0, words(145, 0, 7, 1, 0)),
 }
 
-for name, content in SEEDS.items():
-    with open(os.path.join(sys.argv[1], name), "wb") as file:
-        file.write(content)
+seed_files.write(SEEDS)

@@ -27,6 +27,7 @@
 
 #include "agent_in_process.h"
 #include "configuration.h"
+#include "fuzz_input.h"
 #include "snmp_message.h"
 #include "switch_in_process.h"
 #include "vsan_mib.h"
@@ -48,33 +49,11 @@ constexpr int64_t error_wrong_type = 7;
 constexpr int64_t error_wrong_length = 8;
 constexpr int64_t error_not_writable = 17;
 
-class input {
-  public:
-    input(const uint8_t *data, size_t size) : at(data), end(data + size) {}
-
-    bool empty() const { return at == end; }
-    uint8_t byte() { return empty() ? uint8_t{0} : *at++; }
-    uint32_t word16() {
-        const uint32_t high = byte();
-        return high << 8 | byte();
-    }
-    bytes octets() {
-        bytes result(byte() % 64);
-        for (uint8_t &octet : result)
-            octet = byte();
-        return result;
-    }
-
-  private:
-    const uint8_t *at;
-    const uint8_t *end;
-};
-
-void require(bool condition, const char *what) {
-    if (condition)
-        return;
-    fprintf(stderr, "broken: %s\n", what);
-    abort();
+bytes octets(fuzz_input &in) {
+    bytes result(in.byte() % 64);
+    for (uint8_t &octet : result)
+        octet = in.byte();
+    return result;
 }
 
 snmp_name root_name() {
@@ -129,7 +108,7 @@ const variable7 *choose_object(unsigned which, snmp_name &name) {
     return nullptr;
 }
 
-void add_index(unsigned form, uint32_t index, input &in, snmp_name &name) {
+void add_index(unsigned form, uint32_t index, fuzz_input &in, snmp_name &name) {
     switch (form) {
     case 0:
         name.push_back(index);
@@ -158,7 +137,7 @@ void add_index(unsigned form, uint32_t index, input &in, snmp_name &name) {
 }
 
 // Returns whether the agent has to take the value for one; it drops messages with others.
-bool add_value(unsigned how, const variable7 *object, input &in, snmp_varbind &varbind) {
+bool add_value(unsigned how, const variable7 *object, fuzz_input &in, snmp_varbind &varbind) {
     constexpr uint8_t types[] = {type_integer, type_octets, 0x05, 0x06, 0x40, 0x41, 0x42, 0x43, 0x44, 0x46};
     if (how < 16 && object != nullptr) {
         varbind.type = static_cast<uint8_t>(object->type);
@@ -172,11 +151,11 @@ bool add_value(unsigned how, const variable7 *object, input &in, snmp_varbind &v
     } else {
         varbind.type = how - 16 < std::size(types) ? types[how - 16] : in.byte();
     }
-    varbind.value = in.octets();
+    varbind.value = octets(in);
     return varbind.type == type_octets;
 }
 
-snmp_varbind next_varbind(input &in, bool with_value, bool &is_valid) {
+snmp_varbind next_varbind(fuzz_input &in, bool with_value, bool &is_valid) {
     const unsigned which = in.byte() & 31u;
     const uint8_t how = in.byte();
     snmp_varbind varbind;
@@ -304,7 +283,7 @@ bool fails_before_any_change(int64_t error) {
 }
 
 // One message and its answer.
-void converse(input &in, int64_t number) {
+void converse(fuzz_input &in, int64_t number) {
     constexpr uint8_t commands[] = {pdu_get, pdu_get_next, pdu_get_bulk, pdu_set};
     const uint8_t kind = in.byte();
     const uint8_t failing = in.byte();
@@ -390,7 +369,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const vswitch::SwitchData initial = make_data();
     static const vswitch::Roles roles = make_roles();
-    input in(data, size);
+    fuzz_input in(data, size);
     const uint8_t mode = in.byte();
     vswitch::SwitchData start = initial;
     start.settings.tdx_enabled = (mode & 1) != 0;

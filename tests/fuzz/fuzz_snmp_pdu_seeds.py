@@ -1,8 +1,7 @@
 """Seeds of fuzz_snmp_pdu: writes one file for each conversation worth starting from into
 the folder named on the command line. The layout is told in the target's source."""
 
-import os
-import sys
+import seed_files
 
 GET, GETNEXT, GETBULK, SET = range(4)
 V1 = 4
@@ -173,14 +172,4 @@ SEEDS = {
     ),
 }
 
-
-def main():
-    folder = sys.argv[1]
-    os.makedirs(folder, exist_ok=True)
-    for name, data in SEEDS.items():
-        with open(os.path.join(folder, name), "wb") as seed:
-            seed.write(data)
-
-
-if __name__ == "__main__":
-    main()
+seed_files.write(SEEDS)

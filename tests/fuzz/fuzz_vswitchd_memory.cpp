@@ -11,16 +11,12 @@
 
 #include "configuration.h"
 #include "connection.h"
+#include "fuzz_input.h"
 #include "mts/mts_wire.h"
 
 using namespace vswitch;
 
 namespace {
-
-void require(bool condition) {
-    if (!condition)
-        abort();
-}
 
 Switch make_switch() {
     return Switch(parse_configuration(R"({

@@ -1,9 +1,9 @@
 """Seeds of fuzz_vswitchd_memory: what clients do with the memory, written into the folder
 named on the command line."""
 
-import os
 import struct
-import sys
+
+import seed_files
 
 MAGIC = 0x4D545331
 REQUEST, SUBSCRIBE, PING, SHARE, KNOCK = 1, 3, 5, 7, 9
@@ -47,6 +47,4 @@ SEEDS = {
     "scribbled": SHARED + step(SCRIBBLE) + step(POST, VSAN_COUNT) + step(SOCKET, frame(KNOCK, 0)),
 }
 
-for name, content in SEEDS.items():
-    with open(os.path.join(sys.argv[1], name), "wb") as file:
-        file.write(content)
+seed_files.write(SEEDS)

@@ -1,7 +1,7 @@
 """Seeds of fuzz_vswitchd_socket: one conversation for each request that the daemon knows."""
-import os
 import struct
-import sys
+
+import seed_files
 
 MAGIC, REQUEST, SUBSCRIBE, PING = 0x4D545331, 1, 3, 5
 
@@ -54,10 +54,6 @@ SEEDS = {
     "ping": frame(PING, b""),
 }
 
-folder = sys.argv[1]
-os.makedirs(folder, exist_ok=True)
-for name, seed in SEEDS.items():
-    with open(os.path.join(folder, name), "wb") as file:
-        file.write(b"\0" + seed)
-with open(os.path.join(folder, "conversation_in_portions"), "wb") as file:
-    file.write(b"\x07" + b"".join(seed for name, seed in SEEDS.items() if not name.startswith("vsan_")))
+ALONE = {name: b"\0" + seed for name, seed in SEEDS.items()}
+TOGETHER = b"\x07" + b"".join(seed for name, seed in SEEDS.items() if not name.startswith("vsan_"))
+seed_files.write(ALONE | {"conversation_in_portions": TOGETHER})

@@ -93,16 +93,9 @@ TEST_F(Channel, EnvelopeOfARead) {
     ask(127, payload, 15);
     ASSERT_EQ(platform.requests.size(), 1u);
     const sent_request &request = platform.requests[0];
-    EXPECT_EQ(request.opcode, 127u);
+    expect_envelope_of_read(request, 127, 15);
     EXPECT_EQ(request.kind, 1u);
     EXPECT_EQ(request.payload, payload);
-    EXPECT_EQ(request.length, 15u);
-    EXPECT_TRUE(request.expects_reply);
-    EXPECT_FALSE(request.user) << "a read names no user";
-    EXPECT_EQ(request.session, 0u) << "a read names no session";
-    EXPECT_EQ(request.service, 15u);
-    EXPECT_EQ(request.queue, mts_response_q);
-    EXPECT_EQ(request.wait_class, 4u);
 }
 
 TEST_F(Channel, ALengthGoesOutWithoutPayloadToo) {

@@ -296,11 +296,7 @@ TEST_P(ColumnWriter, ARestrictedUserMayChangeAVsanOfTheRole) {
     platform.restrict_to({10});
     EXPECT_EQ(reserve(GetParam().type, good_value()).status, 0);
     expect_own_traces(GetParam().reserve1_restricted);
-    ASSERT_EQ(platform.allowed_calls.size(), 1u);
-    EXPECT_EQ(platform.allowed_calls[0].name, instance({10}));
-    EXPECT_EQ(platform.allowed_calls[0].pdu_type, 163);
-    EXPECT_EQ(platform.allowed_calls[0].size, 512u);
-    EXPECT_TRUE(platform.allowed_calls[0].bitmap_is_zero);
+    expect_restriction_asked({instance({10})}, 163);
     EXPECT_EQ(platform.list_sizes_passed, std::vector<uint32_t>{512});
 }
 

@@ -10,23 +10,6 @@ class FcTimerColumns : public FcTimerTest {
   protected:
     static int stale_write_method(int, u_char *, u_char, size_t, u_char *, oid *, size_t) { return 1; }
 
-    // The VSANs that a walk of a column sees, one PDU a step.
-    static std::vector<oid> walk(uint8_t magic) {
-        registered_object object(magic);
-        std::vector<oid> seen;
-        oid_name at = object.name();
-        for (int step = 0; step < 20; ++step) {
-            platform.next_pdu();
-            const read_answer answer = object.get_next(at);
-            if (!answer.present)
-                return seen;
-            at = answer.name;
-            seen.push_back(at.back());
-        }
-        ADD_FAILURE() << "the walk does not end";
-        return seen;
-    }
-
     registered_object column{RATOV};
 };
 
@@ -143,7 +126,7 @@ TEST_F(FcTimerColumns, AnyOtherMagicIsABadThingBehindTheLookup) {
 
 TEST_F(FcTimerColumns, WalkSeesEveryVsan) {
     for (const auto &[magic, key] : timer_of_column)
-        EXPECT_EQ(walk(magic), (std::vector<oid>{1, 2, 20, 30, 40})) << int{magic};
+        EXPECT_EQ(walk_of_indexes(magic), (std::vector<oid>{1, 2, 20, 30, 40})) << int{magic};
 }
 
 using FcTimerRestriction = FcTimerColumns;
@@ -151,14 +134,7 @@ using FcTimerRestriction = FcTimerColumns;
 TEST_F(FcTimerRestriction, IsAskedForTheNameOfTheRequestAsAGet) {
     column.get(column.instance({20}));
     column.get_next(column.instance({20, 7}));
-    ASSERT_EQ(platform.allowed_calls.size(), 2u);
-    EXPECT_EQ(platform.allowed_calls[0].name, column.instance({20}));
-    EXPECT_EQ(platform.allowed_calls[1].name, column.instance({20, 7}));
-    for (const allowed_vsans_call &call : platform.allowed_calls) {
-        EXPECT_EQ(call.pdu_type, 160);
-        EXPECT_EQ(call.size, 512u);
-        EXPECT_TRUE(call.bitmap_is_zero);
-    }
+    expect_restriction_asked({column.instance({20}), column.instance({20, 7})}, 160);
     EXPECT_TRUE(platform.list_sizes_passed.empty()) << "no list is consulted for an unrestricted user";
 }
 
@@ -186,7 +162,7 @@ TEST_F(FcTimerRestriction, TheVsanThatCameBackIsTestedNotTheOneAskedFor) {
 
 TEST_F(FcTimerRestriction, WalkSeesThePermittedVsansAndAsksFromTheNumberBefore) {
     platform.restrict_to({1, 30});
-    EXPECT_EQ(walk(RATOV), (std::vector<oid>{1, 30}));
+    EXPECT_EQ(walk_of_indexes(RATOV), (std::vector<oid>{1, 30}));
     EXPECT_EQ(starts_asked(), (std::vector<int64_t>{0, 1, 29, 30}));
     EXPECT_EQ(timers_asked(), (std::vector<uint32_t>{1, 2, 30, 40}));
     EXPECT_EQ(traced(101, "get_vsanFcTimerEntry(#) vsan_present:30 \n"), 1) << all_traces();
@@ -195,22 +171,22 @@ TEST_F(FcTimerRestriction, WalkSeesThePermittedVsansAndAsksFromTheNumberBefore) 
 
 TEST_F(FcTimerRestriction, EndsWhereNothingPermittedFollows) {
     platform.restrict_to({});
-    EXPECT_EQ(walk(FORCE_FLAG), std::vector<oid>{});
+    EXPECT_EQ(walk_of_indexes(FORCE_FLAG), std::vector<oid>{});
     platform.restrict_to({0});
-    EXPECT_EQ(walk(FORCE_FLAG), std::vector<oid>{});
+    EXPECT_EQ(walk_of_indexes(FORCE_FLAG), std::vector<oid>{});
     platform.restrict_to({50, 4095});
-    EXPECT_EQ(walk(FORCE_FLAG), std::vector<oid>{});
+    EXPECT_EQ(walk_of_indexes(FORCE_FLAG), std::vector<oid>{});
 }
 
 TEST_F(FcTimerRestriction, VsansWithoutAValueArePassedOverBeforeTheTest) {
     platform.tdx_enabled = 1;
     without_value = {30};
     platform.restrict_to({30, 40});
-    EXPECT_EQ(walk(RATOV), std::vector<oid>{40});
+    EXPECT_EQ(walk_of_indexes(RATOV), std::vector<oid>{40});
     EXPECT_EQ(get(RATOV, {30}).name, column.instance({40}));
     platform.restrict_to({30});
     EXPECT_FALSE(get(RATOV, {30}).present) << "VSAN 40 answers, and is not theirs";
-    EXPECT_EQ(walk(RATOV), std::vector<oid>{});
+    EXPECT_EQ(walk_of_indexes(RATOV), std::vector<oid>{});
 }
 
 TEST_F(FcTimerRestriction, GetNextEndsAgainstAManagerThatDoesNotAdvance) {

@@ -75,15 +75,8 @@ TEST_F(FcTimerLookup, EachColumnAsksForItsTimerInFifteenBytes) {
             EXPECT_TRUE(get(magic, {4095}).present);
             ASSERT_EQ(platform.requests.size(), 1u) << "GET costs one request";
             const sent_request &request = platform.requests[0];
-            EXPECT_EQ(request.opcode, 127u);
+            expect_envelope_of_read(request, 127, 15);
             EXPECT_EQ(request.payload, (bytes{0, 0, 0, static_cast<uint8_t>(key), 0, 0, 0, 0, 1, 0, 0, 0, 15, 255, 0}));
-            EXPECT_EQ(request.length, 15u);
-            EXPECT_TRUE(request.expects_reply);
-            EXPECT_FALSE(request.user) << "a read names no user";
-            EXPECT_EQ(request.session, 0u);
-            EXPECT_EQ(request.service, 15u);
-            EXPECT_EQ(request.queue, mts_response_q);
-            EXPECT_EQ(request.wait_class, 4u);
         }
     }
     EXPECT_TRUE(platform.heartbeats.empty());

@@ -168,11 +168,7 @@ TEST_P(FcTimerWrite, ANameOfAnotherLengthIsNoInstance) {
 
 TEST_P(FcTimerWrite, AUserIsAskedAboutTheNameAsForASet) {
     reserve_number(10000);
-    ASSERT_EQ(platform.allowed_calls.size(), 1u);
-    EXPECT_EQ(platform.allowed_calls[0].name, instance(20));
-    EXPECT_EQ(platform.allowed_calls[0].pdu_type, 163);
-    EXPECT_EQ(platform.allowed_calls[0].size, 512u);
-    EXPECT_TRUE(platform.allowed_calls[0].bitmap_is_zero);
+    expect_restriction_asked({instance(20)}, 163);
     EXPECT_TRUE(platform.list_sizes_passed.empty());
     EXPECT_TRUE(platform.error_records.empty());
 }

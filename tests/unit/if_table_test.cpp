@@ -121,15 +121,8 @@ TEST_F(IfTable, RequestIsTheSixteenByteRecordInTheWholeEnvelope) {
     get_next(DENY_LIST_COLUMN, {0x01020304});
     ASSERT_EQ(platform.requests.size(), 2u);
     for (const sent_request &request : platform.requests) {
-        EXPECT_EQ(request.opcode, 124u);
+        expect_envelope_of_read(request, 124, 16);
         EXPECT_EQ(request.payload, (bytes{1, 2, 3, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-        EXPECT_EQ(request.length, 16u);
-        EXPECT_TRUE(request.expects_reply);
-        EXPECT_FALSE(request.user) << "a read names no user";
-        EXPECT_EQ(request.session, 0u);
-        EXPECT_EQ(request.service, 15u);
-        EXPECT_EQ(request.queue, mts_response_q);
-        EXPECT_EQ(request.wait_class, 4u);
     }
     EXPECT_EQ(platform.requests[0].kind, 1u);
     EXPECT_EQ(platform.requests[1].kind, 2u);

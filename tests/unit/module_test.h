@@ -81,6 +81,53 @@ class ModuleTest : public testing::Test {
         return result;
     }
 
+    /* Calls `visit` with every answer of GETNEXT from the object itself to its end, one PDU
+     * a step. */
+    template <typename Visit> static void walk(registered_object &object, Visit visit) {
+        oid_name at = object.name();
+        for (int step = 0; step < 20; ++step) {
+            platform.next_pdu();
+            const read_answer answer = object.get_next(at);
+            if (!answer.present)
+                return;
+            at = answer.name;
+            visit(answer);
+        }
+        ADD_FAILURE() << "the walk does not end";
+    }
+
+    /* The rows that a walk of a column visits, in a table whose index is one number. */
+    static std::vector<oid> walk_of_indexes(uint8_t magic) {
+        registered_object object(magic);
+        std::vector<oid> seen;
+        walk(object, [&](const read_answer &answer) { seen.push_back(answer.name.back()); });
+        return seen;
+    }
+
+    /* That the platform was asked just so often whom it restricts, about these names. */
+    static void expect_restriction_asked(const std::vector<oid_name> &names, int pdu_type) {
+        ASSERT_EQ(platform.allowed_calls.size(), names.size());
+        for (size_t i = 0; i < names.size(); ++i) {
+            const allowed_vsans_call &call = platform.allowed_calls[i];
+            EXPECT_EQ(call.name, names[i]);
+            EXPECT_EQ(call.pdu_type, pdu_type);
+            EXPECT_EQ(call.size, 512u);
+            EXPECT_TRUE(call.bitmap_is_zero);
+        }
+    }
+
+    /* What every read has in common, whoever asks. */
+    static void expect_envelope_of_read(const sent_request &request, uint32_t opcode, uint32_t length) {
+        EXPECT_EQ(request.opcode, opcode);
+        EXPECT_EQ(request.length, length);
+        EXPECT_TRUE(request.expects_reply);
+        EXPECT_FALSE(request.user) << "a read names no user";
+        EXPECT_EQ(request.session, 0u) << "a read names no session";
+        EXPECT_EQ(request.service, 15u);
+        EXPECT_EQ(request.queue, mts_response_q);
+        EXPECT_EQ(request.wait_class, 4u);
+    }
+
   private:
     static void expect_both_ways_alike() {
         ASSERT_EQ(platform.history.size(), platform.debug.size());

@@ -36,14 +36,7 @@ TEST_F(VsanRequest, EnvelopeOfALookup) {
     EXPECT_EQ(platform.requests[0].kind, 1u);
     EXPECT_EQ(platform.requests[1].kind, 2u);
     for (const sent_request &request : platform.requests) {
-        EXPECT_EQ(request.opcode, 149u);
-        EXPECT_TRUE(request.expects_reply);
-        EXPECT_EQ(request.length, 2632u);
-        EXPECT_FALSE(request.user) << "a read names no user";
-        EXPECT_EQ(request.session, 0u) << "a read names no session";
-        EXPECT_EQ(request.service, 15u);
-        EXPECT_EQ(request.queue, mts_response_q);
-        EXPECT_EQ(request.wait_class, 4u);
+        expect_envelope_of_read(request, 149, 2632);
     }
 }
 

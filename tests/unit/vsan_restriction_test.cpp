@@ -11,23 +11,6 @@ using numbers = std::vector<int64_t>;
 class VsanRestriction : public ModuleTest {
   protected:
     void SetUp() override { platform.add_vsans({1, 2, 20, 30, 40}); }
-
-    // What a walk of a column sees, one PDU a step.
-    static std::vector<oid> walk(uint8_t magic = 3) {
-        registered_object object(magic);
-        std::vector<oid> seen;
-        oid_name at = object.name();
-        for (int step = 0; step < 20; ++step) {
-            platform.next_pdu();
-            const read_answer answer = object.get_next(at);
-            if (!answer.present)
-                return seen;
-            at = answer.name;
-            seen.push_back(at.back());
-        }
-        ADD_FAILURE() << "the walk does not end";
-        return seen;
-    }
 };
 
 TEST_F(VsanRestriction, IsAskedForTheNameOfTheRequestAsAGet) {
@@ -35,15 +18,7 @@ TEST_F(VsanRestriction, IsAskedForTheNameOfTheRequestAsAGet) {
     object.get(object.instance({10}));
     object.get_next(object.instance({10, 7}));
     object.get_next({1, 3, 6});
-    ASSERT_EQ(platform.allowed_calls.size(), 3u);
-    EXPECT_EQ(platform.allowed_calls[0].name, object.instance({10}));
-    EXPECT_EQ(platform.allowed_calls[1].name, object.instance({10, 7}));
-    EXPECT_EQ(platform.allowed_calls[2].name, (oid_name{1, 3, 6}));
-    for (const allowed_vsans_call &call : platform.allowed_calls) {
-        EXPECT_EQ(call.pdu_type, 160);
-        EXPECT_EQ(call.size, 512u);
-        EXPECT_TRUE(call.bitmap_is_zero);
-    }
+    expect_restriction_asked({object.instance({10}), object.instance({10, 7}), {1, 3, 6}}, 160);
 }
 
 TEST_F(VsanRestriction, NoListIsConsultedForAnUnrestrictedUser) {
@@ -116,7 +91,7 @@ TEST_F(VsanRestriction, ARowBeyondTheListIsHidden) {
 
 TEST_F(VsanRestriction, WalkSeesOnlyTheAllowedVsans) {
     platform.restrict_to({1, 30});
-    EXPECT_EQ(walk(), (std::vector<oid>{1, 30}));
+    EXPECT_EQ(walk_of_indexes(3), (std::vector<oid>{1, 30}));
     EXPECT_EQ(platform.vsans_asked(), (numbers{0, 1, 29, 30}));
 }
 
@@ -162,7 +137,7 @@ TEST_F(VsanRestriction, ANameOutsideTheColumnStartsFromItsFirstRow) {
 
 TEST_F(VsanRestriction, EndsWhenNoAllowedNumberFollows) {
     platform.restrict_to({1});
-    EXPECT_EQ(walk(), std::vector<oid>{1});
+    EXPECT_EQ(walk_of_indexes(3), std::vector<oid>{1});
     EXPECT_EQ(traced(101, "get_vsanEntry(#) vsan_present:0 \n"), 1) << all_traces();
 }
 
@@ -182,7 +157,7 @@ TEST_F(VsanRestriction, EndsWhenTheManagerFails) {
 
 TEST_F(VsanRestriction, AnEmptyListHidesEverything) {
     platform.restrict_to({});
-    EXPECT_EQ(walk(), std::vector<oid>{});
+    EXPECT_EQ(walk_of_indexes(3), std::vector<oid>{});
     EXPECT_FALSE(get(3, {1}).present);
 }
 
@@ -191,7 +166,7 @@ TEST_F(VsanRestriction, AFullListHidesNothing) {
     for (uint32_t vsan = 0; vsan < 4096; ++vsan)
         all.insert(vsan);
     platform.restrict_to(all);
-    EXPECT_EQ(walk(), (std::vector<oid>{1, 2, 20, 30, 40}));
+    EXPECT_EQ(walk_of_indexes(3), (std::vector<oid>{1, 2, 20, 30, 40}));
 }
 
 TEST_F(VsanRestriction, ColumnsOfOnePduShareTheFirstLookup) {
