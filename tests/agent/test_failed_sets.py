@@ -107,6 +107,13 @@ def test_a_failed_creation_is_backed_out_and_leaves_nothing(writer, manager):
     assert_nothing_staged(writer, manager, 50)
 
 
+def test_a_refused_creation_is_not_sent_again_for_the_columns_behind_it(writer, manager):
+    refuse(manager, 50)
+    assert writer.set(row_status(50, CREATE_AND_GO), name(50, "fifty"), state(50, 2)) == ("genErr", 1)
+    assert manager.changes() == [(SET, 50), (DELETE, 50)]
+    assert_nothing_staged(writer, manager, 50)
+
+
 def test_a_creation_is_taken_back_when_another_varbind_fails(operator):
     assert operator.set(row_status(50, CREATE_AND_GO), name(20, "engineering")) == ("inconsistentName", 2)
     assert not exists(operator, 50)

@@ -13,13 +13,16 @@ from harness import wire
 from harness.agent import BY_EXTENSION, DIRECTLY
 from harness.build import AGENT_PRELOAD, EXTENSION, LIBRARIES, MODULE, REPOSITORY
 from harness.clients import EXCEPTIONS, NetSnmp, Packets
+from harness.notifications import SINKS, Receiver, status_change, wait_until_subscribed
 from harness.oids import ARCS, NAMES, ROOT, SYS_DESCR, VSAN_ENTRY, cell, scalar
+from harness.operator_tool import OperatorTool
 
 # The agent's own table of loaded modules: status, and the values that change it.
 LOADED_MODULES = (1, 3, 6, 1, 4, 1, 2021, 13, 14)
 MODULE_STATUS = LOADED_MODULES + (2, 1, 5)
-NEXT_INDEX = LOADED_MODULES + (1, 0)
 LOADED, UNLOADED, LOAD, UNLOAD = 1, 2, 4, 5
+
+ACTIVE, DOWN = 1, 2  # states of a VSAN
 
 WAYS = pytest.mark.parametrize("loading", [BY_EXTENSION, DIRECTLY], ids=["by_extension", "directly"])
 
@@ -86,6 +89,18 @@ def test_unloaded_and_loaded_by_set_while_running(switch, start_agent, loading):
 
 
 @WAYS
+def test_force_flags_are_gone_once_it_was_unloaded(start_switch, start_agent, loading):
+    switch = start_switch(initial={"vsans": [{"id": 10}, {"id": 20}]})
+    operator = NetSnmp(start_agent(switch, loading=loading), user="private")
+    flags = ARCS["vsanFcTimerForceFlag"]
+    operator.set((flags + (10,), "x", "E0"), (flags + (20,), "x", "40"))
+    assert [row.value for row in operator.walk(flags)] == [b"\0", b"\xe0", b"\x40"]
+    operator.set((MODULE_STATUS + (1,), "i", UNLOAD))
+    operator.set((MODULE_STATUS + (1,), "i", LOAD))
+    assert [row.value for row in operator.walk(flags)] == [b"\0"] * 3
+
+
+@WAYS
 def test_unloaded_for_good_the_agent_goes_on_and_ends_well(switch, start_agent, loading):
     agent = start_agent(switch, loading=loading)
     client = NetSnmp(agent)
@@ -144,17 +159,32 @@ def test_second_copy_loaded_beside_the_first_does_no_harm(switch, start_agent):
     assert_serves(client, switch)
 
 
-@pytest.mark.parametrize("failing", [1, 2], ids=["first_list", "second_list"])
-def test_list_creation_failing_at_start_answers_nothing_and_does_no_harm(switch, start_agent, folder, failing):
+@pytest.fixture(params=[1, 2], ids=["first_list", "second_list"])
+def failing_lists(request, folder):
+    """A library for an agent's LD_PRELOAD with which one list cannot be made at its start."""
     source, library = folder / "lists.c", folder / "lists.so"
     source.write_text("static int calls;\n"
-                      "int indxobj_create(void) { return ++calls == %d ? 0 : 2; }\n" % failing)
+                      "int indxobj_create(void) { return ++calls == %d ? 0 : 2; }\n" % request.param)
     subprocess.run(["cc", "-shared", "-fPIC", "-o", library, source], check=True)
-    agent = start_agent(switch, preload=library)
+    return library
+
+
+def test_list_creation_failing_at_start_answers_nothing_and_does_no_harm(switch, start_agent, failing_lists):
+    agent = start_agent(switch, preload=failing_lists)
     client = NetSnmp(agent)
     assert_answers_nothing(client)
     agent.reload()  # the counter goes on: this time both lists can be made
     assert_serves(client, switch)
+
+
+def test_list_creation_failing_at_start_leaves_the_notifications(started, start_switch, start_agent, failing_lists):
+    switch = start_switch(initial={"vsans": [{"id": 10}]})
+    receiver = started.add(Receiver(started.folders.make())).start()
+    agent = start_agent(switch, preload=failing_lists, lines=[SINKS["v2c trap"].format(port=receiver.port)])
+    wait_until_subscribed(switch, agent)
+    assert_answers_nothing(NetSnmp(agent))
+    OperatorTool(switch)("vsan", "create", 50)
+    assert receiver.next() == status_change(50, ACTIVE, DOWN)
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="only root can start an agent as another user")

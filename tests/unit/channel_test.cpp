@@ -260,6 +260,26 @@ TEST_F(Channel, LastChangeWithANegativeUptimeIsZero) {
     EXPECT_EQ(last_change(1000000 + 21474836, 0), 2147483600u) << "the last second before that";
 }
 
+TEST_F(Channel, LastChangeLeavesTheUptimeItselfInTheCountsCell) {
+    platform.on(125, 1).reply(words({7}));
+    const uint32_t *count = get_using_cmi(125, nullptr, 4);
+    agent_started_at(1000000, 0);
+    EXPECT_EQ(last_change(1000002, 0), 200u);
+    EXPECT_EQ(*count, 200u);
+    EXPECT_EQ(last_change(999999, 0), 0u);
+    EXPECT_EQ(*count, static_cast<uint32_t>(-100)) << "as the agent gave it";
+}
+
+TEST_F(Channel, LastChangeLongBeforeTheAgentsStartIsZeroHoweverLong) {
+    constexpr uint32_t start = 1790000000, day = 86400;
+    agent_started_at(start, 0);
+    for (uint32_t days = 1; days < start / day; days += 7)
+        EXPECT_EQ(last_change(start - days * day, 0), 0u) << days;
+    EXPECT_EQ(last_change(0, 0), 0u) << "never";
+    EXPECT_EQ(last_change(start + 249 * day, 0), 0u) << "as far ahead";
+    EXPECT_EQ(last_change(start + 498 * day, 0), 0u) << "so far ahead that 32 unsigned bits turn over";
+}
+
 TEST_F(Channel, LastChangeSurvivesAnyReply) {
     agent_started_at(1000000, 0);
     for (const uint32_t seconds : {0u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {

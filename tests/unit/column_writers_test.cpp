@@ -300,6 +300,16 @@ TEST_P(ColumnWriter, ARestrictedUserMayChangeAVsanOfTheRole) {
     EXPECT_EQ(platform.list_sizes_passed, std::vector<uint32_t>{512});
 }
 
+TEST_P(ColumnWriter, AnyListResultButZeroRestrictsAndAnyAnswerButZeroPermits) {
+    for (const int answer : {2, -1}) {
+        platform.restriction_result = platform.permitted_result = answer;
+        platform.restrict_to({20});
+        EXPECT_EQ(reserve(GetParam().type, good_value()).status, 5) << answer;
+        platform.restrict_to({10});
+        EXPECT_EQ(reserve(GetParam().type, good_value()).status, 0) << answer;
+    }
+}
+
 TEST_P(ColumnWriter, NoListIsConsultedForAnUnrestrictedUser) {
     EXPECT_EQ(reserve(GetParam().type, good_value()).status, 0);
     EXPECT_EQ(platform.allowed_calls.size(), 1u);

@@ -152,6 +152,25 @@ TEST_F(FcTimerRestriction, GetIsAskedAndThenHidden) {
     EXPECT_TRUE(platform.errors_set.empty());
 }
 
+TEST_F(FcTimerRestriction, AnyListResultButZeroRestricts) {
+    platform.restrict_to({30});
+    for (const int result : {2, -1}) {
+        platform.restriction_result = result;
+        EXPECT_FALSE(get(RATOV, {20}).present) << result;
+        EXPECT_EQ(walk_of_indexes(RATOV), std::vector<oid>{30}) << result;
+    }
+}
+
+TEST_F(FcTimerRestriction, AnyAnswerButZeroPermitsAVsan) {
+    platform.restrict_to({1, 30});
+    for (const int permitted : {2, -1}) {
+        platform.permitted_result = permitted;
+        EXPECT_TRUE(get(RATOV, {30}).present) << permitted;
+        EXPECT_FALSE(get(RATOV, {20}).present) << permitted;
+        EXPECT_EQ(walk_of_indexes(RATOV), (std::vector<oid>{1, 30})) << permitted;
+    }
+}
+
 TEST_F(FcTimerRestriction, TheVsanThatCameBackIsTestedNotTheOneAskedFor) {
     platform.restrict_to({20});
     timer_answers = {{0, 0, timer_record(8, 1, 1, 0, 30, 0)}};
@@ -167,6 +186,19 @@ TEST_F(FcTimerRestriction, WalkSeesThePermittedVsansAndAsksFromTheNumberBefore) 
     EXPECT_EQ(timers_asked(), (std::vector<uint32_t>{1, 2, 30, 40}));
     EXPECT_EQ(traced(101, "get_vsanFcTimerEntry(#) vsan_present:30 \n"), 1) << all_traces();
     EXPECT_EQ(traced(101, "get_vsanFcTimerEntry(#) vsan_present:0 \n"), 1) << all_traces();
+}
+
+TEST_F(FcTimerRestriction, AnArcThatIsNegativeComesBeforeTheFirstVsan) {
+    platform.restrict_to({30});
+    vsan_answers = {{0, 0, row_reply(platform.vsans.at(1))}};
+    EXPECT_EQ(column.get_next(column.instance({0x80000000})).name, column.instance({30}));
+    EXPECT_EQ(starts_asked(), (std::vector<int64_t>{0x80000000, 29}));
+}
+
+TEST_F(FcTimerRestriction, TheJumpIsFromTheColumnWhateverNameWasAsked) {
+    platform.restrict_to({30});
+    timer_answers = {{0, 0, std::nullopt}}; // leaves the name as it was asked
+    EXPECT_EQ(column.get_next({1, 3, 6}).name, column.instance({30}));
 }
 
 TEST_F(FcTimerRestriction, EndsWhereNothingPermittedFollows) {

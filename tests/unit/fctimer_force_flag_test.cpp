@@ -11,13 +11,16 @@ class ForceFlagWrite : public FcTimerTest {
   protected:
     static oid_name instance(oid vsan) { return registered_object(FORCE_FLAG).instance({vsan}); }
 
-    static int call(int phase, uint8_t type, const bytes &value, oid vsan = 10) {
+    static int call(int phase, uint8_t type, const bytes &value, const oid_name &name) {
         forget_traces();
         testing::internal::CaptureStderr();
-        const int status = write(set_vsanFcTimerForceFlag, phase, type, value, instance(vsan));
+        const int status = write(set_vsanFcTimerForceFlag, phase, type, value, name);
         fflush(stderr);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
         return status;
+    }
+    static int call(int phase, uint8_t type, const bytes &value, oid vsan = 10) {
+        return call(phase, type, value, instance(vsan));
     }
     static int act(uint8_t flags, oid vsan = 10) { return call(ACTION_PHASE, OCTETS, {flags}, vsan); }
 
@@ -109,6 +112,17 @@ TEST_F(ForceFlagWrite, AnyVsanFrom1To4095IsAnInstance) {
         EXPECT_EQ(act(0x80, vsan), 5) << vsan;
     }
     EXPECT_EQ(std::count(std::begin(vsanFcTimerForceFlags), std::end(vsanFcTimerForceFlags), 0x80), 2);
+    EXPECT_TRUE(platform.errors_set.empty()) << "a missing VSAN is only mapped";
+}
+
+TEST_F(ForceFlagWrite, ANameOfAnotherLengthIsNoInstance) {
+    const registered_object column(FORCE_FLAG);
+    for (const oid_name &name : {column.name(), column.instance({10, 1})}) {
+        EXPECT_EQ(call(RESERVE1_PHASE, OCTETS, {0x80}, name), 18);
+        EXPECT_EQ(call(ACTION_PHASE, OCTETS, {0x80}, name), 5) << "mapped, not a name status";
+    }
+    EXPECT_EQ(std::count(std::begin(vsanFcTimerForceFlags), std::end(vsanFcTimerForceFlags), 0), 4096);
+    EXPECT_TRUE(platform.errors_set.empty());
 }
 
 TEST_F(ForceFlagWrite, ARestrictedUserMayWriteTheirOwnVsansOnly) {

@@ -46,6 +46,20 @@ TEST_F(FcTimerLookup, KindFollowsServiceShowRunModeAndPurpose) {
     }
 }
 
+TEST_F(FcTimerLookup, TheServiceIsAskedFirstOfAll) {
+    const std::vector<std::string> asked = {"tdx enabled", "tdx show-run mode"};
+    const auto calls_of = [&](const oid_name &wanted, int exact) {
+        platform.journal.clear();
+        look_up(column, wanted, exact, 0);
+        return platform.journal;
+    };
+    EXPECT_EQ(calls_of(name, 1), (std::vector<std::string>{asked[0], asked[1], "request 127 kind 1"}));
+    EXPECT_EQ(calls_of(name, 0),
+              (std::vector<std::string>{asked[0], asked[1], "request 149 kind 2", "request 127 kind 1"}));
+    EXPECT_EQ(calls_of(column.instance({0}), 1), asked) << "for a VSAN that cannot be, too";
+    EXPECT_EQ(calls_of(column.instance({4096}), 0), asked);
+}
+
 TEST_F(FcTimerLookup, AServiceThatCannotBeAskedCountsAsNotEnabled) {
     platform.tdx_enabled = 1;
     for (const uint32_t status : {some_failure, UINT32_MAX}) {

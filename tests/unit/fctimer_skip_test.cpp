@@ -97,6 +97,17 @@ TEST_F(FcTimerSkip, TheSearchGoesOnWithTheRequestOfItsPurpose) {
     EXPECT_EQ(timer_kinds(), (std::vector<uint32_t>{5, 5}));
 }
 
+TEST_F(FcTimerSkip, AVsanWithoutAValueAtTheManagerItselfIsPassedOverForASetToo) {
+    timer_answers = {{tdx_refused, 0, std::nullopt}, {no_such_attribute, 0, std::nullopt}};
+    const lookup_result result = look_up(column, column.instance({20}), 1, 1);
+    EXPECT_EQ(result.status, 0u);
+    EXPECT_EQ(result.name, column.instance({30}));
+    EXPECT_EQ(result.record.value, value_of(5, 30, 8));
+    EXPECT_EQ(timers_asked(), (std::vector<uint32_t>{20, 20, 30}));
+    EXPECT_EQ(timer_kinds(), (std::vector<uint32_t>{5, 1, 5})) << "it stays a question to the service";
+    EXPECT_TRACED(101, "header_vsanFcTimerEntry : attr not found for vsan-id : 20 ");
+}
+
 TEST_F(FcTimerSkip, AServiceSwitchedOffInTheMiddleIsNoticed) {
     without_value = {20};
     platform.manager = [](const sent_request &request) -> scripted_reply {

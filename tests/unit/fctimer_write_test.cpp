@@ -188,8 +188,18 @@ TEST_P(FcTimerWrite, ARestrictedUserMayWriteTheirOwnVsansOnly) {
 
 TEST_P(FcTimerWrite, AnyListResultButZeroRestricts) {
     platform.restrict_to({20});
-    platform.restriction_result = 2;
-    EXPECT_EQ(reserve(UNSIGNED, as_long(10000), 30), 5);
+    for (const int result : {2, -1}) {
+        platform.restriction_result = result;
+        EXPECT_EQ(reserve(UNSIGNED, as_long(10000), 30), 5) << result;
+    }
+}
+
+TEST_P(FcTimerWrite, AnyAnswerButZeroPermitsAVsan) {
+    platform.restrict_to({20});
+    for (const int permitted : {2, -1}) {
+        platform.permitted_result = permitted;
+        EXPECT_EQ(reserve(UNSIGNED, as_long(10000), 20), 0) << permitted;
+    }
 }
 
 TEST_P(FcTimerWrite, ActionSendsOneRequestWithTheWholeEnvelope) {
@@ -216,9 +226,11 @@ TEST_P(FcTimerWrite, ActionSendsOneRequestWithTheWholeEnvelope) {
 TEST_P(FcTimerWrite, ActionReadsAWordAsItReadsALong) {
     EXPECT_EQ(call(ACTION_PHASE, UNSIGNED, as_word(GetParam().lowest), instance(20)), 0);
     EXPECT_EQ(act(GetParam().lowest), 0);
-    ASSERT_EQ(platform.requests.size(), 2u);
+    EXPECT_EQ(call(ACTION_PHASE, UNSIGNED, as_word(6000, 2), instance(20)), 0);
+    ASSERT_EQ(platform.requests.size(), 3u);
     EXPECT_EQ(platform.requests[0].payload, timer_record(GetParam().key, GetParam().lowest, 1, 0, 20, 0));
     EXPECT_EQ(platform.requests[1].payload, platform.requests[0].payload);
+    EXPECT_EQ(platform.requests[2].payload, timer_record(GetParam().key, 6000, 1, 0, 20, 0));
 }
 
 TEST_P(FcTimerWrite, ForceByteIsTheTimersOwnBitOfItsVsan) {
@@ -294,6 +306,7 @@ TEST_P(FcTimerWrite, ARefusalIsTracedRecordedAndMappedAndTheHeartbeatBalanced) {
         EXPECT_EQ(platform.requests.size(), 1u) << "not sent again";
         EXPECT_EQ(platform.heartbeats, (std::vector<int>{1, 0}));
         EXPECT_EQ(platform.errors_set, (std::vector<std::pair<uint32_t, uint32_t>>{{refused.reply.status, 200}}));
+        EXPECT_EQ(last_timer_status, refused.reply.status);
         EXPECT_TRACED(100, function() + " : ACTION set REq failed , " + failure_text(refused.reply.status) + "  ");
     }
 }

@@ -100,6 +100,10 @@ TEST_F(IfRestriction, MovingIntoAPermittedVsanIsAllowed) {
     EXPECT_EQ(platform.vsan_checks[0].vsan, 20u);
     EXPECT_EQ(platform.vsan_checks[0].name, name);
     EXPECT_EQ(platform.vsan_checks[0].pdu_type, for_set);
+    for (const int permitted : {2, -1}) {
+        platform.permitted_result = permitted;
+        EXPECT_EQ(process(to_move, 20, for_set), 0) << permitted;
+    }
     EXPECT_TRUE(platform.errors_set.empty());
 }
 

@@ -236,9 +236,20 @@ TEST_F(MembershipSummary, RestrictedGetAsksBeforeItTests) {
 
 TEST_F(MembershipSummary, AnyListResultButZeroRestricts) {
     platform.restrict_to({20});
-    platform.restriction_result = 2;
-    EXPECT_FALSE(object.get(object.instance({20, 7})).present);
-    EXPECT_EQ(pairs_of_walk(), (pairs{{20, 7}, {20, 16777216}}));
+    for (const int result : {2, -1}) {
+        platform.restriction_result = result;
+        EXPECT_FALSE(object.get(object.instance({20, 7})).present) << result;
+        EXPECT_EQ(pairs_of_walk(), (pairs{{20, 7}, {20, 16777216}})) << result;
+    }
+}
+
+TEST_F(MembershipSummary, AnyAnswerButZeroPermitsAVsan) {
+    platform.restrict_to({0, 20});
+    for (const int permitted : {2, -1}) {
+        platform.permitted_result = permitted;
+        EXPECT_TRUE(object.get(object.instance({20, 7})).present) << permitted;
+        EXPECT_EQ(pairs_of_walk(), (pairs{{20, 7}, {20, 16777216}})) << permitted;
+    }
 }
 
 TEST_F(MembershipSummary, RestrictedWalkSeesThePermittedVsansWholly) {

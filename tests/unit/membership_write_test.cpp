@@ -123,7 +123,23 @@ TEST_F(MembershipWrite, AppliesTheInterfaceRuleToTheLastArcForASet) {
     ASSERT_EQ(platform.vsan_checks.size(), 1u);
     EXPECT_EQ(platform.vsan_checks[0].vsan, 30u);
     EXPECT_EQ(platform.vsan_checks[0].pdu_type, 163);
+
+    const oid_name longer = registered_object(16).instance({16777216, 7});
+    EXPECT_EQ(write(set_vsanIfVsan, RESERVE1_PHASE, INTEGER, as_long(30), longer), 0);
+    EXPECT_EQ(platform.allowed_calls.back().name, longer);
+    EXPECT_EQ(platform.role_checks.back().if_index, 7u);
     EXPECT_TRUE(platform.requests.empty());
+}
+
+TEST_F(MembershipWrite, ActionForANameOfAnotherLengthAsksForInterfaceZero) {
+    platform.on(124, 1).status(0x40190001);
+    const registered_object object(16);
+    for (const oid_name &other : {object.name(), object.instance({16777216, 7})}) {
+        platform.requests.clear();
+        EXPECT_EQ(write(set_vsanIfVsan, ACTION_PHASE, INTEGER, as_long(30), other), 18);
+        ASSERT_EQ(platform.requests.size(), 1u);
+        EXPECT_EQ(platform.requests[0].payload, if_record(0, 0, 0));
+    }
 }
 
 TEST_F(MembershipWrite, AVsanThatIsNotTheUsersIsAGeneralErrorRecordedOnce) {
@@ -174,10 +190,11 @@ TEST_F(MembershipWrite, ActionReadsTheRecordAndSendsItWithTheNewVsan) {
 TEST_F(MembershipWrite, ActionReadsAWordAsItReadsALong) {
     manager_accepts();
     EXPECT_EQ(write(set_vsanIfVsan, ACTION_PHASE, INTEGER, as_word(30), name), 0);
+    EXPECT_EQ(write(set_vsanIfVsan, ACTION_PHASE, INTEGER, as_word(30, 2), name), 0);
     EXPECT_EQ(act(30), 0);
-    ASSERT_EQ(platform.requests.size(), 4u);
-    EXPECT_EQ(platform.requests[1].payload, moved_record(30));
-    EXPECT_EQ(platform.requests[3].payload, moved_record(30));
+    ASSERT_EQ(platform.requests.size(), 6u);
+    for (const size_t sent : {1u, 3u, 5u})
+        EXPECT_EQ(platform.requests[sent].payload, moved_record(30)) << sent;
 }
 
 TEST_F(MembershipWrite, ActionSendsTheRecordThatCameBack) {

@@ -59,6 +59,19 @@ TEST_F(NotificationControl, RefusesEveryOtherLengthOnStandardError) {
     }
 }
 
+TEST_F(NotificationControl, RemembersWhereTheLastValueOfItsTypeAndLengthLay) {
+    oid name[] = {1, 3};
+    bytes values[] = {as_long(1), as_long(3)}; // in range or not
+    for (bytes &value : values) {
+        write_vsanNotificationCntl(RESERVE1_PHASE, value.data(), INTEGER, value.size(), nullptr, name, 2);
+        EXPECT_EQ(last_notification_control, value.data());
+        for (const int phase : {int{RESERVE1_PHASE}, int{UNDO_PHASE}})
+            call(phase, 0x04, as_long(1));
+        call(RESERVE1_PHASE, INTEGER, bytes(5));
+        EXPECT_EQ(last_notification_control, value.data());
+    }
+}
+
 TEST_F(NotificationControl, ActionSendsOneWhateverWasWritten) {
     platform.on(8018, 3).no_data();
     platform.user = "alice";

@@ -56,7 +56,9 @@ class NotificationTest : public ModuleTest {
         size_t length = 0;
         notification result = {};
         result.send = send;
+        platform.send_flag = &result.send;
         netsnmp_variable_list *list = platform.notifications.at(event_class)(message, trap, &length, &result.send);
+        platform.send_flag = nullptr;
         result.has_list = list != nullptr;
         result.name.assign(trap, trap + length);
         for (const netsnmp_variable_list *at = list; at != nullptr; at = at->next_variable) {

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include <sys/stat.h>
+
 namespace {
 
 constexpr uint8_t INTEGER = 0x02;
@@ -156,6 +158,34 @@ TEST_F(RowStatus, TwoRowStatusesOfOneVsanShareOneCopy) {
     release(10);
 }
 
+TEST_F(RowStatus, TheCopyIsOfTheRowAsReadLast) {
+    EXPECT_EQ(read_and_reserve(10, row_active), 0);
+    platform.vsans[10].mtu = 1000;
+    forget_traces();
+    EXPECT_EQ(read_and_reserve(10, row_destroy), 0);
+    EXPECT_EQ(only_record(vsanEntry_undo_list).vsanMtu, 1000);
+    EXPECT_TRACED(101, "set_vsanRowStatus(#) indexobj_Add to undo_list \n");
+    release(10);
+}
+
+TEST_F(RowStatus, AnyListResultButZeroRestrictsAndAnyAnswerButZeroPermits) {
+    platform.restrict_to({10});
+    for (const int answer : {2, -1}) {
+        platform.restriction_result = platform.permitted_result = answer;
+        EXPECT_EQ(reserve(INTEGER, as_long(row_destroy), {20}), 5) << answer;
+        EXPECT_EQ(reserve(INTEGER, as_long(row_destroy), {10}), 0) << answer;
+    }
+}
+
+TEST_F(RowStatus, ARestrictionIsAskedAboutTheLastArc) {
+    platform.restrict_to({10});
+    EXPECT_EQ(reserve(INTEGER, as_long(row_destroy), {20}), 5);
+    EXPECT_EQ(reserve(INTEGER, as_long(row_destroy), {10}), 0);
+    // Too long a name stands for VSAN 0, whoever asks; it is still its last arc that counts.
+    EXPECT_EQ(reserve(INTEGER, as_long(row_destroy), {10, 20}), 5);
+    EXPECT_EQ(reserve(INTEGER, as_long(row_destroy), {20, 10}), 0);
+}
+
 TEST_F(RowStatus, CreateAndGoStagesARowWithDefaults) {
     EXPECT_EQ(reserve(INTEGER, as_long(row_create_and_go)), 0);
     expect_traces({{101, entered},
@@ -272,7 +302,7 @@ TEST_F(RowStatus, ActionOfActiveSendsTheRowAsRead) {
                    {101, "set_vsanRowStatus(#) ret_code:" + failure_text(0) + " \n"},
                    {101, "set_vsanRowStatus(#) make SET_REQ \n"},
                    {101, "Sending SET req to vsan for " + sent_traced + "  nwlatency 700\n"},
-                   {101, "scripted : set_vsanRowStatus(#) SET for vsanIndex 10 succeeded\n"}});
+                   {101, "set_vsanRowStatus : set_vsanRowStatus(#) SET for vsanIndex 10 succeeded\n"}});
 }
 
 TEST_F(RowStatus, ActionOfDestroyDeletesTheRowAsRead) {
@@ -284,7 +314,7 @@ TEST_F(RowStatus, ActionOfDestroyDeletesTheRowAsRead) {
                    {101, "set_vsanRowStatus(#) ret_code:" + failure_text(0) + " \n"},
                    {101, "set_vsanRowStatus(#) make DELTE_REQ \n"},
                    {101, "Sending DELETE req to vsan for " + sent_traced + "  nwlatency 700\n"},
-                   {101, "scripted : set_vsanRowStatus(#) DELETE for vsanIndex 10 succeeded\n"}});
+                   {101, "set_vsanRowStatus : set_vsanRowStatus(#) DELETE for vsanIndex 10 succeeded\n"}});
 }
 
 TEST_F(RowStatus, ActionOfACreationFindsTheRowCreatedMeanwhile) {
@@ -314,7 +344,7 @@ TEST_F(RowStatus, ActionOfCreateAndGoSendsThePendingRowAndKeepsIt) {
          {101,
           "Sending SET req to vsan for vsan = 99 name VSAN0099 mediatype 1 mtu 2112 inorderdeliver 0 interopermode "
           "100 loadbtype 2 state 1  nwlatency 0\n"},
-         {101, "scripted : set_vsanRowStatus(#) SET for vsanIndex 99 succeeded\n"}});
+         {101, "set_vsanRowStatus : set_vsanRowStatus(#) SET for vsanIndex 99 succeeded\n"}});
     EXPECT_EQ(listed(vsanEntry_list), (std::vector<int64_t>{99}));
     EXPECT_EQ(only_record(vsanEntry_list).vsanRowStatus, 1);
     release(99);
@@ -460,15 +490,19 @@ TEST_F(RowStatus, SuccessIsWrittenToTheDebugFileWhenOneIsOpen) {
     refuse(kind_set, 10, some_failure);
     act(10, row_active);
     act(10, row_destroy);
+    struct stat file = {};
+    ASSERT_EQ(fstat(fileno(vsan_mib_debug_file), &file), 0);
+    EXPECT_NE(file.st_size, 0) << "whoever follows the file sees each line at once";
     const long written = ftell(vsan_mib_debug_file);
+    EXPECT_EQ(file.st_size, written);
     rewind(vsan_mib_debug_file);
     char text[200] = {};
     const size_t length = fread(text, 1, sizeof text - 1, vsan_mib_debug_file);
     fclose(vsan_mib_debug_file);
     vsan_mib_debug_file = nullptr;
     EXPECT_EQ(static_cast<size_t>(written), length);
-    EXPECT_TRUE(is_trace(text, "scripted : set_vsanRowStatus(#) SET for vsanIndex 10 succeeded\n"
-                               "scripted : set_vsanRowStatus(#) DELETE for vsanIndex 10 succeeded\n"))
+    EXPECT_TRUE(is_trace(text, "set_vsanRowStatus : set_vsanRowStatus(#) SET for vsanIndex 10 succeeded\n"
+                               "set_vsanRowStatus : set_vsanRowStatus(#) DELETE for vsanIndex 10 succeeded\n"))
         << text;
 }
 

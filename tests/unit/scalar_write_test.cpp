@@ -2,6 +2,7 @@
 
 #include "module_test.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -214,6 +215,9 @@ TEST_P(ScalarWrite, ActionReadsAWordAsItReadsALong) {
         EXPECT_EQ(platform.requests[0].payload, record(value));
         EXPECT_EQ(platform.requests[1].payload, record(value));
     }
+    const uint32_t of_two_bytes = std::min(GetParam().highest, 60000u);
+    EXPECT_EQ(write(GetParam().method, ACTION_PHASE, GetParam().type, as_word(of_two_bytes, 2)), 0);
+    EXPECT_EQ(platform.requests.back().payload, record(of_two_bytes));
 }
 
 TEST_P(ScalarWrite, ActionWithoutAUserNamesNone) {
@@ -243,6 +247,7 @@ TEST_P(ScalarWrite, ARefusalIsRecordedAndMapped) {
         EXPECT_EQ(act(GetParam().lowest), refused.error);
         ASSERT_EQ(platform.errors_set.size(), 1u);
         EXPECT_EQ(platform.errors_set[0], (std::pair<uint32_t, uint32_t>{refused.status, 200}));
+        EXPECT_EQ(last_timer_status, refused.status);
         ASSERT_EQ(platform.journal.size(), 4u);
         EXPECT_EQ(platform.journal[0], "heartbeat 1");
         EXPECT_EQ(platform.journal[2], "heartbeat 0") << "whatever the result";

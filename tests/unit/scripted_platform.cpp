@@ -334,6 +334,7 @@ void sysmgr_heartbeat(int blocking) {
 }
 
 uint32_t is_tdx_enabled(const char *feature, uint32_t *enabled) {
+    note("tdx enabled");
     platform.tdx_features.emplace_back(feature);
     if (platform.tdx_enabled_status == 0)
         *enabled = platform.tdx_enabled;
@@ -341,6 +342,7 @@ uint32_t is_tdx_enabled(const char *feature, uint32_t *enabled) {
 }
 
 uint32_t get_tdx_show_run_mode(const char *feature, uint32_t *mode) {
+    note("tdx show-run mode");
     platform.tdx_features.emplace_back(feature);
     if (platform.tdx_show_run_status == 0)
         *mode = platform.tdx_show_run;
@@ -364,7 +366,10 @@ uint32_t vsan_range_config_change_get_info(const void *, uint32_t, uint32_t *con
 
 uint32_t vsan_range_config_change_get_attr_values(const void *payload, uint32_t size, uint32_t key, uint32_t *value,
                                                   uint32_t *old_value) {
-    platform.attribute_reads.push_back({payload, size, key});
+    attribute_read read = {payload, size, key, std::nullopt};
+    if (platform.send_flag != nullptr)
+        read.send = *platform.send_flag;
+    platform.attribute_reads.push_back(read);
     *value = *old_value = 0;
     if (!platform.vsan_event)
         return some_failure;
@@ -416,11 +421,11 @@ netsnmp_variable_list *build_varbind(netsnmp_variable_list *list, const void *va
     return list;
 }
 
-const char *get_snmp_username(int) {
-    return platform.user ? platform.user->c_str() : nullptr;
+const char *get_snmp_username(int session) {
+    return session == 0 && platform.user ? platform.user->c_str() : nullptr;
 }
-uint32_t get_snmp_sessionid(int) {
-    return platform.session;
+uint32_t get_snmp_sessionid(int session) {
+    return session == 0 ? platform.session : 0;
 }
 uint32_t get_pdu_reqid(void) {
     return platform.pdu;
@@ -458,7 +463,7 @@ static bool vsan_is_listed(uint32_t vsan, const allowed_vsan_list &list) {
 int snmp_is_vsan_allowed_in_list(uint32_t vsan, allowed_vsan_list list) {
     note("is allowed %u", vsan);
     platform.list_sizes_passed.push_back(list.size);
-    return vsan_is_listed(vsan, list) ? 1 : 0;
+    return vsan_is_listed(vsan, list) ? platform.permitted_result : 0;
 }
 
 int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
@@ -469,7 +474,7 @@ int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
     for (uint64_t next = uint64_t{*vsan} + 1; next < 4096; ++next) {
         if (vsan_is_listed(static_cast<uint32_t>(next), list)) {
             *vsan = static_cast<uint32_t>(next);
-            return 1;
+            return platform.permitted_result;
         }
     }
     return 0;
@@ -477,7 +482,7 @@ int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
 
 int snmp_is_vsan_allowed_subtree(uint32_t vsan, const oid *name, size_t length, int pdu_type) {
     platform.vsan_checks.push_back({vsan, std::vector<oid>(name, name + length), pdu_type});
-    return !platform.allowed_vsans || platform.allowed_vsans->count(vsan) != 0 ? 1 : 0;
+    return !platform.allowed_vsans || platform.allowed_vsans->count(vsan) != 0 ? platform.permitted_result : 0;
 }
 
 int intf_chk_vsan_role_allowed(uint32_t if_index, int operation, allowed_vsan_list list) {

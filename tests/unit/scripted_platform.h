@@ -148,6 +148,7 @@ struct attribute_read {
     const void *payload;
     uint32_t size;
     uint32_t key;
+    std::optional<int> send; /* the notification's send flag meanwhile, if it is known */
 };
 
 /* What a list does with a key that it already holds. */
@@ -178,6 +179,7 @@ class scripted_platform {
     void restrict_to(std::set<uint32_t> allowed) { allowed_vsans = std::move(allowed); }
     std::optional<std::set<uint32_t>> allowed_vsans;
     int restriction_result = 1; /* of snmp_get_allowed_vsans_subtree for such a user */
+    int permitted_result = 1;   /* how a VSAN is said to be permitted, or one to follow; not 0 */
 
     /* What the role test answers for an interface, 0 where nothing is listed. */
     std::map<uint32_t, int> barred_interfaces;
@@ -190,7 +192,10 @@ class scripted_platform {
     /* What the VSAN library makes of the next events; it decodes nothing otherwise. */
     std::optional<scripted_vsan_event> vsan_event;
 
-    /* Who asks. */
+    /* The send flag of the notification that is being made. */
+    const int *send_flag = nullptr;
+
+    /* Who asks; told for session 0 only. */
     std::optional<std::string> user;
     uint32_t session = 0;
     uint32_t pdu = 1;
@@ -264,8 +269,8 @@ extern scripted_platform platform;
 std::vector<const void *> data_on(const indxobj_list &list);
 
 /* A search that fills the journal beyond this does not end by itself; it is then told
- * that no further VSAN is permitted. */
-constexpr size_t longest_journal = 10000;
+ * that no further VSAN is permitted. Four calls for each VSAN is the most that one takes. */
+constexpr size_t longest_journal = 20000;
 
 /* A status that nobody gives a meaning to, with the text that goes with it. */
 constexpr uint32_t some_failure = 0x40190077u;

@@ -102,6 +102,18 @@ TEST_F(VsanNotification, AFurtherConditionIsSentOnlyWithBothStates) {
     }
 }
 
+TEST_F(VsanNotification, OnlyAFurtherConditionWithdrawsTheNotificationBeforeTheStatesAreRead) {
+    for (const uint32_t condition : {0u, 1u, 0x80000000u}) {
+        SCOPED_TRACE(condition);
+        platform.attribute_reads.clear();
+        platform.vsan_event->condition = condition;
+        EXPECT_EQ(deliver(vsan_config, &message, 7).send, 1);
+        ASSERT_EQ(platform.attribute_reads.size(), 2u);
+        for (const attribute_read &read : platform.attribute_reads)
+            EXPECT_EQ(read.send, condition == 0 ? 7 : 0);
+    }
+}
+
 TEST_F(VsanNotification, TheEventIsTracedWithWhatWasDecoded) {
     platform.vsan_event->is_created = 1;
     deliver(vsan_config, &message);

@@ -55,6 +55,25 @@ TEST_F(VsanRestriction, GetOfAnotherVsanIsAskedAndThenHidden) {
         << all_traces();
 }
 
+TEST_F(VsanRestriction, AnyListResultButZeroRestricts) {
+    platform.restrict_to({30});
+    for (const int result : {2, -1}) {
+        platform.restriction_result = result;
+        EXPECT_FALSE(get(3, {20}).present) << result;
+        EXPECT_EQ(walk_of_indexes(3), std::vector<oid>{30}) << result;
+    }
+}
+
+TEST_F(VsanRestriction, AnyAnswerButZeroPermitsAVsan) {
+    platform.restrict_to({1, 30});
+    for (const int permitted : {2, -1}) {
+        platform.permitted_result = permitted;
+        EXPECT_TRUE(get(3, {30}).present) << permitted;
+        EXPECT_FALSE(get(3, {20}).present) << permitted;
+        EXPECT_EQ(walk_of_indexes(3), (std::vector<oid>{1, 30})) << permitted;
+    }
+}
+
 TEST_F(VsanRestriction, GetOfAVsanThatDoesNotExistIsNotChecked) {
     platform.restrict_to({99});
     EXPECT_FALSE(get(3, {99}).present);

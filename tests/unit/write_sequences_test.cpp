@@ -115,6 +115,14 @@ TEST_F(WriteSequence, CreationWithTheRowStatusFirstSendsTheRowAgainForTheColumns
     expect_requests({lookup(99), lookup(99), lookup(99), creation(wanted), creation(wanted)});
 }
 
+TEST_F(WriteSequence, ARefusedCreationIsNotSentAgainForTheColumns) {
+    refuse(kind_set, 99, some_failure);
+    const vsan_row wanted = created_as(99, "backup");
+    EXPECT_EQ(run({row_status_of(99, row_create_and_go), name_of(99, "backup")}), (set_outcome{5, 1}));
+    expect_requests({lookup(99), lookup(99), lookup(99), creation(wanted), deletion_of_new(99)});
+    EXPECT_TRUE(listed(vsanEntry_list).empty());
+}
+
 TEST_F(WriteSequence, CreationAloneHasDefaults) {
     EXPECT_EQ(run({row_status_of(4095, row_create_and_go)}), success);
     expect_requests({lookup(4095), lookup(4095), creation(created(4095))});

@@ -410,6 +410,7 @@ extern uint8_t vsanFcTimerForceFlags[VSAN_FORCE_FLAGS];
 /* For whoever looks with a debugger; nothing here reads them. */
 extern uint32_t last_loadbalancing_type; /* as requested, accepted or not */
 extern uint32_t last_timer_status;
+extern const u_char *last_notification_control; /* where its value lay, in range or not */
 
 /* Where row status changes are written too, for a developer who opens it; null. */
 extern FILE *vsan_mib_debug_file;

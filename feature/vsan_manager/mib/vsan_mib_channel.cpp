@@ -43,13 +43,19 @@ uint32_t scalar_reply_length(uint32_t opcode) {
     }
 }
 
-// The agent's uptime in hundredths of a second when the clock showed this time. The
-// agent computes with unsigned numbers: a time before its start comes out negative.
-int32_t uptime_at(uint32_t seconds, uint32_t microseconds) {
-    timeval change;
-    change.tv_sec = static_cast<time_t>(seconds);
-    change.tv_usec = static_cast<suseconds_t>(microseconds);
-    return static_cast<int32_t>(static_cast<uint32_t>(netsnmp_timeval_uptime(&change)));
+// The agent's uptime in hundredths of a second when the clock showed this time.
+uint32_t uptime_at(timeval time) {
+    return static_cast<uint32_t>(netsnmp_timeval_uptime(&time));
+}
+
+// Whether that uptime is negative, as a signed number of 32 bits. The agent computes with
+// unsigned numbers, whose sign turns over every 248 days: only the times themselves tell
+// one long before its start from one after it.
+bool is_negative_uptime(timeval time) {
+    const auto *start = static_cast<const timeval *>(netsnmp_get_agent_starttime());
+    const int64_t since_start =
+        (int64_t{time.tv_sec} - start->tv_sec) * 1000000 + (int64_t{time.tv_usec} - start->tv_usec);
+    return since_start < 0 || since_start / 10000 > INT32_MAX;
 }
 
 // Takes a scalar's value out of a reply of sufficient length.
@@ -64,9 +70,9 @@ uint32_t *scalar_value(const char *function, uint32_t opcode, const void *reply)
     case OPCODE_VSAN_TABLE_LAST_CHANGE: {
         const uint32_t seconds = reply_word(reply, 0);
         const uint32_t microseconds = reply_word(reply, 1);
-        const int32_t uptime = uptime_at(seconds, microseconds);
-        count_cell = static_cast<uint32_t>(uptime);
-        value_cell = uptime < 0 ? 0 : count_cell;
+        const timeval change = {static_cast<time_t>(seconds), static_cast<suseconds_t>(microseconds)};
+        count_cell = uptime_at(change);
+        value_cell = is_negative_uptime(change) ? 0 : count_cell;
         VSAN_TRACE(TRACE_EVENT, "%s : Recevied GET response  for VSANTABLELASTCHANGE (tvsec = %d, tvusec = %d) = %d\n",
                    function, static_cast<int>(seconds), static_cast<int>(microseconds), static_cast<int>(value_cell));
         return &value_cell;

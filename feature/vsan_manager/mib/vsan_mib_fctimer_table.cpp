@@ -33,20 +33,28 @@ uint32_t timer_of(int magic) {
     }
 }
 
-// The request kind for a lookup on behalf of a read or, with for_set, of a SET.
-uint32_t lookup_kind(const char *function, int for_set) {
-    uint32_t tdx_enabled = 0;
+// What the distribution service says of the timers.
+struct distribution {
+    uint32_t is_enabled = 0;
     uint32_t show_run_mode = 0;
-    is_tdx_enabled(timer_feature, &tdx_enabled);
-    get_tdx_show_run_mode(timer_feature, &show_run_mode);
+};
 
-    if (tdx_enabled == 0)
+distribution ask_distribution() {
+    distribution answer;
+    is_tdx_enabled(timer_feature, &answer.is_enabled);
+    get_tdx_show_run_mode(timer_feature, &answer.show_run_mode);
+    return answer;
+}
+
+// The request kind for a lookup on behalf of a read or, with for_set, of a SET.
+uint32_t lookup_kind(const char *function, const distribution &service, int for_set) {
+    if (service.is_enabled == 0)
         return GET_REQ;
     if (for_set != 0) {
         VSAN_TRACE(TRACE_EVENT, "%s get_for_set msg_type = TDX_GET_REQ \n", function);
         return TDX_GET_REQ;
     }
-    if (show_run_mode != 0)
+    if (service.show_run_mode != 0)
         return GET_REQ;
     VSAN_TRACE(TRACE_EVENT, "%s msg_type = TDX_GET_REQ \n", function);
     return TDX_GET_REQ;
@@ -143,6 +151,7 @@ uint32_t get_vsanFcTimerEntry_instance(const oid *vp_name, size_t vp_namelen, co
 uint32_t header_vsanFcTimerEntry(const variable *vp, oid *name, size_t *length, int exact, fc_timer_record *record,
                                  int for_set) {
     for (uint32_t passed_over = 0;;) {
+        const distribution service = ask_distribution();
         VSAN_TRACE(TRACE_EVENT, "%s : calling timer_instance() ", __func__);
         const uint32_t found = get_vsanFcTimerEntry_instance(vp->name, vp->namelen, name, length, exact, record);
         VSAN_TRACE(TRACE_EVENT, "%s : done calling timer_instance() ", __func__);
@@ -154,7 +163,7 @@ uint32_t header_vsanFcTimerEntry(const variable *vp, oid *name, size_t *length, 
         const uint32_t vsan = record->vsan;
         record->key = timer_of(vp->magic);
 
-        uint32_t kind = lookup_kind(__func__, for_set);
+        uint32_t kind = lookup_kind(__func__, service, for_set);
         const bool is_tdx_lookup = kind == TDX_GET_REQ;
         VSAN_TRACE(TRACE_EVENT, "%s : Sending  %s request to VSAN mgr vsan_id = %d) timer_type = %d\n", __func__,
                    is_tdx_lookup ? "TDX_GET_REQ" : "GET", static_cast<int>(vsan), static_cast<int>(record->key));

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
+const u_char *last_notification_control;
+
 namespace {
 
 #define ROOT 1, 3, 6, 1, 4, 1, VENDOR_PEN, 9, 282
@@ -34,8 +36,6 @@ constexpr size_t arcs(size_t bytes) {
 // What identifies the port manager in notifications, as it gave it; two zero words
 // while it has not been asked successfully.
 uint32_t port_manager_value[2];
-
-const u_char *remembered_control;
 
 netsnmp_variable_list *add_integer(netsnmp_variable_list *list, uint32_t value, const oid *name, size_t length) {
     const auto number = static_cast<int32_t>(value);
@@ -180,7 +180,7 @@ int write_vsanNotificationCntl(int action, u_char *var_val, u_char var_val_type,
             fputs("write to vsanNotificationCntl: bad length\n", stderr);
             return SNMP_ERR_WRONGLENGTH;
         }
-        remembered_control = var_val;
+        last_notification_control = var_val;
         return integer_value(var_val, var_val_len) - 1 > 1 ? SNMP_ERR_WRONGVALUE : SNMP_ERR_NOERROR;
     case ACTION:
         return vsan_trap_vsan_set(1) == 0 ? SNMP_ERR_NOERROR : SNMP_ERR_GENERR;

@@ -12,11 +12,13 @@ namespace {
 // What was refused last, as handed to the agent's log.
 snmp_error_record error_record;
 
-// The VSAN number that a GETNEXT starts from.
+// The VSAN number that a GETNEXT starts from. An arc that is negative as the signed number
+// that the manager takes it for comes before the first VSAN.
 uint32_t asked_vsan(const variable *vp, const oid *name, size_t length) {
-    if (length > vp->namelen && snmp_oid_compare(name, vp->namelen, vp->name, vp->namelen) == 0)
-        return static_cast<uint32_t>(name[vp->namelen]);
-    return 0;
+    if (length <= vp->namelen || snmp_oid_compare(name, vp->namelen, vp->name, vp->namelen) != 0)
+        return 0;
+    const auto arc = static_cast<uint32_t>(name[vp->namelen]);
+    return arc > INT32_MAX ? 0 : arc;
 }
 
 } // namespace
@@ -63,6 +65,7 @@ bool find_visible_row(const char *function, const vsan_table &table, const varia
         // The manager answers with the first VSAN at or after the permitted one, and so
         // skips everything between in one step.
         asked = permitted - 1;
+        memcpy(name, vp->name, vp->namelen * sizeof *name);
         name[vp->namelen] = asked;
         *length = static_cast<size_t>(vp->namelen) + 1;
     }

@@ -36,18 +36,13 @@ bool is_permitted(const oid *name, size_t name_len) {
 int keep_undo_copy(int32_t index) {
     vsanEntry key = {};
     key.vsanIndex = index;
-    auto *undo = static_cast<vsanEntry *>(indxobj_find(&vsanEntry_undo_list, &key, 0));
-    if (undo != nullptr) {
-        *undo = vsanEntry_current;
-        undo->vsanIndex = index;
-        return SNMP_ERR_NOERROR;
-    }
-    undo = static_cast<vsanEntry *>(malloc(sizeof *undo));
+    auto *kept = static_cast<vsanEntry *>(indxobj_find(&vsanEntry_undo_list, &key, 0));
+    auto *undo = kept != nullptr ? kept : static_cast<vsanEntry *>(malloc(sizeof(vsanEntry)));
     if (undo == nullptr)
         return out_of_resources();
     *undo = vsanEntry_current;
     undo->vsanIndex = index;
-    if (indxobj_add(&vsanEntry_undo_list, undo, undo) == 0) {
+    if (kept == nullptr && indxobj_add(&vsanEntry_undo_list, undo, undo) == 0) {
         VSAN_TRACE(TRACE_FAILURE, "%s(%d) undo_list %d \n", function_name, __LINE__, index);
         free(undo);
         return out_of_resources();
@@ -153,12 +148,12 @@ int send_row(uint32_t kind, const vsanEntry &row) {
         return refused_by_manager(status);
     }
     if (vsan_mib_debug_file != nullptr) {
-        fprintf(vsan_mib_debug_file, "%s : %s(%d) %s for vsanIndex %d succeeded\n", sdwrap_dbg_modname, function_name,
+        fprintf(vsan_mib_debug_file, "%s : %s(%d) %s for vsanIndex %d succeeded\n", function_name, function_name,
                 __LINE__, word, row.vsanIndex);
         fflush(vsan_mib_debug_file);
     }
-    VSAN_TRACE(TRACE_EVENT, "%s : %s(%d) %s for vsanIndex %d succeeded\n", sdwrap_dbg_modname, function_name, __LINE__,
-               word, row.vsanIndex);
+    VSAN_TRACE(TRACE_EVENT, "%s : %s(%d) %s for vsanIndex %d succeeded\n", function_name, function_name, __LINE__, word,
+               row.vsanIndex);
     return SNMP_ERR_NOERROR;
 }
 
@@ -182,7 +177,11 @@ int action_without_row(int32_t wanted, const vsanEntry &key, uint32_t status) {
                __LINE__, created->vsanIndex);
     VSAN_TRACE(TRACE_EVENT, "%s(%d): SET REQ create a new entry! \n", function_name, __LINE__);
     created->vsanRowStatus = SNMP_ROW_ACTIVE;
-    return send_row(SET_REQ, *created);
+    const int result = send_row(SET_REQ, *created);
+    // What the manager has refused must not go out again with a later column of this PDU.
+    if (result != SNMP_ERR_NOERROR)
+        free(indxobj_remove(&vsanEntry_list, &key));
+    return result;
 }
 
 int action(const u_char *value, size_t length, const oid *name, size_t name_len) {

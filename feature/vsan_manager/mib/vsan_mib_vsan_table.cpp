@@ -16,13 +16,10 @@ namespace {
  * further column of a row within one PDU; a later PDU has another request id, so it
  * never sees an old row. Its key is what was asked, not what came back.
  */
-struct instance_cache {
-    int32_t last_index; // the VSAN number sent; -1 when the cache is empty
-    uint32_t last_reqid;
-    int last_exact;
-    vsanEntry row; // as received
-};
-instance_cache cache = {-1, 0, 0, {}};
+int32_t last_index = -1; // the VSAN number sent; -1 when the cache is empty
+uint32_t last_reqid;
+int last_exact;
+vsanEntry vsanEntry_cache; // as received
 
 u_char *integer_result(void *value, size_t *var_len) {
     *var_len = sizeof(uint32_t);
@@ -100,17 +97,16 @@ uint32_t header_vsanEntry(const oid *vp_name, size_t vp_namelen, oid *name, size
     }
 
     const int32_t index = entry->vsanIndex;
-    if (cache.last_index != -1 && get_pdu_reqid() == cache.last_reqid && exact == cache.last_exact &&
-        index == cache.last_index) {
+    if (last_index != -1 && get_pdu_reqid() == last_reqid && exact == last_exact && index == last_index) {
         VSAN_TRACE(TRACE_EVENT,
                    "%s : %s(%d) found the entry for vsan %d in the cache (last_index %d last_exact %d cache_index %d "
                    "returning from cache\n",
-                   __func__, __func__, __LINE__, index, cache.last_index, cache.last_exact, cache.row.vsanIndex);
-        *entry = cache.row;
+                   __func__, __func__, __LINE__, index, last_index, last_exact, vsanEntry_cache.vsanIndex);
+        *entry = vsanEntry_cache;
     } else {
         // The key changes before the request goes out: whatever comes back belongs to it.
-        cache.last_reqid = get_pdu_reqid();
-        cache.last_exact = exact;
+        last_reqid = get_pdu_reqid();
+        last_exact = exact;
 
         VSAN_TRACE(TRACE_EVENT, "%s(%d) : Sending %s request to VSAN mgr with payload (size = %d) vsanIndex = %d\n",
                    __func__, __LINE__, exact != 0 ? "GET " : "GETNEXT", static_cast<int>(sizeof(vsanEntry_block)),
@@ -122,11 +118,11 @@ uint32_t header_vsanEntry(const oid *vp_name, size_t vp_namelen, oid *name, size
             const char *reason = manager_error_text(status);
             VSAN_TRACE(TRACE_FAILURE, "%s(%d) : %s request FAILED for vsanIndex = %d with error : %s\n", __func__,
                        __LINE__, exact != 0 ? "GET " : "GETNEXT", index, reason);
-            cache.last_index = -1;
+            last_index = -1;
             return status;
         }
-        cache.last_index = index;
-        cache.row = *entry;
+        last_index = index;
+        vsanEntry_cache = *entry;
         VSAN_TRACE(TRACE_EVENT,
                    "%s(%d) : Received  %s response from VSAN mgr with payload (size = %d) Index = %d MediaType = %d, "
                    "State=%d, Mtu=%d, IODelivery = %d, vsanInteropMode=%d, LoadBalancingType=%d, rowStatus=%d, "
