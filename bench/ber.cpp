@@ -4,11 +4,12 @@
 #include <stdexcept>
 #include <string>
 
-namespace bench {
+namespace ber {
 
 namespace {
 
 constexpr std::size_t short_length = 0x80; /* from here on a length takes octets of its own */
+constexpr std::size_t max_length_octets = 4;
 
 } // namespace
 
@@ -63,8 +64,9 @@ std::optional<View> Reader::take(std::uint8_t tag) {
     std::size_t length = rest_[1];
     std::size_t header = 2;
     if (length >= short_length) {
-        header += length - short_length;
-        if (length == short_length || header > 4 || header > rest_.size())
+        const std::size_t octets = length - short_length;
+        header += octets;
+        if (octets == 0 || octets > max_length_octets || header > rest_.size())
             return std::nullopt;
         length = 0;
         for (std::size_t i = 2; i < header; ++i)
@@ -77,14 +79,14 @@ std::optional<View> Reader::take(std::uint8_t tag) {
     return content;
 }
 
-std::optional<std::int32_t> Reader::take_integer() {
+std::optional<std::int64_t> Reader::take_integer() {
     const auto content = take(tag_integer);
-    if (!content || content->empty() || content->size() > 4)
+    if (!content || content->empty() || content->size() > sizeof(std::int64_t))
         return std::nullopt;
-    std::uint32_t value = (*content)[0] & 0x80 ? UINT32_MAX : 0;
+    std::uint64_t value = (*content)[0] & 0x80 ? UINT64_MAX : 0;
     for (const std::uint8_t octet : *content)
         value = value << 8 | octet;
-    return static_cast<std::int32_t>(value);
+    return static_cast<std::int64_t>(value);
 }
 
-} // namespace bench
+} // namespace ber

@@ -1,9 +1,9 @@
 /*
- * The few pieces of BER that SNMPv2c messages are made of. Lengths are definite; what is
- * written has the shortest form, what is read may have any.
+ * The few pieces of BER that SNMP messages are made of, for clients that do not use the
+ * agent's own library. Lengths are definite; what is read may have them in any form.
  */
-#ifndef BENCH_BER_H
-#define BENCH_BER_H
+#ifndef BER_H
+#define BER_H
 
 #include <cstdint>
 #include <optional>
@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-namespace bench {
+namespace ber {
 
 using Octets = std::vector<std::uint8_t>;
 using View = std::span<const std::uint8_t>;
@@ -53,13 +53,13 @@ class Reader {
      * does not fit. */
     std::optional<View> take(std::uint8_t tag);
 
-    /* The same for an INTEGER of at most four octets. */
-    std::optional<std::int32_t> take_integer();
+    /* The same for an INTEGER of at most eight octets. */
+    std::optional<std::int64_t> take_integer();
 
   private:
     View rest_;
 };
 
-} // namespace bench
+} // namespace ber
 
 #endif

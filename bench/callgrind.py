@@ -12,7 +12,7 @@ from pathlib import Path
 # not on the code. They and what they call are not counted.
 WAITING = (
     "*mts_spin_until*",
-    "*SpinWait::*",
+    "*SpinWait::until*",
 )
 
 

@@ -22,6 +22,8 @@
 
 namespace bench {
 
+using namespace ber;
+
 namespace {
 
 constexpr std::uint32_t max_outstanding = 256; /* a request id's lowest octet is its slot */
@@ -202,7 +204,7 @@ class SnmpStream : public Stream {
         if (!id || !status || !index || !varbinds || !fields.at_end())
             wrong("not a PDU");
         const std::uint32_t at = static_cast<std::uint32_t>(*id) & (max_outstanding - 1);
-        if (at >= slots_.size() || slots_[at].id != static_cast<std::uint32_t>(*id))
+        if (at >= slots_.size() || slots_[at].id != *id)
             wrong("its request id is not that of a request under way");
         if (*status != 0)
             wrong(fmt::format("error status {}", *status).c_str());

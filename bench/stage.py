@@ -17,7 +17,7 @@ REPOSITORY = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(REPOSITORY / "tests" / "agent"))
 
 from harness.agent import BY_EXTENSION, GET_UPTIME, Agent, free_udp_port  # noqa: E402
-from harness.build import LIBRARIES, PROGRAMS, cached_setting  # noqa: E402
+from harness.build import LIBRARIES, PROGRAMS  # noqa: E402
 from harness.oids import ARCS, ROOT, dotted  # noqa: E402
 from harness.process import LoggedProcess  # noqa: E402
 from harness.switch import VirtualSwitch  # noqa: E402

@@ -7,6 +7,7 @@
 #include <sys/eventfd.h>
 #include <sys/select.h>
 
+#include "agent_startup.h"
 #include "vsan_mib.h"
 
 #include <net-snmp/agent/agent_callbacks.h>
@@ -73,13 +74,7 @@ netsnmp_transport *make_transport() {
 } // namespace
 
 void start_agent() {
-    setenv("SNMPCONFPATH", "/nonexistent", 1);
-    setenv("SNMP_PERSISTENT_DIR", "/nonexistent", 1);
-    setenv("MIBS", "", 1);
-    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
-    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
-    netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG)->handler = drop_line;
-    init_agent("fuzzing");
+    start_agent_without_files("fuzzing", drop_line);
     init_vsan_mib();
     init_snmp("fuzzing");
     snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_ACM_CHECK, grant_everything, nullptr);

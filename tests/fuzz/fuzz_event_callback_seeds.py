@@ -2,9 +2,8 @@
 the folder named on the command line. The layout is told in the target's source, that of
 a VSAN event's payload in the VSAN library's header."""
 
-import struct
-
 import seed_files
+from wire_frames import words
 
 ADMIN_STATE, OPER_STATE = 1, 19
 FAILS, NO_PAYLOAD, NO_EVENT = 0x10, 0x20, 0x40
@@ -12,10 +11,6 @@ FAILS, NO_PAYLOAD, NO_EVENT = 0x10, 0x20, 0x40
 
 def event(payload, how=8):
     return bytes([how]) + payload
-
-
-def words(*values):
-    return struct.pack(f">{len(values)}I", *values)
 
 
 def vsan_event(vsan, *attributes, condition=0, is_created=0):

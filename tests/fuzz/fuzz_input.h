@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <iterator>
 
 /* The bytes of one input, taken from the front. Behind the end there are zeros. */
 class fuzz_input {
@@ -30,6 +32,11 @@ inline void require(bool condition, const char *what = "something that always ho
         return;
     fprintf(stderr, "broken: %s\n", what);
     abort();
+}
+
+/* How many descriptors this process has open; the one that counts is among them. */
+inline std::ptrdiff_t open_descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
 #endif

@@ -1,21 +1,8 @@
 """Seeds of fuzz_mts_reply: frames as a switch sends them, written into the folder named
 on the command line."""
 
-import struct
-
 import seed_files
-
-MAGIC = 0x4D545331
-REPLY, EVENT, PONG = 2, 4, 6
-
-
-def words(*values):
-    return struct.pack(">%dI" % len(values), *values)
-
-
-def frame(kind, correlation, body=b""):
-    return words(MAGIC, kind, correlation, len(body)) + body
-
+from wire_frames import EVENT, PONG, REPLY, frame, words
 
 SEEDS = {
     "reply_and_pong": frame(REPLY, 1, words(0, 1, 10, 20)) + frame(PONG, 2),

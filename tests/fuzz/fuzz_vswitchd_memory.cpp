@@ -1,6 +1,6 @@
 // Whatever a client puts into the memory that it shares with the daemon, and sends beside
 // it: what the daemon puts there and sends are well-formed frames, or it ends the
-// conversation.
+// conversation, as it does where something else than one request is posted.
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -124,19 +124,51 @@ void check(std::vector<std::uint8_t> &bytes) {
     bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(used));
 }
 
-// Whether the answer in the memory is one frame, exactly.
-void check_answer(const mts_shared_memory &shared) {
+// Posts a request of which some lines are said to be blank: two words, and the bytes that
+// are there. Its length may be more than is true.
+void post(mts_shared_memory &shared, Bytes input, std::uint32_t length_beyond) {
+    shared.request_blanks = {{load_word(input, 0).value_or(0), load_word(input, 4).value_or(0)}};
+    const Bytes bytes = input.subspan(std::min<std::size_t>(input.size(), sizeof shared.request_blanks));
+    std::ranges::copy(bytes.first(std::min<std::size_t>(bytes.size(), MTS_SHARED_MAX_FRAME)), shared.request);
+    shared.request_length = static_cast<std::uint32_t>(bytes.size()) + length_beyond;
+    shared.state = MTS_SHARED_POSTED;
+}
+
+// What a daemon sees of it.
+std::vector<std::uint8_t> request_in(const mts_shared_memory &shared) {
+    std::vector<std::uint8_t> request(std::min(shared.request_length, MTS_SHARED_MAX_FRAME));
+    mts_shared_read(request.data(), request.size(), shared.request, shared.request_blanks);
+    return request;
+}
+
+// Whether the bytes are one REQUEST frame, whatever its body is.
+bool is_one_request(Bytes bytes) {
+    return load_word(bytes, 0) == MTS_WIRE_MAGIC && load_word(bytes, 4) == MTS_FRAME_REQUEST &&
+           load_word(bytes, 12) == bytes.size() - MTS_WIRE_HEADER;
+}
+
+// Whether the answer in the memory is one frame, exactly, and that to the request.
+void check_answer(const mts_shared_memory &shared, Bytes request) {
     require(shared.reply_length <= MTS_SHARED_MAX_FRAME);
-    std::vector<std::uint8_t> answer(shared.reply, shared.reply + shared.reply_length);
-    require(load_word(answer, 4) == MTS_FRAME_REPLY);
+    std::vector<std::uint8_t> answer(shared.reply_length);
+    mts_shared_read(answer.data(), answer.size(), shared.reply, shared.reply_blanks);
+    require(load_word(answer, 4) == MTS_FRAME_REPLY && load_word(answer, 8) == load_word(request, 8));
     check(answer);
     require(answer.empty());
 }
 
-} // namespace
+// Whether a daemon that has been at a request has done what it had to.
+void check_served(const mts_shared_memory &shared, bool connected) {
+    const std::vector<std::uint8_t> request = request_in(shared);
+    const bool is_taken = shared.state != MTS_SHARED_POSTED; // not where the daemon has given other memory since
+    if (is_taken && !is_one_request(request))
+        require(!connected, "a client that posts no request stays connected");
+    if (shared.state == MTS_SHARED_ANSWERED)
+        check_answer(shared, request);
+}
 
 // Steps, each one of: byte 0 what, bytes 1 and 2 a length, then that many bytes.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+void converse(Bytes input) {
     int ends[2];
     require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
     Host host;
@@ -146,7 +178,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const auto connection = std::make_shared<Connection>(
             host, asio::local::stream_protocol::socket(host.context(), asio::local::stream_protocol(), ends[1]));
         connection->start();
-        Bytes input(data, size);
         while (input.size() >= 3 && host.connected()) {
             const std::uint8_t step = input[0];
             const std::size_t length = std::min<std::size_t>(std::size_t{input[1]} << 8 | input[2], input.size() - 3);
@@ -158,14 +189,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             case 0:
                 client.send(bytes);
                 break;
-            case 1: // a request, or a length that is not true
+            case 1:
                 if (!shared)
                     break;
-                std::ranges::copy(bytes.first(std::min<std::size_t>(bytes.size(), MTS_SHARED_MAX_FRAME)),
-                                  shared->request);
-                shared->request_length = static_cast<std::uint32_t>(length) + (step >> 4) * 0x11110000u;
                 shared->requester_sleeps = step >> 2 & 1;
-                shared->state = MTS_SHARED_POSTED;
+                post(*shared, bytes, (step >> 4) * 0x11110000u);
                 posts = true;
                 break;
             case 2: // words that are the daemon's
@@ -180,8 +208,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             }
             if (host.shares())
                 connection->serve_memory();
-            if (posts && client.shared() == shared && shared->state == MTS_SHARED_ANSWERED)
-                check_answer(*shared);
+            if (posts)
+                check_served(*shared, host.connected());
             host.poll();
             if (step % 4 != 3)
                 client.receive(received);
@@ -191,5 +219,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             connection->drop("the input ends");
     }
     host.poll(); // what was under way lets the connection go
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    const std::ptrdiff_t descriptors = open_descriptors();
+    converse(Bytes(data, size));
+    require(open_descriptors() == descriptors, "descriptors are left open");
     return 0;
 }

@@ -1,18 +1,12 @@
 """Seeds of fuzz_vswitchd_socket: one conversation for each request that the daemon knows."""
+import functools
 import struct
 
 import seed_files
+import wire_frames
+from wire_frames import PING, SUBSCRIBE, frame
 
-MAGIC, REQUEST, SUBSCRIBE, PING = 0x4D545331, 1, 3, 5
-
-
-def frame(kind, body, correlation=1):
-    return struct.pack(">4I", MAGIC, kind, correlation, len(body)) + body
-
-
-def request(service, opcode, kind, payload=b"", length=None, user=b""):
-    fixed = (service, opcode, kind, len(payload) if length is None else length, 0, len(payload), len(user))
-    return frame(REQUEST, struct.pack(">7I", *fixed) + payload + user)
+request = functools.partial(wire_frames.request, 1)
 
 
 def vsan_block(vsan):
@@ -50,8 +44,8 @@ SEEDS = {
     "role": request(3, 9101, 1, b"alice"),
     "distribution": request(66, 9201, 1, b"fctimer"),
     "counters": request(1, 9001, 1),
-    "subscribe": frame(SUBSCRIBE, struct.pack(">2I", 102, 145)),
-    "ping": frame(PING, b""),
+    "subscribe": frame(SUBSCRIBE, 1, struct.pack(">2I", 102, 145)),
+    "ping": frame(PING, 1),
 }
 
 ALONE = {name: b"\0" + seed for name, seed in SEEDS.items()}

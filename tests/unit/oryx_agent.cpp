@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "agent_startup.h"
 #include "oryx_fake_platform.h"
 
 const Oid NAME_COLUMN = under_root({1, 1, 3, 1, 2});
@@ -48,13 +49,7 @@ int keep_line(netsnmp_log_handler *, int, const char *line) {
 class Agent : public testing::Environment {
   public:
     void SetUp() override {
-        setenv("SNMPCONFPATH", "/nonexistent", 1);
-        setenv("SNMP_PERSISTENT_DIR", "/nonexistent", 1);
-        setenv("MIBS", "", 1);
-        netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
-        netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
-        netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG)->handler = keep_line;
-        init_agent("oryx_test");
+        start_agent_without_files("oryx_test", keep_line);
         init_snmp("oryx_test");
     }
     void TearDown() override {

@@ -116,6 +116,28 @@ TEST_F(HostileMemory, ALengthBeyondItIsNotBelieved) {
     }
 }
 
+TEST_F(HostileMemory, LinesSaidToBeBlankAreZerosWhateverStandsThere) {
+    constexpr size_t first_data = MTS_SHARED_LINE - MTS_WIRE_HEADER - MTS_WIRE_REPLY_FIXED;
+    const auto ask_with = [&](const bytes &data, mts_shared_blanks blanks) {
+        (*memory)->reply_blanks = blanks;
+        auto script = play([&] { serve(data); });
+        const answer got = ask();
+        script.get();
+        return got;
+    };
+    share();
+    const bytes data(first_data + 2 * MTS_SHARED_LINE + 10, 0xee);
+    bytes expected = data;
+    std::fill_n(expected.begin() + first_data, 2 * MTS_SHARED_LINE, uint8_t{0});
+    EXPECT_EQ(expected, ask_with(data, {{UINT32_MAX - 1, UINT32_MAX}}).data);
+    EXPECT_EQ(bytes(4, 0xee), ask_with(bytes(4, 0xee), {{UINT32_MAX, UINT32_MAX}}).data) << "it has no whole line";
+
+    const answer got = ask_with(data, {{UINT32_MAX, UINT32_MAX}});
+    EXPECT_EQ(UINT32_MAX, got.status);
+    EXPECT_EQ(EPROTO, got.error);
+    expect_connection_dropped();
+}
+
 TEST_F(HostileMemory, AStateThatDoesNotExistIsNoAnswer) {
     for (const uint32_t state : {0u, 5u, UINT32_MAX}) {
         SCOPED_TRACE(state);

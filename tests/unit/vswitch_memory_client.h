@@ -1,18 +1,16 @@
-// Clients that share memory with the daemon, and the daemon's loop in this process.
+// Clients that share memory with the daemon, whose loop is in this process.
 #ifndef VSWITCH_MEMORY_CLIENT_H
 #define VSWITCH_MEMORY_CLIENT_H
 
 #include <algorithm>
 #include <chrono>
 #include <fcntl.h>
-#include <functional>
 #include <memory>
 #include <sys/mman.h>
 #include <thread>
 
 #include "mts/mts_shared.h"
-#include "server.h"
-#include "vswitch_test_support.h"
+#include "vswitch_server_fixture.h"
 
 namespace vswitch_test {
 
@@ -114,27 +112,8 @@ class MemoryClient {
     std::uint32_t correlation_ = 1000;
 };
 
-class MemoryTest : public testing::Test {
+class MemoryTest : public ServerTest {
   protected:
-    MemoryTest() : target_(vswitch::empty_configuration(), vswitch::Roles()) {
-        options_.run_directory = folder_.path();
-    }
-    ~MemoryTest() override { stop(); }
-
-    void start(std::function<void()> reload = [] {}) {
-        server_ = std::make_unique<vswitch::Server>(target_, options_);
-        thread_ = std::thread([this, reload] { server_->run(reload); });
-    }
-
-    void stop() {
-        if (!server_)
-            return;
-        server_->stop();
-        thread_.join();
-        server_.reset();
-    }
-
-    std::unique_ptr<Client> connect() { return std::make_unique<Client>(folder_ / MTS_SOCKET_NAME); }
     std::unique_ptr<MemoryClient> share() { return std::make_unique<MemoryClient>(folder_ / MTS_SOCKET_NAME); }
 
     // What the operator's tool says, on a connection of its own.
@@ -142,12 +121,6 @@ class MemoryTest : public testing::Test {
         const auto answer = connect()->request(MTS_SERVICE_SWITCH, MTS_OP_SWITCH_COMMAND, 3, text_bytes(json));
         ASSERT_EQ(answer.status, STATUS_SUCCESS) << std::string(answer.data.begin(), answer.data.end());
     }
-
-    TemporaryFolder folder_;
-    vswitch::Switch target_;
-    vswitch::ServerOptions options_;
-    std::unique_ptr<vswitch::Server> server_;
-    std::thread thread_;
 };
 
 } // namespace vswitch_test

@@ -16,6 +16,14 @@ class HostileClientTest : public MemoryTest {
         EXPECT_EQ(connect()->vsan_count(), 1u);
     }
 
+    // Posts bytes of which some lines are said to be blank, whatever stands there.
+    static void put(MemoryClient &client, const Buffer &bytes, mts_shared_blanks blanks) {
+        std::memcpy(client->request, bytes.data(), bytes.size());
+        client->request_length = static_cast<std::uint32_t>(bytes.size());
+        client->request_blanks = blanks;
+        client.post_again();
+    }
+
     // Whether the daemon has closed the connection, without waiting for it.
     static bool is_cut(MemoryClient &client) {
         pollfd state{client.socket.descriptor(), 0, 0};
@@ -73,6 +81,29 @@ TEST_F(HostileClientTest, length_beyond_the_memory_is_not_believed) {
         client->post_again();
         expect_dropped(*client);
     }
+}
+
+TEST_F(HostileClientTest, lines_said_to_be_blank_are_zeros_whatever_stands_there) {
+    start();
+    const Buffer request = request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1));
+    Buffer zeros = request;
+    const std::size_t last_line = request.size() / MTS_SHARED_LINE * MTS_SHARED_LINE;
+    std::fill(zeros.begin() + MTS_SHARED_LINE, zeros.begin() + static_cast<std::ptrdiff_t>(last_line), std::uint8_t{0});
+    const auto by_socket = connect();
+    by_socket->send(zeros);
+    const auto expected = by_socket->receive_answer();
+
+    const auto client = share();
+    client->post(request);
+    EXPECT_NE(client->receive_answer(), expected);
+    put(*client, request, {{UINT32_MAX - 1, UINT32_MAX}});
+    EXPECT_EQ(client->receive_answer(), expected);
+
+    put(*client, vsan_count_request(2), {{UINT32_MAX, UINT32_MAX}});
+    EXPECT_EQ(word(client->receive_answer().data, 0), 1u) << "it has no whole line";
+
+    put(*client, request, {{UINT32_MAX, UINT32_MAX}});
+    expect_dropped(*client);
 }
 
 TEST_F(HostileClientTest, signs_with_a_body_end_the_connection) {

@@ -1,45 +1,16 @@
-// The socket's loop in this process, with limits small enough to be reached.
+// The socket's loop, with limits small enough to be reached.
 #include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
 
-#include "server.h"
 #include "session.h"
-#include "vswitch_test_support.h"
+#include "vswitch_server_fixture.h"
 
 using namespace vswitch;
 using namespace vswitch_test;
 
 namespace {
-
-class ServerTest : public testing::Test {
-  protected:
-    ServerTest() : target_(empty_configuration(), Roles()) { options_.run_directory = folder_.path(); }
-
-    ~ServerTest() override { stop(); }
-
-    void start() {
-        server_ = std::make_unique<Server>(target_, options_);
-        thread_ = std::thread([this] { server_->run([] {}); });
-    }
-
-    void stop() {
-        if (!server_)
-            return;
-        server_->stop();
-        thread_.join();
-        server_.reset();
-    }
-
-    std::unique_ptr<Client> connect() { return std::make_unique<Client>(folder_ / MTS_SOCKET_NAME); }
-
-    TemporaryFolder folder_;
-    Switch target_;
-    ServerOptions options_;
-    std::unique_ptr<Server> server_;
-    std::thread thread_;
-};
 
 TEST_F(ServerTest, requests_of_several_clients_are_answered) {
     start();
