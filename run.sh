@@ -141,12 +141,12 @@ start_agent() {
 # answers: true when the agent answers a request for the number of VSANs, at the address
 # where everybody may read, or else at its own socket.
 answers() {
-    local community=probe address=unix:$RUN/agent.sock
+    local number=$ROOT.1.1.1.0
     if is_loopback "$LISTEN"; then
-        community=public address=$ENDPOINT
-    fi
-    SNMPCONFPATH=$STATE/agent/persistent SNMP_PERSISTENT_DIR=$STATE/agent/persistent MIBS='' MIBDIRS='' \
-        snmpget -v2c -c "$community" -t 1 -r 0 -Oqv "$address" "$ROOT.1.1.1.0" 2>/dev/null | grep -qE '^[0-9]+$'
+        ask "$STATE" snmpget public "$ENDPOINT" "$number"
+    else
+        ask_agent "$STATE" snmpget "$number"
+    fi | grep -qE '^[0-9]+$'
 }
 
 # report_end NAME STATUS: says that one of the two programs ended, and why.

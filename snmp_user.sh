@@ -254,7 +254,7 @@ elif [[ ! -e $STATE/lock ]]; then
     fail "$STATE is not a state folder of run.sh"
 fi
 STATE=$(cd "$STATE" && pwd -P) || fail "cannot read $STATE"
-[[ -e $STATE/agent/users.conf ]] || make_users_file "$STATE"
+make_users_file "$STATE"
 SNMPD=$(PATH=$PATH:/usr/sbin:/sbin command -v snmpd) && command -v snmpget >/dev/null ||
     fail "snmpd or its tools are not installed; ./run.sh installs them"
 "$COMMAND"

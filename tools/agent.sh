@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # The state folder of run.sh, and the agent's configuration in it. Sourced after common.sh.
 #
-#   lock                     held while a run.sh uses the folder
+#   lock                     held while a run.sh uses the folder, or snmp_user.sh changes its users
 #   switch/                  the switch's configuration, as vswitchd keeps it
 #   agent/snmpd.conf         written anew at every start
 #   agent/snmpd.local.conf   the operator's own lines; never touched once it is there
@@ -49,7 +49,7 @@ open_state() {
     local folder=$1 name
     make_state "$folder"
     { exec 9>>"$folder/lock"; } 2>/dev/null || fail "cannot write to the state folder $folder"
-    flock -n 9 || fail "the state folder $folder is in use by another $PROGRAM"
+    flock -n 9 || fail "the state folder $folder is in use by another $PROGRAM or by snmp_user.sh"
     chmod -R go= "$folder"
     # What a killed agent left behind must not be taken for this one's.
     rm -f "$folder/run/snmpd.pid"
@@ -136,15 +136,19 @@ group writers v2c private
 CONF
         fi
     } >"$agent/snmpd.conf"
-    [[ -e $agent/users.conf ]] || make_users_file "$1"
+    make_users_file "$1"
     [[ -e $agent/snmpd.local.conf ]] ||
         printf '# Your own lines for the agent; run.sh never changes this file.\n' >"$agent/snmpd.local.conf"
 }
 
-# make_users_file FOLDER: there is no SNMPv3 user yet.
+# make_users_file FOLDER: where there is no file of users yet, makes one without any. Not all who
+# call it hold users.lock, and who holds that may put a file there at any moment: none is replaced.
 make_users_file() {
-    printf '# Written by snmp_user.sh: the keys of each user, and the group that says what they may do.\n' \
-        >"$1/agent/users.conf"
+    local file=$1/agent/users.conf
+    (
+        set -o noclobber
+        printf '# Written by snmp_user.sh: the keys of each user, and the group that says what they may do.\n' >"$file"
+    ) 2>/dev/null || [[ -e $file ]] || fail "cannot write to $file"
 }
 
 # forget_users FOLDER: makes users.conf and snmpd.local.conf the places that say which users

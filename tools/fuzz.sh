@@ -1,8 +1,8 @@
 #!/bin/bash
 # Usage: tools/fuzz.sh FOLDER SECONDS
 # Builds the fuzz targets with clang into a folder, runs each for a while, starting from its
-# corpus, prints how often each ran, and ends with a line 'N passed,
-# N failed'. What breaks a target is kept in FOLDER/tests/fuzz.
+# corpus, prints how often each ran, and ends with a line 'N passed, N failed'. What breaks a
+# target is kept in FOLDER/tests/fuzz.
 set -uo pipefail
 
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"

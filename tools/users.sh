@@ -108,13 +108,19 @@ running_agent() {
     [[ $pid =~ ^[0-9]+$ && $(cat "/proc/$pid/comm" 2>/dev/null) == snmpd ]] && printf '%s' "$pid"
 }
 
-# ask_agent FOLDER TOOL ARGUMENT...: a request over the socket that only the owner can reach.
+# ask FOLDER TOOL COMMUNITY ADDRESS ARGUMENT...: a request to a state folder's agent; what the tools
+# are configured to do otherwise does not count.
+ask() {
+    local persistent=$1/agent/persistent tool=$2 community=$3
+    shift 3
+    SNMPCONFPATH=$persistent SNMP_PERSISTENT_DIR=$persistent MIBS='' MIBDIRS='' \
+        "$tool" -v2c -c "$community" -t 1 -r 0 -Oqvn "$@" 2>/dev/null
+}
+
+# ask_agent FOLDER TOOL ARGUMENT...: the same over the socket that only the owner can reach.
 ask_agent() {
-    local folder=$1 tool=$2
-    shift 2
-    plain_path "$folder/run" run 90
-    SNMPCONFPATH=$folder/agent/persistent SNMP_PERSISTENT_DIR=$folder/agent/persistent MIBS='' MIBDIRS='' \
-        "$tool" -v2c -c probe -t 1 -r 0 -Oqvn "unix:$PLAIN/agent.sock" "$@" 2>/dev/null
+    plain_path "$1/run" run 90
+    ask "$1" "$2" probe "unix:$PLAIN/agent.sock" "${@:3}"
 }
 
 # reload_agent FOLDER PID: makes the running agent read its users again, and returns when it

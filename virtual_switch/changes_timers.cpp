@@ -119,8 +119,6 @@ std::uint32_t check_session_right(const Switch &target, const Requester &request
     return requester.is_operator || holds_session(target.model, requester) ? STATUS_SUCCESS : STATUS_TDX_LOCKED;
 }
 
-constexpr Timer all_timers[] = {Timer::e_d_tov, Timer::r_a_tov, Timer::d_s_tov, Timer::f_s_tov};
-
 } // namespace
 
 std::uint32_t set_switch_timer(Switch &target, const Requester &requester, Timer timer, std::uint32_t milliseconds,

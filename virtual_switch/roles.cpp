@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t max_user_ranges = MTS_ROLE_MAX_RANGES;
 constexpr std::size_t max_role_file = 4u << 20;
-constexpr std::size_t max_user_name = 256;
+constexpr std::size_t max_user_name = MTS_WIRE_MAX_USER;
 constexpr std::size_t max_users = 4096;
 
 /* Sorts ranges and joins those that overlap or touch. */

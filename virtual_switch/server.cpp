@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <asio.hpp>
-#include <cerrno>
 #include <csignal>
-#include <cstring>
+#include <fmt/format.h>
 #include <optional>
 #include <set>
 #include <spdlog/spdlog.h>

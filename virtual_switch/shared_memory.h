@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <sched.h>
 
 #include "mts/mts_shared.h"
 #include "records.h"
@@ -76,16 +75,7 @@ class SpinWait {
     /* Waits until `ready()` or the time. Not inlined, so that a profile tells waiting from
      * working. */
     template <typename Ready> [[gnu::noinline]] static bool until(Ready ready, Clock::time_point time) {
-        do {
-            for (int i = 0; i < 16; ++i) {
-                if (ready())
-                    return true;
-                mts_shared_relax();
-            }
-            /* Others may want this processor, the requester among them. */
-            sched_yield();
-        } while (Clock::now() < time);
-        return ready();
+        return mts_shared_watch(ready, [time] { return Clock::now() >= time; });
     }
 
   private:

@@ -1,5 +1,7 @@
 #include "store_settings.h"
 
+#include <type_traits>
+
 namespace vswitch {
 
 namespace {

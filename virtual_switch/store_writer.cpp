@@ -9,8 +9,6 @@ namespace vswitch {
 
 namespace {
 
-constexpr Timer all_timers[] = {Timer::e_d_tov, Timer::r_a_tov, Timer::d_s_tov, Timer::f_s_tov};
-
 /* An empty vector has no address, and a null pointer would be bound as NULL. */
 void bind_bytes(SQLite::Statement &statement, int index, const void *bytes, std::size_t size) {
     statement.bind(index, size == 0 ? "" : bytes, static_cast<int>(size));

@@ -24,7 +24,7 @@ class StoreWriter {
     void write(const Change &change, const SwitchData &present);
 
   private:
-    /* One row of a table of timers at a time. */
+    /* A table with a row for each value of a VSAN's timers. */
     class TimerTable {
       public:
         TimerTable(SQLite::Database &database, const char *table);

@@ -43,7 +43,8 @@ constexpr std::uint32_t truth_false = 2;
 
 /* The fabric timers, numbered as the manager's attribute keys. All are in milliseconds. */
 enum class Timer : std::uint32_t { e_d_tov = 7, r_a_tov = 8, d_s_tov = 9, f_s_tov = 10 };
-constexpr std::size_t timer_count = 4;
+constexpr Timer all_timers[] = {Timer::e_d_tov, Timer::r_a_tov, Timer::d_s_tov, Timer::f_s_tov};
+constexpr std::size_t timer_count = std::size(all_timers);
 
 /* The timer of an attribute key, or nothing when the key is no timer's. */
 constexpr std::optional<Timer> timer_of_key(std::uint32_t key) {

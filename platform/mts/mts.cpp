@@ -89,6 +89,13 @@ outcome drop_connection(mts_queue &queue, bool keep_suspicion, outcome result) {
     return result;
 }
 
+// The switch does not even take what it is sent.
+outcome give_up(mts_queue &queue) {
+    queue.is_suspect = true;
+    errno = ETIMEDOUT;
+    return drop_connection(queue, true, outcome::failed);
+}
+
 // Whether a frame is the answer to something that was sent before the latest
 // request. Correlations count upwards and wrap around.
 bool is_earlier(const mts_queue &queue, const mts_frame &frame) {
@@ -241,9 +248,7 @@ outcome wake_switch(mts_queue &queue) {
         return outcome::done;
     }
     mts_memory_withdraw(queue.memory);
-    queue.is_suspect = true;
-    errno = ETIMEDOUT;
-    return drop_connection(queue, true, outcome::failed);
+    return give_up(queue);
 }
 
 outcome send_request(mts_queue &queue, const request &what, mts_time deadline) {
@@ -274,9 +279,7 @@ outcome send_request(mts_queue &queue, const request &what, mts_time deadline) {
     case mts_io::done:
         return outcome::done;
     case mts_io::timeout:
-        queue.is_suspect = true;
-        errno = ETIMEDOUT;
-        return drop_connection(queue, true, outcome::failed);
+        return give_up(queue);
     case mts_io::lost:
     case mts_io::bad:
         break;
@@ -292,6 +295,7 @@ outcome await_memory(mts_queue &queue, mts_time deadline) {
         mts_frame frame;
         mts_io result = mts_stream_receive(queue.stream, frame, deadline, true);
         if (result == mts_io::done) {
+            // Not as in receive_reply: other memory would strand the request that waits in this.
             const bool is_left_behind = is_earlier(queue, frame) && !is_shared(frame);
             if (!is_knock(frame) && !(is_left_behind && is_expected_when_idle(queue, frame))) {
                 errno = EPROTO;

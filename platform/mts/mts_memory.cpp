@@ -1,7 +1,6 @@
 #include "mts_memory.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -32,30 +31,13 @@ bool is_end(uint32_t state) {
     return state == MTS_SHARED_ANSWERED || state == MTS_SHARED_ELSEWHERE;
 }
 
-bool look(const mts_memory &memory, int times) {
-    for (int i = 0; i < times; ++i) {
-        if (mts_memory_is_done(memory)) {
-            return true;
-        }
-        mts_shared_relax();
-    }
-    return false;
-}
-
 // Wait without sleeping. Functions of their own, so that profiles tell waiting from working.
 [[gnu::noinline]] bool mts_spin_until_first_looks(const mts_memory &memory) {
-    return look(memory, FIRST_LOOKS);
+    return mts_shared_look([&] { return mts_memory_is_done(memory); }, FIRST_LOOKS);
 }
 
-// Lets whoever wants this processor have it: it may be the switch.
 [[gnu::noinline]] bool mts_spin_until(const mts_memory &memory, mts_time end) {
-    do {
-        if (look(memory, 16)) {
-            return true;
-        }
-        sched_yield();
-    } while (mts_now() < end);
-    return mts_memory_is_done(memory);
+    return mts_shared_watch([&] { return mts_memory_is_done(memory); }, [&] { return mts_now() >= end; });
 }
 
 mts_time spin_after(mts_time usual_time) {

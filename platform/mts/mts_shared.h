@@ -31,6 +31,7 @@
 #ifndef MTS_SHARED_H
 #define MTS_SHARED_H
 
+#include <sched.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <string.h>
@@ -88,6 +89,31 @@ inline void mts_shared_relax() {
 #else
     std::atomic_signal_fence(std::memory_order_seq_cst);
 #endif
+}
+
+/* Looks so many times at most whether the other side has done something. Inlined, as is the
+ * next one, so that a profile shows the waiting in the function that waits. */
+template <typename Ready> [[gnu::always_inline]] inline bool mts_shared_look(Ready is_ready, int times) {
+    for (int i = 0; i < times; ++i) {
+        if (is_ready()) {
+            return true;
+        }
+        mts_shared_relax();
+    }
+    return false;
+}
+
+/* Looks for that until it is time to do something else. */
+template <typename Ready, typename Late>
+[[gnu::always_inline]] inline bool mts_shared_watch(Ready is_ready, Late is_late) {
+    do {
+        if (mts_shared_look(is_ready, 16)) {
+            return true;
+        }
+        // Others may want this processor, the other side among them.
+        sched_yield();
+    } while (!is_late());
+    return is_ready();
 }
 
 /* Whether some whole lines are all zero. */

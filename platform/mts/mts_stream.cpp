@@ -82,8 +82,8 @@ void keep_descriptor(mts_stream &stream, const struct cmsghdr &control) {
     }
 }
 
-// recv(2), with at most one descriptor beside the bytes: the kernel closes what finds no
-// room.
+// recv(2), with the descriptor that came beside the bytes. Where alignment leaves room for a
+// second one, the latest is kept; what finds no room the kernel closes.
 ssize_t receive_bytes(mts_stream &stream, size_t wanted) {
     struct iovec part = {stream.buffer + stream.end, wanted};
     alignas(struct cmsghdr) uint8_t control[CMSG_SPACE(sizeof(int))];

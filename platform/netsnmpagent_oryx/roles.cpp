@@ -86,6 +86,7 @@ void report_failure(const char *reason) {
 
 /* Asks the switch for the role of `user`. False when it gave none. */
 bool fetch(const char *user) {
+    bool is_given = false;
     void *reply = nullptr;
     uint32_t length = static_cast<uint32_t>(strlen(user));
     const uint32_t status = cmi_req_resp(MTS_OP_ROLE_OF_USER, GET, user, &reply, &length, nullptr, 0, MTS_SERVICE_ROLES,
@@ -97,12 +98,13 @@ bool fetch(const char *user) {
     } else if (!role_decode(static_cast<const uint8_t *>(reply), length, role)) {
         report_failure("its answer is damaged");
     } else {
+        is_given = true;
         if (failure_reported)
             snmp_log(LOG_INFO, "netsnmpagent_oryx: the switch says again what users may touch\n");
         failure_reported = false;
     }
     free(reply);
-    return !failure_reported;
+    return is_given;
 }
 
 /* Sees to it that `role` is what the requester of `pdu` may touch. */

@@ -10,7 +10,7 @@ import pytest
 
 from harness.agent import Agent
 from harness.campaign import SHARES, Campaign
-from harness.clients import NetSnmp, PySnmp
+from harness.clients import NetSnmp
 from harness.fake_manager import FakeManager
 from harness.packets import PacketClient
 from harness.switch import VirtualSwitch
@@ -181,11 +181,6 @@ def agent(shared, switch):
 @pytest.fixture
 def client(agent):
     return NetSnmp(agent)
-
-
-@pytest.fixture
-def second_client(agent):
-    return PySnmp(agent)
 
 
 class Operator(PacketClient):

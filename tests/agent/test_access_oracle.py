@@ -8,7 +8,8 @@ import pytest
 
 from harness import wire
 from harness.access_oracle import FAILED_REQUEST, Oracle
-from harness.access_scene import Complaints, Scene, encoded
+from harness.access_scene import Complaints, Scene
+from harness.assignments import encoded
 from harness.clients import NetSnmp, PySnmp, SnmpError
 from harness.model import ACTIVE, CREATE_AND_GO, DESTROY, Varbind
 from harness.oids import ACCESS, ARCS, COLUMNS, NAMES, ROOT, SCALARS, TIMERS, WRITE, object_of

@@ -6,7 +6,8 @@ import random
 
 import pytest
 
-from harness.access_scene import Scene, encoded
+from harness.access_scene import Scene
+from harness.assignments import encoded
 from harness.clients import NO_SUCH_INSTANCE, NO_SUCH_OBJECT
 from harness.model import ACTIVE, CREATE_AND_GO, DESTROY, Varbind
 from harness.oids import ARCS, GAUGE, NAMES, ROOT, STRING, TIMERS, TYPE_OF, scalar

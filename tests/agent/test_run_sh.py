@@ -1,5 +1,6 @@
 """The one command of the README."""
 
+import fcntl
 import os
 import re
 import signal
@@ -60,6 +61,15 @@ def test_busy_port_is_one_clear_sentence(state):
     assert len(done.stderr.splitlines()) == 1
     assert port in done.stderr and "in use" in done.stderr
     assert processes_using(state) == []
+
+
+def test_a_state_folder_in_use_is_one_clear_sentence(state):
+    state.mkdir()
+    with open(state / "lock", "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        done = once(SCRIPT, "--port", free_udp_port(), "--trap-port", free_udp_port(), "--state", state)
+    assert (done.returncode, done.stdout) == (1, "")
+    assert done.stderr == f"run.sh: the state folder {state} is in use by another run.sh or by snmp_user.sh\n"
 
 
 def test_ready_line_names_the_address_and_the_agent_answers_then(run):
@@ -154,7 +164,8 @@ def test_notifications_are_shown_decoded_as_in_the_readme(run):
     time_of_day, _, text = printed.strip().partition(" ")
     script.process.wait_line(re.sub(r"\d", r"\\d", time_of_day) + " " + re.escape(text) + "$")
     OperatorTool(script)("port", "move", "fc1", 10)
-    script.process.wait_line(r"vsanPortMembershipChange: vsanNotificationPortManager\.0 = ([0-9A-F]{2} ){7}[0-9A-F]{2}, "
+    script.process.wait_line(r"vsanPortMembershipChange: "
+                             r"vsanNotificationPortManager\.0 = ([0-9A-F]{2} ){7}[0-9A-F]{2}, "
                              r"ifIndex\.16777216 = 16777216, vsanNotificationVsan\.0 = 10$")
     assert script.process.text().count("vsanStatusChange") == 1
 

@@ -55,8 +55,8 @@ class Users:
     def ask(self, name, auth=AUTH, priv=PRIV, tool="snmpget", level="authPriv", timeout=10,
             words=(dotted(scalar("vsanNumber")),)):
         """What a tool prints that logs in with passwords."""
-        return answer([tool, "-t", str(timeout), "-v3", "-u", name, "-l", level, "-a", "SHA-256", "-A", auth, "-x", "AES", "-X", priv],
-                      self.script.address, words)
+        return answer([tool, "-t", str(timeout), "-v3", "-u", name, "-l", level, "-a", "SHA-256", "-A", auth,
+                       "-x", "AES", "-X", priv], self.script.address, words)
 
     def lets_in(self, name, auth=AUTH, priv=PRIV):
         return bool(re.search(r"INTEGER: \d+", self.ask(name, auth, priv)))
@@ -250,6 +250,17 @@ def test_users_made_at_the_same_time_are_all_there(users):
     for process in started:
         assert process.wait(60) == 0, process.stdout.read()
     assert [users.lets_in(name, AUTH, AUTH) for name in names] == [True] * 3
+
+
+def test_a_file_of_users_that_somebody_else_has_just_made_stays(folder):
+    made = folder / "agent" / "users.conf"
+    made.parent.mkdir()
+    making = ["bash", "-c", 'source tools/common.sh && source tools/agent.sh && make_users_file "$1"', "bash", folder]
+    subprocess.run(making, cwd=REPOSITORY, check=True)
+    assert made.read_text().startswith("# Written by snmp_user.sh")
+    made.write_text("somebody's keys\n")
+    subprocess.run(making, cwd=REPOSITORY, check=True)
+    assert made.read_text() == "somebody's keys\n"
 
 
 @pytest.mark.parametrize("text,reason", [

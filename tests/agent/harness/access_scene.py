@@ -8,6 +8,7 @@ import re
 from . import ber
 from .access_oracle import Oracle, Role
 from .agent import Agent
+from .assignments import encoded
 from .model import Model, Varbind, Vsan
 from .oids import ARCS, TIMERS, cell, scalar
 from .operator_tool import OperatorTool
@@ -18,12 +19,6 @@ MAX_IF_INDEX = 0xFFFFFFFF
 # Neighbours, most of them on both sides of a border between a list's bytes.
 NEIGHBOURS = ((2, 3, 4), (7, 8, 9), (15, 16), (255, 256), (2047, 2048), (4087, 4088), (4093, 4094))
 NOTABLE_PORTS = (1, 2, 0x7FFFFFFE, 0x7FFFFFFF)
-ENCODE = {"i": ber.integer, "u": ber.gauge, "s": ber.octets}
-
-
-def encoded(varbind):
-    """An assignment as PacketClient takes it."""
-    return varbind.oid, ENCODE[varbind.kind](varbind.value)
 
 
 def random_model(draw):

@@ -1,9 +1,15 @@
-"""Assignments to the VSAN table as a SET takes them: a name and an encoded value."""
+"""Assignments as a SET takes them: a name and an encoded value."""
 
 from . import ber
 from .oids import COLUMNS, cell
 
 ACTIVE, CREATE_AND_GO, DESTROY = 1, 4, 6
+ENCODE = {"i": ber.integer, "u": ber.gauge, "s": ber.octets}
+
+
+def encoded(varbind):
+    """What the model knows as a Varbind."""
+    return varbind.oid, ENCODE[varbind.kind](varbind.value)
 
 
 def name(vsan, value):

@@ -225,8 +225,9 @@ def convert(name, value):
                             (EndOfMibView, END_OF_MIB)):
         if isinstance(value, kind):
             return Binding(oid, exception)
-    kind = {"Integer": "INTEGER", "Integer32": "INTEGER", "OctetString": "OCTET STRING", "Gauge32": "Gauge32",
-            "Unsigned32": "Gauge32", "TimeTicks": "Timeticks", "Gauge": "Gauge32", "Counter32": "Counter32"}[type(value).__name__]
+    kinds = {"Integer": "INTEGER", "Integer32": "INTEGER", "OctetString": "OCTET STRING", "Gauge32": "Gauge32",
+            "Unsigned32": "Gauge32", "TimeTicks": "Timeticks", "Gauge": "Gauge32", "Counter32": "Counter32"}
+    kind = kinds[type(value).__name__]
     return Binding(oid, kind, bytes(value) if kind == "OCTET STRING" else int(value))
 
 

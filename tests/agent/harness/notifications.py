@@ -90,8 +90,8 @@ class Receiver:
     def start(self):
         # -n: it would look up the name of the sender of each notification, and wait for that.
         self.process = LoggedProcess(
-            [shutil.which("snmptrapd", path=os.environ["PATH"] + ":/usr/sbin:/sbin"), "-f", "-n", "-C", "-c", self._conf,
-             "-On", "-Oe", "-Ox", "-Lo", f"udp:127.0.0.1:{self.port}"],
+            [shutil.which("snmptrapd", path=os.environ["PATH"] + ":/usr/sbin:/sbin"), "-f", "-n", "-C",
+             "-c", self._conf, "-On", "-Oe", "-Ox", "-Lo", f"udp:127.0.0.1:{self.port}"],
             env=dict(os.environ, MIBS="", SNMP_PERSISTENT_DIR=str(self._folder)), cwd=self._folder)
         self.process.wait_line(r"NET-SNMP version")
         self._read = 0

@@ -1,6 +1,6 @@
 """Random SET PDUs, the switch that they are for, and the model of it."""
 
-from . import ber
+from .assignments import encoded
 from .model import Model, Varbind, Vsan
 from .oids import ROOT, SCALARS, TIMERS, scalar
 
@@ -10,7 +10,6 @@ COLUMN_NAMES = ("vsanName", "vsanAdminState", "vsanLoadBalancingType", "vsanInte
                 "vsanNetworkDropLatency")
 SOME_NAMES = (b"red", b"green", b"blue", b"", b"VSAN0005", b"VSAN0009", b"with space", b"tab\tbed", b"nul\0 tail",
               b"n" * 32, b"n" * 33)
-ENCODE = {"i": ber.integer, "u": ber.gauge, "s": ber.octets}
 INITIAL = {
     "vsans": [{"id": 1, "name": "VSAN0001"}, {"id": 2, "name": "two"}, {"id": 10, "name": "ten"}],
     "ports": [{"ifIndex": port, "vsan": 10 if port == PORTS[0] else 1, "link": "up" if port != PORTS[3] else "down"}
@@ -26,7 +25,7 @@ def model():
 
 def assignments(pdu):
     """The PDU's names and encoded values."""
-    return [(varbind.oid, ENCODE[varbind.kind](varbind.value)) for varbind in pdu]
+    return [encoded(varbind) for varbind in pdu]
 
 
 def some_value(draw, name):
