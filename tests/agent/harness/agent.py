@@ -8,7 +8,7 @@ import signal
 import socket
 from pathlib import Path
 
-from .build import AGENT_PRELOAD, AGENT_UNDER, EXTENSION, MODULE
+from .build import AGENT_PRELOAD, EXTENSION, MODULE, RUN_UNDER
 from .process import LoggedProcess
 
 # SNMPv3 users: name, the level they are used at, and the passphrases.
@@ -95,7 +95,7 @@ class Agent:
         if self._preload:
             env["LD_PRELOAD"] = self._preload
         snmpd = shutil.which("snmpd", path=os.environ["PATH"] + ":/usr/sbin:/sbin")
-        command = [*AGENT_UNDER, snmpd, "-f", "-Lo", "-I", "-smux"]
+        command = [*RUN_UNDER, snmpd, "-f", "-Lo", "-I", "-smux"]
         if self.user:
             account = pwd.getpwnam(self.user)
             command += ["-u", account.pw_name, "-g", str(account.pw_gid)]

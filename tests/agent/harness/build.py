@@ -17,8 +17,8 @@ EXTENSION = LIBRARIES / "libnetsnmpagent_oryx.so"
 # runtime to be there before anything else when the agent itself has none.
 AGENT_PRELOAD = os.environ.get("SNMPD_PRELOAD", "")
 
-# A program that runs the agent, with its options: one that checks memory, say.
-AGENT_UNDER = os.environ.get("SNMPD_UNDER", "").split()
+# A program that runs the agent and the switch, with its options: one that checks memory, say.
+RUN_UNDER = os.environ.get("RUN_UNDER", "").split()
 
 
 def cached_setting(name, default):

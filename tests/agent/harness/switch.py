@@ -11,7 +11,7 @@ from collections import Counter
 from pathlib import Path
 
 from . import wire
-from .build import PROGRAMS
+from .build import PROGRAMS, RUN_UNDER
 from .process import LoggedProcess
 
 
@@ -75,7 +75,7 @@ class VirtualSwitch(CountsRequests):
 
     def start(self):
         assert self.process is None or not self.process.running()
-        self.process = LoggedProcess(self.command())
+        self.process = LoggedProcess([*RUN_UNDER, *self.command()])
         self.process.wait_line(r"\bready " + str(self.socket))
         return self
 
