@@ -311,7 +311,10 @@ class SetPdu:
         if number not in self.pending:
             return INCONSISTENT_NAME
         self.pending[number].status = ACTIVE
-        return self.switch.set_vsan(number, self.pending[number])
+        status = self.switch.set_vsan(number, self.pending[number])
+        if status != NO_ERROR:
+            del self.pending[number]  # no column sends it again
+        return status
 
     def undo(self, varbind):
         """Only the row status takes something back; whether the manager lets it, nobody asks."""
