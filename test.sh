@@ -12,6 +12,8 @@ BUILD=$REPO/build
 FUZZ_SECONDS=15
 SOAK_MINUTES=10
 SOAK_CAMPAIGN=
+SOAK_FOLDER=soak
+SOAK_RUN=run_group
 
 usage() {
     cat <<HELP
@@ -91,12 +93,7 @@ fuzz() {
 
 soak() {
     install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
-    run_group tools/soak.sh "$BUILD/soak" "$SOAK_MINUTES" "$SOAK_CAMPAIGN"
-}
-
-soak_with_sanitizers() {
-    install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
-    with_sanitizers tools/soak.sh "$BUILD/soak-sanitize" "$SOAK_MINUTES" "$SOAK_CAMPAIGN"
+    "$SOAK_RUN" tools/soak.sh "$BUILD/$SOAK_FOLDER" "$SOAK_MINUTES" "$SOAK_CAMPAIGN"
 }
 
 memcheck() {
@@ -143,7 +140,7 @@ if (($#)); then
         TASK=test_with_sanitizers
         if [[ ${2-} == --soak ]]; then
             shift
-            TASK=soak_with_sanitizers
+            TASK=soak SOAK_FOLDER=soak-sanitize SOAK_RUN=with_sanitizers
             take_soak_values "${@:2}"
             shift "$TAKEN"
         fi

@@ -12,7 +12,7 @@ struct history_event {
     char text[512];
 };
 
-// The longest text: the longest error text there is, and a line around it.
+// Texts of this module have some 400 characters; what a switch's own error texts add has room.
 constexpr size_t MAX_TEXT = 2048;
 
 bool history_wants(uint32_t trace_class) {

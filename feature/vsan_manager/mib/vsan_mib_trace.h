@@ -18,7 +18,7 @@ constexpr uint32_t TRACE_EVENT = 101;   /* entries, requests, replies, decisions
 bool trace_is_wanted(uint32_t trace_class);
 
 /* Formats one text and hands it to the ways that want it. In the history it is cut to
- * 511 characters. */
+ * 511 characters, in the debug output to 2047. */
 void trace_text(uint32_t trace_class, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 /* VSAN_TRACE(class, format, arguments...): the arguments are evaluated only when the
