@@ -1,0 +1,55 @@
+/*
+ * What the switch publishes: event classes and their payloads, big-endian words.
+ *
+ * EVENT_PORT_MOVED, an interface has moved to another VSAN:
+ *
+ *   byte  0  ifIndex
+ *         4  former VSAN
+ *         8  new VSAN
+ *
+ * EVENT_VSAN_CHANGED, a VSAN's configuration or operation has changed:
+ *
+ *   byte  0  condition            0, or 1 when the VSAN has been deleted
+ *         4  VSAN number
+ *         8  1 when the VSAN has just been created, else 0
+ *        12  number of attributes, 0 to VSAN_EVENT_MAX_ATTRIBUTES
+ *        16  for each: its key, value and former value
+ *
+ *   The switch tells two attributes, administrative and operational state. A VSAN that
+ *   did not exist before has the former values 0. One that no longer exists has the
+ *   values ADMIN_STATE_GONE and OPER_STATE_DOWN.
+ *
+ * One change publishes the moves of its ports first, by ifIndex, then the VSANs that it
+ * affects, by number.
+ */
+#ifndef CONTRACT_EVENTS_H
+#define CONTRACT_EVENTS_H
+
+/* Number, name, word of the operator's tool. */
+#define EVENTS(X)                                                                                                      \
+    X(102, EVENT_PORT_MOVED, "port")                                                                                   \
+    X(145, EVENT_VSAN_CHANGED, "vsan")
+
+#define EVENT_ENUMERATOR(number, name, word) name = number,
+enum switch_event_class { EVENTS(EVENT_ENUMERATOR) };
+#undef EVENT_ENUMERATOR
+
+#define PORT_EVENT_SIZE 12u
+enum port_event_at { PORT_EVENT_IF_INDEX = 0, PORT_EVENT_FORMER_VSAN = 4, PORT_EVENT_VSAN = 8 };
+
+#define VSAN_EVENT_FIXED 16u
+#define VSAN_EVENT_ATTRIBUTE_SIZE 12u
+#define VSAN_EVENT_MAX_ATTRIBUTES 32u
+enum vsan_event_at {
+    VSAN_EVENT_CONDITION = 0,
+    VSAN_EVENT_VSAN = 4,
+    VSAN_EVENT_CREATED = 8,
+    VSAN_EVENT_ATTRIBUTE_COUNT = 12
+};
+enum vsan_event_attribute_at {
+    VSAN_EVENT_ATTRIBUTE_KEY = 0,
+    VSAN_EVENT_ATTRIBUTE_VALUE = 4,
+    VSAN_EVENT_ATTRIBUTE_FORMER = 8
+};
+
+#endif
