@@ -10,6 +10,7 @@ source tools/packages.sh
 source tools/build.sh
 source tools/agent.sh
 source tools/users.sh
+source tools/engine.sh
 source tools/receiver.sh
 
 BUILD=$REPO/build
@@ -43,7 +44,8 @@ builds first.
   --trap-port N      UDP port on 127.0.0.1 where notifications are received to be
                      shown (default $TRAP_PORT)
   --no-traps         receives and shows none
-  --help             this text
+  -h, --help         this text
+  --version          which release this is
 
 On loopback the community 'public' may read and 'private' may also change VSANs.
 On other addresses neither is accepted; SNMPv3 users are, and ./snmp_user.sh makes
@@ -57,10 +59,7 @@ parse_options() {
         next_option "--port --trap-port --listen --state" "$@"
         shift "$TAKEN"
         case $OPTION in
-        --help)
-            usage
-            exit 0
-            ;;
+        -h | --help | --version) tell_about "$OPTION" ;;
         --empty) START_WITH=(--empty) ;;
         --no-traps) TRAP_PORT= ;;
         --port | --trap-port)
@@ -76,9 +75,13 @@ parse_options() {
         *) usage_error "unknown option '$OPTION'." ;;
         esac
     done
-    [[ $TRAP_PORT != "$PORT" ]] || usage_error "--port and --trap-port must differ."
-    [[ $STATE == /* ]] || STATE=$CALLED_FROM/$STATE
+    [[ $TRAP_PORT != "$PORT" ]] ||
+        usage_error "--port and --trap-port are both $PORT; --trap-port takes another port, and --no-traps none."
+    choose_state "$STATE"
 }
+
+# cannot_listen PROBLEM: says why the agent cannot, and what helps.
+cannot_listen() { fail "cannot listen on $ENDPOINT: $1; --port takes another port, and --listen another address"; }
 
 # check_addresses: ends the script with one sentence when the agent or the receiver could not
 # listen.
@@ -86,7 +89,7 @@ check_addresses() {
     local problem
     problem=$(address_problem "$LISTEN" "$PORT")
     (($? != 2)) || usage_error "--listen takes an IPv4 or IPv6 address, not '$LISTEN'."
-    [[ -z $problem ]] || fail "cannot listen on $(endpoint "$LISTEN" "$PORT"): $problem"
+    [[ -z $problem ]] || cannot_listen "$problem"
     [[ -n $TRAP_PORT ]] || return 0
     problem=$(address_problem 127.0.0.1 "$TRAP_PORT")
     [[ -z $problem ]] ||
@@ -96,21 +99,33 @@ check_addresses() {
 # stop: ends whatever was started. The agent goes first: it is the switch's client, and the
 # receiver last, with what the agent has sent.
 stop() {
+    local name
     end_step
-    [[ -z $AGENT_PID ]] || end_group "$AGENT_PID"
+    [[ -z $AGENT_PID ]] || stop_agent
     [[ -z $SWITCH_PID ]] || end_group "$SWITCH_PID"
     stop_receiver
+    for name in "${!LOG_PIDS[@]}"; do end_log "$name"; done
     # The agent leaves its own socket behind, and its number if it was killed.
     [[ -z $RUN ]] || rm -f "$RUN/agent.sock" "$RUN/snmpd.pid"
     [[ -z $LINKS ]] || rm -rf "$LINKS"
+}
+
+# stop_agent: ends it, and says so when it could not store who it is.
+stop_agent() {
+    end_group "$AGENT_PID"
+    ! engine_is_lost "$STATE" ||
+        printf '%s: the agent could not store its engine id in %s/agent/persistent; the next start puts it back\n' \
+            "$PROGRAM" "$STATE" >&2
 }
 
 start_switch() {
     if [[ -n ${START_WITH[*]} && -e $STATE/switch/switch.db ]]; then
         say "the state folder holds a configuration already, so --empty changes nothing"
     fi
-    start_group "$BUILD/bin/vswitchd" --state "$STATE/switch" --run "$RUN" "${START_WITH[@]}" >"$STATE/vswitchd.log" 2>&1
+    open_log "$STATE" vswitchd
+    start_group "$BUILD/bin/vswitchd" --state "$STATE/switch" --run "$RUN" "${START_WITH[@]}" >&"$LOG" 2>&1
     SWITCH_PID=$!
+    exec {LOG}>&-
 }
 
 start_agent() {
@@ -126,22 +141,26 @@ start_agent() {
     fi
     # Until the agent answers, snmp_user.sh could not tell whether it has read the users.
     lock_users "$STATE"
+    restore_engine "$STATE"
     forget_users "$STATE"
+    keep_engine "$STATE" 1
     plain_path "$STATE/agent" agent 180
     conf=$PLAIN
     # Without the SMUX module snmpd does not open a port that nobody asked for; with -r it
     # does not mind that files only root can read are closed to it.
+    open_log "$STATE" snmpd
     start_group env VSWITCH_RUN_DIR="$RUN" MIBS= MIBDIRS= \
         SNMPCONFPATH="$conf:$conf/persistent" SNMP_PERSISTENT_DIR="$conf/persistent" \
         "$snmpd" -f -r -Le -I -smux -p "$RUN/snmpd.pid" "$ENDPOINT" "unix:$RUN/agent.sock" \
-        >"$STATE/snmpd.log" 2>&1 8>&-
+        >&"$LOG" 2>&1 8>&-
     AGENT_PID=$!
+    exec {LOG}>&-
 }
 
 # answers: true when the agent answers a request for the number of VSANs, at the address
 # where everybody may read, or else at its own socket.
 answers() {
-    local number=$ROOT.1.1.1.0
+    local number=$ROOT.$VSAN_NUMBER
     if is_loopback "$LISTEN"; then
         ask "$STATE" snmpget public "$ENDPOINT" "$number"
     else
@@ -153,9 +172,8 @@ answers() {
 report_end() {
     local why='' problem
     problem=$(address_problem "$LISTEN" "$PORT")
-    if [[ $1 == snmpd && -n $problem ]]; then
-        fail "cannot listen on $ENDPOINT: $problem"
-    fi
+    [[ $1 != snmpd || -z $problem ]] || cannot_listen "$problem"
+    end_log "$1"
     (($2 > 128)) || why=$(grep -v '^DEBUG : ' "$STATE/$1.log" | tail -n 1)
     fail "$1 $(how_it_ended "$2")${why:+, saying \"$why\"}; its log is $STATE/$1.log"
 }
@@ -229,6 +247,7 @@ show_commands() {
     say "  ${before}snmptable $tools -Cib -Cw 120 $ENDPOINT vsanTable"
     say "  ${before}snmpget $tools $ENDPOINT vsanName.1 vsanOperState.1"
     [[ -z $TRAP_PORT ]] || show_how_to_notify
+    explain_strangers
     if [[ -n $(configured_users "$STATE") ]]; then
         say "Passwords stand in plain text in $STATE/agent/snmpd.local.conf; snmp_user.sh keeps none."
     fi
@@ -259,23 +278,38 @@ explain_users() {
     else
         say "Nobody can log in yet: 'public' and 'private' are accepted on loopback only."
         say "This makes an SNMPv3 user, also while the agent runs:"
-        say "  $REPO/snmp_user.sh$([[ $STATE == "$BUILD/state" ]] || printf ' --state %q' "$STATE") add NAME"
+        say "  $(user_command) add NAME"
     fi
 }
 
+# explain_strangers: who cannot log in because users and engine do not belong together.
+explain_strangers() {
+    local names
+    mapfile -t names < <(strangers "$STATE")
+    ((${#names[@]})) || return 0
+    say "These SNMPv3 users cannot log in: ${names[*]}"
+    say "Their keys are not for this agent, whose engine id is $(engine_id "$STATE"). New passwords make new keys:"
+    say "  for name in ${names[*]}; do $(user_command) passwd \$name; done"
+}
+
+# user_command: prints the command that changes the users of this state folder.
+user_command() {
+    printf %s "$REPO/snmp_user.sh"
+    [[ $STATE == "$BUILD/state" ]] || printf ' --state %q' "$STATE"
+}
+
 parse_options "$@"
-check_addresses
 ENDPOINT=$(endpoint "$LISTEN" "$PORT")
+check_addresses
 trap stop EXIT
 end_on_signals
 require_debian
 open_state "$STATE"
-STATE=$(cd "$STATE" && pwd -P)
 mapfile -t MIB_PACKAGES < <(packages_for_standard_mibs "$BUILD")
 install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${MIB_PACKAGES[@]}"
 # What was configured for the tests serves as well; the build itself notices changed files.
 is_configured "$BUILD" || configure_project "$BUILD" -DBUILD_TESTS=OFF
-build_project "$BUILD" vswitchd vswitchctl vsanmib netsnmpagent_oryx
+build_project "$BUILD" vswitchd vswitchctl boundlog vsanmib netsnmpagent_oryx
 provide_standard_mibs "$BUILD"
 
 umask 077
@@ -286,6 +320,8 @@ RUN=$PLAIN
 start_switch
 start_agent
 wait_for_answer
+# One that ran for the first time has made up its id.
+keep_engine "$STATE" 0
 unlock_users
 plain_path "$BUILD/mibs" mibs 1000
 # Worked out before anybody is told to go on: bash can lose a signal that comes during a $(...).

@@ -7,6 +7,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")" || exit 1
 source tools/common.sh
 source tools/agent.sh
 source tools/users.sh
+source tools/engine.sh
 
 STATE=$REPO/build/state
 COMMAND=
@@ -19,6 +20,10 @@ AUTHENTICATION=
 PRIVACY=
 AGENT_PID=
 SNMPD=
+# What `find` gets to find all that is made for a new state folder; empty for one that was there.
+NEW=()
+# The files to put back as they were should the script fail now; FILE.old is what FILE was.
+UNDO=()
 
 usage() {
     cat <<HELP
@@ -26,14 +31,15 @@ Usage: ./snmp_user.sh [--state DIR] COMMAND
 Makes, lists and removes the SNMPv3 users of the agent that ./run.sh starts. A running
 agent follows at once; otherwise the users are there when it starts.
 
-  add NAME              makes a user, who may read everything and change VSANs
-  add NAME --read-only  makes a user who may read everything and change nothing
+  add NAME              makes a user, who may read the switch and change VSANs
+  add NAME --read-only  makes a user who may read the switch and change nothing
   passwd NAME           gives a user other passwords
   remove NAME           removes a user
   list                  shows the users
 
   --state DIR           the state folder of run.sh (default build/state)
-  --help                this text
+  -h, --help            this text
+  --version             which release this is
 
 Passwords of $SHORTEST characters or more, one for authentication (SHA-256) and one for privacy (AES),
 are asked for twice on a terminal. Elsewhere they are the first and the second line of
@@ -43,22 +49,20 @@ HELP
 
 # parse_options ARGUMENT...: sets the variables above, or ends with 2.
 parse_options() {
-    local words=() read_only=
+    # Letters are those without accents, whatever the user's language is.
+    local words=() read_only='' LC_ALL=C
     while (($#)); do
         next_option --state "$@"
         shift "$TAKEN"
         case $OPTION in
-        --help)
-            usage
-            exit 0
-            ;;
+        -h | --help | --version) tell_about "$OPTION" ;;
         --read-only) read_only=yes ;;
         --state) STATE=$VALUE ;;
         -*) usage_error "unknown option '$OPTION'." ;;
         *) words+=("$OPTION") ;;
         esac
     done
-    [[ $STATE == /* ]] || STATE=$CALLED_FROM/$STATE
+    choose_state "$STATE"
     COMMAND=${words[0]-}
     NAME=${words[1]-}
     case $COMMAND in
@@ -132,8 +136,41 @@ read_passwords() {
 # hold_state: keeps run.sh from starting an agent meanwhile, or finds the one that runs.
 hold_state() {
     lock_users "$STATE"
-    exec 9>>"$STATE/lock" || fail "cannot write to $STATE"
+    { exec 9>>"$STATE/lock"; } 2>/dev/null || fail "cannot write to $STATE"
     flock -n 9 || AGENT_PID=$(running_agent "$STATE")
+    restore_engine "$STATE"
+}
+
+# find_state: ends the script unless the state folder can be used, or be made for a first user.
+find_state() {
+    local problem top
+    if problem=$(LC_ALL=C ls -A "$STATE/" 2>&1 >/dev/null); then
+        if [[ $COMMAND != add ]]; then
+            [[ -e $STATE/lock ]] || fail "$STATE is not a state folder of run.sh"
+            check_state "$STATE"
+        elif [[ -z $(ls -A "$STATE") ]]; then
+            NEW=("$STATE" -mindepth 1)
+        else
+            make_state "$STATE"
+        fi
+    elif [[ $problem != *"No such file or directory" ]]; then
+        fail "cannot read the state folder $STATE: ${problem##*: }"
+    elif [[ $COMMAND != add ]]; then
+        fail "there is no state folder $STATE; run.sh makes it, or 'snmp_user.sh add'"
+    else
+        top=$STATE
+        while [[ ! -e $(dirname "$top") ]]; do top=$(dirname "$top"); done
+        NEW=("$top")
+    fi
+    ((${#NEW[@]} == 0)) || say "$STATE is a new state folder"
+}
+
+# open_users: the state folder is there, and its users can be read.
+open_users() {
+    ((${#NEW[@]} == 0)) || make_state "$STATE"
+    umask 077
+    make_users_file "$STATE"
+    [[ -r $STATE/agent/users.conf ]] || fail "cannot read $STATE/agent/users.conf"
 }
 
 # need_user: ends the script unless the user can be changed here.
@@ -153,17 +190,62 @@ need_new_user() {
     ! has_user "$STATE" "$NAME" || fail "there is a user $NAME already; 'snmp_user.sh passwd $NAME' changes the passwords"
 }
 
+# remember FILE: has it put back as it is now, or removed if it is not there, should the script fail.
+# That takes no room on a disk.
+remember() {
+    [[ ! -e $1 ]] || ln -f "$1" "$1.old" 2>/dev/null || fail "cannot write to $1.old"
+    UNDO+=("$1")
+}
+
+# undo: nothing of what was begun stays.
+undo() {
+    local file
+    for file in "${UNDO[@]}"; do
+        if [[ -e $file.old ]]; then
+            mv -f "$file.old" "$file"
+        else
+            rm -f "$file"
+            rmdir --ignore-fail-on-non-empty "$(dirname "$file")" 2>/dev/null
+        fi
+    done
+    # It may have read what is not so any more.
+    [[ ${#UNDO[@]} == 0 || -z $AGENT_PID ]] || kill -HUP "$AGENT_PID" 2>/dev/null
+    ((${#NEW[@]} == 0)) || undo_new_state
+}
+
+# undo_new_state: a state folder that was made for nothing goes, unless somebody else uses it by now.
+undo_new_state() {
+    exec 9>&-
+    [[ -d $STATE && -z $(users "$STATE") && ! -e $STATE/switch/switch.db ]] || return 0
+    flock -n "$STATE/lock" find "${NEW[@]}" -delete
+}
+
+# keep_all: what was done stays.
+keep_all() {
+    ((${#UNDO[@]} == 0)) || rm -f "${UNDO[@]/%/.old}"
+    NEW=() UNDO=()
+}
+
 # save_user: makes the keys and stores them; the agent reads them.
 save_user() {
+    if [[ -z $AGENT_PID && -z $(engine_id "$STATE") ]]; then
+        # The keys are the first thing that is made for this agent.
+        remember "$STATE/agent/persistent/snmpd.conf"
+        remember "$STATE/agent/engine"
+    fi
     make_keys "$STATE" "$NAME" "$AUTHENTICATION" "$PRIVACY"
     AUTHENTICATION='' PRIVACY=''
+    remember "$STATE/users/$NAME/snmp.conf"
+    remember "$STATE/agent/users.conf"
     { without_user "$STATE" "$NAME" && printf '%s\ngroup %s usm %s\n' "$KEYS" "$GROUP" "$NAME"; } |
         replace_file "$STATE/agent/users.conf" || exit 1
     write_client_configuration "$STATE" "$NAME" "$KEYS"
-    [[ -n $AGENT_PID ]] || return 0
-    reload_agent "$STATE" "$AGENT_PID"
-    [[ $(ask_agent "$STATE" snmpget "$(user_status "$STATE" "$NAME")") == 1 ]] ||
-        fail "$NAME is stored, but the running agent did not take the keys; see $STATE/snmpd.log"
+    if [[ -n $AGENT_PID ]]; then
+        reload_agent "$STATE" "$AGENT_PID"
+        [[ $(ask_agent "$STATE" snmpget "$(user_status "$STATE" "$NAME")") == 1 ]] ||
+            fail "the running agent did not take the keys of $NAME, so all stays as it was; see $STATE/snmpd.log"
+    fi
+    keep_all
 }
 
 # show_commands: what to type next.
@@ -183,11 +265,12 @@ show_commands() {
 add() {
     need_new_user
     read_passwords
+    open_users
     hold_state
     need_new_user
     save_user
-    local may="read everything and change VSANs"
-    [[ $GROUP == operators ]] || may="read everything and change nothing"
+    local may="read the switch and change VSANs"
+    [[ $GROUP == operators ]] || may="read the switch and change nothing"
     if [[ -n $AGENT_PID ]]; then
         say "$NAME may $may, from now on."
     else
@@ -197,6 +280,7 @@ add() {
 }
 
 passwd() {
+    open_users
     need_user
     read_passwords
     hold_state
@@ -208,6 +292,7 @@ passwd() {
 
 remove() {
     local status
+    open_users
     hold_state
     need_user
     without_user "$STATE" "$NAME" | replace_file "$STATE/agent/users.conf" || exit 1
@@ -227,10 +312,11 @@ remove() {
 
 list() {
     local name group
+    open_users
     while read -r name group; do
         case $group in
-        operators) say "$name  reads everything, changes VSANs" ;;
-        viewers) say "$name  reads everything" ;;
+        operators) say "$name  reads the switch, changes VSANs" ;;
+        viewers) say "$name  reads the switch" ;;
         esac
     done < <(users "$STATE")
     while read -r name; do
@@ -238,23 +324,18 @@ list() {
     done < <(configured_users "$STATE")
 }
 
-# clean_up: what was of use only meanwhile goes, however this ends.
+# clean_up: what was of use only meanwhile goes, however this ends, and so does what was only begun.
 clean_up() {
     [[ ! -t 0 ]] || stty echo
+    end_key_maker
     rm -rf ${LINKS:+"$LINKS"} ${KEYS_FOLDER:+"$KEYS_FOLDER"}
+    undo
 }
 
 parse_options "$@"
-umask 077
 trap clean_up EXIT
 end_on_signals
-if [[ $COMMAND == add ]]; then
-    make_state "$STATE"
-elif [[ ! -e $STATE/lock ]]; then
-    fail "$STATE is not a state folder of run.sh"
-fi
-STATE=$(cd "$STATE" && pwd -P) || fail "cannot read $STATE"
-make_users_file "$STATE"
+find_state
 SNMPD=$(PATH=$PATH:/usr/sbin:/sbin command -v snmpd) && command -v snmpget >/dev/null ||
     fail "snmpd or its tools are not installed; ./run.sh installs them"
 "$COMMAND"

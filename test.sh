@@ -14,15 +14,21 @@ SOAK_MINUTES=10
 SOAK_CAMPAIGN=
 SOAK_FOLDER=soak
 SOAK_RUN=run_group
+SOME=()
 
 usage() {
     cat <<HELP
 Usage: ./test.sh [--target | --sanitize | --fuzz [SECONDS] | --memcheck | --coverage |
                   --fuzz-coverage | --lint]
        ./test.sh [--sanitize] --soak [MINUTES [CAMPAIGN]]
+       ./test.sh unit [FILTER] | agent [FILTER]
 Installs missing packages, builds, runs every test on this machine, and ends with
 a line 'N passed, N failed'. Ends with 0 only when none failed.
 
+  unit [FILTER]      the unit tests alone, or those whose names have FILTER in them, a regular
+                     expression; builds only what they need
+  agent [FILTER]     likewise the tests of the running agent; FILTER is what pytest -k takes, or
+                     the path of one of their files
   --target           the same inside a 32-bit root, which is made first; needs root
   --sanitize         the same under AddressSanitizer and UndefinedBehaviorSanitizer
   --fuzz [SECONDS]   runs each fuzz target for a while instead (default $FUZZ_SECONDS)
@@ -35,12 +41,12 @@ a line 'N passed, N failed'. Ends with 0 only when none failed.
                      them. SOAK_SEED=NUMBER draws what an earlier run drew
   --memcheck         runs tests of the agent under valgrind's memcheck instead
   --coverage         runs the module's unit tests instead, reports which of its lines and
-                     branches they reach, and fails when one is missed that is not in
-                     tests/unreached_branches.txt
+                     branches they reach, and fails when one is missed
   --fuzz-coverage    runs each fuzz target once over its seeds and what earlier runs have
                      found instead, and reports how much of the code each reaches
   --lint             checks format and scripts and analyses the code instead
-  --help             this text
+  -h, --help         this text
+  --version          which release this is
 HELP
 }
 
@@ -56,6 +62,12 @@ test_here() {
     install_with_mibs "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
     # What bench/run.sh measures with is not run here, but must not rot either.
     run_group tools/suite.sh "$BUILD" -DBUILD_BENCHMARKS=ON
+}
+
+# test_some: one suite, or some of its tests.
+test_some() {
+    install_with_mibs "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+    run_group tools/suite.sh "$BUILD" "${SOME[@]}"
 }
 
 test_in_target_root() {
@@ -118,6 +130,10 @@ lint() {
     run_group tools/lint.sh
 }
 
+# campaigns: prints their names. The tests' own list is read as text, since what could run them may
+# not be installed yet.
+campaigns() { sed -n '/^SHARES = {/,/^}/ s/^ *"\(.*\)": .*/\1/p' tests/agent/harness/campaign.py; }
+
 # take_soak_values ARGUMENT...: reads what follows --soak; TAKEN is how many arguments that is.
 take_soak_values() {
     TAKEN=0
@@ -125,15 +141,23 @@ take_soak_values() {
     [[ $1 =~ ^[1-9][0-9]{0,4}$ ]] || usage_error "--soak takes a number of minutes, not '$1'."
     SOAK_MINUTES=$1 TAKEN=1
     (($# > 1)) || return 0
+    campaigns | grep -qxF -e "$2" ||
+        usage_error "there is no campaign '$2', only these: $(campaigns | paste -sd , | sed 's/,/, /g')."
     SOAK_CAMPAIGN=$2 TAKEN=2
 }
 
 TASK=test_here
 if (($#)); then
     case $1 in
-    --help)
-        usage
-        exit 0
+    -h | --help | --version) tell_about "$1" ;;
+    unit | agent)
+        TASK=test_some
+        SOME=(--only "$1")
+        if (($# > 1)); then
+            [[ -n $2 && $2 != -* ]] || usage_error "$1 takes part of a test's name, not '$2'."
+            SOME+=(--filter "$2")
+            shift
+        fi
         ;;
     --target) TASK=test_in_target_root ;;
     --sanitize)

@@ -36,7 +36,8 @@ when every row could be measured, whether it reached what it must or not.
   --strict      ends with 1 when a row did not reach what it must, too
   --accept      puts this build's instructions of a GET on record, in
                 bench/instructions_per_get.json
-  --help        this text
+  -h, --help    this text
+  --version     which release this is
 
 A quiet machine gives the best figures. The two sides of a comparison take turns
 in short slices, so that a busy one mostly changes both alike.
@@ -49,10 +50,7 @@ parse_options() {
         next_option "--seconds --only" "$@"
         shift "$TAKEN"
         case $OPTION in
-        --help)
-            usage
-            exit 0
-            ;;
+        -h | --help | --version) tell_about "$OPTION" ;;
         --strict | --accept) OPTIONS+=("$OPTION") ;;
         --seconds)
             [[ $VALUE =~ ^[1-9][0-9]{0,3}$ ]] || usage_error "--seconds takes a number from 1 to 9999, not '$VALUE'."

@@ -26,7 +26,8 @@ module, 'vsan', made from the MIB of a build. Installs the exporter when it is m
   --output FILE   where to write (default monitoring/snmp.yml in the build folder);
                   only its owner can read it when there is an --auth
   --build DIR     the build folder (default $BUILD)
-  --help          this text
+  -h, --help      this text
+  --version       which release this is
 HELP
 }
 
@@ -37,10 +38,7 @@ parse_options() {
         shift "$TAKEN"
         [[ $VALUE == /* ]] || VALUE=$CALLED_FROM/$VALUE
         case $OPTION in
-        --help)
-            usage
-            exit 0
-            ;;
+        -h | --help | --version) tell_about "$OPTION" ;;
         --auth) AUTH=$VALUE ;;
         --output) OUTPUT=$VALUE ;;
         --build) BUILD=$VALUE ;;

@@ -8,9 +8,21 @@
 #   agent/users.conf         the users that snmp_user.sh made; see users.sh
 #   agent/snmptrapd.conf     for the receiver of notifications, written anew at every start
 #   agent/persistent/        what snmpd remembers: its engine id, its users' keys
+#   agent/engine             the engine id once more; see engine.sh
 #   users/                   for the owner's own tools; see users.sh
 #   run/                     the sockets, and the number of the running agent
-#   vswitchd.log, snmpd.log, snmptrapd.log   of this run; *.log.old of the one before
+#   vswitchd.log, snmpd.log, snmptrapd.log   of this run; *.log.old of what came before
+
+# What readers get beside the objects of the VSANs: the system group, the counts of SNMP messages,
+# and snmpMIB, whose one value says who changed what last. The agent knows much more: the command
+# line of every process of this machine, its packages, its connections.
+READABLE=(.1.3.6.1.2.1.1 .1.3.6.1.2.1.11 .1.3.6.1.6.3.1)
+
+# Objects that the scripts themselves ask for: the number that the agent gives to the library that
+# it loads next, usmUserStatus of RFC 3414, and, under the root of the MIB, vsanNumber.0.
+NEXT_LIBRARY=.1.3.6.1.4.1.2021.13.14.1.0
+USM_USER_STATUS=.1.3.6.1.6.3.15.1.2.2.1.13
+VSAN_NUMBER=1.1.1.0
 
 # A folder for links with plain names, made when something needs one; gone at the end.
 LINKS=
@@ -26,18 +38,34 @@ plain_path() {
     ln -sfn "$1" "$PLAIN" || fail "cannot make the link $PLAIN"
 }
 
-# make_state FOLDER: makes or takes over a state folder; everything in it is the owner's only.
+# choose_state PATH: sets STATE to the folder that a path leads to, or ends with 2. The path goes
+# into lines of configuration and of advice.
+choose_state() {
+    [[ $1 == /* ]] && STATE=$1 || STATE=$CALLED_FROM/$1
+    STATE=$(realpath -m -- "$STATE")
+    [[ $1$STATE != *[[:cntrl:]]* ]] || usage_error "--state takes a path without control characters."
+}
+
+# check_state FOLDER: ends the script unless nobody else can have put anything into a state folder.
+check_state() {
+    local problem
+    problem=$(perl "$REPO/tools/state_folder.pl" "$1") || fail "${problem:-cannot check the state folder $1}"
+}
+
+# make_state FOLDER: makes or takes over a state folder; everything in it is the owner's only. The
+# folders above it are as open as the user's other folders: by default the build's, whose MIB others
+# read.
 make_state() {
     local folder=$1 mask
+    mkdir -p "$(dirname "$folder")" 2>/dev/null || fail "cannot write to the state folder $folder"
     mask=$(umask)
     umask 077
     if [[ -e $folder && ! -d $folder ]]; then
         fail "$folder is not a folder"
     fi
-    if [[ -d $folder && ! -e $folder/lock && -n $(ls -A "$folder" 2>/dev/null) ]]; then
-        fail "$folder holds other things; --state takes a new folder, an empty one, or one that run.sh made"
-    fi
-    { mkdir -p "$folder" && chmod 700 "$folder" && : >>"$folder/lock"; } 2>/dev/null &&
+    mkdir -p "$folder" 2>/dev/null || fail "cannot write to the state folder $folder"
+    check_state "$folder"
+    { : >>"$folder/lock"; } 2>/dev/null &&
         mkdir -p "$folder"/{switch,agent/persistent/cert_indexes,users,run} ||
         fail "cannot write to the state folder $folder"
     umask "$mask"
@@ -56,6 +84,24 @@ open_state() {
     for name in vswitchd snmpd snmptrapd; do
         [[ ! -e $folder/$name.log ]] || mv -f "$folder/$name.log" "$folder/$name.log.old"
     done
+}
+
+# The programs that keep the logs, each by the name of its log.
+declare -A LOG_PIDS
+
+# open_log FOLDER NAME: sets LOG to a descriptor; what is written there goes to FOLDER/NAME.log, and
+# does not fill the disk. Who keeps the log goes on to the end of what is said, so Ctrl-C must not
+# reach it first; the lock of the users must not be held meanwhile.
+open_log() {
+    # shellcheck disable=SC2034 # for the caller
+    exec {LOG}> >(trap '' HUP INT TERM && exec "$BUILD/bin/boundlog" "$1/$2.log" 8>&-)
+    LOG_PIDS[$2]=$!
+}
+
+# end_log NAME: returns when the log has all that was said, its writers having ended.
+end_log() {
+    [[ -z ${LOG_PIDS[$1]-} ]] || end_reader "${LOG_PIDS[$1]}"
+    unset "LOG_PIDS[$1]"
 }
 
 # is_loopback ADDRESS: true when only this machine can reach it.
@@ -95,26 +141,30 @@ write_agent_configuration() {
         cat <<CONF
 # Written by run.sh at every start. Lines of your own go into snmpd.local.conf beside it.
 dontLogTCPWrappersConnects yes
+# The most that a UDP datagram carries. What does not fit is answered with tooBig; without this line
+# the agent tries to send it all the same, answers nothing, and logs every name in it.
+[snmp] sendMessageMaxSize 65507
 dlmod netsnmpagent_oryx $4/libnetsnmpagent_oryx.so
 
-# Everything may be read but the agent's own communities, users and their rights; only the
-# VSANs may be changed. The agent has objects of its own that would let a writer run commands.
-view everything included .1
-view everything excluded .1.3.6.1.6.3.12
-view everything excluded .1.3.6.1.6.3.15
-view everything excluded .1.3.6.1.6.3.16
-view everything excluded .1.3.6.1.6.3.18
+# Only the trees of a switch may be read, and only the VSANs changed: the agent has objects of
+# its own that would let a writer run commands. Its targets, users, communities and rights are
+# nobody's to read, whatever else is.
+$(printf 'view switch included %s\n' "${READABLE[@]}" ".$3")
+view switch excluded .1.3.6.1.6.3.12
+view switch excluded .1.3.6.1.6.3.15
+view switch excluded .1.3.6.1.6.3.16
+view switch excluded .1.3.6.1.6.3.18
 view vsans included .$3
-access operators "" usm priv exact everything vsans none
-access viewers "" usm priv exact everything none none
-access readers "" any noauth exact everything none none
-access writers "" any noauth exact everything vsans none
+access operators "" usm priv exact switch vsans none
+access viewers "" usm priv exact switch none none
+access readers "" any noauth exact switch none none
+access writers "" any noauth exact switch vsans none
 
 # run.sh asks over a socket in this folder whether the agent answers, and snmp_user.sh makes
 # it forget users there.
-view all included .1
-view users included .1.3.6.1.6.3.15.1.2.2.1.13
-access probers "" v2c noauth exact all users none
+$(printf 'view probe included %s\n' "$NEXT_LIBRARY" "$USM_USER_STATUS" ".$3.$VSAN_NUMBER")
+view users included $USM_USER_STATUS
+access probers "" v2c noauth exact probe users none
 com2secunix probe default probe
 group probers v2c probe
 
@@ -156,5 +206,6 @@ make_users_file() {
 # removed.
 forget_users() {
     local stored=$1/agent/persistent/snmpd.conf
-    [[ ! -e $stored ]] || sed -i '/^usmUser /d' "$stored"
+    grep -qs '^usmUser ' "$stored" || return 0
+    sed '/^usmUser /d' "$stored" | replace_file "$stored" || exit 1
 }

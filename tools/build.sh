@@ -22,6 +22,34 @@ configure_project() {
     }
 }
 
+# run_ninja LOG ARGUMENT...: runs it, with how far it is on a terminal. Ninja itself, since it takes
+# its compilers along when it is told to end; cmake does not.
+run_ninja() {
+    local log=$1 begun=$SECONDS far='' status
+    shift
+    if [[ ! -t 1 ]]; then
+        run_step "$log" ninja "$@"
+        return
+    fi
+    run_watched_step "$log" show_progress ninja "$@"
+    status=$?
+    # Where nothing was to do there is nothing to tell.
+    [[ -z $far ]] || printf '\r%40s\r' ''
+    [[ -z $far || $status != 0 ]] || say "built in $((SECONDS - begun)) s"
+    return "$status"
+}
+
+# show_progress: for run_ninja, how much of the build is done, in one line that is written over. No
+# other process is asked, since bash can lose a signal that comes during a $(...).
+show_progress() {
+    local lines
+    mapfile -t lines <"$log"
+    if ((${#lines[@]})) && [[ ${lines[-1]} =~ ^\[([1-9][0-9]*)/([0-9]+)\] ]]; then
+        far="${BASH_REMATCH[1]} of ${BASH_REMATCH[2]}"
+    fi
+    [[ -z $far ]] || printf '\r  %-37s' "$far, $((SECONDS - begun)) s"
+}
+
 # build_project FOLDER [TARGET...]: builds everything, or some targets, in a folder that was
 # configured before; ends the script, naming the log, when that fails.
 build_project() {
@@ -29,8 +57,7 @@ build_project() {
     shift
     : 2>/dev/null >"$log" || fail "cannot write to $folder"
     say "building in $folder"
-    # Ninja itself, since it takes its compilers along when it is told to end; cmake does not.
-    run_step "$log" ninja -C "$folder" "$@" || {
+    run_ninja "$log" -C "$folder" "$@" || {
         show_failure "the build" "$log"
         exit 1
     }

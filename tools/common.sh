@@ -24,6 +24,17 @@ usage_error() {
     exit 2
 }
 
+# tell_about OPTION: what --help and --version print, wherever they stand; ends the script with 0.
+# The script's usage prints its help. The release is named in CMakeLists.txt and nowhere else.
+tell_about() {
+    if [[ $1 == --version ]]; then
+        say "$PROGRAM $(sed -nE 's/^project\(.* VERSION ([0-9.]+).*/\1/p' "$REPO/CMakeLists.txt")"
+    else
+        usage
+    fi
+    exit 0
+}
+
 # next_option NAMES ARGUMENT...: takes the first argument of a command line apart. OPTION is its
 # name and TAKEN how many arguments it is; for one of NAMES, which have values, VALUE is that, given
 # as '--x VALUE' or '--x=VALUE'. A missing value ends the script with 2.
@@ -70,6 +81,18 @@ end_group() {
     wait "$1" 2>/dev/null
 }
 
+# end_reader PID: waits for a program that reads what others write to come to the end of its
+# input, and insists after two seconds: somebody may be left who could still write, or nobody who
+# takes its output.
+end_reader() {
+    local tenths
+    for ((tenths = 0; tenths < 20; tenths++)); do
+        kill -0 "$1" 2>/dev/null || return 0
+        sleep 0.1
+    done
+    kill -KILL "$1" 2>/dev/null
+}
+
 # end_step: ends the step that is running, if any. For the EXIT trap.
 end_step() {
     if [[ -n $STEP_PID ]]; then
@@ -78,15 +101,20 @@ end_step() {
     fi
 }
 
-# run_group COMMAND...: runs a command as start_group does, and returns its status.
-run_group() {
+# wait_for_step: returns the status of the step that is running when it has ended.
+wait_for_step() {
     local status
-    start_group "$@"
-    STEP_PID=$!
     wait "$STEP_PID" 2>/dev/null
     status=$?
     STEP_PID=
     return "$status"
+}
+
+# run_group COMMAND...: runs a command as start_group does, and returns its status.
+run_group() {
+    start_group "$@"
+    STEP_PID=$!
+    wait_for_step
 }
 
 # run_step LOG COMMAND...: the same for a command that writes to a log file.
@@ -94,6 +122,19 @@ run_step() {
     local log=$1
     shift
     run_group "$@" >>"$log" 2>&1
+}
+
+# run_watched_step LOG WATCH COMMAND...: the same, with WATCH called several times a second meanwhile.
+run_watched_step() {
+    local log=$1 watch=$2
+    shift 2
+    start_group "$@" >>"$log" 2>&1
+    STEP_PID=$!
+    while kill -0 "$STEP_PID" 2>/dev/null; do
+        "$watch"
+        sleep 0.2
+    done
+    wait_for_step
 }
 
 # show_failure WHAT LOG: tells which step failed, with the end of its log, the tests that

@@ -34,9 +34,9 @@ def last(pattern, text):
 def runs(junit_path):
     yield ["", *FIGURES]
     cases = ElementTree.parse(junit_path).iter("testcase")
-    for case in sorted(cases, key=lambda case: case.get("name")):
+    for case in sorted(cases, key=lambda case: case.attrib["name"]):
         output = "".join(case.itertext())
-        yield [case.get("name").removeprefix("fuzz."), *(last(pattern, output) for pattern in FIGURES.values())]
+        yield [case.attrib["name"].removeprefix("fuzz."), *(last(pattern, output) for pattern in FIGURES.values())]
 
 
 def share(files, what):

@@ -28,10 +28,12 @@ start_receiver() {
     program=$(PATH=$PATH:/usr/sbin:/sbin command -v snmptrapd) || fail "snmptrapd is not installed"
     # sed sees "@TIME sysUpTime.0 = ...|snmpTrapOID.0 = NAME|binding|binding". It goes on until
     # the receiver has ended, so Ctrl-C must not reach it first.
+    open_log "$1" snmptrapd
     exec {out}> >(trap '' HUP INT && exec sed -u -n \
         -e 's/^@\([0-9:]*\) .*|snmpTrapOID\.0 = \(vsan[A-Za-z]*\)|/\1 \2: /; t show' \
-        -e "w $1/snmptrapd.log" -e 'b' -e ':show' -e 's/|/, /g; s/"\([0-9A-F ]*\) "/\1/g; p')
+        -e 'w /dev/stderr' -e 'b' -e ':show' -e 's/|/, /g; s/"\([0-9A-F ]*\) "/\1/g; p' 2>&"$LOG")
     SHOWING_PID=$!
+    exec {LOG}>&-
     # -X: it would register with another agent on this machine, if there were one. Strings are
     # shown in hex (-Ox), since they may hold anything, line ends included.
     plain_path "$1/agent" agent 180
@@ -44,14 +46,8 @@ start_receiver() {
 
 # stop_receiver: ends it, with all that it received shown.
 stop_receiver() {
-    local tenths showing=$SHOWING_PID
+    local showing=$SHOWING_PID
     [[ -z $RECEIVER_PID ]] || end_group "$RECEIVER_PID"
     RECEIVER_PID='' SHOWING_PID=''
-    [[ -n $showing ]] || return 0
-    # It has come to the end of its input, unless nobody takes its output.
-    for ((tenths = 0; tenths < 20; tenths++)); do
-        kill -0 "$showing" 2>/dev/null || return 0
-        sleep 0.1
-    done
-    kill -KILL "$showing" 2>/dev/null
+    [[ -z $showing ]] || end_reader "$showing"
 }

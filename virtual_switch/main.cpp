@@ -1,5 +1,6 @@
 /* vswitchd, the virtual switch's daemon: command line, start and stop. */
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -8,9 +9,10 @@
 #include <spdlog/spdlog.h>
 #include <sys/stat.h>
 
-#include "configuration.h"
-#include "server.h"
-#include "store.h"
+#include "model/configuration.h"
+#include "model/state_folder.h"
+#include "model/store.h"
+#include "network/server.h"
 
 namespace {
 
@@ -34,6 +36,12 @@ vswitch::SwitchData new_switch(const Options &options) {
     return data;
 }
 
+/* Why a folder will not do, or nothing when it will: it is named in lines of the log. */
+std::string folder_problem(const std::string &folder) {
+    const auto is_control = [](unsigned char byte) { return byte < ' ' || byte == 0x7f; };
+    return std::any_of(folder.begin(), folder.end(), is_control) ? "a path without control characters is needed" : "";
+}
+
 /* The folder without slashes at its end, so that paths in it read well. */
 std::string tidy(std::string folder) {
     while (folder.size() > 1 && folder.back() == '/')
@@ -43,6 +51,7 @@ std::string tidy(std::string folder) {
 
 void serve(const Options &options) {
     vswitch::ensure_directory(options.state_directory, "state folder");
+    vswitch::check_state_folder(options.state_directory);
     vswitch::Store store(options.state_directory);
     const std::string role_file = options.state_directory + "/roles.json";
     vswitch::Roles roles = vswitch::load_roles(role_file);
@@ -50,20 +59,20 @@ void serve(const Options &options) {
         store.create(new_switch(options));
     else if (options.empty || !options.initial_file.empty())
         spdlog::info("{} exists; the initial configuration is ignored", store.path());
-    vswitch::Switch target(store.open(), std::move(roles), &store, role_file);
+    vswitch::ServedSwitch the_switch(store.open(), std::move(roles), &store, role_file);
 
     vswitch::ServerOptions server_options;
     server_options.run_directory = options.run_directory.empty() ? options.state_directory : options.run_directory;
     server_options.group = options.socket_group;
-    target.run_directory = server_options.run_directory;
-    vswitch::Server server(target, server_options);
+    the_switch.run_directory = server_options.run_directory;
+    vswitch::Server server(the_switch, server_options);
 
     /* Whoever started the daemon waits for this line, so no log level hides it. */
     fmt::print(stderr, "ready {}\n", server.socket_path());
     server.run([&] {
         try {
-            target.roles = vswitch::load_roles(role_file);
-            spdlog::info("read the roles again: {} users are restricted", target.roles.user_count());
+            the_switch.roles = vswitch::load_roles(role_file);
+            spdlog::info("read the roles again: {} users are restricted", the_switch.roles.user_count());
         } catch (const vswitch::Refusal &refusal) {
             spdlog::error("{} The former roles stay in force.", refusal.what());
         }
@@ -78,8 +87,10 @@ int main(int argc, char **argv) {
     CLI::App app("The virtual Fibre Channel switch: VSAN manager and port manager on one socket.", "vswitchd");
     app.add_option("--state", options.state_directory, "Folder of the database and of roles.json; made when missing")
         ->required()
+        ->check(folder_problem)
         ->type_name("DIR");
     app.add_option("--run", options.run_directory, "Folder of the socket; by default the state folder")
+        ->check(folder_problem)
         ->type_name("DIR");
     auto *empty = app.add_flag("--empty", options.empty, "Start a new switch with VSAN 1 only");
     app.add_option("--initial", options.initial_file, "Start a new switch with the configuration in this JSON file")

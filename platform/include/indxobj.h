@@ -17,17 +17,20 @@ extern "C" {
 typedef int (*indxobj_comparator)(const void *a, const void *b);
 
 /* One list. The caller provides the storage, zeroed before the first create; its
- * content belongs to the library. */
+ * content belongs to the library. Relied on: that it is one pointer, of which the
+ * functions get the address. */
 typedef struct indxobj_list {
     void *impl;
 } indxobj_list;
 
 /*
  * Makes an empty list in *list. `base`, `unique` and `ordered` select the kind of
- * list; callers pass 0, 1 and 1. A list that already exists is
- * kept with its content (the caller may be initialised twice).
+ * list; callers pass 0, 1 and 1. An empty list may be
+ * created again (the caller may be initialised twice) and is then empty and usable;
+ * whether it is the former one makes no difference.
  *
- * Returns INDXOBJ_CREATED on success, any other value on failure.
+ * Returns INDXOBJ_CREATED on success, the second one included, any other value on
+ * failure.
  */
 int indxobj_create(indxobj_list *list, int base, int unique, indxobj_comparator comparator, int ordered);
 
@@ -48,8 +51,8 @@ void *indxobj_find(indxobj_list *list, const void *key, int flags);
  * again, or null when there is none. */
 void *indxobj_remove(indxobj_list *list, const void *key);
 
-/* Destroys the list, not the data still on it. A list that was never created, or
- * was destroyed before, is left alone. */
+/* Destroys the list, not the data still on it. Relied on: a list that was never
+ * created, or was destroyed before, is left alone. */
 void indxobj_destroy(indxobj_list *list);
 
 #ifdef __cplusplus

@@ -21,8 +21,8 @@ extern "C" {
 /* The queue on which a process awaits its replies. Opaque; owned by the library. */
 typedef struct mts_queue mts_queue;
 
-/* The process's own response queue. Valid from the moment the library is
- * loaded; read it at each call, it may be replaced. */
+/* The process's own response queue. Callers read it at each request; it may be
+ * replaced. */
 extern mts_queue *mts_response_q;
 
 /* One event message as delivered to a subscriber. Opaque; owned by whoever
@@ -36,24 +36,27 @@ typedef struct mts_message mts_message;
  * kind        1 GET, 2 GETNEXT, 3 SET, 4 DELETE, 5 GET through the distribution service
  * payload     request record in network byte order, or null; owned by the caller
  * reply       where to put a newly allocated reply buffer, or null when no data is
- *             expected. *reply is set to null on entry. It may be set even when the
- *             request failed. The caller releases it with free().
- * length      in: payload length in bytes, 0 to 65536 (a request without payload may
- *             carry a length too; nothing is read then); out: reply length in bytes,
- *             0 when no reply came. Must not be null.
+ *             expected. Callers set *reply to null before; it is left so when no
+ *             reply came. It may be set even when the request failed. The caller
+ *             releases it with free().
+ * length      in: payload length in bytes, 0 to 65536, of which the module uses 0 to
+ *             2632 (a request without payload may carry a length too; nothing is
+ *             read then); out: the length in bytes of the reply, if one came. Must
+ *             not be null.
  * user_name   requesting SNMP user, NUL-terminated, or null
  * session     the agent's session id, or 0
  * service     MANAGER_SAP_VSAN or MANAGER_SAP_PORT
  * queue       the caller's response queue, normally mts_response_q
- * wait_class  how long to wait at most, in units of the message service; 0 is the
- *             shortest wait it has
+ * wait_class  how long to wait at most, in units of the message service, which gives
+ *             0 a meaning, too; the module passes 0, 4 and 10
  *
  * Returns 0 on success, the manager's or the platform's 32-bit status otherwise;
- * UINT32_MAX means that no status was obtained and errno holds the reason
- * (ETIMEDOUT no reply in time, ECONNREFUSED or ENOENT no manager, ECONNRESET the
- * manager went away during the request, EPROTO a reply that is no reply,
- * EMSGSIZE, EINVAL, ENOMEM, or why no connection could be made, such as EACCES
- * and EMFILE).
+ * UINT32_MAX means that no status was obtained and errno holds the reason, of which
+ * the module shows the text. Here that is ETIMEDOUT no reply in time, ECONNREFUSED or
+ * ENOENT no manager, ECONNRESET the manager went away during the request, EPROTO a
+ * reply that is no reply, EMSGSIZE, EINVAL, ENOMEM, or why no connection could be
+ * made, such as EACCES, EMFILE, and EPERM for somebody in the manager's place who is
+ * not trusted.
  */
 uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void **reply, uint32_t *length,
                       const char *user_name, uint32_t session, uint32_t service, mts_queue *queue, uint32_t wait_class);

@@ -31,13 +31,14 @@ extern "C" {
  * send         out: 1 to send the notification, 0 to drop it
  *
  * Returns the bindings made with build_varbind, which the library releases, or
- * null when nothing is sent.
+ * null when nothing is sent. Relied on: the widths that the last two outputs have.
  */
 typedef netsnmp_variable_list *(*notification_callback)(const mts_message *message, oid *trap_oid, size_t *trap_length,
                                                         int *send);
 
-/* Subscribes to an event class; at most one callback a class, a second
- * registration replaces it. Returns 0, nonzero when there is no room. */
+/* Subscribes to an event class; at most one callback a class, a second registration
+ * replaces it. The module does not look at the result: 0, or nonzero when there is no
+ * room. */
 int register_for_notification(uint32_t event_class, notification_callback callback);
 
 /* Ends a subscription. Unknown classes are ignored. */
@@ -45,10 +46,11 @@ void unregister_for_notification(uint32_t event_class);
 
 /*
  * Appends one binding to a list. `list` is null for the first. The value (`length`
- * bytes of ASN.1 type `type`) and the name (`name_length` arcs) are copied.
+ * bytes of ASN.1 type `type`) and the name (`name_length` arcs) are copied. An INTEGER
+ * has 4 bytes, whatever a long has.
  *
- * Returns the head of the list; on failure the list as it was, and the notification
- * that is being made is not sent.
+ * Returns the head of the list; on failure the list as it was. The caller does not
+ * notice: not to send the notification then is for the library to see to.
  */
 netsnmp_variable_list *build_varbind(netsnmp_variable_list *list, const void *value, uint8_t type, size_t length,
                                      const oid *name, size_t name_length);
@@ -60,8 +62,10 @@ const char *get_snmp_username(int session);
 /* The session id of the PDU in progress, 0 outside any PDU. `session` is 0. */
 uint32_t get_snmp_sessionid(int session);
 
-/* The number of the PDU in progress, which no two PDUs in a row share; outside any
- * PDU a new number at each call, which no PDU has. Never 0. */
+/* The number of the PDU in progress. Relied on: another PDU has another one, whatever
+ * request ids the clients choose, until the numbers have all been used. A row that was
+ * read for one PDU is taken for what the switch says as long as the number is the same.
+ * Asked for during PDUs only. */
 uint32_t get_pdu_reqid(void);
 
 /* Records a platform status as the reason of the failure about to be returned.
@@ -69,17 +73,19 @@ uint32_t get_pdu_reqid(void);
  * exhausted resource. */
 void log_set_error(uint32_t code, uint32_t number);
 
-/* A status with its text, as handed to log_snmp_error. */
+/* A status with its text, as handed to log_snmp_error. Relied on: this layout. */
 typedef struct snmp_error_record {
     uint32_t code;
-    char text[200]; /* NUL-terminated */
+    char text[200]; /* at most 199 characters and the NUL */
 } snmp_error_record;
 
-/* Reports an error record to the agent's log. The record is copied. */
+/* Reports an error record to the agent's log. The caller's one record is filled anew
+ * for the next report. */
 void log_snmp_error(const snmp_error_record *record);
 
 /* Which VSANs a user may touch. `size` is the length of the bitmap in bytes, always
- * 512, set by the caller before use. The bits belong to the library. */
+ * 512, set by the caller before use, who also clears the bitmap. The bits belong to the
+ * library. */
 typedef struct allowed_vsan_list {
     uint32_t size;
     uint8_t bitmap[512];
@@ -93,17 +99,22 @@ typedef struct allowed_vsan_list {
  * Fills `list` with the VSANs that the user of the PDU in progress may touch in the
  * subtree of `name` (`length` arcs) with a PDU of type `pdu_type`.
  *
- * Returns 0 when the user is not restricted (the list then says nothing), exactly 1
- * when the list counts. When the switch cannot be asked, the user is taken to be
+ * Returns 0 when the user is not restricted (the list then says nothing), 1 when the
+ * list counts. For VSANs the module takes any other result for the latter, for
+ * interfaces (intf_chk_vsan_role_allowed) for the former: a library that has others
+ * would leave these open. When the switch cannot be asked, this one takes the user to be
  * restricted to nothing.
  */
 int snmp_get_allowed_vsans_subtree(allowed_vsan_list *list, const oid *name, size_t length, int pdu_type);
 
-/* Nonzero when `vsan` is in the list. Numbers above 4095 never are. */
+/* Nonzero when `vsan` is in the list. It is asked about what a manager's reply says,
+ * which may be any number; those that no bit stands for are in the list or not as the
+ * library sees fit. Here they are not. */
 int snmp_is_vsan_allowed_in_list(uint32_t vsan, allowed_vsan_list list);
 
-/* Replaces *vsan by the next number in the list strictly after it and returns
- * nonzero, or returns 0 and leaves it when there is none. */
+/* Replaces *vsan by the next number in the list and returns nonzero, or returns 0 when
+ * there is none; *vsan counts for nothing then. It is asked about numbers that are not
+ * in the list, so that "after" and "from" mean the same. */
 int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list);
 
 /* Nonzero when the user of the PDU in progress may touch `vsan`; arguments as for

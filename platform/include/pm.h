@@ -23,8 +23,8 @@ extern "C" {
  * session     the agent's session id, or 0
  * wait_class  as for cmi_req_resp; callers pass 5
  *
- * Returns 0, or a status as cmi_req_resp does; vsan, if_index and is_static are
- * then unchanged.
+ * Returns 0, or a status as cmi_req_resp does; what vsan, if_index and is_static
+ * hold then, nobody is shown but who reads the trace of the failure.
  */
 uint32_t pm_cmi_get_active_vsan_port_membership(mts_queue *queue, uint32_t kind, uint32_t *vsan, uint32_t *if_index,
                                                 uint8_t *is_static, const char *user_name, uint32_t session,

@@ -1,7 +1,8 @@
 /*
  * Event history and debug output. Both are filtered by a 32-bit class (100
- * failures and refusals, 101 ordinary trace); the filters can change at any time
- * while the process runs.
+ * failures and refusals, 101 ordinary trace); the filters are asked for each event.
+ *
+ * Relied on: the types and the order of the arguments below.
  */
 #ifndef PLATFORM_SDWRAP_H
 #define PLATFORM_SDWRAP_H
@@ -12,7 +13,8 @@
 extern "C" {
 #endif
 
-/* The name under which this process's debug lines appear, NUL-terminated. */
+/* The name under which this process's debug lines appear, NUL-terminated. Relied on:
+ * a variable that holds a pointer, no array. */
 extern const char *sdwrap_dbg_modname;
 
 /* Says whether the history leaves out events of this class of this module:
@@ -20,9 +22,9 @@ extern const char *sdwrap_dbg_modname;
 int sdwrap_hist_event_subtype_check(uint32_t module_id, uint32_t event_class);
 
 /*
- * Stores one record in the module's event history, which keeps the latest ones.
- * The record is a 32-bit class in host order followed by a NUL-terminated text;
- * `length` counts all of it in bytes (text length + 5). The record is copied.
+ * Stores one record in the module's event history. The record is a 32-bit class in
+ * host order followed by a NUL-terminated text; `length` counts all of it in bytes
+ * (text length + 5). The record is copied.
  */
 void sdwrap_hist_event(uint32_t module_id, uint32_t length, const void *record);
 

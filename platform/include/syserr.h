@@ -8,12 +8,13 @@
 extern "C" {
 #endif
 
-/* The text of a status for a reader, code included. Never null; static storage,
- * valid until the next call of this function. At most 200 characters. */
+/* The text of a status for a reader, whatever the status. Never null; static storage,
+ * valid until the next call of this function. Of a text for an snmp_error_record, 199
+ * characters and the NUL have room there; the rest of a longer one is cut off. */
 const char *syserr_format(uint32_t status);
 
-/* The short text of a status, without its code. Never null; static storage,
- * valid until the next call of this function. */
+/* The short text of a status, whatever the status. Never null; static storage, valid
+ * until the next call of this function. */
 const char *syserr2str(uint32_t status);
 
 #ifdef __cplusplus

@@ -10,8 +10,9 @@ extern "C" {
 #endif
 
 /* Sets *enabled nonzero when the service distributes this feature, 0 when it does
- * not. Returns 0, or a status code (UINT32_MAX: see errno), and then leaves
- * *enabled as it was. */
+ * not. Returns 0, or a status code (UINT32_MAX: see errno). Relied on: a call that
+ * fails leaves *enabled as it was. The module sets it to 0 before, and looks at it
+ * whatever the result. */
 uint32_t is_tdx_enabled(const char *feature, uint32_t *enabled);
 
 /* Sets *mode nonzero when the feature is in show-run mode (reads show the running

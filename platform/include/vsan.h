@@ -1,7 +1,8 @@
 /*
  * VSAN library: decodes the VSAN manager's configuration events (class 145).
  *
- * Layout of the payload, 32-bit words in network byte order:
+ * Layout of the payload, 32-bit words in network byte order, an affair between the
+ * manager and this library:
  *
  *   byte  0  condition    nonzero when the manager reports a further condition
  *         4  VSAN number
@@ -20,20 +21,22 @@ extern "C" {
 
 /*
  * Decodes the fixed part of an event payload of `size` bytes into host order:
- * *condition, *vsan_id and *is_vsan_created, none of them null.
+ * *condition, *vsan_id and *is_vsan_created, none of them null. Relied on: these
+ * three outputs, in this order.
  *
  * Returns 0, or a nonzero status when the payload is null, short or inconsistent;
- * the outputs are 0 then.
+ * the outputs count for nothing then.
  */
 uint32_t vsan_range_config_change_get_info(const void *payload, uint32_t size, uint32_t *condition, uint32_t *vsan_id,
                                            uint32_t *is_vsan_created);
 
 /*
  * Finds the attribute `key` (a vsan_attr_key_t value) in an event payload. *value
- * and *old_value receive it as it stands there, in NETWORK byte order.
+ * receives it as it stands there, in NETWORK byte order; *old_value, at which the
+ * module does not look, what it was before.
  *
  * Returns 0, or a nonzero status when the payload is not decodable or does not
- * carry the attribute; the outputs are 0 then.
+ * carry the attribute; the outputs count for nothing then.
  */
 uint32_t vsan_range_config_change_get_attr_values(const void *payload, uint32_t size, uint32_t key, uint32_t *value,
                                                   uint32_t *old_value);

@@ -1,45 +1,87 @@
-/*
- * Requests: one connection to the switch, one request at a time on it. They go through
- * memory shared with the switch where it offers that, otherwise over the socket.
- *
- * A manager that does not answer in time costs the agent one whole wait, not one
- * for each request that follows. After a time-out the connection is suspect: a PING
- * is sent behind the unanswered request, and until anything comes from the switch,
- * further requests fail at once. The first sign of life, a late reply or the PONG,
- * ends that. Without the PING, a manager that lost one single request would stay
- * suspect for ever.
- *
- * A request is sent a second time only if the first could not go out whole, or could be
- * taken back from the memory, so that the switch cannot have acted on it.
- */
+// Requests: one connection to the switch, one request at a time on it. They go through
+// memory shared with the switch where it offers that, otherwise over the socket.
+//
+// The connection's life, from one state to the next (enum class link_state):
+//
+//             connect         SHARE         SHARED           sleep
+//      closed --------> fresh ------> asked ------> in_memory <-----> knocked
+//                         ^             |               ^ |     next     |
+//          sign of life   |    no reply |        SHARED | | request      |
+//             connect,    |             v               | v              |
+//      shunned -------> silent <--------+---------------+----------------+
+//                PING
+//
+//   who                from                     to
+//   connect_to_switch  closed                   fresh
+//                      shunned                  silent, with a PING
+//   ask_for_memory     fresh                    asked
+//   take_idle_frame    silent                   fresh, whatever has come from the switch
+//                      any with a connection    in_memory, when a SHARED has come
+//   fall_asleep        in_memory                knocked
+//   look_at_socket     knocked                  in_memory, before the next request
+//   send_ping          asked, in_memory,        silent, when there was no reply in time
+//                      knocked
+//   give_up            those three              shunned, when the switch takes nothing
+//   drop_connection    any with a connection    closed, when it is cut or broken; shunned
+//                                               when it is silent and takes no PING either
+//
+// A manager that does not answer in time costs the agent one whole wait, not one
+// for each request that follows. After a time-out the connection is silent: a PING
+// is sent behind the unanswered request, and until anything comes from the switch,
+// further requests fail at once. The first sign of life, a late reply or the PONG,
+// ends that. Without the PING, a manager that lost one single request would stay
+// silent for ever.
+//
+// What has come already is looked at before each request, which costs no waiting. A
+// sign of life is waited for once in each silence, so that a manager that lost one
+// request can serve the next, and after that once in each second, so that one that
+// has just come back can, too: one message to the agent may lead to thousands of
+// requests, and others wait for it. A silent manager takes a whole wait, and after
+// that no more than a fiftieth of the agent's time.
+//
+// A request is sent a second time only if the first could not go out whole, or could be
+// taken back from the memory, so that the switch cannot have acted on it.
 #include "mts.h"
 
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include "big_endian.h"
+#include "contract/big_endian.h"
 #include "mts_memory.h"
 #include "mts_settings.h"
 #include "mts_stream.h"
 
+// What the connection is like. All zero is the first.
+enum class link_state {
+    closed,    // none; the next request makes one
+    shunned,   // none, since the switch took nothing; the next one begins with a PING
+    fresh,     // just made, or alive again; memory is to be asked for
+    asked,     // memory may be given or not; until it is, requests go over the socket
+    in_memory, // requests go through the memory, and the socket is left alone
+    knocked,   // the same, but on the socket there may be a KNOCK that nobody has waited for
+    silent     // a request was not answered in time, and nothing has come since
+};
+
 // Opaque to callers: the process's connection for requests. Nothing happens to it
 // when the library is loaded; the agent may still fork and change its user.
 struct mts_queue {
-    mts_stream stream;
-    mts_memory memory;
-    bool has_asked_for_memory; // over this connection
-    bool is_suspect;
+    link_state state;
+    mts_stream stream;                    // open but while closed or shunned
+    mts_memory memory;                    // mapped while in_memory or knocked
+    mts_time next_grace;                  // while silent or shunned: when a sign of life may be waited for
     uint32_t correlation;                 // of the latest request or PING
     uint8_t answer[MTS_SHARED_MAX_FRAME]; // the latest that came through the memory
 };
 
 namespace {
 
-// What one unit of a wait class means, and how long a suspect connection is given
-// to show life. The shortest wait is one unit.
+// What one unit of a wait class means. The shortest wait is one unit.
 constexpr mts_time WAIT_CLASS_UNIT = MTS_WIRE_WAIT_UNIT_MS * MTS_MILLISECOND;
-constexpr mts_time SUSPECT_GRACE = 20 * MTS_MILLISECOND;
+
+// How long a silent connection is given to show life, and how often.
+constexpr mts_time SILENCE_GRACE = 20 * MTS_MILLISECOND;
+constexpr mts_time GRACE_INTERVAL = 50 * SILENCE_GRACE;
 
 mts_queue process_queue;
 
@@ -63,8 +105,21 @@ size_t body_length_of(const request &what) {
     return MTS_WIRE_REQUEST_FIXED + what.payload.size() + what.user.size();
 }
 
+// What the states say beside their names.
+bool is_connected(const mts_queue &queue) {
+    return queue.state != link_state::closed && queue.state != link_state::shunned;
+}
+
+bool has_memory(const mts_queue &queue) {
+    return queue.state == link_state::in_memory || queue.state == link_state::knocked;
+}
+
+bool is_silent(const mts_queue &queue) {
+    return queue.state == link_state::silent || queue.state == link_state::shunned;
+}
+
 bool goes_through_memory(const mts_queue &queue, const request &what) {
-    return queue.memory.shared != nullptr && MTS_WIRE_HEADER + body_length_of(what) <= MTS_SHARED_MAX_FRAME;
+    return has_memory(queue) && MTS_WIRE_HEADER + body_length_of(what) <= MTS_SHARED_MAX_FRAME;
 }
 
 // How a step of an exchange ended.
@@ -79,21 +134,29 @@ outcome fail(int reason) {
     return outcome::failed;
 }
 
-// The connection is of no further use. Only for a manager that is still there, and
-// silent, does the suspicion go over to the next connection.
-outcome drop_connection(mts_queue &queue, bool keep_suspicion, outcome result) {
+// The connection is of no further use.
+outcome drop_connection(mts_queue &queue, link_state next, outcome result) {
     mts_memory_unmap(queue.memory);
     mts_stream_close(queue.stream);
-    queue.has_asked_for_memory = false;
-    queue.is_suspect = queue.is_suspect && keep_suspicion;
+    queue.state = next;
     return result;
+}
+
+// A silence begins, or goes on; one that begins has its grace at once. A request may
+// still be under way in the memory, so that it is let go.
+void fall_silent(mts_queue &queue) {
+    if (!is_silent(queue)) {
+        queue.next_grace = 0;
+    }
+    mts_memory_unmap(queue.memory);
+    queue.state = link_state::silent;
 }
 
 // The switch does not even take what it is sent.
 outcome give_up(mts_queue &queue) {
-    queue.is_suspect = true;
+    fall_silent(queue);
     errno = ETIMEDOUT;
-    return drop_connection(queue, true, outcome::failed);
+    return drop_connection(queue, link_state::shunned, outcome::failed);
 }
 
 // Whether a frame is the answer to something that was sent before the latest
@@ -123,10 +186,14 @@ bool is_expected_when_idle(const mts_queue &queue, const mts_frame &frame) {
 
 // Takes what such a frame brings. Whatever it is, it is a sign of life.
 void take_idle_frame(mts_queue &queue, const mts_frame &frame) {
-    queue.is_suspect = false;
+    if (queue.state == link_state::silent) {
+        queue.state = link_state::fresh;
+    }
     if (is_shared(frame)) {
+        const link_state otherwise = queue.state == link_state::fresh ? link_state::fresh : link_state::asked;
         mts_memory_unmap(queue.memory);
-        mts_memory_map(queue.memory, mts_stream_take_descriptor(queue.stream));
+        const bool is_given = mts_memory_map(queue.memory, mts_stream_take_descriptor(queue.stream));
+        queue.state = is_given ? link_state::in_memory : otherwise;
     }
 }
 
@@ -156,37 +223,78 @@ mts_io drop_old_frames(mts_queue &queue, mts_time deadline) {
 // Sends a frame without a body, if that is possible at once.
 mts_io send_sign(mts_queue &queue, mts_frame_type type, uint32_t correlation) {
     uint8_t header[MTS_WIRE_HEADER];
-    mts_frame_encode(header, type, correlation, 0);
+    mts_frame_write_header(header, {type, correlation, 0});
     struct iovec part = {header, sizeof header};
     return mts_stream_send(queue.stream, &part, 1, MTS_NO_WAIT);
 }
 
-// The same; a connection that does not take it is of no further use.
-void send_sign_or_drop(mts_queue &queue, mts_frame_type type, uint32_t correlation) {
-    const mts_io sent = send_sign(queue, type, correlation);
-    if (sent != mts_io::done) {
-        drop_connection(queue, sent == mts_io::timeout, outcome::failed);
-    }
-}
-
-// Asks a silent switch for a sign of life. A switch that does not even take this
-// loses its connection; the next one starts with a PING. So does its memory: a request
-// may still be under way in it.
+// Asks a silent switch for a sign of life. One that does not even take this loses its
+// connection; the next one starts with a PING.
 void send_ping(mts_queue &queue) {
-    mts_memory_unmap(queue.memory);
-    queue.has_asked_for_memory = false;
-    queue.is_suspect = true;
-    send_sign_or_drop(queue, MTS_FRAME_PING, ++queue.correlation);
+    fall_silent(queue);
+    const mts_io sent = send_sign(queue, MTS_FRAME_PING, ++queue.correlation);
+    if (sent != mts_io::done) {
+        drop_connection(queue, sent == mts_io::timeout ? link_state::shunned : link_state::closed, outcome::failed);
+    }
 }
 
 // Asks for memory, once; the answer comes in front of that to the next request. A switch
 // that is silent is not asked for more; one whose answer was late has given memory already.
 void ask_for_memory(mts_queue &queue) {
-    const bool needs_memory = queue.memory.shared == nullptr && !queue.has_asked_for_memory;
-    if (needs_memory && !queue.is_suspect && queue.stream.is_open) {
-        queue.has_asked_for_memory = true;
-        send_sign_or_drop(queue, MTS_FRAME_SHARE, ++queue.correlation);
+    if (queue.state != link_state::fresh) {
+        return;
     }
+    queue.state = link_state::asked;
+    if (send_sign(queue, MTS_FRAME_SHARE, ++queue.correlation) != mts_io::done) {
+        drop_connection(queue, link_state::closed, outcome::failed);
+    }
+}
+
+// Waits for anything from a silent switch, unless it was waited for not long ago.
+outcome await_sign_of_life(mts_queue &queue, mts_time deadline) {
+    const mts_time now = mts_now();
+    if (now < queue.next_grace) {
+        return fail(ETIMEDOUT);
+    }
+    queue.next_grace = now + GRACE_INTERVAL;
+    const mts_time grace_end = now + SILENCE_GRACE;
+    switch (drop_old_frames(queue, grace_end < deadline ? grace_end : deadline)) {
+    case mts_io::done:
+        ask_for_memory(queue);
+        return is_connected(queue) ? outcome::done : outcome::unsent;
+    case mts_io::timeout:
+        return fail(ETIMEDOUT);
+    case mts_io::lost:
+    case mts_io::bad:
+        break;
+    }
+    return drop_connection(queue, link_state::closed, outcome::unsent);
+}
+
+// Looks at what has come since the last request, which may be that the connection died.
+void look_at_socket(mts_queue &queue) {
+    if (queue.state == link_state::knocked) {
+        queue.state = link_state::in_memory;
+    }
+    const mts_io old = drop_old_frames(queue, MTS_NO_WAIT);
+    if (old == mts_io::lost || old == mts_io::bad) {
+        drop_connection(queue, link_state::closed, outcome::failed);
+    }
+}
+
+// Makes a connection. False with errno when that is not possible.
+bool connect_to_switch(mts_queue &queue) {
+    const bool was_silent = is_silent(queue);
+    if (mts_stream_open(queue.stream) != 0) {
+        queue.state = was_silent && errno == ETIMEDOUT ? link_state::shunned : link_state::closed;
+        return false;
+    }
+    if (was_silent) {
+        send_ping(queue);
+    } else {
+        queue.state = link_state::fresh;
+    }
+    return true;
 }
 
 // Makes the queue's connection one that a request can be sent on: connects when
@@ -194,50 +302,35 @@ void ask_for_memory(mts_queue &queue) {
 // process that this one was forked from.
 outcome prepare(mts_queue &queue, mts_time deadline) {
     if (mts_stream_is_inherited(queue.stream)) {
-        drop_connection(queue, false, outcome::failed);
+        drop_connection(queue, link_state::closed, outcome::failed);
     }
-    // With memory, the socket stays untouched while all goes well: that the switch is
-    // gone is noticed when no answer comes.
-    if (queue.memory.shared != nullptr && !queue.memory.may_have_knocked) {
+    // The socket stays untouched while all goes well: that the switch is gone is
+    // noticed when no answer comes.
+    if (queue.state == link_state::in_memory) {
         return outcome::done;
     }
-    if (queue.stream.is_open) {
-        queue.memory.may_have_knocked = false;
-        const mts_io old = drop_old_frames(queue, MTS_NO_WAIT);
-        if (old == mts_io::lost || old == mts_io::bad) {
-            drop_connection(queue, false, outcome::failed);
-        }
+    if (is_connected(queue)) {
+        look_at_socket(queue);
     }
-    if (!queue.stream.is_open) {
-        if (mts_stream_open(queue.stream) != 0) {
-            queue.is_suspect = queue.is_suspect && errno == ETIMEDOUT;
-            return outcome::failed;
-        }
-        if (queue.is_suspect) {
-            send_ping(queue);
-        }
+    if (!is_connected(queue) && !connect_to_switch(queue)) {
+        return outcome::failed;
     }
     ask_for_memory(queue);
-    if (!queue.stream.is_open) {
-        errno = queue.is_suspect ? ETIMEDOUT : ECONNRESET;
-        return queue.is_suspect ? outcome::failed : outcome::unsent;
-    }
-    if (!queue.is_suspect) {
-        return outcome::done;
-    }
-
-    const mts_time grace_end = mts_now() + SUSPECT_GRACE;
-    switch (drop_old_frames(queue, grace_end < deadline ? grace_end : deadline)) {
-    case mts_io::done:
-        ask_for_memory(queue);
-        return queue.stream.is_open ? outcome::done : outcome::unsent;
-    case mts_io::timeout:
+    switch (queue.state) {
+    case link_state::closed:
+        errno = ECONNRESET;
+        return outcome::unsent;
+    case link_state::shunned:
         return fail(ETIMEDOUT);
-    case mts_io::lost:
-    case mts_io::bad:
+    case link_state::silent:
+        return await_sign_of_life(queue, deadline);
+    case link_state::fresh:
+    case link_state::asked:
+    case link_state::in_memory:
+    case link_state::knocked:
         break;
     }
-    return drop_connection(queue, false, outcome::unsent);
+    return outcome::done;
 }
 
 // Has a sleeping switch look at the request in the memory.
@@ -254,7 +347,7 @@ outcome wake_switch(mts_queue &queue) {
 outcome send_request(mts_queue &queue, const request &what, mts_time deadline) {
     const size_t body_length = body_length_of(what);
     uint8_t header[MTS_WIRE_HEADER];
-    mts_frame_encode(header, MTS_FRAME_REQUEST, ++queue.correlation, static_cast<uint32_t>(body_length));
+    mts_frame_write_header(header, {MTS_FRAME_REQUEST, ++queue.correlation, static_cast<uint32_t>(body_length)});
 
     uint8_t fixed[MTS_WIRE_REQUEST_FIXED];
     write_be32(fixed, what.service);
@@ -285,13 +378,20 @@ outcome send_request(mts_queue &queue, const request &what, mts_time deadline) {
         break;
     }
     errno = errno == EPIPE ? ECONNRESET : errno;
-    return drop_connection(queue, false, outcome::unsent);
+    return drop_connection(queue, link_state::closed, outcome::unsent);
+}
+
+// Announces that this process goes to sleep. False, and it must not, when the switch is
+// done with the request.
+bool fall_asleep(mts_queue &queue) {
+    queue.state = link_state::knocked;
+    return mts_memory_fall_asleep(queue.memory);
 }
 
 // Waits until the switch is done with the request in the memory.
 outcome await_memory(mts_queue &queue, mts_time deadline) {
     bool is_done = mts_memory_watch(queue.memory);
-    while (!is_done && mts_memory_fall_asleep(queue.memory)) {
+    while (!is_done && fall_asleep(queue)) {
         mts_frame frame;
         mts_io result = mts_stream_receive(queue.stream, frame, deadline, true);
         if (result == mts_io::done) {
@@ -316,7 +416,7 @@ outcome await_memory(mts_queue &queue, mts_time deadline) {
             return fail(ETIMEDOUT);
         }
         errno = reason;
-        return drop_connection(queue, false, is_unserved ? outcome::unsent : outcome::failed);
+        return drop_connection(queue, link_state::closed, is_unserved ? outcome::unsent : outcome::failed);
     }
     mts_memory_note_answer(queue.memory);
     return outcome::done;
@@ -337,7 +437,7 @@ outcome read_reply(mts_queue &queue, mts_reply &reply) {
         return outcome::done;
     }
     errno = EPROTO;
-    return drop_connection(queue, false, outcome::failed);
+    return drop_connection(queue, link_state::closed, outcome::failed);
 }
 
 // Waits for the reply to the latest request. Its data lie in the stream's buffer.
@@ -360,13 +460,13 @@ outcome receive_reply(mts_queue &queue, mts_reply &reply, mts_time deadline) {
                 return outcome::done;
             }
             errno = EPROTO;
-            return drop_connection(queue, false, outcome::failed);
+            return drop_connection(queue, link_state::closed, outcome::failed);
         case mts_io::timeout:
             send_ping(queue);
             return fail(ETIMEDOUT);
         case mts_io::lost:
         case mts_io::bad:
-            return drop_connection(queue, false, outcome::failed);
+            return drop_connection(queue, link_state::closed, outcome::failed);
         }
     }
 }
@@ -457,7 +557,11 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
 
 uint64_t mts_settings_generation(void) {
     // A switch that is gone no longer says that anything has changed.
-    const bool is_current = process_queue.memory.shared != nullptr && !mts_stream_is_inherited(process_queue.stream) &&
+    const bool is_current = has_memory(process_queue) && !mts_stream_is_inherited(process_queue.stream) &&
                             !mts_stream_is_cut(process_queue.stream);
     return is_current ? mts_memory_generation(process_queue.memory) : 0;
+}
+
+int mts_memory_is_other_version(void) {
+    return mts_memory_has_met_other_version();
 }

@@ -2,7 +2,7 @@
 
 #include <errno.h>
 
-#include "big_endian.h"
+#include "contract/big_endian.h"
 #include "mts_stream.h"
 
 struct mts_message {
@@ -36,7 +36,7 @@ int mts_events_open(const uint32_t *classes, size_t count) {
     }
     uint8_t header[MTS_WIRE_HEADER];
     uint8_t body[4 * MTS_EVENTS_MAX_CLASSES];
-    mts_frame_encode(header, MTS_FRAME_SUBSCRIBE, 1, static_cast<uint32_t>(4 * count));
+    mts_frame_write_header(header, {MTS_FRAME_SUBSCRIBE, 1, static_cast<uint32_t>(4 * count)});
     for (size_t i = 0; i < count; ++i) {
         write_be32(body + 4 * i, classes[i]);
     }

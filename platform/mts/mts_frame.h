@@ -1,6 +1,6 @@
 /*
  * Frames of the message service, taken apart and put together in memory. Nothing
- * here does input or output or keeps state; the layouts are those of mts_wire.h.
+ * here does input or output or keeps state; the layouts are those of contract/frames.h.
  */
 #ifndef MTS_FRAME_H
 #define MTS_FRAME_H
@@ -10,7 +10,7 @@
 
 #include <span>
 
-#include "mts_wire.h"
+#include "contract/frames.h"
 
 /* A received frame. The body lies in the bytes that were decoded. */
 struct mts_frame {
@@ -36,7 +36,7 @@ struct mts_reply {
 
 /*
  * Looks at the front of `bytes` for one frame. Garbage is recognised by its first
- * wrong word, not only when a whole header has come.
+ * wrong byte or word, not only when a whole header has come.
  *
  * size  out: the length of the frame when there is one, otherwise the least number
  *       of bytes that could complete its header or body. Never more than
@@ -53,10 +53,6 @@ bool mts_reply_decode(std::span<const uint8_t> body, mts_reply &reply);
 
 /* Decodes the body of an EVENT. False when it is too short. */
 bool mts_event_decode(std::span<const uint8_t> body, uint32_t &event_class, std::span<const uint8_t> &payload);
-
-/* Writes the header of a frame. */
-void mts_frame_encode(uint8_t (&header)[MTS_WIRE_HEADER], mts_frame_type type, uint32_t correlation,
-                      uint32_t body_length);
 
 #pragma GCC visibility pop
 

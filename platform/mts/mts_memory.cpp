@@ -31,6 +31,15 @@ bool is_end(uint32_t state) {
     return state == MTS_SHARED_ANSWERED || state == MTS_SHARED_ELSEWHERE;
 }
 
+bool has_met_other_version;
+
+// Tells the switch which layout this side knows. Returns whether it is the switch's.
+bool agree_on_version(mts_shared_memory &shared) {
+    const uint32_t version = *const_cast<const volatile uint32_t *>(&shared.version);
+    shared.requester_version.store(MTS_SHARED_VERSION, std::memory_order_relaxed);
+    return version == MTS_SHARED_VERSION;
+}
+
 // Wait without sleeping. Functions of their own, so that profiles tell waiting from working.
 [[gnu::noinline]] bool mts_spin_until_first_looks(const mts_memory &memory) {
     return mts_shared_look([&] { return mts_memory_is_done(memory); }, FIRST_LOOKS);
@@ -53,17 +62,27 @@ bool mts_memory_map(mts_memory &memory, int fd) {
     void *mapped = MAP_FAILED;
     // A file that could shrink would turn reading it into a fatal signal.
     const int seals = fcntl(fd, F_GET_SEALS);
-    const bool is_usable = seals != -1 && (seals & F_SEAL_SHRINK) != 0 && fstat(fd, &status) == 0 &&
-                           status.st_size == static_cast<off_t>(sizeof *memory.shared);
-    if (is_usable) {
+    const bool is_memory = seals != -1 && (seals & F_SEAL_SHRINK) != 0 && fstat(fd, &status) == 0;
+    const bool has_right_size = status.st_size == static_cast<off_t>(sizeof *memory.shared);
+    if (is_memory && has_right_size) {
         mapped = mmap(nullptr, sizeof *memory.shared, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     }
     close(fd);
+    has_met_other_version |= is_memory && !has_right_size;
     if (mapped == MAP_FAILED) {
         return false;
     }
-    memory = {static_cast<mts_shared_memory *>(mapped), ++count, 0, 0, false};
+    memory = {static_cast<mts_shared_memory *>(mapped), ++count, 0, 0};
+    if (!agree_on_version(*memory.shared)) {
+        has_met_other_version = true;
+        mts_memory_unmap(memory);
+        return false;
+    }
     return true;
+}
+
+bool mts_memory_has_met_other_version(void) {
+    return has_met_other_version;
 }
 
 void mts_memory_unmap(mts_memory &memory) {
@@ -118,7 +137,6 @@ void mts_memory_note_answer(mts_memory &memory) {
 }
 
 bool mts_memory_fall_asleep(mts_memory &memory) {
-    memory.may_have_knocked = true;
     memory.shared->requester_sleeps.store(1, std::memory_order_seq_cst);
     return !is_end(memory.shared->state.load(std::memory_order_seq_cst));
 }

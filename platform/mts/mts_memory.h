@@ -12,17 +12,19 @@
 /* All zero is none. */
 struct mts_memory {
     mts_shared_memory *shared;
-    uint32_t number;       /* counts the memories of this process, to tell their generations apart */
-    mts_time watch_start;  /* of the present request; 0 when it was answered without watching long */
-    mts_time usual_time;   /* how long the latest answers took, with the latest counting most */
-    bool may_have_knocked; /* a KNOCK may be on the socket that nobody has waited for */
+    uint32_t number;      /* counts the memories of this process, to tell their generations apart */
+    mts_time watch_start; /* of the present request; 0 when it was answered without watching long */
+    mts_time usual_time;  /* how long the latest answers took, with the latest counting most */
 };
 
 #pragma GCC visibility push(hidden)
 
 /* Maps what came with a SHARED frame, and closes the descriptor. False, with nothing
- * mapped, when that is no memory of the right size. */
+ * mapped, when that is no memory, or one of another version, which is remembered. */
 bool mts_memory_map(mts_memory &memory, int fd);
+
+/* Whether memory of another version has come since the library was loaded. */
+bool mts_memory_has_met_other_version(void);
 
 void mts_memory_unmap(mts_memory &memory);
 
@@ -44,8 +46,8 @@ bool mts_memory_watch(mts_memory &memory);
  * watch is. */
 void mts_memory_note_answer(mts_memory &memory);
 
-/* Announces that the requester goes to sleep. False, and it must not, when the switch
- * is done with the request. */
+/* Announces that the requester goes to sleep; the switch may knock from now on. False, and
+ * it must not, when the switch is done with the request. */
 bool mts_memory_fall_asleep(mts_memory &memory);
 
 /* Whether the answer to a request that the switch is done with is in the memory, and does

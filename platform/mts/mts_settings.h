@@ -17,6 +17,12 @@ extern "C" {
  */
 uint64_t mts_settings_generation(void);
 
+/*
+ * Whether the switch has offered memory of another version than this library knows. 0 when
+ * not; otherwise requests go over the socket, and whoever keeps a log should say so.
+ */
+int mts_memory_is_other_version(void);
+
 #ifdef __cplusplus
 }
 #endif

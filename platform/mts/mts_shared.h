@@ -7,7 +7,11 @@
  * The switch makes it, one for each connection that asks with a SHARE frame, and
  * sends its descriptor with the SHARED frame. It cannot change its size any more.
  * Both sides may run on different word sizes; every word is 32 bits, in the order of
- * the machine. The frames in it are those of mts_wire.h, byte for byte.
+ * the machine. The frames in it are those of contract/frames.h, byte for byte.
+ *
+ * Both sides may be of different builds, too, so that each says first which layout it
+ * knows, and neither believes anything else before it has read the other's version. Where
+ * they differ, requests go over the socket.
  *
  * One request at a time:
  *
@@ -46,6 +50,9 @@ enum mts_shared_state : uint32_t {
     MTS_SHARED_ELSEWHERE = 4
 };
 
+/* Grows with each change of this layout, and of what its words mean. */
+#define MTS_SHARED_VERSION 1u
+
 /* The longest frame that goes through the memory; longer ones take the socket. */
 #define MTS_SHARED_MAX_FRAME 4032u
 
@@ -61,9 +68,12 @@ struct mts_shared_blanks {
 };
 
 struct mts_shared_memory {
+    alignas(64) uint32_t version = MTS_SHARED_VERSION; /* the switch's */
+    std::atomic<uint32_t> requester_version;           /* the requester's, before its first request */
+
     /* Grows whenever roles or settings that libraries of the agent keep have changed,
      * before the change is answered. 0: nothing may be kept. */
-    alignas(64) std::atomic<uint32_t> generation;
+    std::atomic<uint32_t> generation;
 
     alignas(64) std::atomic<uint32_t> state;
     std::atomic<uint32_t> requester_sleeps; /* 1 while it does, else 0 */
@@ -80,6 +90,7 @@ struct mts_shared_memory {
 
 static_assert(std::atomic<uint32_t>::is_always_lock_free && sizeof(std::atomic<uint32_t>) == 4);
 static_assert(sizeof(mts_shared_memory) == 3 * 64 + 2 * 4032);
+static_assert(offsetof(mts_shared_memory, version) == 0);
 static_assert(MTS_SHARED_MAX_FRAME <= 8 * sizeof(mts_shared_blanks) * MTS_SHARED_LINE);
 
 /* What whoever watches the memory does between two looks. */

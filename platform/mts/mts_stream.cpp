@@ -3,13 +3,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
+
+#include "run_directory.h"
 
 namespace {
 
@@ -20,14 +21,9 @@ constexpr int64_t NANOSECONDS_PER_SECOND = 1000000000;
 constexpr int FIRST_FREE_DESCRIPTOR = 3;
 
 int socket_address(struct sockaddr_un &address) {
-    const char *directory = getenv(MTS_RUN_DIR_VARIABLE);
-    if (directory == nullptr || *directory == '\0') {
-        directory = MTS_DEFAULT_RUN_DIR;
-    }
     address = {};
     address.sun_family = AF_UNIX;
-    const int length = snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", directory, MTS_SOCKET_NAME);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof address.sun_path) {
+    if (!run_directory_path(MTS_SOCKET_NAME, address.sun_path)) {
         errno = ENAMETOOLONG;
         return -1;
     }
@@ -44,6 +40,41 @@ int make_socket(void) {
     close(fd);
     errno = reason;
     return moved;
+}
+
+// Whether nobody but this user and root can put a socket into the run directory. Where there
+// are access control lists, the group's bits say what anybody named in them may at most.
+bool has_run_directory_alone(uid_t user) {
+    struct statx status; // which has room for the inode's number on 32 bits, too
+    if (statx(AT_FDCWD, run_directory(), 0, STATX_UID | STATX_MODE, &status) != 0) {
+        return false;
+    }
+    return status.stx_uid == user && (status.stx_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// Whether the other side may speak for the switch. The kernel knows which user it had
+// when it began to listen. Sets errno if not.
+bool is_listener_trusted(int fd) {
+    struct ucred listener;
+    socklen_t length = sizeof listener;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &listener, &length) != 0) {
+        return false;
+    }
+    if (listener.uid == 0 || listener.uid == geteuid() || has_run_directory_alone(listener.uid)) {
+        return true;
+    }
+    errno = EPERM;
+    return false;
+}
+
+// Connects the socket to the switch, or to nobody.
+int connect_to_switch(int fd, const struct sockaddr_un &address) {
+    if (connect(fd, reinterpret_cast<const struct sockaddr *>(&address), sizeof address) != 0) {
+        // EAGAIN is a full backlog, which cannot be waited for: nobody is accepting.
+        errno = errno == EAGAIN ? ETIMEDOUT : errno;
+        return -1;
+    }
+    return is_listener_trusted(fd) ? 0 : -1;
 }
 
 // Waits until the socket is ready for `events`, has failed, or the deadline passes.
@@ -118,9 +149,8 @@ int mts_stream_open(mts_stream &stream) {
     if (fd == -1) {
         return -1;
     }
-    if (connect(fd, reinterpret_cast<const struct sockaddr *>(&address), sizeof address) != 0) {
-        // EAGAIN is a full backlog, which cannot be waited for: nobody is accepting.
-        const int reason = errno == EAGAIN ? ETIMEDOUT : errno;
+    if (connect_to_switch(fd, address) != 0) {
+        const int reason = errno;
         close(fd);
         errno = reason;
         return -1;

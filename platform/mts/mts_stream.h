@@ -47,9 +47,13 @@ mts_time mts_now(void);
  * Connects a closed stream to the switch. Does not wait: the other side answers at
  * once or is overloaded.
  *
+ * Whoever listens there says what this process shows, and whom it lets do what. So it
+ * must be a process of root, of this process's own user, or of the user who owns the
+ * run directory, if no other but root can write in it. Nothing is sent to another.
+ *
  * Returns 0, or -1 with errno: ENOENT or ECONNREFUSED no manager, ETIMEDOUT a
- * manager that accepts nobody, ENAMETOOLONG, EACCES, EMFILE and the like as
- * socket(2) and connect(2) have them.
+ * manager that accepts nobody, EPERM a listener that is not trusted, ENAMETOOLONG,
+ * EACCES, EMFILE and the like as socket(2) and connect(2) have them.
  */
 int mts_stream_open(mts_stream &stream);
 

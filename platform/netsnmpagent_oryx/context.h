@@ -17,7 +17,7 @@
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
-#include "mts_wire.h"
+#include "contract/frames.h"
 
 namespace oryx {
 

@@ -7,24 +7,19 @@
 #include <algorithm>
 #include <iterator>
 
+#include "contract/big_endian.h"
+#include "contract/frames.h"
+#include "contract/services.h"
 #include "mts_settings.h"
-#include "mts_wire.h"
 #include "netsnmpagent_oryx.h"
 #include "syserr.h"
 
 namespace oryx {
 namespace {
 
-constexpr uint32_t GET = 1;
 constexpr uint32_t WAIT_CLASS = 4;
 
-constexpr uint32_t RESTRICTED_AT = 0;
-constexpr uint32_t BITMAP_AT = 4;
-constexpr uint32_t RANGE_COUNT_AT = BITMAP_AT + VSAN_BITMAP_BYTES;
-constexpr uint32_t RANGES_AT = RANGE_COUNT_AT + 4;
-constexpr uint32_t RANGE_BYTES = 8;
-static_assert(RANGE_COUNT_AT == 516 && RANGES_AT == 520);
-static_assert(sizeof(allowed_vsan_list) == 4 + VSAN_BITMAP_BYTES);
+static_assert(sizeof(allowed_vsan_list::bitmap) == VSAN_BITMAP_SIZE);
 
 /* The last role that the switch gave, the PDU that it was given for, and the generation
  * of the switch's settings then. PDU numbers and generations start at 1. */
@@ -36,12 +31,7 @@ char role_user[MTS_WIRE_MAX_USER + 1];
 /* So that a switch which is down costs one line and not one for each request. */
 bool failure_reported = false;
 
-uint32_t word_at(const uint8_t *bytes) {
-    return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
-           static_cast<uint32_t>(bytes[2]) << 8 | static_cast<uint32_t>(bytes[3]);
-}
-
-bool is_empty(const uint8_t (&vsans)[VSAN_BITMAP_BYTES]) {
+bool is_empty(const uint8_t (&vsans)[VSAN_BITMAP_SIZE]) {
     return std::all_of(std::begin(vsans), std::end(vsans), [](uint8_t eight) { return eight == 0; });
 }
 
@@ -53,19 +43,19 @@ void restrict_to_nothing(Role &limits) {
 }
 
 bool decode(const uint8_t *reply, uint32_t length, Role &decoded) {
-    if (!reply || length < RANGES_AT)
+    if (!reply || length < ROLE_REPLY_RANGES)
         return false;
-    const uint32_t restricted = word_at(reply + RESTRICTED_AT);
-    const uint32_t range_count = word_at(reply + RANGE_COUNT_AT);
-    if (restricted > 1 || range_count > MTS_ROLE_MAX_RANGES || length != RANGES_AT + range_count * RANGE_BYTES)
+    const uint32_t restricted = read_be32(reply + ROLE_REPLY_RESTRICTED);
+    const uint32_t range_count = read_be32(reply + ROLE_REPLY_RANGE_COUNT);
+    if (restricted > 1 || range_count > ROLE_MAX_RANGES || length != ROLE_REPLY_RANGES + range_count * ROLE_RANGE_SIZE)
         return false;
     decoded.restricted = restricted == 1;
-    memcpy(decoded.vsans, reply + BITMAP_AT, VSAN_BITMAP_BYTES);
+    memcpy(decoded.vsans, reply + ROLE_REPLY_VSANS, VSAN_BITMAP_SIZE);
     decoded.range_count = range_count;
     // Ascending, none reaching into the next: contains_interface() relies on it.
     for (uint32_t i = 0; i < range_count; ++i) {
-        const uint8_t *range = reply + RANGES_AT + i * RANGE_BYTES;
-        decoded.ranges[i] = {word_at(range), word_at(range + 4)};
+        const uint8_t *range = reply + ROLE_REPLY_RANGES + i * ROLE_RANGE_SIZE;
+        decoded.ranges[i] = {read_be32(range), read_be32(range + 4)};
         if (decoded.ranges[i].first > decoded.ranges[i].last ||
             (i > 0 && decoded.ranges[i].first <= decoded.ranges[i - 1].last))
             return false;
@@ -84,15 +74,31 @@ void report_failure(const char *reason) {
     failure_reported = true;
 }
 
+/* What an errno value of the message service means to whoever reads the agent's log. */
+const char *reason_of(int error) {
+    return error == EPERM ? "who listens at its socket is not trusted" : strerror(error);
+}
+
+/* Requests then cost many times what they should, and nothing else shows it. */
+void report_other_version() {
+    static bool is_reported = false;
+    if (!is_reported && mts_memory_is_other_version()) {
+        snmp_log(LOG_WARNING, "netsnmpagent_oryx: the switch shares memory of another version than this agent knows; "
+                              "requests go over its socket\n");
+        is_reported = true;
+    }
+}
+
 /* Asks the switch for the role of `user`. False when it gave none. */
 bool fetch(const char *user) {
     bool is_given = false;
     void *reply = nullptr;
     uint32_t length = static_cast<uint32_t>(strlen(user));
-    const uint32_t status = cmi_req_resp(MTS_OP_ROLE_OF_USER, GET, user, &reply, &length, nullptr, 0, MTS_SERVICE_ROLES,
-                                         mts_response_q, WAIT_CLASS);
+    const uint32_t status = cmi_req_resp(MTS_OP_ROLE_OF_USER, MTS_KIND_GET, user, &reply, &length, nullptr, 0,
+                                         MTS_SERVICE_ROLES, mts_response_q, WAIT_CLASS);
+    report_other_version();
     if (status != 0) {
-        const char *reason = status == UINT32_MAX ? strerror(errno) : syserr_format(status);
+        const char *reason = status == UINT32_MAX ? reason_of(errno) : syserr_format(status);
         restrict_to_nothing(role);
         report_failure(reason);
     } else if (!role_decode(static_cast<const uint8_t *>(reply), length, role)) {
@@ -121,10 +127,6 @@ void refresh(const PduContext &pdu) {
     role_pdu = pdu.number;
 }
 
-bool contains(const uint8_t *bitmap, uint32_t bytes, uint32_t vsan) {
-    return vsan / 8 < bytes && (bitmap[vsan / 8] & 0x80u >> vsan % 8) != 0;
-}
-
 bool contains_interface(const Role &limits, uint32_t if_index) {
     const InterfaceRange *end = limits.ranges + limits.range_count;
     const InterfaceRange *range = std::lower_bound(
@@ -134,7 +136,7 @@ bool contains_interface(const Role &limits, uint32_t if_index) {
 
 /* The part of a list's bitmap that its size vouches for, and never more than is there. */
 uint32_t usable_bytes(const allowed_vsan_list &list) {
-    return list.size < VSAN_BITMAP_BYTES ? list.size : VSAN_BITMAP_BYTES;
+    return list.size < VSAN_BITMAP_SIZE ? list.size : VSAN_BITMAP_SIZE;
 }
 
 /* Outside any PDU the platform acts for itself, and without limits. */
@@ -174,25 +176,25 @@ int snmp_get_allowed_vsans_subtree(allowed_vsan_list *list, const oid *, size_t,
     if (!role.restricted)
         return 0;
     if (list) {
-        list->size = oryx::VSAN_BITMAP_BYTES;
-        memcpy(list->bitmap, role.vsans, oryx::VSAN_BITMAP_BYTES);
+        list->size = VSAN_BITMAP_SIZE;
+        memcpy(list->bitmap, role.vsans, VSAN_BITMAP_SIZE);
     }
     return 1;
 }
 
 int snmp_is_vsan_allowed_in_list(uint32_t vsan, allowed_vsan_list list) {
-    return oryx::contains(list.bitmap, oryx::usable_bytes(list), vsan);
+    return vsan_bitmap_has(list.bitmap, oryx::usable_bytes(list), vsan);
 }
 
 int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
-    if (!vsan || *vsan >= oryx::HIGHEST_VSAN)
+    if (!vsan || *vsan >= VSAN_NUMBER_MAX)
         return 0;
     const uint32_t bytes = oryx::usable_bytes(list);
     uint32_t candidate = *vsan + 1;
     while (candidate / 8 < bytes) {
         if (list.bitmap[candidate / 8] == 0) {
             candidate = (candidate / 8 + 1) * 8;
-        } else if (oryx::contains(list.bitmap, bytes, candidate)) {
+        } else if (vsan_bitmap_has(list.bitmap, bytes, candidate)) {
             *vsan = candidate;
             return 1;
         } else {
@@ -204,7 +206,7 @@ int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
 
 int snmp_is_vsan_allowed_subtree(uint32_t vsan, const oid *, size_t, int) {
     const oryx::Role &role = oryx::current_role();
-    return !role.restricted || oryx::contains(role.vsans, oryx::VSAN_BITMAP_BYTES, vsan);
+    return !role.restricted || vsan_bitmap_has(role.vsans, VSAN_BITMAP_SIZE, vsan);
 }
 
 /* Here a role names its interfaces itself, for every operation. The list serves

@@ -1,5 +1,5 @@
 /*
- * What a user may touch. The switch knows (MTS_SERVICE_ROLES, see mts_wire.h). What it
+ * What a user may touch. The switch knows (MTS_SERVICE_ROLES, see contract/records.h). What it
  * said is believed for as long as it publishes that nothing has changed; where it does
  * not publish that, it is asked once for each PDU that needs to know.
  */
@@ -9,12 +9,9 @@
 #include <stdint.h>
 
 #include "context.h"
-#include "mts_wire.h"
+#include "contract/records.h"
 
 namespace oryx {
-
-constexpr uint32_t VSAN_BITMAP_BYTES = 512;
-constexpr uint32_t HIGHEST_VSAN = 8 * VSAN_BITMAP_BYTES - 1;
 
 /* Interfaces `first` to `last`, both included, by ifIndex. */
 struct InterfaceRange {
@@ -26,16 +23,15 @@ struct Role {
     /* False: everything is allowed and the rest says nothing. */
     bool restricted;
 
-    /* VSAN v is bit 0x80 >> (v % 8) of byte v / 8. */
-    uint8_t vsans[VSAN_BITMAP_BYTES];
+    uint8_t vsans[VSAN_BITMAP_SIZE];
 
     /* Ascending, and none reaches into the next. */
     uint32_t range_count;
-    InterfaceRange ranges[MTS_ROLE_MAX_RANGES];
+    InterfaceRange ranges[ROLE_MAX_RANGES];
 };
 
 /*
- * Reads the switch's reply of `length` bytes; its layout is in mts_wire.h.
+ * Reads the switch's reply of `length` bytes; its layout is in contract/records.h.
  *
  * Returns true when the reply is exactly one well-formed role. Otherwise `role` is
  * restricted to nothing.

@@ -4,15 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "coarse_clock.h"
 #include "debug_filters.h"
 #include "run_directory.h"
 #include "sdwrap.h"
 
 namespace {
 
-constexpr const char *FILE_NAME = "debug.conf";
 constexpr int64_t LOOK_INTERVAL_MS = 250;
-constexpr size_t MAX_FILE_SIZE = 8192;
 
 // Timestamps of files advance with the kernel's tick: a file read less than this
 // after its last change may change again and look the same.
@@ -61,14 +60,15 @@ ssize_t read_file(const char *path, char *bytes, size_t size) {
 }
 
 void load(const char *path) {
-    static char text[MAX_FILE_SIZE + 1];
+    static char text[DEBUG_FILTER_FILE_MAX + 1];
     const ssize_t length = read_file(path, text, sizeof text);
     if (length == -1) {
         buginf(sdwrap_dbg_modname, "%s cannot be read (%s); the filters stay as they were", path, strerror(errno));
         return;
     }
-    if (static_cast<size_t>(length) > MAX_FILE_SIZE) {
-        buginf(sdwrap_dbg_modname, "%s is longer than %zu bytes; the filters stay as they were", path, MAX_FILE_SIZE);
+    if (static_cast<size_t>(length) > DEBUG_FILTER_FILE_MAX) {
+        buginf(sdwrap_dbg_modname, "%s is longer than %u bytes; the filters stay as they were", path,
+               DEBUG_FILTER_FILE_MAX);
         return;
     }
     const debug_filters_errors errors = debug_filters_parse({text, static_cast<size_t>(length)}, current);
@@ -83,7 +83,7 @@ void look_at_file(void) {
     char path[RUN_PATH_SIZE];
     struct stat status;
     file_stamp found = {};
-    const bool is_there = run_directory_path(FILE_NAME, path) && stat(path, &status) == 0;
+    const bool is_there = run_directory_path(DEBUG_FILTER_FILE, path) && stat(path, &status) == 0;
     if (is_there) {
         found = {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
     }

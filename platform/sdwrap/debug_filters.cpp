@@ -1,49 +1,12 @@
 #include "debug_filters.h"
 
-#include <string_view>
+#include "contract/run_directory.h"
+#include "words.h"
 
 namespace {
 
-constexpr uint32_t ORDINARY_TRACE = 101;
-
-constexpr std::string_view BLANKS = " \t\r";
-
 debug_filter default_of(uint32_t event_class) {
-    return {event_class, event_class != ORDINARY_TRACE, false};
-}
-
-// The first `length` characters, or all. Unlike substr it needs no C++ runtime to
-// report a position outside the text.
-std::string_view front(std::string_view text, size_t length) {
-    return {text.data(), length < text.size() ? length : text.size()};
-}
-
-// Takes the next word off the front of a line; empty at its end.
-std::string_view next_word(std::string_view &line) {
-    const size_t start = line.find_first_not_of(BLANKS);
-    if (start == std::string_view::npos) {
-        line = {};
-        return {};
-    }
-    line.remove_prefix(start);
-    const std::string_view word = front(line, line.find_first_of(BLANKS));
-    line.remove_prefix(word.size());
-    return word;
-}
-
-bool read_number(std::string_view word, uint32_t &number) {
-    uint64_t value = 0;
-    for (const char digit : word) {
-        if (digit < '0' || digit > '9') {
-            return false;
-        }
-        value = value * 10 + static_cast<uint64_t>(digit - '0');
-        if (value > UINT32_MAX) {
-            return false;
-        }
-    }
-    number = static_cast<uint32_t>(value);
-    return !word.empty();
+    return {event_class, event_class != TRACE_CLASS_TRACE, false};
 }
 
 // The entry of a class, made if need be; null when there is no room.

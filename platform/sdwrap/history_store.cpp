@@ -1,14 +1,13 @@
 #include "history_store.h"
 
 #include <ctype.h>
-#include <errno.h>
 #include <fcntl.h>
-#include <sched.h>
 #include <stdio.h>
-#include <sys/mman.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "coarse_clock.h"
 #include "run_directory.h"
 
 namespace {
@@ -16,44 +15,28 @@ namespace {
 // How often to look whether the history file can be had by now.
 constexpr int64_t RETRY_INTERVAL_MS = 1000;
 
-// How often to ask for the lock of another process, which holds it for the time of
-// one record.
-constexpr int LOCK_ATTEMPTS = 16;
+// Lines that wait for the file.
+struct {
+    size_t length;
+    char lines[32768];
+} backlog;
 
-history_ring in_memory;
-
-struct history_file {
-    history_ring *ring; // null while there is no file
+struct {
+    bool is_open;
     int fd;
     int64_t retry_at;
+    char path[RUN_PATH_SIZE];
 } file;
 
 [[gnu::destructor]] void close_at_unload(void) {
     history_store_close();
 }
 
-// Locks the file against other processes of the same name, or lets go of it. Such a
-// lock is not passed on to a forked child and ends with the process.
-bool set_lock(int fd, short type) {
-    struct flock lock = {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    for (int attempt = 0; attempt < LOCK_ATTEMPTS; ++attempt) {
-        if (fcntl(fd, F_SETLK, &lock) == 0) {
-            return true;
-        }
-        if (errno != EAGAIN && errno != EACCES && errno != EINTR) {
-            return false;
-        }
-        sched_yield();
-    }
-    return false;
-}
-
-// The name comes from the program's name and must stay one component of a path.
+// The name comes from the program's name and must stay one component of a path, in which
+// a dot begins what is no part of it.
 bool file_path(const char *name, char (&path)[RUN_PATH_SIZE]) {
-    char component[80] = "history.";
-    size_t length = sizeof "history." - 1;
+    char component[80] = HISTORY_FILE_PREFIX;
+    size_t length = sizeof HISTORY_FILE_PREFIX - 1;
     for (; *name != '\0' && length < sizeof component - 1; ++name) {
         const unsigned char letter = static_cast<unsigned char>(*name);
         component[length++] = isalnum(letter) || letter == '-' || letter == '_' ? *name : '_';
@@ -62,113 +45,118 @@ bool file_path(const char *name, char (&path)[RUN_PATH_SIZE]) {
     return run_directory_path(component, path);
 }
 
-// Whether a file is ours alone, so that nobody shortens it under our feet.
+// Whether a file is ours alone, so that nobody has us write into another's.
 bool is_private(const struct stat &status) {
     return S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink == 1;
 }
 
-// Brings an opened file to its size, reserves the space and maps it. The first
-// record formats it if it holds no history.
-bool prepare(int fd) {
+// Who may enter the run directory as a member of its group may read what is there.
+bool set_permissions(int fd) {
+    struct stat directory;
+    const bool is_shared = stat(run_directory(), &directory) == 0 && (directory.st_mode & S_IXGRP) != 0 &&
+                           fchown(fd, static_cast<uid_t>(-1), directory.st_gid) == 0;
+    return fchmod(fd, is_shared ? S_IRUSR | S_IWUSR | S_IRGRP : S_IRUSR | S_IWUSR) == 0;
+}
+
+bool open_file(const char *name) {
+    if (!file_path(name, file.path)) {
+        return false;
+    }
+    int fd = open(file.path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR);
+    // Descriptors 0 to 2 would take in whatever somebody prints.
+    if (fd != -1 && fd <= STDERR_FILENO) {
+        const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        close(fd);
+        fd = moved;
+    }
+    if (fd == -1) {
+        return false;
+    }
     struct stat status;
-    if (fstat(fd, &status) != 0 || !is_private(status) || fchmod(fd, S_IRUSR | S_IWUSR) != 0) {
+    if (fstat(fd, &status) != 0 || !is_private(status) || !set_permissions(fd)) {
+        close(fd);
         return false;
     }
-    const off_t size = static_cast<off_t>(sizeof(history_ring));
-    // Never made shorter than a history: another process may have it mapped.
-    if ((status.st_size > size && ftruncate(fd, size) != 0) || posix_fallocate(fd, 0, size) != 0) {
-        return false;
-    }
-    void *mapped = mmap(nullptr, sizeof(history_ring), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (mapped == MAP_FAILED) {
-        return false;
-    }
-    file.ring = static_cast<history_ring *>(mapped);
+    file.is_open = true;
     file.fd = fd;
     return true;
 }
 
-bool open_file(const char *name) {
-    char path[RUN_PATH_SIZE];
-    if (!file_path(name, path)) {
-        return false;
-    }
-    int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR);
-    if (fd == -1) {
-        return false;
-    }
-    // Descriptors 0 to 2 would take in whatever somebody prints.
-    if (fd <= STDERR_FILENO) {
-        const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        close(fd);
-        fd = moved;
-        if (fd == -1) {
-            return false;
+// Puts the full file in the place of the old one, unless another process has done so. Where
+// that is not possible, what it holds goes, so that it stays within its bound.
+void put_away(const struct stat &status) {
+    struct stat named;
+    if (stat(file.path, &named) == 0 && named.st_ino == status.st_ino && named.st_dev == status.st_dev) {
+        char old[RUN_PATH_SIZE + sizeof HISTORY_OLD_SUFFIX];
+        snprintf(old, sizeof old, "%s" HISTORY_OLD_SUFFIX, file.path);
+        if (rename(file.path, old) != 0 && ftruncate(file.fd, 0) != 0) {
+            unlink(file.path);
         }
     }
-    const bool is_ready = set_lock(fd, F_WRLCK) && prepare(fd);
-    if (!is_ready) {
-        close(fd);
-        return false;
-    }
-    set_lock(fd, F_UNLCK);
-    return true;
+    history_store_close();
 }
 
-// A file that was shortened would kill the process at the next access, and one that
-// was removed is read by nobody.
-bool is_file_whole(void) {
+// Sees to it that a file is open that has its name, and room for `length` bytes.
+bool make_ready(const char *name, size_t length) {
+    struct stat status = {};
+    if (file.is_open && (fstat(file.fd, &status) != 0 || status.st_nlink == 0)) {
+        history_store_close();
+    }
+    if (file.is_open && static_cast<size_t>(status.st_size) + length > HISTORY_FILE_MAX) {
+        put_away(status);
+    }
+    if (!file.is_open && coarse_milliseconds() >= file.retry_at && !open_file(name)) {
+        file.retry_at = coarse_milliseconds() + RETRY_INTERVAL_MS;
+    }
+    return file.is_open;
+}
+
+// Adds whole lines to the file. Of those that find no room nothing is left in it.
+bool append(const char *lines, size_t length) {
+    const ssize_t written = write(file.fd, lines, length);
+    if (written == static_cast<ssize_t>(length)) {
+        return true;
+    }
     struct stat status;
-    return fstat(file.fd, &status) == 0 && status.st_size == static_cast<off_t>(sizeof(history_ring)) &&
-           status.st_nlink > 0;
+    // A line without its end is better than one that comes twice.
+    return written > 0 && (fstat(file.fd, &status) != 0 || ftruncate(file.fd, status.st_size - written) != 0);
 }
 
-void append(history_ring &ring, const history_record &record) {
-    if (!history_ring_is_valid(ring)) {
-        history_ring_format(ring);
+// Keeps a line, the oldest of which make room.
+void keep(const char *line, size_t length) {
+    size_t dropped = 0;
+    while (backlog.length - dropped + length > sizeof backlog.lines) {
+        const void *end = memchr(backlog.lines + dropped, '\n', backlog.length - dropped);
+        dropped = static_cast<size_t>(static_cast<const char *>(end) - backlog.lines) + 1;
     }
-    history_ring_append(ring, record);
-}
-
-void append_to_file(const history_record &record) {
-    if (set_lock(file.fd, F_WRLCK)) {
-        append(*file.ring, record);
-        set_lock(file.fd, F_UNLCK);
-    }
-}
-
-void move_memory_to_file(void) {
-    static history_record record; // too large for the agent's stack
-    for (uint32_t position = in_memory.begin; history_ring_next(in_memory, position, record);) {
-        append_to_file(record);
-    }
-    in_memory.magic = 0;
-    in_memory.begin = in_memory.end = 0;
+    backlog.length -= dropped;
+    memmove(backlog.lines, backlog.lines + dropped, backlog.length);
+    memcpy(backlog.lines + backlog.length, line, length);
+    backlog.length += length;
 }
 
 } // namespace
 
-void history_store_add(const char *name, const history_record &record) {
-    if (file.ring != nullptr && !is_file_whole()) {
-        history_store_close();
-    }
-    if (file.ring == nullptr && coarse_milliseconds() >= file.retry_at) {
-        file.retry_at = coarse_milliseconds() + RETRY_INTERVAL_MS;
-        if (open_file(name)) {
-            move_memory_to_file();
+void history_store_add(const char *name, const history_line &record) {
+    static char line[HISTORY_MAX_LINE]; // too large for the agent's stack
+    const size_t length = history_line_write(record, line);
+    if (make_ready(name, backlog.length + length)) {
+        if (backlog.length > 0 && append(backlog.lines, backlog.length)) {
+            backlog.length = 0;
         }
+        if (backlog.length == 0 && append(line, length)) {
+            return;
+        }
+        // The disk is full, perhaps. Until then the file is let go of.
+        history_store_close();
+        file.retry_at = coarse_milliseconds() + RETRY_INTERVAL_MS;
     }
-    if (file.ring != nullptr) {
-        append_to_file(record);
-    } else {
-        append(in_memory, record);
-    }
+    keep(line, length);
 }
 
 void history_store_close(void) {
-    if (file.ring != nullptr) {
-        munmap(file.ring, sizeof(history_ring));
+    if (file.is_open) {
         close(file.fd);
     }
-    file = {};
+    file.is_open = false;
 }

@@ -47,17 +47,34 @@ bool write_line_to_file(const char *path, const char *line, size_t length) {
     return is_written;
 }
 
+// The time in UTC, as "2026-11-22T02:00:00.123456Z". The second is formatted once for all that
+// fall into it. Static storage, valid until the next call.
+const char *time_text(void) {
+    static time_t second = -1;
+    static char text[40];
+    static size_t length;
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (now.tv_sec != second) {
+        struct tm utc = {};
+        second = now.tv_sec;
+        gmtime_r(&second, &utc);
+        length = strftime(text, sizeof text - sizeof ".123456Z", "%Y-%m-%dT%H:%M:%S", &utc);
+        memcpy(text + length, ".000000Z", sizeof ".000000Z");
+    }
+    long microseconds = now.tv_nsec / 1000;
+    for (size_t digit = length + 6; digit > length; --digit) {
+        text[digit] = static_cast<char>('0' + microseconds % 10);
+        microseconds /= 10;
+    }
+    return text;
+}
+
 // Puts the time and the name in front of a text. Returns the length, which is less
 // than `size`.
 size_t write_prefix(char *line, size_t size, const char *name) {
-    struct timespec now;
-    struct tm utc = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    gmtime_r(&now.tv_sec, &utc);
-    size_t length = strftime(line, size, "%Y-%m-%dT%H:%M:%S", &utc);
-    const int more =
-        snprintf(line + length, size - length, ".%06ldZ %.64s: ", now.tv_nsec / 1000, name == nullptr ? "-" : name);
-    return length + (more > 0 ? static_cast<size_t>(more) : 0);
+    const int length = snprintf(line, size, "%s %.64s: ", time_text(), name == nullptr ? "-" : name);
+    return length > 0 ? static_cast<size_t>(length) : 0;
 }
 
 // One text is one line, whatever it contains.
@@ -91,23 +108,19 @@ void sdwrap_hist_event(uint32_t module_id, uint32_t length, const void *record) 
         return;
     }
     const int reason = errno;
-    static history_record stored; // too large for the agent's stack
-    struct timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
+    static char text[HISTORY_MAX_TEXT]; // too large for the agent's stack
     memcpy(&event_class, record, sizeof event_class);
-    stored.process_id = static_cast<uint32_t>(getpid());
-    stored.nanoseconds = static_cast<uint32_t>(now.tv_nsec);
-    stored.seconds = now.tv_sec;
-    stored.module_id = module_id;
-    stored.event_class = event_class;
+    const char *given = static_cast<const char *>(record) + sizeof event_class;
+    const size_t bound = length - sizeof event_class < sizeof text ? length - sizeof event_class : sizeof text;
+    const size_t given_length = strnlen(given, bound);
+    memcpy(text, given, given_length);
 
-    const char *text = static_cast<const char *>(record) + sizeof event_class;
-    const size_t bound =
-        length - sizeof event_class < HISTORY_MAX_TEXT ? length - sizeof event_class : HISTORY_MAX_TEXT;
-    const size_t text_length = strnlen(text, bound);
-    memcpy(stored.text, text, text_length);
-    stored.text[text_length] = '\0';
-    history_store_add(sdwrap_dbg_modname == nullptr ? "unnamed" : sdwrap_dbg_modname, stored);
+    history_store_add(sdwrap_dbg_modname == nullptr ? "unnamed" : sdwrap_dbg_modname,
+                      {.time = time_text(),
+                       .process_id = static_cast<uint32_t>(getpid()),
+                       .module_id = module_id,
+                       .event_class = event_class,
+                       .text = {text, make_one_line(text, given_length)}});
     errno = reason;
 }
 

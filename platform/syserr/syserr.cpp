@@ -2,7 +2,7 @@
 
 #include <stdio.h>
 
-#include "status_codes.h"
+#include "contract/status_codes.h"
 
 namespace {
 

@@ -4,22 +4,19 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "contract/big_endian.h"
+#include "contract/records.h"
+#include "contract/services.h"
 #include "mts.h"
-#include "mts/big_endian.h"
 #include "mts/mts_settings.h"
-#include "mts/mts_wire.h"
 
 namespace {
 
-constexpr uint32_t KIND_GET = 1;
 constexpr uint32_t WAIT_CLASS = 4;
 constexpr uint32_t MAX_FEATURE_NAME = 64;
 
-// The words of the state reply.
-constexpr size_t ENABLED = 0;
-constexpr size_t SHOW_RUN_MODE = 1;
-constexpr size_t STATE_WORDS = 2;
-constexpr uint32_t STATE_REPLY_LENGTH = 4 * STATE_WORDS;
+// The words of the service's reply, of which it knows where each lies.
+constexpr size_t STATE_WORDS = TDX_STATE_REPLY_SIZE / 4;
 
 // What the service said last, for which feature, and the generation of the switch's
 // settings then: as long as that stays, there is no need to ask again. 0 is none.
@@ -36,7 +33,7 @@ uint32_t no_status(int reason) {
 
 // Stores one of the feature's settings, which the service is asked for when it is not
 // known.
-uint32_t read_setting(const char *feature, size_t which, uint32_t *setting) {
+uint32_t read_setting(const char *feature, tdx_state_reply_at which, uint32_t *setting) {
     if (feature == nullptr || setting == nullptr) {
         return no_status(EINVAL);
     }
@@ -47,13 +44,13 @@ uint32_t read_setting(const char *feature, size_t which, uint32_t *setting) {
     // A change that comes while the service is asked belongs to a later generation.
     const uint64_t generation = mts_settings_generation();
     if (generation != 0 && generation == known.generation && strcmp(feature, known.feature) == 0) {
-        *setting = known.settings[which];
+        *setting = known.settings[which / 4];
         return 0;
     }
     void *reply = nullptr;
-    uint32_t status = cmi_req_resp(MTS_OP_TDX_STATE, KIND_GET, feature, &reply, &length, nullptr, 0, MTS_SERVICE_TDX,
-                                   mts_response_q, WAIT_CLASS);
-    if (status == 0 && (reply == nullptr || length < STATE_REPLY_LENGTH)) {
+    uint32_t status = cmi_req_resp(MTS_OP_TDX_STATE, MTS_KIND_GET, feature, &reply, &length, nullptr, 0,
+                                   MTS_SERVICE_TDX, mts_response_q, WAIT_CLASS);
+    if (status == 0 && (reply == nullptr || length < TDX_STATE_REPLY_SIZE)) {
         status = no_status(EPROTO);
     }
     known.generation = 0;
@@ -63,7 +60,7 @@ uint32_t read_setting(const char *feature, size_t which, uint32_t *setting) {
         }
         strcpy(known.feature, feature);
         known.generation = generation;
-        *setting = known.settings[which];
+        *setting = known.settings[which / 4];
     }
     const int reason = errno;
     free(reply);
@@ -74,9 +71,9 @@ uint32_t read_setting(const char *feature, size_t which, uint32_t *setting) {
 } // namespace
 
 uint32_t is_tdx_enabled(const char *feature, uint32_t *enabled) {
-    return read_setting(feature, ENABLED, enabled);
+    return read_setting(feature, TDX_STATE_ENABLED, enabled);
 }
 
 uint32_t get_tdx_show_run_mode(const char *feature, uint32_t *mode) {
-    return read_setting(feature, SHOW_RUN_MODE, mode);
+    return read_setting(feature, TDX_STATE_SHOW_RUN, mode);
 }

@@ -5,19 +5,12 @@
 
 #include <span>
 
-#include "mts/big_endian.h"
-#include "syserr/status_codes.h"
+#include "contract/big_endian.h"
+#include "contract/events.h"
+#include "contract/limits.h"
+#include "contract/status_codes.h"
 
 namespace {
-
-constexpr size_t CONDITION_AT = 0;
-constexpr size_t VSAN_AT = 4;
-constexpr size_t CREATED_AT = 8;
-constexpr size_t COUNT_AT = 12;
-constexpr size_t ATTRIBUTES_AT = 16;
-constexpr size_t ATTRIBUTE_LENGTH = 12;
-constexpr uint32_t MAX_ATTRIBUTES = 32;
-constexpr uint32_t MAX_VSAN = 4095;
 
 // The parts of an event, in host order but for the attributes, which are `count`
 // times key, value and old value as they came.
@@ -29,15 +22,15 @@ struct config_change {
 };
 
 bool decode(const void *payload, uint32_t size, config_change &change) {
-    if (payload == nullptr || size < ATTRIBUTES_AT) {
+    if (payload == nullptr || size < VSAN_EVENT_FIXED) {
         return false;
     }
     const std::span bytes(static_cast<const uint8_t *>(payload), size);
-    const uint32_t count = read_be32(bytes.data() + COUNT_AT);
-    change = {read_be32(bytes.data() + CONDITION_AT), read_be32(bytes.data() + VSAN_AT),
-              read_be32(bytes.data() + CREATED_AT), bytes.subspan(ATTRIBUTES_AT)};
-    return count <= MAX_ATTRIBUTES && change.attributes.size() == count * ATTRIBUTE_LENGTH && change.is_created <= 1 &&
-           change.vsan_id >= 1 && change.vsan_id <= MAX_VSAN;
+    const uint32_t count = read_be32(bytes.data() + VSAN_EVENT_ATTRIBUTE_COUNT);
+    change = {read_be32(bytes.data() + VSAN_EVENT_CONDITION), read_be32(bytes.data() + VSAN_EVENT_VSAN),
+              read_be32(bytes.data() + VSAN_EVENT_CREATED), bytes.subspan(VSAN_EVENT_FIXED)};
+    return count <= VSAN_EVENT_MAX_ATTRIBUTES && change.attributes.size() == count * VSAN_EVENT_ATTRIBUTE_SIZE &&
+           change.is_created <= 1 && change.vsan_id >= VSAN_NUMBER_MIN && change.vsan_id <= VSAN_NUMBER_MAX;
 }
 
 } // namespace
@@ -62,10 +55,10 @@ uint32_t vsan_range_config_change_get_attr_values(const void *payload, uint32_t 
     if (!decode(payload, size, change)) {
         return STATUS_BAD_EVENT;
     }
-    for (auto rest = change.attributes; !rest.empty(); rest = rest.subspan(ATTRIBUTE_LENGTH)) {
-        if (read_be32(rest.data()) == key) {
-            memcpy(value, rest.data() + 4, sizeof *value);
-            memcpy(old_value, rest.data() + 8, sizeof *old_value);
+    for (auto rest = change.attributes; !rest.empty(); rest = rest.subspan(VSAN_EVENT_ATTRIBUTE_SIZE)) {
+        if (read_be32(rest.data() + VSAN_EVENT_ATTRIBUTE_KEY) == key) {
+            memcpy(value, rest.data() + VSAN_EVENT_ATTRIBUTE_VALUE, sizeof *value);
+            memcpy(old_value, rest.data() + VSAN_EVENT_ATTRIBUTE_FORMER, sizeof *old_value);
             return STATUS_SUCCESS;
         }
     }

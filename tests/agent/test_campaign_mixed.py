@@ -113,8 +113,8 @@ class Scene:
 
 
 @pytest.mark.campaign("mixed load")
-def test_mixed_load_leaves_memory_flat_and_the_switch_as_the_model_says(started, start_switch, start_agent,
-                                                                      campaign):
+def test_mixed_load_leaves_memory_flat_and_the_switch_as_the_model_says(
+        started, start_switch, start_agent, campaign):
     receiver = started.add(CountingReceiver())
     switch = start_switch(initial=INITIAL, roles={})
     agent = start_agent(switch, lines=[SINKS["v2c trap"].format(port=receiver.port)])

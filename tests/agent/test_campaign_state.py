@@ -5,7 +5,6 @@ import contextlib
 import os
 import re
 import sqlite3
-import subprocess
 
 import pytest
 
@@ -13,10 +12,10 @@ from harness.assignments import CREATE_AND_GO, DESTROY, name, row_status
 from harness.ledger import Ledger, rows_shown
 from harness.oids import cell
 from harness.packets import DONE, PacketClient
+from harness.small_disk import PAGE, SmallDisk, fill
 from harness.switch import VirtualSwitch
 
 DISK_KIB = 512
-PAGE = 4096
 REFUSALS = 20
 # The log of any change takes more than so many pages: the rows of its VSAN and of the time
 # of the last change, an index, and what the log adds to each.
@@ -27,32 +26,8 @@ CHANGE_PAGES = 3
 def small_disk(started):
     """A switch whose state folder is a small file system of its own. Not yet running."""
     switch = VirtualSwitch(started.folders.make(), initial={"vsans": []})
-    mount = subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={DISK_KIB}k,mode=0700", "tmpfs", switch.state],
-                           capture_output=True, text=True)
-    if mount.returncode != 0:
-        pytest.skip(f"only root can make a file system: {mount.stderr.strip()}")
-    started.add(Mounted(switch.state))
+    started.add(SmallDisk(switch.state, DISK_KIB))
     return started.add(switch)
-
-
-class Mounted:
-    """A file system that is there until the end of the test."""
-
-    def __init__(self, folder):
-        self._folder = folder
-
-    def finish(self):
-        subprocess.run(["umount", self._folder], check=True)
-
-
-def fill(folder, spare):
-    """A file that takes all room but so many pages."""
-    ballast = folder / "ballast"
-    with open(ballast, "ab", buffering=0) as file, contextlib.suppress(OSError):
-        while True:
-            file.write(bytes(PAGE))
-    os.truncate(ballast, max(0, ballast.stat().st_size - spare * PAGE))
-    return ballast
 
 
 def set_until_full(client, ledger, campaign):
@@ -111,7 +86,7 @@ def test_log_that_takes_all_room_is_emptied_for_the_next_change(small_disk, star
 
 
 def files_of(switch):
-    return {path.name: path.read_bytes() for path in switch.state.iterdir() if path.suffix != ".lock"}
+    return {path.name: path.read_bytes() for path in switch.state.iterdir()}
 
 
 def damage_at_random(draw, data):
@@ -165,13 +140,11 @@ def test_database_damaged_at_random_is_refused_whole_or_served_whole(start_switc
         assert sound["switch.db-wal"]
         for _ in campaign.rounds(25):
             for path in switch.state.iterdir():
-                if path.suffix != ".lock":
-                    path.unlink()
-            victim = draw.choice([file for file, data in sound.items() if data and not file.endswith("-shm")])
+                path.unlink()
+            victim = draw.choice([file for file, data in sound.items() if data])
             what, damaged = damage_at_random(draw, sound[victim])
             for file, data in sound.items():
-                if not file.endswith("-shm"):
-                    (switch.state / file).write_bytes(damaged if file == victim else data)
+                (switch.state / file).write_bytes(damaged if file == victim else data)
             before = files_of(switch)
             refusal = end_of_start(switch)
             where = f"{victim}: {what}; {campaign}"

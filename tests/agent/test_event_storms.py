@@ -67,8 +67,8 @@ def while_sending(client, total, operator):
     assert sent == total
 
 
-def test_a_storm_arrives_whole_while_the_agent_answers_and_another_receiver_is_dead(started, receiver, start_switch,
-                                                                                     start_agent):
+def test_a_storm_arrives_whole_while_the_agent_answers_and_another_receiver_is_dead(
+        started, receiver, start_switch, start_agent):
     switch = start_switch(initial={"vsans": [{"id": 10, "name": "ten"}]})
     agent = watch(switch, start_agent, SINKS["v2c trap"].format(port=receiver.port),
                   INFORMS.format(port=started.add(SilentReceiver()).port))

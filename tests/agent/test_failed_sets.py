@@ -8,7 +8,7 @@ import pytest
 from harness import ber, wire
 from harness.assignments import (ACTIVE, CREATE_AND_GO, DESTROY, exists, move, name, row, row_status, state)
 from harness.fake_manager import Close, LastWords, Silence, vsan_row
-from harness.oids import SYS_DESCR, cell
+from harness.oids import SYS_DESCR, cell, scalar
 from harness.packets import DONE
 
 ONE_WAIT = 1.0  # a write of a row waits for the manager this long
@@ -140,11 +140,14 @@ def test_the_row_status_finds_its_copy_for_undo_wherever_it_stands(writer, manag
 
 
 def test_a_destruction_is_undone_by_sending_the_row_again(operator):
+    own_timer = cell("vsanFcTimerRatov", 10)
+    assert operator.set((own_timer, ber.gauge(30000))) == DONE
     before = row(operator, 10)
     assert operator.set(row_status(10, DESTROY), name(20, "engineering")) == ("inconsistentName", 2)
     assert row(operator, 10) == before
-    # Its port stays in VSAN 1: the row knows nothing of it.
+    # Its port stays in VSAN 1 and its timer is the switch's: the row knows nothing of them.
     assert operator.value(cell("vsanIfVsan", 0x01000000)) == 1
+    assert operator.value(own_timer) == operator.value(scalar("fcTimerRatov")) != 30000
 
 
 def test_a_membership_stays_changed_when_another_varbind_fails(operator):

@@ -1,5 +1,6 @@
 """How the module gets into the agent and out again."""
 
+import ctypes
 import os
 import pwd
 import re
@@ -11,7 +12,7 @@ import pytest
 
 from harness import wire
 from harness.agent import BY_EXTENSION, DIRECTLY
-from harness.build import AGENT_PRELOAD, EXTENSION, LIBRARIES, MODULE, REPOSITORY
+from harness.build import AGENT_PRELOAD, EXTENSION, LIBRARIES, MODULE, PORTED_MODULE, REPOSITORY
 from harness.clients import EXCEPTIONS, NetSnmp, Packets
 from harness.notifications import SINKS, Receiver, status_change, wait_until_subscribed
 from harness.oids import ARCS, NAMES, ROOT, SYS_DESCR, VSAN_ENTRY, cell, scalar
@@ -44,6 +45,14 @@ def assert_answers_nothing(client):
 def test_loaded_either_way_it_shows_the_same(switch, client, start_agent, loading):
     other = NetSnmp(start_agent(switch, loading=loading))
     assert other.walk(ROOT) == client.walk(ROOT)
+
+
+def test_built_against_a_makers_headers_it_imports_exports_and_shows_the_same(switch, client, start_agent):
+    assert imported_by(PORTED_MODULE) == imported_by(MODULE)
+    assert exported_by(PORTED_MODULE) == exported_by(MODULE)
+    agent = start_agent(switch, loading=f"dlmod vsan_mib {PORTED_MODULE}")
+    assert NetSnmp(agent).walk(ROOT) == client.walk(ROOT)
+    assert [b.oid[-1] for b in NetSnmp(agent, "3", "alice").walk(ARCS["vsanName"])] == [1, 30]
 
 
 @WAYS
@@ -218,6 +227,17 @@ def exported_by(library):
     return {line.split()[-1].split("@")[0] for line in listed.stdout.splitlines() if line.split()[1] != "A"}
 
 
+def imported_by(library):
+    """The symbols that a library looks for in others; weak ones, the C library's and a sanitizer's left out.
+    A sanitizer stands before the C library, so what it watches there carries no version of that."""
+    listed = subprocess.run(["nm", "-D", "--undefined-only", library], capture_output=True, text=True, check=True)
+    symbols = {line.split()[-1] for line in listed.stdout.splitlines() if line.split()[0] == "U"}
+    c_library = ctypes.CDLL("libc.so.6")
+    return {symbol.split("@")[0] for symbol in symbols
+            if "@GLIBC_" not in symbol and not re.match("__(asan|ubsan|sanitizer)_", symbol)
+            and not hasattr(c_library, symbol)}
+
+
 def needed_by(library):
     listed = subprocess.run(["readelf", "-dW", library], capture_output=True, text=True, check=True)
     return set(re.findall(r"\(NEEDED\).*\[(.+)\]", listed.stdout))
@@ -240,6 +260,30 @@ def test_module_links_libc_net_snmp_and_the_platform_only():
     if AGENT_PRELOAD:
         others = {name for name in others if not re.match(r"lib(asan|ubsan|clang_rt)", name)}
     assert others == set()
+
+
+# What a switch has to bring along, and what of Net-SNMP.
+PLATFORM_IMPORTS = """
+    cmi_req_resp mts_response_q mts_payload_get mts_payload_size
+    indxobj_create indxobj_add indxobj_find indxobj_remove indxobj_destroy
+    register_for_notification unregister_for_notification build_varbind
+    get_snmp_username get_snmp_sessionid get_pdu_reqid log_set_error log_snmp_error
+    snmp_get_allowed_vsans_subtree snmp_is_vsan_allowed_in_list snmp_get_next_allowed_vsan_in_list
+    snmp_is_vsan_allowed_subtree intf_chk_vsan_role_allowed
+    is_tdx_enabled get_tdx_show_run_mode
+    vsan_range_config_change_get_info vsan_range_config_change_get_attr_values
+    pm_cmi_get_active_vsan_port_membership
+    sysmgr_heartbeat syserr_format syserr2str
+    sdwrap_hist_event_subtype_check sdwrap_hist_event sdwrap_chk_int buginf sdwrap_dbg_modname
+""".split()
+NET_SNMP_IMPORTS = """
+    register_mib unregister_mib header_generic snmp_oid_compare snmp_set_detail netsnmp_timeval_uptime
+    snmp_get_do_debugging debugmsgtoken debugmsg
+""".split()
+
+
+def test_module_imports_these_functions_of_the_platform_and_of_net_snmp_and_no_others():
+    assert imported_by(MODULE) == {*PLATFORM_IMPORTS, *NET_SNMP_IMPORTS}
 
 
 def test_module_needs_no_compiler_runtime_of_its_language():

@@ -2,6 +2,8 @@
 time, stays up, keeps its other objects reachable, and serves again by itself once the
 manager is back."""
 
+import os
+import pwd
 import struct
 import threading
 import time
@@ -9,10 +11,12 @@ from types import SimpleNamespace
 
 import pytest
 
-from harness import wire
+from harness import ber, wire
 from harness.clients import NO_SUCH_INSTANCE, NetSnmp
 from harness.fake_manager import Close, Pieces, Raw, Silence, word
+from harness.notifications import UPTIME
 from harness.oids import ARCS, COLUMNS, ROOT, SCALARS, SYS_DESCR, VSAN_ENTRY, cell, scalar
+from harness.packets import GET, GETNEXT, PacketClient
 
 # A read waits for wait class 4, four units of 250 ms. A request may meet that wait once
 # for the user's role and once for the row; the rest is the tools' own time on a busy
@@ -95,7 +99,12 @@ def test_manager_killed_leaves_a_dead_socket_and_comes_back(start_switch, start_
 
 def test_manager_killed_during_a_request(start_switch, start_agent, manager, puppet):
     asked = threading.Event()
-    manager.answer(lambda request: asked.set() or Silence)
+
+    def say_nothing(request):
+        asked.set()
+        return Silence
+
+    manager.answer(say_nothing)
     client = NetSnmp(puppet)
     under_way = client.start_get(cell("vsanName", 20))
     assert asked.wait(10)
@@ -135,6 +144,25 @@ def test_connection_closed_instead_of_an_answer(puppet, manager, name):
     assert client.get(oid)[0].value in (len(manager.vsans), b"VSAN0020")
 
 
+# --- somebody else is in the manager's place ---------------------------------------
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root can have somebody else listen")
+def test_stranger_in_the_managers_place_is_refused_and_said_once(manager, puppet):
+    client = NetSnmp(puppet)
+    assert_serves_fake(client, manager)
+    manager.listen_as("nobody")
+    manager.drop_connections()
+    asked = len(manager.requests)
+    assert_nothing_to_see(client, AT_ONCE)
+    assert len(manager.requests) == asked and not manager.subscribed.wait(2)
+    assert puppet.process.text().count("who listens at its socket is not trusted") == 1
+    # The owner of a directory that nobody else can write in is no stranger there.
+    os.chown(manager.run_dir, pwd.getpwnam("nobody").pw_uid, -1)
+    assert_serves_fake(client, manager)
+    assert manager.subscribed.wait(10)
+
+
 # --- the manager hangs -------------------------------------------------------------
 
 
@@ -152,6 +180,25 @@ def test_hung_manager_costs_one_wait_and_not_one_for_each_object(start_switch, s
     with Timed() as timed:
         assert client.get(SYS_DESCR)[0].kind == "OCTET STRING"
     assert timed.seconds < AT_ONCE
+    switch.resume()
+    assert_serves(client)
+
+
+def test_hung_manager_costs_one_wait_for_a_pdu_that_tries_every_object_many_times(start_switch, start_agent):
+    switch = start_switch(initial=SMALL)
+    agent = start_agent(switch)
+    client = NetSnmp(agent)
+    assert_serves(client)
+    switch.suspend()
+    null = ber.element(ber.NULL, b"")
+    with PacketClient(agent) as crowd, Timed() as timed:
+        greedy = crowd.send(GETNEXT, [(ROOT, null)] * 50)
+        behind = crowd.send(GET, [(UPTIME, null)])
+        status, _, bindings = crowd.receive(greedy)
+        assert status == "noError"
+        assert not [binding for binding in bindings if binding.oid[: len(ROOT)] == ROOT]
+        assert crowd.receive(behind)[2][0].kind == "Timeticks"
+    assert ONE_WAIT * 0.8 < timed.seconds < AT_ONCE
     switch.resume()
     assert_serves(client)
 

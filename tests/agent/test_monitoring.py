@@ -142,7 +142,7 @@ def test_every_object_is_a_metric_of_its_type_or_left_out_on_purpose(exporter, a
         assert metric == (f"{name}_info" if name in INFO else name)
         oid = re.search(r" - ([\d.]+)(?: \(EnumAs\w+\))?$", text).group(1)
         assert oid == (dotted(ARCS[name])[1:] if name in ARCS else "1.3.6.1.2.1.1.3")
-    assert metrics["vsanOperState"][1].startswith("Whether the VSAN carries traffic now.")
+    assert metrics["vsanOperState"][1].startswith("Whether the VSAN carries traffic now")
 
 
 def test_agent_without_its_switch_has_no_vsans_rather_than_old_ones(exporter, operator):

@@ -196,7 +196,6 @@ def test_without_the_port_managers_value_nothing_is_sent_and_the_next_event_asks
 
     manager.answer(answer, opcode=PORT_MANAGER_VALUE, kinds=(wire.GET,), service=wire.SERVICE_PORT)
     client = NetSnmp(trapping)
-    before = sent_notifications(client)
     for number in range(1, len(answers)):
         manager.publish(PORT_MOVED, port_moved(FC1, number))
         # An event of the other kind comes behind it: once that is there, this one is done with.

@@ -221,4 +221,3 @@ def test_walk_by_name_shows_the_objects_names(client):
 
 def test_other_objects_of_the_agent_are_there(client):
     assert client.get(SYS_DESCR)[0].kind == "OCTET STRING"
-

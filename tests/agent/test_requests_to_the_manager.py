@@ -105,8 +105,8 @@ def test_a_scalar_costs_one_request_of_its_own_kind(puppet, manager, name, opcod
 
 
 @pytest.mark.parametrize("enabled,show_run,kind", [(0, 0, wire.GET), (1, 0, wire.TDX_GET), (1, 1, wire.GET)])
-def test_timers_are_read_through_the_distribution_service_while_it_governs_them(puppet, manager, enabled, show_run,
-                                                                                 kind):
+def test_timers_are_read_through_the_distribution_service_while_it_governs_them(
+        puppet, manager, enabled, show_run, kind):
     manager.answer(wire.Reply(0, enabled.to_bytes(4, "big") + show_run.to_bytes(4, "big")),
                    opcode=wire.TDX_STATE, kinds=[wire.GET], service=wire.SERVICE_TDX)
     with manager.counting() as served:

@@ -89,7 +89,10 @@ def test_roles_read_again_act_at_the_next_request(start_switch, start_agent):
     switch = start_switch(initial={"vsans": [{"id": 10}, {"id": 20}]}, roles={"team": (["alice"], ["10"])})
     agent = start_agent(switch)
     alice = NetSnmp(agent, "3", "alice")
-    seen = lambda: [b.oid[-1] for b in alice.walk(ARCS["vsanName"])]
+
+    def seen():
+        return [b.oid[-1] for b in alice.walk(ARCS["vsanName"])]
+
     assert seen() == [10]
     switch.change_roles({"team": (["bob"], ["10"])}, known_user="alice", restricted=False)
     assert seen() == [1, 10, 20]

@@ -10,7 +10,7 @@ import subprocess
 import pytest
 
 from harness.agent import free_udp_port
-from harness.build import MIBS, PROGRAMS
+from harness.build import MIBS, PROGRAMS, REPOSITORY
 from harness.clients import NetSnmp, NoAnswer, SnmpError
 from harness.notifications import wait_until_subscribed
 from harness.oids import ARCS, ROOT, VSAN_ENTRY, cell, scalar
@@ -43,13 +43,23 @@ def test_help_names_every_option_and_its_default():
     ["--prot", "1161"], ["--port"], ["--port", "0"], ["--port", "65536"], ["--port", "x"], ["--port", "-1"],
     ["--port", "1161 "], ["--port", ""], ["--listen", "nowhere"], ["--listen", ""], ["--state"], ["--state", ""],
     ["extra"], ["--listen", "127.0.0.1; reboot"], ["--trap-port"], ["--trap-port", "0"], ["--trap-port=x"],
-    ["--port", "1162"], ["--port", "2000", "--trap-port", "2000"],
 ])
 def test_wrong_option_ends_with_2_and_one_sentence(options):
     done = once(SCRIPT, *options)
     assert done.returncode == 2
     assert done.stdout == ""
     assert len(done.stderr.splitlines()) == 1
+
+
+@pytest.mark.parametrize("options,port", [
+    (["--port", "1162"], "1162"), (["--trap-port", "1161"], "1161"),
+    (["--port", "2000", "--trap-port", "2000"], "2000"),
+])
+def test_one_port_for_both_is_a_sentence_with_the_port_and_what_helps(options, port):
+    done = once(SCRIPT, *options)
+    assert (done.returncode, done.stdout) == (2, "")
+    sentence = f"--port and --trap-port are both {port}; --trap-port takes another port, and --no-traps none."
+    assert sentence in done.stderr
 
 
 def test_busy_port_is_one_clear_sentence(state):
@@ -59,7 +69,8 @@ def test_busy_port_is_one_clear_sentence(state):
         done = once(SCRIPT, "--port", port, "--state", str(state))
     assert done.returncode == 1
     assert len(done.stderr.splitlines()) == 1
-    assert port in done.stderr and "in use" in done.stderr
+    for word in (port, "in use", "--port", "--listen"):
+        assert word in done.stderr
     assert processes_using(state) == []
 
 
@@ -222,4 +233,22 @@ def test_everything_in_the_state_folder_is_the_owners_only(run):
     script = run().wait_ready()
     places = [script.state, *script.state.rglob("*")]
     assert len(places) > 15
+    assert [place for place in places if place.stat().st_mode & 0o077] == []
+
+
+@pytest.mark.parametrize("mask", [0o022, 0o027], ids=["for all", "for the group"])
+@pytest.mark.parametrize("makes_it", ["run.sh", "snmp_user.sh"])
+def test_folders_above_a_new_state_folder_are_as_open_as_the_users_others(folder, started, makes_it, mask):
+    above = folder / "checkout" / "build"
+    users = os.umask(mask)
+    try:
+        if makes_it == "run.sh":
+            started.add(Running(above / "state")).wait_ready()
+        else:
+            done = once(REPOSITORY / "snmp_user.sh", "--state", above / "state", "add", "alice", text="some password")
+            assert done.returncode == 0, done.stderr
+    finally:
+        os.umask(users)
+    assert [place.stat().st_mode & 0o777 for place in (above.parent, above)] == [0o777 & ~mask] * 2
+    places = [above / "state", *(above / "state").rglob("*")]
     assert [place for place in places if place.stat().st_mode & 0o077] == []

@@ -50,8 +50,8 @@ def test_each_column_of_another_vsan_is_a_genErr_and_nothing_is_sent(writable, a
 def test_each_column_of_a_permitted_vsan_can_be_set(writable, alice, column):
     kind, value = (COLUMN_VALUES | TIMER_VALUES)[column]
     assert alice.set((cell(column, 30), kind, value))
-    assert writable.value(cell(column, 30)) == (
-        bytes.fromhex(value) if kind == "x" else value.encode() if kind == "s" else value)
+    as_read = {"x": lambda: bytes.fromhex(str(value)), "s": lambda: str(value).encode()}.get(kind, lambda: value)
+    assert writable.value(cell(column, 30)) == as_read()
 
 
 @pytest.mark.parametrize("column", COLUMN_VALUES)

@@ -160,6 +160,11 @@ def test_active_after_a_column_of_the_same_pdu_sends_the_row_as_it_was_read(oper
     assert operator.value(cell("vsanName", 10)) == b"new"
 
 
+def test_active_after_a_column_sends_the_new_row_when_another_vsan_was_read_in_between(operator):
+    assert operator.set(name(10, "new"), name(20, "other"), row_status(10, ACTIVE)) == DONE
+    assert operator.value(cell("vsanName", 10)) == b"new"
+
+
 def test_column_and_destroy_of_one_vsan_in_both_orders(operator):
     assert operator.set(name(10, "doomed"), row_status(10, DESTROY)) == DONE
     assert not exists(operator, 10)
@@ -294,13 +299,32 @@ def test_drop_latency_within_and_beyond_its_bounds(writable):
 ])
 def test_an_integer_of_more_than_32_bits_is_refused_for_what_the_agents_decoder_leaves_of_it(writable, column, value):
     """A 64-bit agent cuts an integer to 32 bits before any module sees it; a 32-bit one
-    drops the packet. Neither takes it for a smaller number that would be accepted."""
+    drops the packet."""
     before = row(writable, 2)
     if struct.calcsize("l") > 4:
         assert writable.set((cell(column, 2), value)) == ("wrongValue", 1)
     else:
         writable.send(SET, [(cell(column, 2), value)])
     assert row(writable, 2) == before
+
+
+CUT_BY_THE_AGENT = {  # column: a value, and what VSAN 30 shows after it
+    "vsanRowStatus": (ber.integer((1 << 32) + DESTROY), None),
+    "vsanAdminState": (ber.integer((1 << 32) + 2), 2),
+    "vsanNetworkDropLatency": (ber.gauge((1 << 40) + 7), 7),
+}
+
+
+@pytest.mark.parametrize("column", CUT_BY_THE_AGENT)
+def test_what_a_64_bit_agent_leaves_of_a_wider_integer_is_what_counts(operator, column):
+    value, left = CUT_BY_THE_AGENT[column]
+    before = row(operator, 30)
+    if struct.calcsize("l") > 4:
+        assert operator.set((cell(column, 30), value)) == DONE
+        assert operator.value(cell(column, 30)) == left
+    else:
+        operator.send(SET, [(cell(column, 30), value)])
+        assert row(operator, 30) == before
 
 
 @pytest.mark.parametrize("column,value", [("vsanAdminState", ber.integer((1 << 80) + 1)),

@@ -1,10 +1,9 @@
 """The command that makes SNMPv3 users, with run.sh's agent and without it."""
 
 import os
-import pty
 import re
-import select
 import shlex
+import signal
 import subprocess
 import threading
 import time
@@ -12,17 +11,22 @@ from pathlib import Path
 
 import pytest
 
+from harness.agent import free_udp_port
 from harness.build import MIBS, REPOSITORY
+from harness.clients import NetSnmp
 from harness.notifications import wait_until_subscribed
-from harness.oids import cell, dotted, scalar
+from harness.oids import ROOT, cell, dotted, scalar
 from harness.operator_tool import OperatorTool
-from harness.run_script import Running, once, only_for_its_own_build
+from harness.run_script import SCRIPT, Running, once, only_for_its_own_build
+from harness.small_disk import SmallDisk, fill
+from harness.terminal import Terminal
 from harness.transcript import adapted, blocks
 
 COMMAND = REPOSITORY / "snmp_user.sh"
 pytestmark = only_for_its_own_build
 
 AUTH, PRIV = "correct horse battery", "staple of another kind"
+SNMP_ENGINE_BOOTS = (1, 3, 6, 1, 6, 3, 10, 2, 1, 2, 0)
 UNKNOWN_USER, WRONG_PASSWORD, NO_ACCESS = "Unknown user name", "Authentication failure", "noAccess"
 
 
@@ -33,8 +37,8 @@ class Users:
         self.state = state
         self.script = script
 
-    def __call__(self, *words, text=None):
-        return once(COMMAND, "--state", self.state, *words, text=text)
+    def __call__(self, *words, text=None, **more):
+        return once(COMMAND, "--state", self.state, *words, text=text, **more)
 
     def done(self, *words, text=None):
         """What a command prints that must succeed and complain about nothing."""
@@ -162,8 +166,30 @@ def test_the_list_says_what_each_may_do(users):
     users.add("writer")
     users.add("reader", AUTH, PRIV, "--read-only")
     lines = users.done("list").splitlines()
-    assert "writer  reads everything, changes VSANs" in lines
-    assert "reader  reads everything" in lines
+    assert "writer  reads the switch, changes VSANs" in lines
+    assert "reader  reads the switch" in lines
+
+
+@pytest.mark.parametrize("name", ["j.doe", "first_last", "me@example.com", "a-b", "_.@-", "0x41", "x" * 31 + "."])
+def test_a_name_may_hold_each_sign_that_the_help_names(users, name):
+    lookalike = re.sub("[^a-z0-9]", "x", name)
+    users.add(name)
+    if lookalike != name:
+        users.add(lookalike, AUTH, PRIV, "--read-only")
+    assert users.lets_in(name)
+    assert f"{name}  reads the switch, changes VSANs" in users.done("list").splitlines()
+    assert "there is a user" in users.refused("add", name, text="another password")
+    users.done("passwd", name, text="quite another one\n")
+    assert WRONG_PASSWORD in users.ask(name)
+    assert users.lets_in(name, "quite another one", "quite another one")
+    assert "INTEGER" in answer(["snmpget"], users.script.address, [dotted(scalar("vsanNumber"))],
+                               SNMPCONFPATH=str(users.state / "users" / name))
+    users.done("remove", name)
+    assert UNKNOWN_USER in users.ask(name)
+    assert name not in [line.split()[0] for line in users.done("list").splitlines()]
+    if lookalike != name:
+        assert users.lets_in(lookalike)
+        users.done("remove", lookalike)
 
 
 @pytest.mark.parametrize("auth,priv", [
@@ -227,6 +253,43 @@ def test_nobody_reads_names_keys_or_rights_from_the_agent(users):
                       users.ask("hidden", tool="snmpwalk", words=(name,))):
             assert "No Such Object" in shown or "No more variables" in shown
             assert " = " not in re.sub(r"^.* = No .*$", "", shown, flags=re.M)
+
+
+# What a switch shows to those who may read: the system, the counts of SNMP messages, snmpMIB, and the VSANs.
+SHOWN = ("1.3.6.1.2.1.1", "1.3.6.1.2.1.11", "1.3.6.1.6.3.1", dotted(ROOT)[1:])
+
+
+def trees_met(walk):
+    """Which of SHOWN a walk's values belong to; None stands for any other tree."""
+    assert "No Response from" not in walk, walk
+    names = ["1." + name for name in re.findall(r"^iso\.([\d.]+) = (?!No )", walk, flags=re.M)]
+    return {next((tree for tree in SHOWN if name.startswith(tree + ".")), None) for name in names}
+
+
+@pytest.mark.parametrize("version", ["-v1", "-v2c"])
+@pytest.mark.parametrize("community", ["public", "private"])
+def test_a_community_walks_the_trees_of_a_switch_and_nothing_else(users, version, community):
+    walk = answer(["snmpwalk", version, "-c", community, "-t", "30"], users.script.address, (".1",))
+    assert trees_met(walk) == set(SHOWN)
+
+
+@pytest.mark.parametrize("options", [(), ("--read-only",)], ids=["operator", "viewer"])
+def test_a_user_walks_the_trees_of_a_switch_and_nothing_else(users, options):
+    name = f"walker{len(options)}"
+    users.add(name, AUTH, PRIV, *options)
+    for tool in ("snmpwalk", "snmpbulkwalk"):
+        assert trees_met(users.ask(name, tool=tool, words=(".1",), timeout=30)) == set(SHOWN)
+    process = ("1.3.6.1.2.1.25.4.2.1.5." + str(users.script.process_of("vswitchd")),)  # its command line
+    assert "No Such" in users.ask(name, words=process)
+
+
+def test_the_agents_own_socket_shows_what_the_scripts_ask_for(users):
+    users.add("enrolled")
+    walk = answer(["snmpwalk", "-v2c", "-c", "probe", "-t", "30"], f"unix:{users.state}/run/agent.sock", (".1",))
+    names = re.findall(r"^iso\.([\d.]+) = (?!No )", walk, flags=re.M)
+    library, number, status = "3.6.1.4.1.2021.13.14.1.0", dotted(scalar("vsanNumber"))[3:], "3.6.1.6.3.15.1.2.2.1.13."
+    assert names[:2] == [library, number] and len(names) > 2
+    assert [name for name in names[2:] if not name.startswith(status)] == []
 
 
 def test_the_agent_reads_its_users_without_sending_anything_twice(users):
@@ -304,11 +367,12 @@ def test_help_names_every_command():
 
 def test_a_user_made_before_the_start_is_there_after_it_and_a_removed_one_is_not(idle, started):
     assert "once ./run.sh is started" in idle.add("early")
+    idle.add("first.last@lab-1_a")
     idle.add("gone")
     idle.done("remove", "gone")
     idle.script = started.add(Running(idle.state, "--listen", "0.0.0.0")).wait_ready()
-    idle.script.process.wait_line("^SNMPv3 users: early$")
-    assert idle.lets_in("early")
+    idle.script.process.wait_line("^SNMPv3 users: early first.last@lab-1_a$")
+    assert idle.lets_in("early") and idle.lets_in("first.last@lab-1_a")
     assert UNKNOWN_USER in idle.ask("gone")
     idle.done("remove", "early")
     idle.add("later")
@@ -316,6 +380,241 @@ def test_a_user_made_before_the_start_is_there_after_it_and_a_removed_one_is_not
     idle.script = started.add(Running(idle.state)).wait_ready()
     assert UNKNOWN_USER in idle.ask("early")
     assert idle.lets_in("later")
+
+
+@pytest.fixture
+def small_disk(idle, started):
+    """The command on a state folder whose agent's files are on a small file system."""
+    agent = idle.state / "agent"
+    idle.add("alice")
+    kept = {path: path.read_bytes() for path in agent.rglob("*") if path.is_file()}
+    started.add(SmallDisk(agent, 256))
+    (agent / "persistent" / "cert_indexes").mkdir(parents=True)
+    for path, content in kept.items():
+        path.write_bytes(content)
+    return idle
+
+
+def stored(state, word):
+    """What the agent has stored under a word, if it has."""
+    text = (state / "agent" / "persistent" / "snmpd.conf").read_text()
+    return re.findall(rf"^{word} (.*)$", text, flags=re.M)
+
+
+def boots(script):
+    """How often the agent says that it has started, which start_again lets readers see."""
+    return NetSnmp(script).get(SNMP_ENGINE_BOOTS)[0].value
+
+
+def start_again(users, started, *options):
+    own_lines = users.state / "agent" / "snmpd.local.conf"
+    own_lines.write_text("view switch included .1.3.6.1.6.3.10.2.1\n")
+    users.script = started.add(Running(users.state, *options)).wait_ready()
+    users.script.process.wait_line("Ctrl-C", timeout=10)  # the last line it prints
+    return users.script
+
+
+@pytest.mark.parametrize("read_again", [False, True], ids=["as started", "read again"])
+def test_a_full_disk_at_the_end_takes_neither_users_nor_boots(small_disk, started, read_again):
+    users = small_disk
+    script = start_again(users, started)
+    if read_again:
+        os.kill(script.process_of("snmpd"), signal.SIGHUP)
+        assert users.lets_in("alice")
+    engine, seen = stored(users.state, "oldEngineID"), boots(script)
+    ballast = fill(users.state / "agent")
+    script.end(signal.SIGINT)
+    assert stored(users.state, "oldEngineID") == []  # what this test is about
+    assert "could not store its engine id" in script.process.text()
+
+    # Where nothing can be kept, nothing is started: the boots would not be known the next time.
+    done = once(SCRIPT, "--port", free_udp_port(), "--no-traps", "--state", users.state)
+    assert done.returncode == 1 and len(done.stderr.splitlines()) == 1, done
+    assert "cannot write to" in done.stderr and "No space left on device" in done.stderr
+
+    ballast.unlink()
+    script = start_again(users, started)
+    assert "put back the agent's engine id" in script.process.text()
+    assert "cannot log in" not in script.process.text()
+    assert users.lets_in("alice")
+    assert stored(users.state, "oldEngineID") == engine
+    assert boots(script) > seen
+
+
+def test_a_user_made_after_the_loss_and_before_the_start_is_let_in_with_the_others(small_disk, started):
+    users = small_disk
+    script = start_again(users, started)
+    ballast = fill(users.state / "agent")
+    script.end()
+    ballast.unlink()
+    assert "put back the agent's engine id" in users.add("bob")
+    start_again(users, started)
+    assert users.lets_in("alice") and users.lets_in("bob")
+
+
+def test_boots_never_go_back(idle, started):
+    """Whatever an end leaves of the agent's file: all, what was there before, half a line, nothing."""
+    idle.add("alice")
+    path = idle.state / "agent" / "persistent" / "snmpd.conf"
+    kept = path.read_bytes()
+    seen = []
+
+    def cut(text):
+        return text[:text.index("oldEngineID") + 20].encode()
+
+    for leave in (lambda now: now.encode(), lambda now: kept, cut, lambda now: cut(now) + b"setserialno 7\n",
+                  lambda now: b"", None):
+        script = start_again(idle, started, "--no-traps")
+        seen.append(boots(script))
+        os.kill(script.process_of("snmpd"), signal.SIGHUP)
+        seen.append(boots(script))
+        idle.add(f"user{len(seen)}")
+        seen.append(boots(script))
+        assert idle.lets_in("alice")
+        script.end()
+        if leave:
+            path.write_bytes(leave(path.read_text()))
+        else:
+            path.unlink()
+    seen.append(boots(start_again(idle, started, "--no-traps")))
+    assert seen == sorted(seen)
+    # Each start counts, and so does each reading of the users that snmp_user.sh asks for.
+    starts, readings = seen[::3], seen[2::3]
+    assert all(before < after for before, after in zip(readings, starts[1:]))
+    assert all(before < after for before, after in zip(starts, readings))
+    assert idle.lets_in("alice") and idle.lets_in("user2")
+
+
+def test_users_whose_keys_are_for_another_agent_are_named_at_the_start(idle, started):
+    idle.add("alice")
+    idle.add("bob")
+    for lost in ("persistent/snmpd.conf", "engine"):
+        (idle.state / "agent" / lost).unlink()
+    script = start_again(idle, started)
+    assert UNKNOWN_USER in idle.ask("alice")
+    assert "These SNMPv3 users cannot log in: alice bob\n" in script.process.text() + "\n"
+    (command,) = (line.strip() for line in script.process.lines if "passwd" in line)
+    assert command == f"for name in alice bob; do {COMMAND} --state {idle.state} passwd $name; done"
+    for name in ("alice", "bob"):
+        idle.done("passwd", name, text=AUTH)
+        assert idle.lets_in(name, AUTH, AUTH)
+    script.end()
+    assert "cannot log in" not in start_again(idle, started).process.text()
+
+
+def everything_in(folder):
+    """What is there, but for locks, which hold nothing."""
+    return {path.relative_to(folder): path.read_bytes() if path.is_file() else None
+            for path in folder.rglob("*") if not path.name.endswith("lock")}
+
+
+def with_snmpd(folder, script):
+    """An environment in which a script is what makes the keys."""
+    program = folder / "snmpd"
+    program.write_text(f"#!/bin/bash\n{script}\n")
+    program.chmod(0o755)
+    return dict(os.environ, PATH=f"{folder}:{os.environ['PATH']}")
+
+
+# It ends as the real one does: writing down what it knows, in a folder that it makes if need be.
+SLOW_TO_END = ("trap 'sleep 1; mkdir -p \"$SNMP_PERSISTENT_DIR\"; "
+               "touch \"$SNMP_PERSISTENT_DIR/snmpd.conf\"; exit' TERM\n"
+               'touch "${0%/*}/begun"; while true; do sleep 0.1; done')
+
+
+@pytest.mark.parametrize("before", ["no folder", "an empty one"])
+@pytest.mark.parametrize("failure", ["the password", "snmpd", "a signal"])
+def test_a_user_who_cannot_be_made_leaves_no_new_state_folder(folder, before, failure):
+    (folder / "tools").mkdir()
+    (folder / "above").mkdir()
+    state = folder / "above" / "more" / "state"
+    if before == "an empty one":
+        state.mkdir(parents=True)
+    found = everything_in(folder / "above")
+    users = Users(state)
+    if failure == "the password":
+        done = users("add", "alice", text="short")
+    elif failure == "snmpd":
+        done = users("add", "alice", text=AUTH, env=with_snmpd(folder / "tools", "exit 1"))
+    else:
+        started = subprocess.Popen([COMMAND, "--state", state, "add", "alice"], stdin=subprocess.PIPE, text=True,
+                                   stdout=subprocess.PIPE, env=with_snmpd(folder / "tools", SLOW_TO_END))
+        started.stdin.write(AUTH)
+        started.stdin.close()
+        deadline = time.monotonic() + 30
+        while not (folder / "tools" / "begun").exists():
+            assert time.monotonic() < deadline
+            time.sleep(0.05)
+        assert (state / "agent" / "users.conf").exists()
+        started.send_signal(signal.SIGTERM)
+        assert started.wait(30) == 143
+        done = None
+    assert everything_in(folder / "above") == found
+    assert done is None or (done.returncode == 1 and len(done.stderr.splitlines()) == 1), done
+
+
+def test_a_user_who_cannot_be_made_changes_nothing_of_a_state_folder(idle):
+    idle.add("alice")
+    (idle.state / "users" / "bob").write_text("a file where a folder is to be")
+    found = everything_in(idle.state)
+    assert "cannot write to" in idle.refused("add", "bob", text=AUTH)
+    assert everything_in(idle.state) == found
+    keys = idle.state / "users" / "alice" / "snmp.conf"
+    held = keys.read_bytes()
+    keys.unlink()
+    keys.mkdir()
+    assert idle("passwd", "alice", text="quite another one").returncode == 1
+    keys.rmdir()
+    keys.write_bytes(held)
+    assert everything_in(idle.state) == found
+
+
+def test_on_a_full_disk_nothing_changes_and_the_sentence_says_why(small_disk, started):
+    users = small_disk
+    ballast = fill(users.state / "agent")
+    found = everything_in(users.state)
+    for words in (["add", "bob"], ["passwd", "alice"], ["remove", "alice"]):
+        assert "No space left on device" in users.refused(*words, text="another password")
+        assert everything_in(users.state) == found
+    ballast.unlink()
+    start_again(users, started)
+    assert users.lets_in("alice")
+
+
+def test_keys_that_the_agent_does_not_take_are_not_kept(users):
+    users.add("steady")
+    found = everything_in(users.state / "users"), (users.state / "agent" / "users.conf").read_bytes()
+    agent = users.script.process_of("snmpd")
+    os.kill(agent, signal.SIGSTOP)
+    try:
+        assert "does not read its users again" in users.refused("passwd", "steady", text="quite another one")
+    finally:
+        os.kill(agent, signal.SIGCONT)
+    assert (everything_in(users.state / "users"), (users.state / "agent" / "users.conf").read_bytes()) == found
+    assert users.lets_in("steady")
+    assert WRONG_PASSWORD in users.ask("steady", "quite another one", "quite another one")
+
+
+def test_a_new_state_folder_is_named_and_one_that_is_there_is_not(idle):
+    said = f"{idle.state} is a new state folder\n"
+    for words in (["list"], ["remove", "alice"], ["passwd", "alice"]):
+        assert f"there is no state folder {idle.state}; run.sh makes it" in idle.refused(*words)
+    assert idle.add("alice").startswith(said)
+    assert said not in idle.add("bob")
+
+
+@pytest.mark.parametrize("command", ["add", "passwd", "remove", "list"])
+def test_a_state_folder_that_cannot_be_read_is_named(idle, command):
+    idle.add("alice")
+    words = [COMMAND, "--state", idle.state, command, *(["alice"] if command != "list" else [])]
+    if os.geteuid() == 0:
+        words = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", *words]
+    else:
+        idle.state.chmod(0)
+    done = subprocess.run(words, input=AUTH, capture_output=True, text=True, timeout=60)
+    idle.state.chmod(0o700)
+    assert (done.returncode, done.stdout) == (1, "")
+    assert done.stderr == f"snmp_user.sh: cannot read the state folder {idle.state}: Permission denied\n"
 
 
 def test_a_user_of_the_operators_own_lines_is_left_alone(idle):
@@ -333,35 +632,6 @@ def test_only_a_state_folder_is_written_to(folder):
     for words in (["list"], ["remove", "alice"], ["passwd", "alice"]):
         assert "not a state folder" in elsewhere.refused(*words)
     assert [path.name for path in folder.iterdir()] == ["precious"]
-
-
-class Terminal:
-    """The command on a terminal of its own."""
-
-    def __init__(self, *words):
-        self.output = ""
-        self._pid, self._terminal = pty.fork()
-        if self._pid == 0:
-            os.execv(words[0], [str(word) for word in words])
-
-    def wait_for(self, text):
-        start, deadline = len(self.output), time.monotonic() + 30
-        while text not in self.output[start:]:
-            assert time.monotonic() < deadline, self.output
-            if select.select([self._terminal], [], [], 1)[0]:
-                self.output += os.read(self._terminal, 1000).decode()
-
-    def type(self, text):
-        os.write(self._terminal, text.encode() + b"\n")
-
-    def ended(self):
-        try:
-            while data := os.read(self._terminal, 1000):
-                self.output += data.decode()
-        except OSError:  # the other side is gone
-            pass
-        os.close(self._terminal)
-        return os.waitstatus_to_exitcode(os.waitpid(self._pid, 0)[1])
 
 
 def test_on_a_terminal_passwords_are_asked_for_twice_and_not_shown(users):

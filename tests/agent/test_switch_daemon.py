@@ -1,6 +1,7 @@
 """The switch itself: what it makes of strangers on its socket, and of its state folder."""
 
 import json
+import shutil
 import signal
 import sqlite3
 import struct
@@ -9,8 +10,10 @@ import subprocess
 import pytest
 
 from harness import wire
+from harness.assignments import name
 from harness.clients import NetSnmp
 from harness.oids import ARCS, cell, scalar
+from harness.packets import DONE, PacketClient
 from harness.switch import VirtualSwitch
 
 
@@ -136,11 +139,11 @@ def test_empty_switch_has_vsan_1_and_the_demo_has_two_suspended(start_switch):
 
 def refused(switch, needle):
     """Runs the daemon, which must give up with 1 and a sentence; nothing may change."""
-    before = {path.name: path.read_bytes() for path in switch.state.iterdir() if path.suffix != ".lock"}
+    before = {path.name: path.read_bytes() for path in switch.state.iterdir()}
     done = subprocess.run(switch.command(), capture_output=True, text=True, timeout=20)
     assert done.returncode == 1, done.stderr
     assert needle in done.stderr
-    after = {path.name: path.read_bytes() for path in switch.state.iterdir() if path.suffix != ".lock"}
+    after = {path.name: path.read_bytes() for path in switch.state.iterdir()}
     assert after == before
     return done.stderr
 
@@ -174,9 +177,41 @@ def test_damaged_database_is_refused_and_left_untouched(start_switch, damage):
     switch.stop()
     database = switch.state / "switch.db"
     database.write_bytes(damage(database.read_bytes()))
-    for extra in ("switch.db-wal", "switch.db-shm"):
-        (switch.state / extra).unlink(missing_ok=True)
     refused(switch, "switch.db")
+
+
+def cut_off(path):
+    path.write_bytes(b"")
+
+
+def overwrite_with_a_backup(path):
+    path.write_bytes(path.with_name("backup").read_bytes())
+
+
+@pytest.mark.parametrize("tamper", [
+    lambda path: path.unlink(), cut_off, overwrite_with_a_backup,
+    lambda path: path.with_name("backup").replace(path), lambda path: path.with_name("switch.db-wal").unlink(),
+], ids=["removed", "cut_off", "overwritten", "replaced", "without_its_log"])
+def test_sets_are_refused_once_the_database_is_not_the_switchs_own(start_switch, start_agent, tamper):
+    switch = start_switch(initial={"vsans": [{"id": 10, "name": "ten"}]})
+    switch.stop()
+    shutil.copyfile(switch.state / "switch.db", switch.state / "backup")
+    switch.start()
+    with PacketClient(start_agent(switch)) as client:
+        assert client.set(name(10, b"first")) == DONE
+        printed = len(switch.process.lines)
+        tamper(switch.state / "switch.db")
+        for _ in range(3):
+            assert client.set(name(10, b"lost")) == ("genErr", 1)
+        assert client.value(cell("vsanName", 10)) == b"first"
+    switch.process.wait_line("removed, replaced or written by somebody else", start=printed)
+    assert len(switch.process.lines) == printed + 1, "said once"
+
+
+def test_switch_has_no_file_beside_its_database_but_the_log(start_switch):
+    switch = start_switch(empty=True)
+    switch.operate("vsan.create", id=10)
+    assert sorted(path.name for path in switch.state.iterdir()) == ["switch.db", "switch.db-wal"]
 
 
 def test_killed_daemon_keeps_what_it_had(start_switch):
@@ -239,4 +274,3 @@ def test_interrupt_ends_it_cleanly_with_clients_connected(start_switch):
         switch.process.signal(signal.SIGINT)
         assert switch.process.wait() == 0
     assert not switch.socket.exists()
-

@@ -251,3 +251,16 @@ def test_a_timer_of_a_vsan_without_a_value_at_the_service_is_not_set_in_the_next
     assert operator.set(timer("Ratov", 20, 20000)) == DONE
     assert operator.set(timer("Ratov", 10, 30000)) == ("inconsistentName", 1)
     assert operator.value(cell("vsanFcTimerRatov", 20)) == 20000
+
+
+def test_at_the_service_a_vsan_gets_its_first_timer_before_any_higher_one_has_one(operator):
+    operator.switch.operate("tdx.enable")
+    assert operator.set(timer("Ratov", 20, 20000)) == operator.set(timer("Ratov", 40, 20000)) == DONE
+    assert operator.set(timer("Ratov", 30, 20000)) == ("inconsistentName", 1)
+    # Each timer has values of its own, and in one PDU all are read before any is written.
+    assert operator.set(timer("Edtov", 40, 1500), timer("Edtov", 30, 1500), timer("Edtov", 20, 1500)) == DONE
+    assert column(operator, "vsanFcTimerRatov") == dict.fromkeys((20, 40), 20000)
+    assert column(operator, "vsanFcTimerEdtov") == dict.fromkeys((20, 30, 40), 1500)
+    # In show-run mode the read asks the switch, where every VSAN has a value.
+    operator.switch.operate("tdx.show-run", on=True)
+    assert operator.set(timer("Ratov", 30, 20000)) == DONE

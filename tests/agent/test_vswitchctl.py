@@ -2,6 +2,7 @@
 refuses and how it ends, its completion, and the faults that it sets, seen by the switch's clients."""
 
 import json
+import os
 import re
 import shutil
 import subprocess
@@ -52,7 +53,10 @@ def all_commands():
     """Every command of the tool, as words."""
     for command in subcommands(help_of()):
         below = subcommands(help_of(command))
-        yield from ([(command, word) for word in below] if below else [(command,)])
+        if below:
+            yield from ((command, word) for word in below)
+        else:
+            yield (command,)
 
 
 LOOKS = [
@@ -183,6 +187,23 @@ def test_filters_reach_the_agent_and_its_history_comes_back(owned, tool, start_a
     assert "nowhere" in tool.refused("event-history", "--name", "nowhere")
 
 
+def test_the_history_can_be_read_when_the_switch_is_dead(owned, tool, start_agent):
+    client = NetSnmp(start_agent(owned), user="private")
+    owned.kill()
+    assert "No switch runs" in tool.refused("show")
+    with pytest.raises(SnmpError):
+        client.set((cell("vsanName", 10), "s", "other"))
+    (history,) = tool.json("event-history")["histories"]
+    assert history["name"] == "snmpd" and history["records"], history
+    assert all(record["class"] == 100 for record in history["records"])
+    printed = tool("event-history").splitlines()
+    lines = [line for line in (owned.run_dir / "history.snmpd").read_text().split("\n") if line]
+    assert len(printed) == len(lines) == len(history["records"])
+    for shown, line, record in zip(printed, lines, history["records"]):
+        assert record["text"] == record["text"].rstrip() and record["text"].isprintable()
+        assert shown.endswith(": " + record["text"]) and line.endswith(" " + record["text"])
+
+
 def test_watch_prints_each_event_in_words(tool):
     watching = tool.watch("--count", "7")
     tool("vsan", "create", 50)
@@ -195,6 +216,12 @@ def test_watch_prints_each_event_in_words(tool):
     for words in ("VSAN 50 created", f"port {FC3} moved from VSAN 1 to VSAN 50", "VSAN 50 went up",
                   "VSAN 50 suspended", "VSAN 50 deleted"):
         assert words in text, text
+
+
+def test_watch_for_no_event_ends_at_once(tool):
+    watching = tool.watch("--count", "0")
+    assert watching.wait(15) == 0
+    assert watching.text().strip() == "watching; Ctrl-C ends"
 
 
 def test_watch_prints_one_json_object_a_line(tool):
@@ -214,8 +241,9 @@ def test_watch_ends_with_1_when_the_switch_goes(owned, tool):
     assert "closed the connection" in watching.text()
 
 
-def test_without_a_switch_every_command_says_so(folder):
-    for words in LOOKS + [("watch",), ("vsan", "delete", 10), ("fault", "add", "drop")]:
+def test_without_a_switch_every_command_but_one_says_so(folder):
+    asking = [words for words in LOOKS if words != ("event-history",)]
+    for words in asking + [("watch",), ("vsan", "delete", 10), ("fault", "add", "drop")]:
         done = subprocess.run([VSWITCHCTL, *map(str, words), "--run", folder], capture_output=True, text=True,
                               timeout=20)
         assert done.returncode == 1, words
@@ -228,6 +256,16 @@ def test_switch_that_does_not_answer_is_given_up(owned, tool):
     done = subprocess.run([VSWITCHCTL, "vsan", "--run", owned.run_dir], capture_output=True, text=True, timeout=60)
     owned.resume()
     assert done.returncode == 1 and "does not answer" in done.stderr
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root can have somebody else listen")
+def test_stranger_in_the_switchs_place_gets_no_command(manager):
+    manager.listen_as("nobody")
+    for words in (("show",), ("vsan", "create", "50"), ("watch",)):
+        command = [VSWITCHCTL, *words, "--run", manager.run_dir]
+        done = subprocess.run(command, capture_output=True, text=True, timeout=20)
+        assert done.returncode == 1 and f"Who listens at {manager.run_dir}/mts.sock is not trusted" in done.stderr
+    assert not manager.requests
 
 
 @pytest.mark.parametrize("words", [
@@ -259,7 +297,7 @@ def test_every_command_has_help_with_examples_that_are_understood(tool):
 
 def complete(*words):
     """What bash offers for the last of these words."""
-    script = f"""source {REPOSITORY}/virtual_switch/vswitchctl/completion.bash
+    script = f"""source {REPOSITORY}/virtual_switch/tool/completion.bash
 COMP_WORDS=("$@"); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); _vswitchctl; printf '%s\\n' "${{COMPREPLY[@]}}" """
     done = subprocess.run(["bash", "-c", script, "bash", "vswitchctl", *words], capture_output=True, text=True,
                           timeout=20)
@@ -281,9 +319,30 @@ def test_completion_offers_every_command_and_option():
     assert complete("fault", "add", "d") == {"delay", "drop"}
 
 
+def words_of(header, rows):
+    """The words of a list of the contract: what stands last in each row of it, but for numbers."""
+    text = (REPOSITORY / "contract" / header).read_text()
+    lines = re.search(rf"#define {rows}\(X\)(.*?[^\\])\n(?:\n|#)", text, re.S)
+    return {re.findall(r'"([\w-]+)"', row)[-1] for row in lines.group(1).splitlines() if '"' in row}
+
+
+def test_completion_offers_the_words_that_the_switch_knows():
+    for option, header, rows in (("--state", "attributes.h", "ADMIN_STATES"),
+                                 ("--load-balancing", "attributes.h", "LOAD_BALANCINGS"),
+                                 ("--service", "services.h", "MTS_SERVICES"), ("--kind", "services.h", "MTS_KINDS"),
+                                 ("--opcode", "services.h", "MTS_OPCODES")):
+        words = words_of(header, rows)
+        assert len(words) >= 2
+        assert complete("fault", "add", option, "") == words, option
+    settings = words_of("attributes.h", "FABRIC_TIMERS") | words_of("attributes.h", "SWITCH_LATENCIES")
+    assert len(settings) == 6
+    offered = {word for word in complete("timers", "set", "") if not word.startswith("--")}
+    assert offered == settings | {"inorder-delivery"}
+
+
 @pytest.mark.skipif(shutil.which("shellcheck") is None, reason="shellcheck is not installed")
 def test_completion_is_clean_shell():
-    subprocess.run(["shellcheck", REPOSITORY / "virtual_switch/vswitchctl/completion.bash"], check=True, timeout=60)
+    subprocess.run(["shellcheck", REPOSITORY / "virtual_switch/tool/completion.bash"], check=True, timeout=60)
 
 
 # Faults, seen by the switch's clients.

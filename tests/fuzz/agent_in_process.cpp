@@ -8,7 +8,7 @@
 #include <sys/select.h>
 
 #include "agent_startup.h"
-#include "vsan_mib.h"
+#include "vsan_mib_exports.h"
 
 #include <net-snmp/agent/agent_callbacks.h>
 

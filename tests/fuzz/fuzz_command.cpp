@@ -3,9 +3,10 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
-#include "configuration.h"
-#include "mts/mts_wire.h"
+#include "contract/frames.h"
+#include "contract/status_codes.h"
+#include "model/configuration.h"
+#include "services/services.h"
 
 using namespace vswitch;
 
@@ -20,17 +21,17 @@ SwitchData make_data() {
 }
 
 // What a refused command must leave as it was.
-bool is_unchanged(const Switch &target, const SwitchData &data) {
+bool is_unchanged(const ServedSwitch &target, const SwitchData &data) {
     const SwitchModel &model = target.model;
     if (model.settings() != data.settings || model.vsan_count() != data.vsans.size() ||
         model.port_count() != data.ports.size() || model.session() || !target.events.staged().empty() ||
         !target.faults.list().empty() || !target.roles.list().empty())
         return false;
     for (const auto &[id, vsan] : data.vsans)
-        if (!model.vsan(id) || model.vsan(id)->second != vsan)
+        if (!model.vsan(id) || *model.vsan(id) != vsan)
             return false;
     for (const auto &[if_index, port] : data.ports)
-        if (!model.port(if_index) || model.port(if_index)->second != port)
+        if (!model.port(if_index) || *model.port(if_index) != port)
             return false;
     return true;
 }
@@ -42,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     static const SwitchData data = make_data();
     if (size == 0)
         return 0;
-    Switch target(data, Roles());
+    ServedSwitch target(data, Roles());
     Request request;
     request.service = MTS_SERVICE_SWITCH;
     request.opcode = MTS_OP_SWITCH_COMMAND;
@@ -50,11 +51,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     request.payload = Bytes(bytes + 1, size - 1);
     request.length = static_cast<std::uint32_t>(size - 1);
     request.user = "operator";
-    Buffer reply;
-    const std::uint32_t status = answer_command(target, request, reply);
-    if (reply.size() > MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED)
+    Reply reply;
+    answer_request(target, request, reply);
+    const std::uint32_t status = reply.status;
+    if (request.kind != MTS_KIND_GET && request.kind != MTS_KIND_SET) {
+        // No command at all, so that nobody explains it.
+        if (status != STATUS_NO_SUCH_KIND)
+            abort();
+        return 0;
+    }
+    if (reply.data.size() > MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED)
         abort();
-    const auto json = nlohmann::json::parse(reply.begin(), reply.end(), nullptr, false);
+    const auto json = nlohmann::json::parse(reply.data.begin(), reply.data.end(), nullptr, false);
     if (!json.is_object())
         abort();
     if (status != 0 && (!json.contains("error") || !json["error"].is_string() || !is_unchanged(target, data)))

@@ -3,9 +3,10 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "configuration.h"
-#include "roles.h"
-#include "switch_model.h"
+#include "model/configuration.h"
+#include "model/refusal.h"
+#include "model/roles.h"
+#include "model/switch_model.h"
 
 using namespace vswitch;
 
@@ -18,10 +19,10 @@ void check_refusal(const Refusal &refusal) {
 }
 
 void check_switch(const SwitchData &data) {
-    if (!data.vsans.contains(default_vsan))
+    if (!data.vsans.contains(VSAN_NUMBER_DEFAULT))
         abort();
     for (const auto &[id, vsan] : data.vsans)
-        if (id < 1 || id > max_vsan || vsan.name.empty() || vsan.name.size() > max_vsan_name)
+        if (id < 1 || id > VSAN_NUMBER_MAX || vsan.name.empty() || vsan.name.size() > VSAN_NAME_MAX)
             abort();
     for (const auto &[if_index, port] : data.ports)
         if (if_index == 0 || !data.vsans.contains(port.vsan))
@@ -31,7 +32,7 @@ void check_switch(const SwitchData &data) {
 void check_permission(const Permission &permission) {
     for (std::size_t at = 0; at < permission.interfaces.size(); ++at) {
         const auto &[first, last] = permission.interfaces[at];
-        if (first == 0 || first > last || (at > 0 && permission.interfaces[at - 1].second >= first - 1))
+        if (first == 0 || first > last || (at > 0 && permission.interfaces[at - 1].greatest >= first - 1))
             abort();
     }
 }

@@ -17,12 +17,13 @@
 #include <thread>
 #include <vector>
 
+#include "contract/big_endian.h"
+#include "contract/frames.h"
+#include "contract/run_directory.h"
 #include "fuzz_input.h"
 #include "mts.h"
-#include "mts/big_endian.h"
 #include "mts/mts_settings.h"
 #include "mts/mts_shared.h"
-#include "mts/mts_wire.h"
 
 namespace {
 
@@ -53,7 +54,7 @@ class hostile_switch {
     hostile_switch() {
         std::string directory = std::filesystem::temp_directory_path() / "fuzz-mts-client-XXXXXX";
         require(mkdtemp(directory.data()) != nullptr);
-        setenv(MTS_RUN_DIR_VARIABLE, directory.c_str(), 1);
+        setenv(RUN_DIRECTORY_VARIABLE, directory.c_str(), 1);
         const std::string path = directory + "/" + MTS_SOCKET_NAME;
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
@@ -161,6 +162,7 @@ class hostile_switch {
         void *mapped = mmap(nullptr, sizeof *shared_, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         require(mapped != MAP_FAILED);
         shared_ = static_cast<mts_shared_memory *>(mapped);
+        shared_->version = MTS_SHARED_VERSION;
         shared_->switch_sleeps = 1;
         shared_->generation = 1;
         const bool is_sent = send_with_descriptor(frame(MTS_FRAME_SHARED, correlation), fd);

@@ -26,11 +26,12 @@
 #include <string>
 
 #include "agent_in_process.h"
-#include "configuration.h"
 #include "fuzz_input.h"
+#include "model/configuration.h"
 #include "snmp_message.h"
 #include "switch_in_process.h"
-#include "vsan_mib.h"
+#include "vsan_mib_exports.h"
+#include "vsan_mib_registration.h"
 
 namespace {
 
@@ -271,9 +272,9 @@ void check_untouched(const vswitch::SwitchData &before, const vswitch::SwitchDat
 }
 
 void check_switch(const vswitch::SwitchData &data) {
-    require(data.vsans.contains(vswitch::default_vsan), "the default VSAN is gone");
+    require(data.vsans.contains(VSAN_NUMBER_DEFAULT), "the default VSAN is gone");
     for (const auto &[id, vsan] : data.vsans)
-        require(id >= 1 && id <= vswitch::max_vsan, "a VSAN that cannot be");
+        require(id >= 1 && id <= VSAN_NUMBER_MAX, "a VSAN that cannot be");
     for (const auto &[if_index, port] : data.ports)
         require(data.vsans.contains(port.vsan), "an interface in no VSAN");
 }
@@ -308,7 +309,7 @@ void converse(fuzz_input &in, int64_t number) {
     for (unsigned left = damaged; left > 0; --left)
         message[in.word16() % message.size()] ^= in.byte();
 
-    vswitch::Switch &target = *the_switch.target;
+    vswitch::ServedSwitch &target = *the_switch.target;
     const vswitch::Permission *permission = target.roles.find(request.community);
     std::optional<vswitch::SwitchData> before;
     if (is_set && permission != nullptr)

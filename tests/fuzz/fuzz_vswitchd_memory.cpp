@@ -9,27 +9,27 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "configuration.h"
-#include "connection.h"
+#include "contract/frames.h"
 #include "fuzz_input.h"
-#include "mts/mts_wire.h"
+#include "model/configuration.h"
+#include "network/connection.h"
 
 using namespace vswitch;
 
 namespace {
 
-Switch make_switch() {
-    return Switch(parse_configuration(R"({
+ServedSwitch make_switch() {
+    return ServedSwitch(parse_configuration(R"({
         "vsans": [{"id": 10, "timers": {"ratov": 20000}}, {"id": 4095, "state": "suspended"}],
         "ports": [{"ifIndex": 1}, {"ifIndex": 16777216, "vsan": 10}, {"ifIndex": 4294967295, "vsan": 4095}]})",
-                                      "fuzz"),
-                  Roles());
+                                            "fuzz"),
+                        Roles());
 }
 
 // The loop that the connection lives in, which does only what the input says.
 class Host final : public ConnectionHost {
   public:
-    Switch &target() override { return target_; }
+    ServedSwitch &the_switch() override { return target_; }
     asio::io_context &context() override { return context_; }
     bool left(Connection &) override { return std::exchange(connected_, false); }
     void shares_memory(Connection &) override { shares_ = true; }
@@ -47,7 +47,7 @@ class Host final : public ConnectionHost {
     }
 
   private:
-    Switch target_ = make_switch();
+    ServedSwitch target_ = make_switch();
     asio::io_context context_{1};
     bool connected_ = true;
     bool shares_ = false;
@@ -93,6 +93,7 @@ class HostileClient {
         void *mapped = mmap(nullptr, sizeof *shared_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
         require(mapped != MAP_FAILED);
         shared_ = static_cast<mts_shared_memory *>(mapped);
+        shared_->requester_version = MTS_SHARED_VERSION;
         close(descriptor);
     }
 

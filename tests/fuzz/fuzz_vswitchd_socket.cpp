@@ -2,23 +2,23 @@
 // or ends the conversation.
 #include <cstdlib>
 
-#include "configuration.h"
-#include "mts/mts_wire.h"
-#include "session.h"
+#include "contract/frames.h"
+#include "model/configuration.h"
+#include "network/conversation.h"
 
 using namespace vswitch;
 
 namespace {
 
-Switch make_switch() {
-    return Switch(parse_configuration(R"({
+ServedSwitch make_switch() {
+    return ServedSwitch(parse_configuration(R"({
         "vsans": [{"id": 10, "timers": {"ratov": 20000}}, {"id": 4095, "state": "suspended"}],
         "ports": [{"ifIndex": 1}, {"ifIndex": 16777216, "vsan": 10}, {"ifIndex": 4294967295, "vsan": 4095}],
         "tdx": {"fctimer": {"enabled": true, "timers": {"10": {"ratov": 30000}}}}})",
-                                      "fuzz"),
-                  parse_roles(R"({"roles": [{"name": "r", "vsans": ["1-10"], "interfaces": ["1-5"],
+                                            "fuzz"),
+                        parse_roles(R"({"roles": [{"name": "r", "vsans": ["1-10"], "interfaces": ["1-5"],
                                              "users": ["alice"]}]})",
-                              "fuzz"));
+                                    "fuzz"));
 }
 
 // The output must be replies, pongs and events, one after the other, none cut short.
@@ -43,13 +43,13 @@ void check(Bytes output) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     if (size == 0)
         return 0;
-    Switch target = make_switch(); // a new one, for requests change it
+    ServedSwitch target = make_switch(); // a new one, for requests change it
     const std::size_t portion = data[0] == 0 ? size : data[0];
     Bytes input(data + 1, size - 1);
-    Session session(target);
+    vswitch::Conversation conversation(target);
     Buffer received;
     Buffer output;
-    while (!input.empty() && !session.broken() && !session.is_ended()) {
+    while (!input.empty() && !conversation.broken() && !conversation.is_ended()) {
         const Bytes part = input.first(std::min(portion, input.size()));
         input = input.subspan(part.size());
         received.insert(received.end(), part.begin(), part.end());
@@ -57,19 +57,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         bool held_up = false;
         do {
             output.clear();
-            used = session.serve(received, output);
-            if (used > received.size() || output.size() > Session::output_limit + MTS_WIRE_MAX_BODY)
+            used = conversation.serve(received, output);
+            if (used > received.size() || output.size() > vswitch::Conversation::output_limit + MTS_WIRE_MAX_BODY)
                 abort();
             check(output);
             output.clear();
-            session.subscriber().take(output, Session::output_limit);
+            conversation.subscriber().take(output, vswitch::Conversation::output_limit);
             check(output);
-            held_up = session.delay().has_value();
+            held_up = conversation.delay().has_value();
             if (held_up)
-                session.resume();
+                conversation.resume();
             received.erase(received.begin(), received.begin() + static_cast<std::ptrdiff_t>(used));
         } while (used > 0 || held_up);
-        if (received.size() > MTS_WIRE_HEADER + MTS_WIRE_MAX_BODY && !session.broken() && !session.is_ended())
+        if (received.size() > MTS_WIRE_HEADER + MTS_WIRE_MAX_BODY && !conversation.broken() && !conversation.is_ended())
             abort(); // a whole frame must not be left unserved
     }
     return 0;

@@ -26,7 +26,7 @@ uint32_t timed_out() {
 }
 
 bool asks_for_change(uint32_t kind) {
-    return kind == vswitch::kind_set || kind == vswitch::kind_delete;
+    return kind == MTS_KIND_SET || kind == MTS_KIND_DELETE;
 }
 
 // A reply's data in memory of just its size.
@@ -96,6 +96,10 @@ uint32_t mts_payload_size(const mts_message *) {
 }
 // Nothing may be kept: any request may fail, and is to be made for that.
 uint64_t mts_settings_generation(void) {
+    return 0;
+}
+
+int mts_memory_is_other_version(void) {
     return 0;
 }
 

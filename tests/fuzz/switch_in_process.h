@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "services.h"
+#include "services/services.h"
 
 /* How a request goes wrong. */
 enum class failure {
@@ -19,7 +19,7 @@ enum class failure {
 };
 
 struct switch_in_process {
-    std::optional<vswitch::Switch> target;
+    std::optional<vswitch::ServedSwitch> target;
 
     /* Which request from now on goes wrong, counted from 1; 0 for none. */
     unsigned failing = 0;

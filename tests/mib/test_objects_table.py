@@ -1,9 +1,13 @@
-"""docs/objects.md says of each object what the MIB text says."""
+"""docs/objects.md says of each object what the MIB text says.
+
+BUILD_DIR names the build folder (default: build/ in the repository).
+"""
+import os
 import pathlib
 import re
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-MIB = (ROOT / "mibs" / "VSAN-MIB.txt.in").read_text()
+MIB = (pathlib.Path(os.environ.get("BUILD_DIR", ROOT / "build")) / "mibs" / "VSAN-MIB.txt").read_text()
 PARENTS = {
     "vsanConfiguration": "1.1", "vsanMembership": "1.2", "vsanFcTimers": "1.4",
     "vsanEntry": "1.1.3.1", "vsanIfEntry": "1.2.5.1", "vsanMembershipSummaryEntry": "1.2.8.1",
@@ -24,7 +28,8 @@ def documented():
 def defined():
     """The accessible objects of the MIB text: name to (OID, type, access, range, unit)."""
     objects = {}
-    pattern = r"^(\w+) OBJECT-TYPE\s+SYNTAX\s+(.+?)\s+(?:UNITS\s+\"(.+?)\"\s+)?MAX-ACCESS\s+(\S+).*?::= \{ (\w+) (\d+) \}"
+    pattern = (r"^(\w+) OBJECT-TYPE\s+SYNTAX\s+(.+?)\s+(?:UNITS\s+\"(.+?)\"\s+)?MAX-ACCESS\s+(\S+)"
+               r".*?::= \{ (\w+) (\d+) \}")
     for name, syntax, unit, access, parent, arc in re.findall(pattern, MIB, re.M | re.S):
         if access in ("not-accessible", "accessible-for-notify"):
             continue
@@ -35,8 +40,8 @@ def defined():
 
 def convention(name):
     """The range or the named numbers of a textual convention of the MIB text."""
-    found = re.search(rf"^{name} ::= TEXTUAL-CONVENTION.*?SYNTAX\s+(?:INTEGER|Integer32|OCTET STRING)\s*[({{](.*?)[)}}]*\n\n",
-                      MIB, re.M | re.S)
+    syntax = r"SYNTAX\s+(?:INTEGER|Integer32|OCTET STRING)\s*[({](.*?)[)}]*\n\n"
+    found = re.search(rf"^{name} ::= TEXTUAL-CONVENTION.*?{syntax}", MIB, re.M | re.S)
     return found.group(1) if found else ""
 
 

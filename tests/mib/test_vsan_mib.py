@@ -22,47 +22,50 @@ ROOT = f"1.3.6.1.4.1.{PEN}.9.282"
 # tables pass. A line goes in here only if changing the text cannot avoid it.
 FORCED_LINT: dict[str, str] = {}
 
-# The registration of the module as a manager sees it: name, suffix under the root, type in
-# the protocol, access, and the values that the text allows (a range, the named numbers, or
-# None where the type alone decides). vsanOperState is the one object whose access differs:
-# the module registers it writable but has no writer for it, so for a manager it is read-only.
-INTEGER, OCTETS, UNSIGNED, TICKS = "INTEGER", "OCTET STRING", "Unsigned32", "TimeTicks"
-RO, RW, CREATE = "read-only", "read-write", "read-create"
+# What the module's registration says in numbers: ASN.1 types and access.
+INTEGER, OCTETS, UNSIGNED, TICKS = 0x02, 0x04, 0x42, 0x43
+READ_ONLY, READ_WRITE = 1, 2
+
+# Answers of a write method to a value.
+NO_ERROR, WRONG_LENGTH, WRONG_VALUE, NOT_WRITABLE = 0, 8, 10, 17
+
+# The one object that the module registers writable and has no writer for.
+REFUSES_EVERY_SET = "vsanOperState"
+
+# The values of an object as the text has them: a range, the named numbers, or None where the
+# type alone decides. Managers show the names, so that none must change.
 BOOLEAN = {"true": 1, "false": 2}
-OBJECTS = [
-    ("vsanNumber", "1.1.1", INTEGER, RO, "0..4095"),
-    ("vsanTableLastChange", "1.1.2", TICKS, RO, None),
-    ("vsanName", "1.1.3.1.2", OCTETS, CREATE, "0..32"),
-    ("vsanMediaType", "1.1.3.1.3", INTEGER, RO, {"fibreChannel": 1, "ethernet": 2}),
-    ("vsanAdminState", "1.1.3.1.4", INTEGER, CREATE,
-     {"active": 1, "suspended": 2, "notConfigured": 3, "configured": 4}),
-    ("vsanMtu", "1.1.3.1.5", UNSIGNED, RO, None),
-    ("vsanLoadBalancingType", "1.1.3.1.6", INTEGER, CREATE, {"srcIdDestId": 1, "srcIdDestIdOxId": 2}),
-    ("vsanOperState", "1.1.3.1.8", INTEGER, RO, {"up": 1, "down": 2}),
-    ("vsanRowStatus", "1.1.3.1.9", INTEGER, CREATE,
-     {"active": 1, "notInService": 2, "notReady": 3, "createAndGo": 4, "createAndWait": 5, "destroy": 6}),
-    ("vsanInterOperType", "1.1.3.1.10", INTEGER, CREATE,
-     {"default": 0, "mode1": 1, "mode2": 2, "mode3": 3, "mode4": 4}),
-    ("vsanInorderDelivery", "1.1.3.1.11", INTEGER, CREATE, BOOLEAN),
-    ("vsanNetworkDropLatency", "1.1.3.1.12", UNSIGNED, CREATE, "1..60000"),
-    ("vsanIfNumber", "1.2.4", INTEGER, RO, "0..2147483647"),
-    ("vsanIfVsan", "1.2.5.1.1", INTEGER, RW, "1..4095"),
-    ("vsanIfDenyList", "1.2.5.1.2", INTEGER, RO, None),
-    ("vsanMembershipSummaryIfIndex", "1.2.8.1.1", INTEGER, RO, "1..2147483647"),
-    ("fcTimerRatov", "1.4.1", UNSIGNED, RW, "5000..100000"),
-    ("fcTimerEdtov", "1.4.2", UNSIGNED, RW, "1000..100000"),
-    ("fcTimerFstov", "1.4.3", UNSIGNED, RO, None),
-    ("fcTimerDstov", "1.4.4", UNSIGNED, RW, "5000..100000"),
-    ("fcNetworkLatency", "1.4.5", UNSIGNED, RW, "0..60000"),
-    ("fcSwitchLatency", "1.4.6", UNSIGNED, RW, "0..60000"),
-    ("fcInorderDelivery", "1.4.7", INTEGER, RW, BOOLEAN),
-    ("vsanFcTimerForceFlag", "1.4.8.1.1", OCTETS, RW, {"ratov": 0, "edtov": 1, "dstov": 2}),
-    ("vsanFcTimerRatov", "1.4.8.1.2", UNSIGNED, RW, "5000..100000"),
-    ("vsanFcTimerEdtov", "1.4.8.1.3", UNSIGNED, RW, "1000..100000"),
-    ("vsanFcTimerDstov", "1.4.8.1.4", UNSIGNED, RW, "5000..100000"),
-    ("vsanFcTimerFstov", "1.4.8.1.5", UNSIGNED, RO, None),
-]
-IDS = [row[0] for row in OBJECTS]
+VALUES = {
+    "vsanNumber": "0..4095",
+    "vsanTableLastChange": None,
+    "vsanName": "0..32",
+    "vsanMediaType": {"fibreChannel": 1, "ethernet": 2},
+    "vsanAdminState": {"active": 1, "suspended": 2, "notConfigured": 3, "configured": 4},
+    "vsanMtu": None,
+    "vsanLoadBalancingType": {"srcIdDestId": 1, "srcIdDestIdOxId": 2},
+    "vsanOperState": {"up": 1, "down": 2},
+    "vsanRowStatus":
+        {"active": 1, "notInService": 2, "notReady": 3, "createAndGo": 4, "createAndWait": 5, "destroy": 6},
+    "vsanInterOperType": {"default": 0, "mode1": 1, "mode2": 2, "mode3": 3, "mode4": 4},
+    "vsanInorderDelivery": BOOLEAN,
+    "vsanNetworkDropLatency": "1..60000",
+    "vsanIfNumber": "0..2147483647",
+    "vsanIfVsan": "1..4095",
+    "vsanIfDenyList": None,
+    "vsanMembershipSummaryIfIndex": "1..2147483647",
+    "fcTimerRatov": "5000..100000",
+    "fcTimerEdtov": "1000..100000",
+    "fcTimerFstov": None,
+    "fcTimerDstov": "5000..100000",
+    "fcNetworkLatency": "0..60000",
+    "fcSwitchLatency": "0..60000",
+    "fcInorderDelivery": BOOLEAN,
+    "vsanFcTimerForceFlag": {"ratov": 0, "edtov": 1, "dstov": 2},
+    "vsanFcTimerRatov": "5000..100000",
+    "vsanFcTimerEdtov": "1000..100000",
+    "vsanFcTimerDstov": "5000..100000",
+    "vsanFcTimerFstov": None,
+}
 
 # Objects that a reply never carries: the index of the VSAN tables, and what only notifications hold.
 UNREGISTERED = {
@@ -141,33 +144,94 @@ def test_net_snmp_loads_the_text_without_a_word(translate):
     assert translate("-On", "VSAN-MIB::vsanMIB").strip() == f".{ROOT}"
 
 
-def test_the_text_has_the_objects_that_the_module_registers_and_no_others():
+def from_module(*question):
+    """What the built module tells an agent: the numbers of each line, by what the line is about."""
+    environment = dict(os.environ, VSWITCH_RUN_DIR="/nonexistent")
+    told = subprocess.run([BUILD_DIR / "bin" / "registered_objects", BUILD_DIR / "lib" / "libvsanmib.so", *question],
+                          env=environment, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, timeout=60,
+                          check=True).stdout
+    return {key: [int(number) for number in numbers.split()]
+            for key, numbers in re.findall(r"^(?:object|set) (\S+) (.*)$", told, re.MULTILINE)}
+
+
+@pytest.fixture(scope="module")
+def registered(translate):
+    """The module's registration: the name that the text gives an object to its suffix, type and access."""
+    objects = {}
+    for suffix, (wire, access) in from_module().items():
+        name = translate(f".{ROOT}.{suffix}").strip().removeprefix("VSAN-MIB::")
+        objects[name] = (suffix, wire, access)
+    return objects
+
+
+def answers(suffix, numbers):
+    """The error status with which the module answers a SET of each number to one object."""
+    return {int(number): status for number, (status,) in from_module(suffix, *map(str, numbers)).items()}
+
+
+def test_the_text_has_the_objects_that_the_module_registers_and_no_others(registered):
     text = TEXT.read_text()
-    objects = set(re.findall(r"^(\w+) OBJECT-TYPE\n(?:(?!::=).)*?MAX-ACCESS +read", text, re.MULTILINE | re.DOTALL))
-    assert objects == set(IDS)
-    assert len(OBJECTS) == 28
+    objects = re.findall(r"^(\w+) OBJECT-TYPE\n(?:(?!::=).)*?MAX-ACCESS +read", text, re.MULTILINE | re.DOTALL)
+    assert sorted(objects) == sorted(registered)
+    assert list(registered) == list(VALUES)
+    assert len(VALUES) == 28
 
 
-@pytest.mark.parametrize("name, suffix, wire, access, values", OBJECTS, ids=IDS)
-def test_object(translate, described, name, suffix, wire, access, values):
+@pytest.mark.parametrize("name", VALUES)
+def test_object(translate, described, registered, name):
+    suffix, wire, access = registered[name]
     assert translate("-On", f"VSAN-MIB::{name}").strip() == f".{ROOT}.{suffix}"
     assert translate(f".{ROOT}.{suffix}.10").strip() == f"VSAN-MIB::{name}.10"
 
     fields = described(name)
-    assert fields["MAX-ACCESS"] == access
+    is_created = suffix.startswith("1.1.3.1.") and name != REFUSES_EVERY_SET
+    assert fields["MAX-ACCESS"] == {READ_ONLY: "read-only",
+                                    READ_WRITE: "read-create" if is_created else "read-write"}[access]
     assert fields["STATUS"] == "current"
     assert fields["DESCRIPTION"].strip('"')
 
     syntax = re.match(r"OCTET STRING|\w+", fields["SYNTAX"]).group()
     assert WIRE_TYPES[conventions().get(syntax, syntax)] == wire
+    assert limits(fields["SYNTAX"]) == VALUES[name]
+
+
+def limits(syntax):
+    """The values that a SYNTAX names: its named numbers, its range, or None."""
+    labels = {label: int(number) for label, number in re.findall(r"(\w+)\((\d+)\)", syntax)}
+    span = re.search(r"\((?:SIZE \()?(\d+\.\.\d+)", syntax)
+    return labels or (span.group(1) if span else None)
+
+
+def refinement(name, part):
+    """The values to which the compliance statement narrows a part of an object, or None."""
+    clause = re.search(rf"^ +OBJECT +{name}$(.*?)DESCRIPTION", TEXT.read_text(), re.MULTILINE | re.DOTALL)
+    narrowed = clause and re.search(rf"^ +{part} +INTEGER ({{.*?}})", clause.group(1), re.MULTILINE | re.DOTALL)
+    return limits(narrowed.group(1)) if narrowed else None
+
+
+@pytest.mark.parametrize("name", VALUES)
+def test_module_takes_the_values_that_the_text_lets_a_manager_write_and_no_others(described, registered, name):
+    suffix, wire, access = registered[name]
+    values = refinement(name, "WRITE-SYNTAX") or limits(described(name)["SYNTAX"])
+    if access == READ_ONLY or "BITS" in described(name)["SYNTAX"]:
+        return
     if isinstance(values, dict):
-        assert {label: int(number) for label, number in re.findall(r"(\w+)\((\d+)\)", fields["SYNTAX"])} == values
+        accepted = set(values.values())
+        asked = set(range(max(accepted) + 3))
     else:
-        limits = re.search(r"\((?:SIZE \()?(\d+\.\.\d+)", fields["SYNTAX"])
-        assert (limits.group(1) if limits else None) == values
+        lowest, highest = map(int, values.split(".."))
+        accepted = {lowest, highest}
+        asked = {max(lowest - 1, 0), lowest, highest, highest + 1}
+    if name == REFUSES_EVERY_SET:
+        assert set(answers(suffix, asked).values()) == {NOT_WRITABLE}
+        return
+    refused = {number: status for number, status in answers(suffix, asked).items() if status != NO_ERROR}
+    assert set(asked) - set(refused) == accepted
+    if name != "vsanNetworkDropLatency":  # 0 has an error of its own
+        assert set(refused.values()) == {WRONG_LENGTH if wire == OCTETS else WRONG_VALUE}
 
 
-@pytest.mark.parametrize("name", [row[0] for row in OBJECTS if re.search("(tov|Latency)$", row[0])])
+@pytest.mark.parametrize("name", [name for name in VALUES if re.search("(tov|Latency)$", name)])
 def test_times_are_in_milliseconds(described, name):
     assert described(name)["UNITS"].strip('"') == "milliseconds"
 
@@ -210,14 +274,19 @@ def test_default(described, name, default):
     ("vsanRowStatus", "WRITE-SYNTAX", {"active": 1, "createAndGo": 4, "destroy": 6}),
 ])
 def test_compliance_narrows_the_values_to_those_accepted(name, part, values):
-    refinement = re.search(rf"^ +OBJECT +{name}$(.*?)DESCRIPTION", TEXT.read_text(), re.MULTILINE | re.DOTALL).group(1)
-    narrowed = re.search(rf"^ +{part} +INTEGER {{(.*?)}}", refinement, re.MULTILINE | re.DOTALL).group(1)
-    assert {label: int(number) for label, number in re.findall(r"(\w+)\((\d+)\)", narrowed)} == values
+    assert refinement(name, part) == values
+
+
+def test_compliance_says_that_no_set_of_the_operational_state_succeeds():
+    clause = re.search(rf"^ +OBJECT +{REFUSES_EVERY_SET}$(.*?)\n\n", TEXT.read_text(),
+                       re.MULTILINE | re.DOTALL).group(1)
+    assert re.search("^ +MIN-ACCESS +read-only$", clause, re.MULTILINE)
+    assert re.search(r"\bSET\b.* refused", clause, re.DOTALL)
 
 
 def test_every_object_and_notification_is_in_one_conformance_group():
     groups = re.findall(r"^\w+ (?:OBJECT|NOTIFICATION)-GROUP\s+(?:OBJECTS|NOTIFICATIONS) {(.*?)}", TEXT.read_text(),
                         re.MULTILINE | re.DOTALL)
     members = [name for group in groups for name in re.findall(r"\w+", group)]
-    expected = IDS + [name for name in UNREGISTERED if name != "vsanIndex"] + list(NOTIFICATIONS)
+    expected = list(VALUES) + [name for name in UNREGISTERED if name != "vsanIndex"] + list(NOTIFICATIONS)
     assert sorted(members) == sorted(expected)

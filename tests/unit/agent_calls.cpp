@@ -45,6 +45,11 @@ int __wrap_snmp_get_do_debugging(void) {
     return agent.debugging ? 1 : 0;
 }
 
+u_long __real_netsnmp_timeval_uptime(timeval *time);
+u_long __wrap_netsnmp_timeval_uptime(timeval *time) {
+    return agent.uptime ? *agent.uptime : __real_netsnmp_timeval_uptime(time);
+}
+
 static void record_debug(const char *function, const char *token, const char *format, va_list arguments) {
     char text[300];
     vsnprintf(text, sizeof text, format, arguments);
@@ -190,6 +195,12 @@ bytes as_long(int64_t number) {
     const auto value = static_cast<long>(number);
     bytes result(sizeof value);
     memcpy(result.data(), &value, sizeof value);
+    return result;
+}
+
+bytes as_eight_bytes(int64_t number) {
+    bytes result(sizeof number);
+    memcpy(result.data(), &number, sizeof number);
     return result;
 }
 

@@ -4,14 +4,16 @@
  *
  * The calls that the module makes of the agent's library and that a test wants to see
  * are redirected by the linker (--wrap): register_mib and unregister_mib go no
- * further, snmp_set_detail goes on to the agent, the debugging calls are recorded,
- * malloc and calloc can be made to fail, and free watches over the reply buffers and
- * the module's VSAN records.
+ * further, snmp_set_detail goes on to the agent, the debugging calls are recorded, the
+ * uptime is the agent's unless a test sets another, malloc and calloc can be made to fail, and free watches over the
+ * reply buffers and the module's VSAN records.
  */
 #ifndef AGENT_CALLS_H
 #define AGENT_CALLS_H
 
-#include "vsan_mib.h"
+#include "vsan_mib_exports.h"
+#include "vsan_mib_registration.h"
+#include "vsan_mib_state.h"
 
 #include <optional>
 #include <set>
@@ -39,6 +41,9 @@ class scripted_agent {
 
     int register_result = MIB_REGISTERED_OK;
     bool debugging = false;
+
+    /* What netsnmp_timeval_uptime returns, for any time; the agent's own answer without it. */
+    std::optional<u_long> uptime;
 
     std::vector<registration> registrations;
     std::vector<oid_name> unregistered;
@@ -100,6 +105,8 @@ int write(WriteMethod *method, int phase, uint8_t type, const bytes &value, cons
 
 /* A number as this agent passes an INTEGER or Unsigned32: one C long. */
 bytes as_long(int64_t number);
+/* A number of 64 bits, whatever the size of this agent's long. */
+bytes as_eight_bytes(int64_t number);
 /* The first `length` bytes of a 32-bit number in host order. */
 bytes as_word(uint32_t number, size_t length = 4);
 

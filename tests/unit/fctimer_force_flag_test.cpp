@@ -91,6 +91,18 @@ TEST_F(ForceFlagWrite, NoValueAtAllSetsNoFlag) {
     EXPECT_EQ(vsanFcTimerForceFlags[10], 0);
 }
 
+TEST_F(ForceFlagWrite, TheLastStatusIsItsOwn) {
+    last_timer_status = 0x5555;
+    for (const set_phase phase : {RESERVE1_PHASE, ACTION_PHASE}) {
+        last_force_flag_status = 0x6666;
+        call(phase, OCTETS, {0x80}, 4096);
+        EXPECT_EQ(last_force_flag_status, no_instance);
+        call(phase, OCTETS, {0x80});
+        EXPECT_EQ(last_force_flag_status, 0u);
+    }
+    EXPECT_EQ(last_timer_status, 0x5555u) << "that is of the timers";
+}
+
 TEST_F(ForceFlagWrite, ChecksTypeLengthInstanceAndUserInThatOrder) {
     platform.restrict_to({});
     EXPECT_EQ(call(RESERVE1_PHASE, 0x02, bytes(2), 0), 7);
@@ -101,7 +113,7 @@ TEST_F(ForceFlagWrite, ChecksTypeLengthInstanceAndUserInThatOrder) {
     EXPECT_EQ(call(RESERVE1_PHASE, OCTETS, bytes(1), 10), 5);
 }
 
-TEST_F(ForceFlagWrite, AnyVsanFrom1To4095IsAnInstance) {
+TEST_F(ForceFlagWrite, InstancesBeginAtVsan1AndEndAt4095) {
     for (const oid vsan : {oid{1}, oid{4095}}) {
         EXPECT_EQ(call(RESERVE1_PHASE, OCTETS, {0x80}, vsan), 0);
         EXPECT_EQ(act(0x80, vsan), 0);

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <limits>
 
 namespace {
 
@@ -125,13 +124,11 @@ TEST_P(FcTimerWrite, AcceptsAWordAndTheAgentsLongAndReadsNoMoreThanThereIs) {
     EXPECT_EQ(reserve(UNSIGNED, {}), 10);
 }
 
-TEST_P(FcTimerWrite, ANumberTooWideForAWordIsNotTakenForASmallerOne) {
-    const int refused = sizeof(long) == 8 ? 10 : 8;
-    for (const int64_t number : {int64_t{4294967296} + 10000, int64_t{-4294967296} + 10000,
-                                 std::numeric_limits<int64_t>::max(), std::numeric_limits<int64_t>::min()}) {
-        bytes value(sizeof number);
-        memcpy(value.data(), &number, sizeof number);
-        EXPECT_EQ(reserve(UNSIGNED, value), refused) << number;
+TEST_P(FcTimerWrite, EightBytesCountForTheirLowWordWhereALongHasThem) {
+    const bool is_long = sizeof(long) == 8;
+    for (const int64_t high : {int64_t{1}, int64_t{-1}, int64_t{INT32_MAX}, int64_t{INT32_MIN}}) {
+        EXPECT_EQ(reserve(UNSIGNED, as_eight_bytes(high * 4294967296 + highest)), is_long ? 0 : 8) << high;
+        EXPECT_EQ(reserve(UNSIGNED, as_eight_bytes(high * 4294967296 + highest + 1)), is_long ? 10 : 8) << high;
     }
 }
 
@@ -145,7 +142,7 @@ TEST_P(FcTimerWrite, ChecksTypeLengthValueInstanceAndUserInThatOrder) {
     EXPECT_EQ(reserve(UNSIGNED, as_long(10000), 20), 5);
 }
 
-TEST_P(FcTimerWrite, AnyVsanFrom1To4095IsAnInstance) {
+TEST_P(FcTimerWrite, InstancesBeginAtVsan1AndEndAt4095) {
     for (const oid vsan : {oid{1}, oid{77}, oid{4095}})
         EXPECT_EQ(reserve(UNSIGNED, as_long(10000), vsan), 0);
     for (const oid vsan : {oid{0}, oid{4096}, oid{0x80000001}, largest_arc})
@@ -292,10 +289,16 @@ TEST_P(FcTimerWrite, ARefusalIsTracedRecordedAndMappedAndTheHeartbeatBalanced) {
     struct {
         scripted_reply reply;
         int error;
-    } const refusals[] = {{{0x40190001, 0, std::nullopt}, 18},          {{0x40190004, 0, std::nullopt}, 18},
-                          {{0x40190002, 0, std::nullopt}, 5},           {{tdx_refused, 0, std::nullopt}, 5},
-                          {{some_failure, 0, std::nullopt}, 5},         {{UINT32_MAX, ETIMEDOUT, std::nullopt}, 5},
-                          {{UINT32_MAX, ECONNREFUSED, std::nullopt}, 5}};
+        std::string reason;
+    } const refusals[] = {
+        {{0x40190001, 0, std::nullopt}, 18, failure_text(0x40190001)},
+        {{0x40190004, 0, std::nullopt}, 18, failure_text(0x40190004)},
+        {{0x40190002, 0, std::nullopt}, 5, failure_text(0x40190002)},
+        {{tdx_refused, 0, std::nullopt}, 5, failure_text(tdx_refused)},
+        {{some_failure, EPERM, std::nullopt}, 5, failure_text(some_failure)},
+        {{UINT32_MAX, ETIMEDOUT, std::nullopt}, 5, strerror(ETIMEDOUT)},
+        {{UINT32_MAX, ECONNREFUSED, std::nullopt}, 5, strerror(ECONNREFUSED)},
+    };
     for (const auto &refused : refusals) {
         SCOPED_TRACE(testing::Message() << refused.reply.status << " errno " << refused.reply.error_number);
         platform.requests.clear();
@@ -306,9 +309,33 @@ TEST_P(FcTimerWrite, ARefusalIsTracedRecordedAndMappedAndTheHeartbeatBalanced) {
         EXPECT_EQ(platform.requests.size(), 1u) << "not sent again";
         EXPECT_EQ(platform.heartbeats, (std::vector<int>{1, 0}));
         EXPECT_EQ(platform.errors_set, (std::vector<std::pair<uint32_t, uint32_t>>{{refused.reply.status, 200}}));
-        EXPECT_EQ(last_timer_status, refused.reply.status);
-        EXPECT_TRACED(100, function() + " : ACTION set REq failed , " + failure_text(refused.reply.status) + "  ");
+        EXPECT_TRACED(100, function() + " : ACTION set REq failed , " + refused.reason + "  ");
     }
+}
+
+TEST_P(FcTimerWrite, TheLastStatusIsKeptForRatovOnlyAndByNobodyElse) {
+    constexpr uint32_t before = 0x5555, force_flags = 0x6666;
+    const bool is_kept = GetParam().magic == RATOV;
+    const auto expect_kept = [&](uint32_t status) {
+        EXPECT_EQ(last_timer_status, is_kept ? status : before);
+        EXPECT_EQ(last_force_flag_status, force_flags);
+        last_timer_status = before;
+    };
+    last_timer_status = before;
+    last_force_flag_status = force_flags;
+    for (const set_phase phase : {RESERVE1_PHASE, ACTION_PHASE}) {
+        call(phase, UNSIGNED, as_long(10000), instance(4096));
+        expect_kept(no_instance);
+    }
+    reserve_number(10000);
+    expect_kept(0);
+    act(10000);
+    expect_kept(0);
+    timer_answers = {{some_failure, 0, std::nullopt}};
+    act(10000);
+    expect_kept(some_failure);
+    reserve_number(1);
+    EXPECT_EQ(last_timer_status, before) << "nothing was resolved or sent";
 }
 
 TEST_P(FcTimerWrite, AVsanDeletedBetweenThePhasesIsTheManagersToRefuse) {

@@ -11,6 +11,7 @@
 
 #include "agent_calls.h"
 #include "scripted_platform.h"
+#include "trace_places.h"
 
 /*
  * Whether `line` is `pattern`, where every '#' of the pattern stands for a source line
@@ -57,6 +58,8 @@ class ModuleTest : public testing::Test {
             EXPECT_EQ(module, 0x730000u);
         for (const std::string &name : platform.debug_names)
             EXPECT_EQ(name, "scripted");
+        for (const std::string &text : platform.history_texts)
+            EXPECT_TRUE(stands_where_it_says(text)) << "stands on another line: " << text;
         if (platform.history_unwanted.empty() && platform.debug_unwanted.empty())
             expect_both_ways_alike();
         platform.reset();

@@ -113,6 +113,10 @@ uint64_t mts_settings_generation(void) {
     return fake_switch.generation;
 }
 
+int mts_memory_is_other_version(void) {
+    return fake_switch.has_other_memory;
+}
+
 int mts_events_open(const uint32_t *classes, size_t count) {
     close_pipe();
     ++fake_switch.connect_attempts;

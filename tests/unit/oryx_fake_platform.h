@@ -33,6 +33,9 @@ struct FakeSwitch {
     /* What the switch publishes as the generation of its settings; 0: it does not. */
     uint64_t generation = 0;
 
+    /* It has offered memory of a version that the agent does not know. */
+    bool has_other_memory = false;
+
     /* What it has become when the next request is answered. */
     std::optional<uint64_t> generation_meanwhile;
 

@@ -1,7 +1,7 @@
 #include "oryx_agent.h"
 #include "oryx_fake_platform.h"
 
-#include "mts_wire.h"
+#include "contract/services.h"
 #include "netsnmpagent_oryx.h"
 #include "roles.h"
 
@@ -128,10 +128,10 @@ TEST(RoleReply, ARangeCountThatOverflowsIsRestrictedToNothing) {
 
 TEST(RoleReply, ItHoldsUpToItsMostRanges) {
     std::vector<std::pair<uint32_t, uint32_t>> ranges;
-    for (uint32_t i = 0; i < MTS_ROLE_MAX_RANGES; ++i)
+    for (uint32_t i = 0; i < ROLE_MAX_RANGES; ++i)
         ranges.emplace_back(3 * i, 3 * i + 1);
     EXPECT_TRUE(decodes(role_reply(1, {}, ranges)));
-    ranges.emplace_back(3 * MTS_ROLE_MAX_RANGES, 3 * MTS_ROLE_MAX_RANGES);
+    ranges.emplace_back(3 * ROLE_MAX_RANGES, 3 * ROLE_MAX_RANGES);
     EXPECT_FALSE(decodes(role_reply(1, {}, ranges)));
 }
 
@@ -235,6 +235,14 @@ TEST_F(RolesTest, EachUserHasARoleOfTheirOwn) {
     in_pdu([&] { snmp_is_vsan_allowed_subtree(1, nullptr, 0, PDU_TYPE_GET); }, "root");
     fake_switch.reply = role_reply(1, {});
     in_pdu([&] { EXPECT_TRUE(restricted_to_nothing()); }, "alice");
+}
+
+TEST_F(RolesTest, MemoryOfAnotherVersionIsReportedOnce) {
+    fake_switch.reply = role_reply(0, {});
+    fake_switch.has_other_memory = true;
+    for (int i = 0; i < 3; ++i)
+        in_pdu([&] { snmp_is_vsan_allowed_subtree(1, nullptr, 0, PDU_TYPE_GET); });
+    EXPECT_EQ(log_lines_with("memory of another version"), 1u);
 }
 
 /* Switches that publish the generation of their settings. Each test has numbers of its

@@ -23,7 +23,7 @@ target_include_directories(oryx_test PRIVATE
 target_compile_definitions(oryx_test PRIVATE
   VENDOR_PEN=${VENDOR_PEN}
   ORYX_PROBE_MODULE="$<TARGET_FILE:oryx_probe_module>")
-target_link_libraries(oryx_test PRIVATE platform_include netsnmp_agent GTest::gtest ${CMAKE_DL_LIBS})
+target_link_libraries(oryx_test PRIVATE platform_include contract netsnmp_agent GTest::gtest ${CMAKE_DL_LIBS})
 
 # Stands in for the module: something that can be seen to be loaded and unloaded.
 add_library(oryx_probe_module MODULE oryx_probe_module.c)

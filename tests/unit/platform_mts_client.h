@@ -37,4 +37,27 @@ inline answer ask(uint32_t wait_class = 4, const bytes &payload = bytes(4)) {
     return result;
 }
 
+// The client's socket, which no interface gives away: the one whose other end is
+// the manager's.
+inline int client_descriptor(const std::string &path) {
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int fd = std::stoi(entry.path().filename());
+        sockaddr_un peer = {};
+        socklen_t length = sizeof peer;
+        if (getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &length) == 0 && peer.sun_family == AF_UNIX &&
+            path == peer.sun_path) {
+            return fd;
+        }
+    }
+    return -1;
+}
+
+// Lets little more than nothing go out on the client's socket before it is received.
+inline void make_send_buffer_small(const scripted_manager &manager) {
+    const int smallest = 1;
+    if (setsockopt(client_descriptor(manager.path()), SOL_SOCKET, SO_SNDBUF, &smallest, sizeof smallest) != 0) {
+        throw std::runtime_error(std::string("cannot make the send buffer small: ") + strerror(errno));
+    }
+}
+
 #endif

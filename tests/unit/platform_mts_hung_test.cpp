@@ -151,37 +151,11 @@ TEST_F(MtsHung, SuspicionEndsWithTheManager) {
 
 TEST_F(MtsHung, AFullBacklogFailsAtOnce) {
     manager.stop();
-    scripted_manager busy(run.path(), 0);
-    const sockaddr_un address = scripted_manager::socket_address(busy.path());
-    std::vector<int> waiting;
-    for (;;) {
-        waiting.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-        if (connect(waiting.back(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-            break;
-        }
-    }
-    EXPECT_EQ(EAGAIN, errno);
+    const scripted_manager busy(run.path(), 0);
+    const full_backlog visitors(busy);
     const answer got = ask(8);
     EXPECT_EQ(ETIMEDOUT, got.error);
     EXPECT_LT(got.time, AT_ONCE);
-    for (const int fd : waiting) {
-        close(fd);
-    }
-}
-
-// The client's socket, which no interface gives away: the one whose other end is
-// the manager's.
-int client_descriptor(const std::string &path) {
-    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        const int fd = std::stoi(entry.path().filename());
-        sockaddr_un peer = {};
-        socklen_t length = sizeof peer;
-        if (getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &length) == 0 && peer.sun_family == AF_UNIX &&
-            path == peer.sun_path) {
-            return fd;
-        }
-    }
-    return -1;
 }
 
 TEST_F(MtsHung, AFullSendBufferCountsAgainstTheWaitAndIsFollowedByAPing) {
@@ -190,10 +164,7 @@ TEST_F(MtsHung, AFullSendBufferCountsAgainstTheWaitAndIsFollowedByAPing) {
     first_served.get();
     // The connection is closed by now; this one is never accepted, only small.
     EXPECT_EQ(ETIMEDOUT, ask(0).error);
-    const int smallest = 1;
-    const int fd = client_descriptor(manager.path());
-    ASSERT_NE(-1, fd);
-    ASSERT_EQ(0, setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &smallest, sizeof smallest));
+    make_send_buffer_small(manager);
     {
         auto connection = manager.accept();
         connection.serve();

@@ -259,20 +259,34 @@ TEST_F(HostileMemory, DescriptorsOfAnythingElseAreClosedAndTheSocketServes) {
     close(ends[1]);
 }
 
+TEST_F(HostileMemory, MemoryOfAnotherVersionIsNotUsedAndTheSocketServes) {
+    (*memory)->version = MTS_SHARED_VERSION + 1;
+    const int mapped = mappings();
+    share();
+    auto script = play([&] { connection->serve(); });
+    EXPECT_EQ(0u, ask().status);
+    script.get();
+    EXPECT_EQ(MTS_SHARED_IDLE, memory->state());
+    EXPECT_EQ(0u, mts_settings_generation());
+    EXPECT_EQ(mapped, mappings()) << "the manager's own";
+    EXPECT_EQ(MTS_SHARED_VERSION, (*memory)->requester_version) << "so that the manager knows, too";
+    EXPECT_NE(0, mts_memory_is_other_version());
+}
+
 TEST_F(HostileMemory, DescriptorsThatNobodyAskedForDoNotPileUp) {
     share();
     const ptrdiff_t before = open_descriptors();
+    const manager_memory other;
     const int mapped = mappings();
-    const memory_descriptor other;
     const bytes long_one(MTS_SHARED_MAX_FRAME);
     for (int i = 0; i < 100; ++i) {
         auto script = play([&] {
             const wire_frame request = connection->receive();
             for (uint32_t former = 1; former <= 3; ++former) {
                 connection->send(frame_bytes(MTS_FRAME_SHARED, request.correlation - former, {}),
-                                 {other.get(), other.get(), other.get()});
+                                 {other.descriptor(), other.descriptor(), other.descriptor()});
             }
-            connection->send(reply_bytes(request.correlation, 0), {other.get()});
+            connection->send(reply_bytes(request.correlation, 0), {other.descriptor()});
         });
         ASSERT_EQ(0u, ask(4, long_one).status);
         script.get();

@@ -235,7 +235,7 @@ TEST_F(Mts, AKilledManagersSocketRefuses) {
 }
 
 TEST_F(Mts, ARunDirectoryTooLongForASocketIsRefused) {
-    setenv(MTS_RUN_DIR_VARIABLE, run.file(std::string(200, 'x')).c_str(), 1);
+    setenv(RUN_DIRECTORY_VARIABLE, run.file(std::string(200, 'x')).c_str(), 1);
     EXPECT_EQ(ENAMETOOLONG, ask().error);
 }
 

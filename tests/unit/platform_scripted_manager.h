@@ -19,8 +19,10 @@
 #include <utility>
 #include <vector>
 
-#include "mts/big_endian.h"
-#include "mts/mts_wire.h"
+#include "contract/big_endian.h"
+#include "contract/frames.h"
+#include "contract/run_directory.h"
+#include "contract/services.h"
 
 using bytes = std::vector<uint8_t>;
 
@@ -71,7 +73,7 @@ class temporary_run_directory {
         if (mkdtemp(path_.data()) == nullptr) {
             throw std::runtime_error("cannot make a temporary directory");
         }
-        setenv(MTS_RUN_DIR_VARIABLE, path_.c_str(), 1);
+        setenv(RUN_DIRECTORY_VARIABLE, path_.c_str(), 1);
     }
     ~temporary_run_directory() { std::filesystem::remove_all(path_); }
     temporary_run_directory(const temporary_run_directory &) = delete;
@@ -207,6 +209,13 @@ class scripted_manager {
     scripted_manager(const scripted_manager &) = delete;
     scripted_manager &operator=(const scripted_manager &) = delete;
 
+    // From here on the kernel takes the calling user for the one who listens.
+    void listen_again() {
+        if (listen(fd_, 16) != 0) {
+            throw std::runtime_error(std::string("cannot listen: ") + strerror(errno));
+        }
+    }
+
     // Stops listening; the socket file stays behind, as after a kill.
     void stop() {
         if (fd_ != -1) {
@@ -240,6 +249,32 @@ class scripted_manager {
   private:
     std::string path_;
     int fd_;
+};
+
+// So many visitors at a manager's socket, none of whom is accepted, that no other can connect.
+class full_backlog {
+  public:
+    explicit full_backlog(const scripted_manager &manager) {
+        const sockaddr_un address = scripted_manager::socket_address(manager.path());
+        int result = 0;
+        while (result == 0) {
+            visitors_.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+            result = connect(visitors_.back(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+        }
+        if (errno != EAGAIN) {
+            throw std::runtime_error(std::string("cannot fill the backlog: ") + strerror(errno));
+        }
+    }
+    ~full_backlog() {
+        for (const int fd : visitors_) {
+            close(fd);
+        }
+    }
+    full_backlog(const full_backlog &) = delete;
+    full_backlog &operator=(const full_backlog &) = delete;
+
+  private:
+    std::vector<int> visitors_;
 };
 
 #endif

@@ -41,6 +41,7 @@ class manager_memory {
         if (mapped_ == MAP_FAILED) {
             throw std::runtime_error("cannot map memory");
         }
+        (*this)->version = MTS_SHARED_VERSION;
         (*this)->generation = generation;
         (*this)->switch_sleeps = 1;
     }

@@ -1,5 +1,7 @@
 // Event history and debug output as a process uses them.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -13,7 +15,7 @@
 
 #include "platform_scripted_manager.h"
 #include "sdwrap.h"
-#include "sdwrap/history_ring.h"
+#include "sdwrap/history_line.h"
 
 using namespace std::chrono_literals;
 
@@ -34,16 +36,28 @@ class Sdwrap : public testing::Test {
 
     std::string history_path() const { return run.file("history.platform_sdwrap_test"); }
 
-    // The texts in the history file; nothing when there is none.
-    std::vector<std::string> history() const {
+    std::string old_history_path() const { return history_path() + HISTORY_OLD_SUFFIX; }
+
+    // The lines of a file, each of which must have its end.
+    static std::vector<std::string> lines_of(const std::string &path) {
         std::vector<std::string> result;
-        auto ring = std::make_unique<history_ring>();
-        if (history_ring_load(history_path().c_str(), *ring) != 0) {
-            return result;
+        std::ifstream file(path);
+        for (std::string line; std::getline(file, line);) {
+            EXPECT_FALSE(file.eof()) << line;
+            result.push_back(line);
         }
-        history_record one;
-        for (uint32_t position = ring->begin; history_ring_next(*ring, position, one);) {
-            result.push_back(one.text);
+        return result;
+    }
+
+    // The texts in the history file, or another; nothing when there is none.
+    std::vector<std::string> history() const { return history(history_path()); }
+    static std::vector<std::string> history(const std::string &path) {
+        std::vector<std::string> result;
+        for (const std::string &line : lines_of(path)) {
+            history_line record;
+            if (history_line_read(line, record)) {
+                result.emplace_back(record.text);
+            }
         }
         return result;
     }
@@ -83,34 +97,54 @@ TEST_F(Sdwrap, TheProcessHasItsProgramsName) {
     EXPECT_STREQ("platform_sdwrap_test", sdwrap_dbg_modname);
 }
 
-TEST_F(Sdwrap, RecordsGoIntoAnOwnerOnlyFileOfFixedSize) {
+TEST_F(Sdwrap, RecordsGoIntoTwoOwnerOnlyFilesOfBoundedSize) {
+    std::vector<std::string> expected;
+    for (int i = 0; i < 10000; ++i) {
+        expected.push_back("record number " + std::to_string(i));
+        record(100, expected.back());
+    }
+    for (const std::string &path : {history_path(), old_history_path()}) {
+        struct stat status;
+        ASSERT_EQ(0, stat(path.c_str(), &status));
+        EXPECT_EQ(0600u, status.st_mode & 07777);
+        EXPECT_LE(static_cast<size_t>(status.st_size), HISTORY_FILE_MAX);
+    }
+    std::vector<std::string> kept = history(old_history_path());
+    EXPECT_GT(kept.size(), 1000u);
+    const auto latest = history();
+    kept.insert(kept.end(), latest.begin(), latest.end());
+    EXPECT_TRUE(std::equal(kept.rbegin(), kept.rend(), expected.rbegin())) << "the latest, and none of them is missing";
+}
+
+TEST_F(Sdwrap, WhoMayEnterTheRunDirectoryByItsGroupMayReadTheHistory) {
+    ASSERT_EQ(0, chmod(run.path().c_str(), 0750));
     record(100, "one");
     struct stat status;
     ASSERT_EQ(0, stat(history_path().c_str(), &status));
-    EXPECT_EQ(0600u, status.st_mode & 07777);
-    EXPECT_EQ(sizeof(history_ring), static_cast<size_t>(status.st_size));
-    EXPECT_GE(static_cast<size_t>(status.st_blocks) * 512, sizeof(history_ring)) << "its space is reserved";
-    for (int i = 0; i < 10000; ++i) {
-        record(101, "more");
-    }
-    ASSERT_EQ(0, stat(history_path().c_str(), &status));
-    EXPECT_EQ(sizeof(history_ring), static_cast<size_t>(status.st_size));
+    EXPECT_EQ(0640u, status.st_mode & 07777);
 }
 
 TEST_F(Sdwrap, ARecordHasTimeProcessModuleClassAndText) {
     const auto before = time(nullptr);
     record(100, "refused");
-    auto ring = std::make_unique<history_ring>();
-    ASSERT_EQ(0, history_ring_load(history_path().c_str(), *ring));
-    history_record got;
-    uint32_t position = ring->begin;
-    ASSERT_TRUE(history_ring_next(*ring, position, got));
-    EXPECT_GE(got.seconds, before);
-    EXPECT_LE(got.seconds, time(nullptr));
+    ASSERT_EQ(1u, lines_of(history_path()).size());
+    const std::string line = lines_of(history_path()).front();
+    history_line got;
+    ASSERT_TRUE(history_line_read(line, got)) << line;
+    struct tm utc = {};
+    ASSERT_NE(nullptr, strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S", &utc));
+    EXPECT_GE(timegm(&utc), before);
+    EXPECT_LE(timegm(&utc), time(nullptr));
     EXPECT_EQ(static_cast<uint32_t>(getpid()), got.process_id);
     EXPECT_EQ(MODULE, got.module_id);
     EXPECT_EQ(100u, got.event_class);
-    EXPECT_STREQ("refused", got.text);
+    EXPECT_EQ("refused", got.text);
+}
+
+TEST_F(Sdwrap, ATextIsOneLineThatEndsCleanly) {
+    record(100, "two\nlines, and an end \t\n\n");
+    record(100, "\n");
+    EXPECT_EQ((std::vector<std::string>{"two lines, and an end", ""}), history());
 }
 
 TEST_F(Sdwrap, ATextIsBoundedByTheLengthOfItsRecord) {
@@ -153,58 +187,64 @@ TEST_F(Sdwrap, ProcessesOfOneNameDoNotDamageEachOthersRecords) {
             _exit(0);
         }
     }
-    auto ring = std::make_unique<history_ring>();
-    while (!children.empty()) {
-        // A reader that is outrun has nothing to look at.
-        if (history_ring_load(history_path().c_str(), *ring) == 0) {
-            history_record one;
-            uint32_t position = ring->begin;
-            while (history_ring_next(*ring, position, one)) {
-                const std::string text = one.text;
-                ASSERT_EQ(std::string::npos, text.find_first_not_of(text.substr(0, 1))) << text;
-            }
-            ASSERT_EQ(ring->end, position) << "what follows is damaged";
+    for (const pid_t child : children) {
+        waitpid(child, nullptr, 0);
+    }
+    for (const std::string &path : {history_path(), old_history_path()}) {
+        EXPECT_EQ(lines_of(path).size(), history(path).size());
+        for (const std::string &text : history(path)) {
+            EXPECT_EQ(std::string::npos, text.find_first_not_of(text.substr(0, 1))) << text;
         }
-        if (waitpid(children.back(), nullptr, WNOHANG) != 0) {
-            children.pop_back();
-        }
+        EXPECT_LE(std::filesystem::file_size(path), HISTORY_FILE_MAX + 4 * HISTORY_MAX_LINE);
     }
 }
 
-TEST_F(Sdwrap, NothingIsWrittenWhileAnotherProcessHoldsTheFile) {
-    record(100, "one");
-    int held[2];
-    int over[2];
-    ASSERT_EQ(0, pipe(held));
-    ASSERT_EQ(0, pipe(over));
-    char byte = 0;
+// What a full disk is to a file: not a byte beyond some size, and no signal.
+TEST_F(Sdwrap, AFullDiskLeavesWholeLinesAndTheRestFollowsWhenThereIsRoom) {
     const pid_t child = fork();
     if (child == 0) {
-        const int fd = open(history_path().c_str(), O_RDWR | O_CLOEXEC);
-        struct flock lock = {};
-        lock.l_type = F_WRLCK;
-        lock.l_whence = SEEK_SET;
-        const bool is_held = fcntl(fd, F_SETLK, &lock) == 0 && write(held[1], &byte, 1) == 1;
-        close(over[1]);
-        _exit(is_held && read(over[0], &byte, 1) == 0 ? 0 : 1);
+        signal(SIGXFSZ, SIG_IGN);
+        record(100, "first");
+        const rlimit full = {static_cast<rlim_t>(std::filesystem::file_size(history_path()) + 20), RLIM_INFINITY};
+        const rlimit empty = {RLIM_INFINITY, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &full);
+        record(100, "second");
+        record(100, "third");
+        const bool is_whole = history() == std::vector<std::string>{"first"} && lines_of(history_path()).size() == 1;
+        setrlimit(RLIMIT_FSIZE, &empty);
+        const bool is_complete = becomes_true([&] {
+            record(100, "later");
+            const auto texts = history();
+            return texts.size() > 3 && texts[1] == "second" && texts[2] == "third";
+        });
+        _exit(is_whole && is_complete ? 0 : 1);
     }
-    close(held[1]);
-    ASSERT_EQ(1, read(held[0], &byte, 1));
-    record(100, "two");
-    EXPECT_EQ(std::vector<std::string>{"one"}, history());
-    close(over[0]);
-    close(over[1]);
     int status = -1;
     ASSERT_EQ(child, waitpid(child, &status, 0));
     EXPECT_EQ(0, status);
-    close(held[0]);
-    record(100, "three");
-    EXPECT_EQ((std::vector<std::string>{"one", "three"}), history());
+}
+
+TEST_F(Sdwrap, WhatTheFileDoesNotTakeIsKeptToABound) {
+    setenv(RUN_DIRECTORY_VARIABLE, run.file("later").c_str(), 1);
+    for (int i = 0; i < 5000; ++i) {
+        record(100, std::to_string(i));
+    }
+    std::filesystem::create_directory(run.file("later"));
+    const std::string path = run.file("later/history.platform_sdwrap_test");
+    EXPECT_TRUE(becomes_true([&] {
+        record(100, "5000");
+        return std::filesystem::exists(path);
+    }));
+    const auto texts = history(path);
+    ASSERT_GT(texts.size(), 100u);
+    EXPECT_LT(texts.size(), 2000u);
+    EXPECT_NE(texts.end(), std::find(texts.begin(), texts.end(), "4999")) << "the latest are kept";
+    setenv(RUN_DIRECTORY_VARIABLE, run.path().c_str(), 1);
 }
 
 TEST_F(Sdwrap, RecordsMadeBeforeTheFileCanBeHadGoIntoItLater) {
     const std::string later = run.file("later");
-    setenv(MTS_RUN_DIR_VARIABLE, later.c_str(), 1);
+    setenv(RUN_DIRECTORY_VARIABLE, later.c_str(), 1);
     record(100, "early");
     std::filesystem::create_directory(later);
     const std::string path = later + "/history.platform_sdwrap_test";
@@ -212,13 +252,9 @@ TEST_F(Sdwrap, RecordsMadeBeforeTheFileCanBeHadGoIntoItLater) {
         record(100, "again");
         return std::filesystem::exists(path);
     }));
-    auto ring = std::make_unique<history_ring>();
-    ASSERT_EQ(0, history_ring_load(path.c_str(), *ring));
-    history_record first;
-    uint32_t position = ring->begin;
-    ASSERT_TRUE(history_ring_next(*ring, position, first));
-    EXPECT_STREQ("early", first.text);
-    setenv(MTS_RUN_DIR_VARIABLE, run.path().c_str(), 1);
+    ASSERT_FALSE(history(path).empty());
+    EXPECT_EQ("early", history(path).front());
+    setenv(RUN_DIRECTORY_VARIABLE, run.path().c_str(), 1);
 }
 
 TEST_F(Sdwrap, ARemovedFileIsMadeAnew) {
@@ -228,15 +264,15 @@ TEST_F(Sdwrap, ARemovedFileIsMadeAnew) {
     EXPECT_EQ(std::vector<std::string>{"two"}, history());
 }
 
-TEST_F(Sdwrap, AShortenedFileIsMadeWholeAgain) {
+TEST_F(Sdwrap, AShortenedFileIsGoneOnWith) {
     record(100, "one");
     ASSERT_EQ(0, truncate(history_path().c_str(), 0));
     record(100, "two");
     EXPECT_EQ(std::vector<std::string>{"two"}, history());
 }
 
-TEST_F(Sdwrap, ADamagedHistoryIsStartedAnew) {
-    std::ofstream(history_path()) << std::string(sizeof(history_ring) + 1000, 'x');
+TEST_F(Sdwrap, AFileThatIsTooLargeIsPutAway) {
+    std::ofstream(history_path()) << std::string(HISTORY_FILE_MAX, 'x') << "\n";
     record(100, "one");
     EXPECT_EQ(std::vector<std::string>{"one"}, history());
 }
@@ -404,7 +440,7 @@ TEST_F(Sdwrap, AClosedStandardErrorIsTolerated) {
 
 TEST_F(Sdwrap, TheCallersErrnoIsKept) {
     setenv("SDWRAP_DEBUG_LOG", run.file("missing/log").c_str(), 1);
-    setenv(MTS_RUN_DIR_VARIABLE, run.file("missing").c_str(), 1);
+    setenv(RUN_DIRECTORY_VARIABLE, run.file("missing").c_str(), 1);
     testing::internal::CaptureStderr();
     errno = ETIMEDOUT;
     record(100, "one");

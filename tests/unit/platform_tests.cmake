@@ -11,7 +11,7 @@ function(platform_test name)
   list(TRANSFORM test_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/platform/)
   add_executable(${name}_test ${platform_tests_folder}/${name}_test.cpp ${test_SOURCES})
   target_include_directories(${name}_test PRIVATE ${PROJECT_SOURCE_DIR}/platform ${platform_tests_folder})
-  target_link_libraries(${name}_test PRIVATE ${test_UNPARSED_ARGUMENTS} platform_include GTest::gtest_main
+  target_link_libraries(${name}_test PRIVATE ${test_UNPARSED_ARGUMENTS} platform_include contract GTest::gtest_main
                                              Threads::Threads)
   gtest_discover_tests(${name}_test PROPERTIES TIMEOUT 60)
 endfunction()
@@ -21,20 +21,23 @@ include(GoogleTest)
 
 platform_test(platform_mts mts)
 platform_test(platform_mts_hung mts)
+platform_test(platform_mts_listener mts)
 platform_test(platform_mts_events mts)
 platform_test(platform_mts_memory mts)
 platform_test(platform_mts_memory_hostile mts)
 platform_test(platform_indxobj indxobj)
 platform_test(platform_services mts pm syserr sysmgr tdx vsan)
-platform_test(platform_sdwrap sdwrap SOURCES sdwrap/history_ring.cpp)
-platform_test(platform_history_ring SOURCES sdwrap/history_ring.cpp)
+platform_test(platform_sdwrap sdwrap SOURCES sdwrap/history_line.cpp)
+platform_test(platform_history_line SOURCES sdwrap/history_line.cpp)
 platform_test(mts_shared)
 platform_test(platform_debug_filters SOURCES sdwrap/debug_filters.cpp)
 
-# Linked in as sources, so that their calls of malloc can be led to the test.
-platform_test(platform_oom SOURCES indxobj/indxobj.cpp mts/mts.cpp mts/mts_events.cpp mts/mts_frame.cpp mts/mts_memory.cpp
-                                   mts/mts_stream.cpp)
+# Linked in as sources, so that their calls of these functions can be led to the tests.
+set(mts_sources mts/mts.cpp mts/mts_events.cpp mts/mts_frame.cpp mts/mts_memory.cpp mts/mts_stream.cpp)
+platform_test(platform_oom SOURCES indxobj/indxobj.cpp ${mts_sources})
 target_link_options(platform_oom_test PRIVATE -Wl,--wrap=malloc)
+platform_test(platform_mts_grace SOURCES ${mts_sources})
+target_link_options(platform_mts_grace_test PRIVATE -Wl,--wrap=clock_gettime,--wrap=ppoll)
 
 # The libraries bring nothing into the agent but libc and each other. Sanitizers
 # would bring their own.

@@ -7,7 +7,7 @@ target_sources(scripted_module INTERFACE ${CMAKE_CURRENT_LIST_DIR}/agent_calls.c
                                          ${CMAKE_CURRENT_LIST_DIR}/scripted_platform.cpp)
 target_include_directories(scripted_module INTERFACE ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(scripted_module INTERFACE platform_include netsnmp_agent)
-foreach(redirected register_mib unregister_mib snmp_set_detail snmp_get_do_debugging debugmsgtoken debugmsg malloc calloc
-        free)
+foreach(redirected register_mib unregister_mib snmp_set_detail snmp_get_do_debugging debugmsgtoken debugmsg
+        netsnmp_timeval_uptime malloc calloc free)
   target_link_options(scripted_module INTERFACE -Wl,--wrap=${redirected})
 endforeach()

@@ -123,6 +123,9 @@ void note(const char *format, ...) {
     platform.journal.emplace_back(text);
 }
 
+// What an output holds that nothing was promised about.
+constexpr uint32_t scribble = 0xDEADBEEFu;
+
 // The class that the debug filter was last asked about: buginf itself is not told.
 uint32_t debug_class;
 
@@ -181,13 +184,9 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
     note("request %u kind %u", opcode, kind);
 
     const scripted_reply answer = platform.answer(request);
-    *length = 0;
-    if (reply != nullptr) {
-        *reply = nullptr;
-        if (answer.data) {
-            *reply = platform.make_reply(*answer.data);
-            *length = static_cast<uint32_t>(answer.data->size());
-        }
+    if (reply != nullptr && answer.data) {
+        *reply = platform.make_reply(*answer.data);
+        *length = static_cast<uint32_t>(answer.data->size());
     }
     if (answer.error_number != 0)
         errno = answer.error_number;
@@ -212,8 +211,8 @@ int indxobj_create(indxobj_list *list, int base, int unique, indxobj_comparator 
         if (result != INDXOBJ_CREATED)
             return result;
     }
-    if (list->impl == nullptr)
-        list->impl = new list_content{comparator, {}};
+    delete content_of(list);
+    list->impl = new list_content{comparator, {}};
     return INDXOBJ_CREATED;
 }
 
@@ -293,6 +292,7 @@ void sdwrap_hist_event(uint32_t module_id, uint32_t length, const void *record) 
     memcpy(&line.trace_class, record, sizeof line.trace_class);
     line.text = text;
     platform.history.push_back(line);
+    platform.history_texts.insert(line.text);
 }
 
 int sdwrap_chk_int(uint32_t event_class, uint32_t qualifier1, uint32_t qualifier2, uint32_t qualifier3) {
@@ -329,6 +329,7 @@ const char *syserr2str(uint32_t status) {
 // ---- System manager, distribution service
 
 void sysmgr_heartbeat(int blocking) {
+    errno = EDOM; // it sends a message, as the traces may
     note("heartbeat %d", blocking);
     platform.heartbeats.push_back(blocking);
 }
@@ -357,7 +358,8 @@ uint32_t get_tdx_show_run_mode(const char *feature, uint32_t *mode) {
 
 uint32_t vsan_range_config_change_get_info(const void *, uint32_t, uint32_t *condition, uint32_t *vsan_id,
                                            uint32_t *is_vsan_created) {
-    const scripted_vsan_event event = platform.vsan_event.value_or(scripted_vsan_event{some_failure, 0, 0, 0, {}});
+    const scripted_vsan_event event =
+        platform.vsan_event.value_or(scripted_vsan_event{some_failure, scribble, scribble, scribble, {}});
     *condition = event.condition;
     *vsan_id = event.vsan;
     *is_vsan_created = event.is_created;
@@ -370,7 +372,7 @@ uint32_t vsan_range_config_change_get_attr_values(const void *payload, uint32_t 
     if (platform.send_flag != nullptr)
         read.send = *platform.send_flag;
     platform.attribute_reads.push_back(read);
-    *value = *old_value = 0;
+    *value = *old_value = scribble;
     if (!platform.vsan_event)
         return some_failure;
     const auto &attributes = platform.vsan_event->attributes;
@@ -378,7 +380,6 @@ uint32_t vsan_range_config_change_get_attr_values(const void *payload, uint32_t 
     if (attribute == attributes.end())
         return some_failure;
     *value = htonl(attribute->second);
-    *old_value = htonl(0xDEADBEEFu);
     return 0;
 }
 
@@ -406,7 +407,7 @@ uint32_t pm_cmi_get_active_vsan_port_membership(mts_queue *queue, uint32_t kind,
 int register_for_notification(uint32_t event_class, notification_callback callback) {
     note("register_for_notification %u", event_class);
     platform.notifications[event_class] = callback;
-    return 0;
+    return -1; // as if there were no room: nobody asks
 }
 
 void unregister_for_notification(uint32_t event_class) {
@@ -471,11 +472,9 @@ int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
     platform.list_sizes_passed.push_back(list.size);
     if (platform.journal.size() > longest_journal)
         return 0;
-    for (uint64_t next = uint64_t{*vsan} + 1; next < 4096; ++next) {
-        if (vsan_is_listed(static_cast<uint32_t>(next), list)) {
-            *vsan = static_cast<uint32_t>(next);
+    for (; *vsan < 4096; ++*vsan) {
+        if (vsan_is_listed(*vsan, list))
             return platform.permitted_result;
-        }
     }
     return 0;
 }

@@ -1,6 +1,9 @@
 /*
  * A platform for the module under test: it implements every function of the platform's
  * headers inside the test program, answers as the test says and records every call.
+ * It does no more than the headers ask of a platform: outputs of a call that failed are
+ * scribbled upon, or left as they were where the module relies on that, a list that is
+ * created again is another one, and results that nobody looks at are failures.
  *
  * It serves one test at a time and knows nothing of the test framework, so that fuzz
  * targets can use it as well.
@@ -223,6 +226,7 @@ class scripted_platform {
     /* What was recorded. */
     std::vector<sent_request> requests;
     std::vector<trace_line> history;
+    std::set<std::string> history_texts; /* each text once, for the rules of all lines */
     std::vector<trace_line> debug;
     std::vector<std::string> debug_names;
     std::vector<uint32_t> history_modules;

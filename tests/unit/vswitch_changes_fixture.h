@@ -7,8 +7,8 @@
 #include <sys/resource.h>
 #include <vector>
 
-#include "changes.h"
-#include "store.h"
+#include "changes/changes.h"
+#include "model/store.h"
 #include "vswitch_test_support.h"
 
 namespace vswitch_test {
@@ -58,8 +58,8 @@ class ChangeTest : public testing::Test {
         if (!store_)
             store_ = std::make_unique<vswitch::Store>(folder_.path());
         const std::string role_file = folder_ / "roles.json";
-        target_ =
-            std::make_unique<vswitch::Switch>(store_->open(), vswitch::load_roles(role_file), store_.get(), role_file);
+        target_ = std::make_unique<vswitch::ServedSwitch>(store_->open(), vswitch::load_roles(role_file), store_.get(),
+                                                          role_file);
     }
 
     // The switch as the database has it: what a restart would give.
@@ -83,7 +83,7 @@ class ChangeTest : public testing::Test {
         request.length = static_cast<std::uint32_t>(payload.size());
         request.user = user;
         vswitch::answer_request(*target_, request, reply_);
-        if (kind == vswitch::kind_set || kind == vswitch::kind_delete || reply_.status != 0) {
+        if (kind == MTS_KIND_SET || kind == MTS_KIND_DELETE || reply_.status != 0) {
             EXPECT_FALSE(reply_.has_data) << "a change and a refusal are answered by their status alone";
         }
         return reply_.status;
@@ -91,7 +91,7 @@ class ChangeTest : public testing::Test {
 
     // The block that the manager answers for a VSAN; without one, a new VSAN's.
     Buffer block_of(std::uint32_t id) {
-        if (send(149, vswitch::kind_get, vsan_block(id)) == STATUS_SUCCESS)
+        if (send(149, MTS_KIND_GET, vsan_block(id)) == STATUS_SUCCESS)
             return reply_.data;
         Buffer block;
         vswitch::append_vsan_block(block, id, vswitch::new_vsan(id), 0);
@@ -99,31 +99,31 @@ class ChangeTest : public testing::Test {
     }
 
     std::uint32_t set_vsan(const Buffer &block, const std::string &user = "") {
-        return send(149, vswitch::kind_set, block, user);
+        return send(149, MTS_KIND_SET, block, user);
     }
 
     // Changes one word of a VSAN's record, at its offset in the record.
     std::uint32_t set_word(std::uint32_t id, std::size_t offset, std::uint32_t value, const std::string &user = "") {
         Buffer block = block_of(id);
-        vswitch::store_word(block, vswitch::vsan_record_offset + offset, value);
+        vswitch::store_word(block, VSAN_RECORD_AT + offset, value);
         return set_vsan(block, user);
     }
 
     std::uint32_t set_name(std::uint32_t id, const std::string &name, const std::string &user = "") {
         Buffer block = block_of(id);
-        std::memset(&block[vswitch::vsan_record_offset + 36], 0, vswitch::vsan_name_field);
-        std::memcpy(&block[vswitch::vsan_record_offset + 36], name.data(), name.size());
+        std::memset(&block[VSAN_RECORD_AT + 36], 0, VSAN_NAME_FIELD);
+        std::memcpy(&block[VSAN_RECORD_AT + 36], name.data(), name.size());
         return set_vsan(block, user);
     }
 
     std::uint32_t delete_vsan(std::uint32_t id, const std::string &user = "") {
-        return send(149, vswitch::kind_delete, vsan_block(id), user);
+        return send(149, MTS_KIND_DELETE, vsan_block(id), user);
     }
 
     std::uint32_t set_port(std::uint32_t if_index, std::uint32_t vsan, const std::string &user = "") {
         Buffer record;
         vswitch::append_interface_record(record, if_index, {vsan, 0, true});
-        return send(124, vswitch::kind_set, record, user);
+        return send(124, MTS_KIND_SET, record, user);
     }
 
     // The events published since the last call, as one line each.
@@ -143,7 +143,7 @@ class ChangeTest : public testing::Test {
 
     TemporaryFolder folder_;
     std::unique_ptr<vswitch::Store> store_;
-    std::unique_ptr<vswitch::Switch> target_;
+    std::unique_ptr<vswitch::ServedSwitch> target_;
     vswitch::Reply reply_;
 };
 

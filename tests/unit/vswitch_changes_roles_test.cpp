@@ -71,6 +71,16 @@ TEST_F(ChangeTest, role_that_is_not_usable_is_refused_with_a_reason) {
     EXPECT_FALSE(target_->roles.find("bob"));
 }
 
+TEST_F(ChangeTest, role_whose_name_is_empty_or_more_than_a_line_is_not_added) {
+    for (const std::string &name : {std::string(), std::string("two\nlines"), std::string("return\r"),
+                                    std::string("\x1b[2J"), std::string("nul\0", 4), std::string("\x7f")}) {
+        std::string sentence;
+        EXPECT_EQ(add_role(*target_, operator_, {name, {}, {}, {"bob"}}, true, &sentence), STATUS_BAD_ROLE);
+        EXPECT_TRUE(contains(sentence, "A role's name")) << sentence;
+    }
+    EXPECT_EQ(add_role(*target_, operator_, {"Tr\xc3\xa4ger 1", {}, {}, {"bob"}}, false, nullptr), STATUS_SUCCESS);
+}
+
 TEST_F(ChangeTest, roles_that_cannot_be_written_stay_as_they_are) {
     const std::string before = file_content(folder_ / "roles.json");
     std::string sentence;

@@ -14,7 +14,7 @@ Buffer latency_record(std::uint32_t key, std::uint32_t value) {
 TEST_F(ChangeTest, port_moves_to_another_vsan_and_keeps_the_rest) {
     Buffer record;
     append_interface_record(record, 101, {20, 0xfffffffe, true});
-    ASSERT_EQ(send(124, kind_set, record), STATUS_SUCCESS);
+    ASSERT_EQ(send(124, MTS_KIND_SET, record), STATUS_SUCCESS);
     const Port expected{20, 0xfffffffe, true};
     EXPECT_EQ(data().ports.at(101), expected);
     EXPECT_FALSE(target_->model.member({10, 101}));
@@ -28,7 +28,7 @@ TEST_F(ChangeTest, interface_record_s_row_status_says_nothing_about_the_port) {
     Buffer record;
     append_interface_record(record, 101, {20, 0, true});
     std::fill(record.begin() + 12, record.end(), std::uint8_t{0xff});
-    EXPECT_EQ(send(124, kind_set, record), STATUS_SUCCESS);
+    EXPECT_EQ(send(124, MTS_KIND_SET, record), STATUS_SUCCESS);
 }
 
 TEST_F(ChangeTest, port_moves_only_to_a_vsan_that_exists) {
@@ -65,62 +65,62 @@ TEST_F(ChangeTest, restricted_user_moves_own_ports_into_own_vsans) {
 
 TEST_F(ChangeTest, latencies_are_0_to_60000) {
     for (const std::uint32_t value : {60000u, 0u}) {
-        EXPECT_EQ(send(136, kind_set, latency_record(17, value)), STATUS_SUCCESS);
-        EXPECT_EQ(send(136, kind_get, latency_record(17, 0)), STATUS_SUCCESS);
+        EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, value)), STATUS_SUCCESS);
+        EXPECT_EQ(send(136, MTS_KIND_GET, latency_record(17, 0)), STATUS_SUCCESS);
         EXPECT_EQ(word(reply_.data, 4), value);
     }
-    EXPECT_EQ(send(136, kind_set, latency_record(18, 1234)), STATUS_SUCCESS);
+    EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(18, 1234)), STATUS_SUCCESS);
     for (const std::uint32_t value : {60001u, 0xffffffffu})
         for (const std::uint32_t key : {17u, 18u})
-            EXPECT_EQ(send(136, kind_set, latency_record(key, value)), STATUS_BAD_LATENCY) << value;
+            EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(key, value)), STATUS_BAD_LATENCY) << value;
     for (const std::uint32_t key : {0u, 16u, 19u, 0xffffffffu})
-        EXPECT_EQ(send(136, kind_set, latency_record(key, 1)), STATUS_BAD_RECORD) << key;
+        EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(key, 1)), STATUS_BAD_RECORD) << key;
     const Settings settings = restarted().settings;
     EXPECT_EQ(settings.switch_latency, 0u);
     EXPECT_EQ(settings.network_latency, 1234u);
 }
 
 TEST_F(ChangeTest, switch_wide_inorder_delivery_is_1_or_2) {
-    EXPECT_EQ(send(140, kind_set, words({1})), STATUS_SUCCESS);
+    EXPECT_EQ(send(140, MTS_KIND_SET, words({1})), STATUS_SUCCESS);
     EXPECT_EQ(restarted().settings.inorder_delivery, 1u);
     for (const std::uint32_t value : {0u, 3u, 0xffffffffu})
-        EXPECT_EQ(send(140, kind_set, words({value})), STATUS_BAD_INORDER_DELIVERY) << value;
-    EXPECT_EQ(send(140, kind_set, words({2})), STATUS_SUCCESS);
-    EXPECT_EQ(send(140, kind_get, {}), STATUS_BAD_LENGTH) << "a read has a length and no payload";
+        EXPECT_EQ(send(140, MTS_KIND_SET, words({value})), STATUS_BAD_INORDER_DELIVERY) << value;
+    EXPECT_EQ(send(140, MTS_KIND_SET, words({2})), STATUS_SUCCESS);
+    EXPECT_EQ(send(140, MTS_KIND_GET, {}), STATUS_BAD_LENGTH) << "a read has a length and no payload";
     EXPECT_EQ(data().settings.inorder_delivery, 2u);
 }
 
 TEST_F(ChangeTest, status_events_are_switched_and_kept) {
     EXPECT_TRUE(data().settings.status_events);
-    ASSERT_EQ(send(8018, kind_set, words({2})), STATUS_SUCCESS);
+    ASSERT_EQ(send(8018, MTS_KIND_SET, words({2})), STATUS_SUCCESS);
     EXPECT_FALSE(restarted().settings.status_events);
     ASSERT_EQ(set_vsan(block_of(40)), STATUS_SUCCESS);
     ASSERT_EQ(set_port(106, 20), STATUS_SUCCESS);
     EXPECT_EQ(events(), Lines{"102: 106 1 20"}) << "ports' events have no such switch";
-    ASSERT_EQ(send(8018, kind_set, words({1})), STATUS_SUCCESS);
+    ASSERT_EQ(send(8018, MTS_KIND_SET, words({1})), STATUS_SUCCESS);
     ASSERT_EQ(delete_vsan(40), STATUS_SUCCESS);
     EXPECT_EQ(events().size(), 1u);
     for (const std::uint32_t value : {0u, 3u})
-        EXPECT_EQ(send(8018, kind_set, words({value})), STATUS_BAD_RECORD) << value;
+        EXPECT_EQ(send(8018, MTS_KIND_SET, words({value})), STATUS_BAD_RECORD) << value;
 }
 
 TEST_F(ChangeTest, restricted_user_changes_nothing_of_the_whole_switch) {
     const SwitchData before = data();
-    EXPECT_EQ(send(136, kind_set, latency_record(17, 1), "alice"), STATUS_SWITCH_RESTRICTED);
-    EXPECT_EQ(send(140, kind_set, words({1}), "alice"), STATUS_SWITCH_RESTRICTED);
-    EXPECT_EQ(send(8018, kind_set, words({2}), "alice"), STATUS_SWITCH_RESTRICTED);
-    EXPECT_EQ(send(127, kind_set, timer_record(8, 0, 0, 20000), "alice"), STATUS_SWITCH_RESTRICTED);
+    EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, 1), "alice"), STATUS_SWITCH_RESTRICTED);
+    EXPECT_EQ(send(140, MTS_KIND_SET, words({1}), "alice"), STATUS_SWITCH_RESTRICTED);
+    EXPECT_EQ(send(8018, MTS_KIND_SET, words({2}), "alice"), STATUS_SWITCH_RESTRICTED);
+    EXPECT_EQ(send(127, MTS_KIND_SET, timer_record(8, 0, 0, 20000), "alice"), STATUS_SWITCH_RESTRICTED);
     for (const auto change : {tdx_enable, tdx_show_run, tdx_refuse})
         EXPECT_EQ(change(*target_, {"alice", false}, true), STATUS_SWITCH_RESTRICTED);
     EXPECT_EQ(data(), before);
-    EXPECT_EQ(send(136, kind_set, latency_record(17, 1), "bob"), STATUS_SUCCESS);
+    EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, 1), "bob"), STATUS_SUCCESS);
 }
 
 TEST_F(ChangeTest, setting_that_cannot_be_written_is_refused) {
     const SwitchData before = data();
     FullDisk disk;
-    EXPECT_EQ(send(136, kind_set, latency_record(17, 1)), STATUS_STORE_FAILED);
-    EXPECT_EQ(send(140, kind_set, words({1})), STATUS_STORE_FAILED);
+    EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, 1)), STATUS_STORE_FAILED);
+    EXPECT_EQ(send(140, MTS_KIND_SET, words({1})), STATUS_STORE_FAILED);
     EXPECT_EQ(set_link(*target_, operator_, 101, false), STATUS_STORE_FAILED);
     EXPECT_EQ(tdx_enable(*target_, operator_, true), STATUS_STORE_FAILED);
     EXPECT_EQ(data(), before);

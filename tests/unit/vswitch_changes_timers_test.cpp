@@ -11,11 +11,11 @@ constexpr std::uint32_t e_d_tov = 7, r_a_tov = 8, d_s_tov = 9, f_s_tov = 10;
 class TimerTest : public ChangeTest {
   protected:
     std::uint32_t set(std::uint32_t key, std::uint32_t value, bool force = false, const std::string &user = "") {
-        return send(127, kind_set, timer_record(key, 0, 0, value, force), user);
+        return send(127, MTS_KIND_SET, timer_record(key, 0, 0, value, force), user);
     }
     std::uint32_t set_of(std::uint32_t vsan, std::uint32_t key, std::uint32_t value, bool force = false,
                          const std::string &user = "") {
-        return send(127, kind_set, timer_record(key, 1, vsan, value, force), user);
+        return send(127, MTS_KIND_SET, timer_record(key, 1, vsan, value, force), user);
     }
 
     // The value that a read of this kind answers, or its refusal.
@@ -23,8 +23,10 @@ class TimerTest : public ChangeTest {
         const std::uint32_t status = send(127, kind, timer_record(key, vsan != 0, vsan));
         return status == STATUS_SUCCESS ? word(reply_.data, 4) : status;
     }
-    std::uint32_t running(std::uint32_t vsan, std::uint32_t key) { return read(kind_get, vsan, key); }
-    std::uint32_t distributed(std::uint32_t vsan, std::uint32_t key) { return read(kind_distributed_get, vsan, key); }
+    std::uint32_t running(std::uint32_t vsan, std::uint32_t key) { return read(MTS_KIND_GET, vsan, key); }
+    std::uint32_t distributed(std::uint32_t vsan, std::uint32_t key) {
+        return read(MTS_KIND_DISTRIBUTED_GET, vsan, key);
+    }
 
     void enable() { ASSERT_EQ(tdx_enable(*target_, operator_, true), STATUS_SUCCESS); }
 };
@@ -63,9 +65,10 @@ TEST_F(TimerTest, record_that_is_no_timer_s_is_refused) {
         EXPECT_EQ(set(key, 6000), STATUS_BAD_RECORD) << key;
         EXPECT_EQ(set_of(10, key, 6000), STATUS_BAD_RECORD) << key;
     }
-    EXPECT_EQ(send(127, kind_set, timer_record(r_a_tov, 0, 10, 6000)), STATUS_BAD_RECORD) << "switch-wide, with a VSAN";
-    EXPECT_EQ(send(127, kind_set, timer_record(r_a_tov, 2, 10, 6000)), STATUS_BAD_RECORD);
-    EXPECT_EQ(send(127, kind_set, timer_record(r_a_tov, 1, 10, 6000, 2)), STATUS_BAD_RECORD) << "the force flag";
+    EXPECT_EQ(send(127, MTS_KIND_SET, timer_record(r_a_tov, 0, 10, 6000)), STATUS_BAD_RECORD)
+        << "switch-wide, with a VSAN";
+    EXPECT_EQ(send(127, MTS_KIND_SET, timer_record(r_a_tov, 2, 10, 6000)), STATUS_BAD_RECORD);
+    EXPECT_EQ(send(127, MTS_KIND_SET, timer_record(r_a_tov, 1, 10, 6000, 2)), STATUS_BAD_RECORD) << "the force flag";
     EXPECT_EQ(set_of(11, r_a_tov, 6000), STATUS_NO_SUCH_VSAN);
     for (const std::uint32_t vsan : {0u, 4096u, 0xffffffffu})
         EXPECT_EQ(set_of(vsan, r_a_tov, 6000), STATUS_VSAN_OUT_OF_RANGE) << vsan;

@@ -15,8 +15,8 @@ constexpr std::size_t media = 4, admin_state = 8, mtu = 12, inorder_delivery = 1
 
 TEST_F(ChangeTest, set_of_a_missing_vsan_creates_it) {
     Buffer block = block_of(40);
-    store_word(block, vsan_record_offset + inorder_delivery, 0);
-    store_word(block, vsan_record_offset + drop_latency, 0);
+    store_word(block, VSAN_RECORD_AT + inorder_delivery, 0);
+    store_word(block, VSAN_RECORD_AT + drop_latency, 0);
     ASSERT_EQ(set_vsan(block), STATUS_SUCCESS);
     Vsan expected;
     expected.name = "VSAN0040";
@@ -24,8 +24,8 @@ TEST_F(ChangeTest, set_of_a_missing_vsan_creates_it) {
     EXPECT_EQ(restarted().vsans.at(40), expected);
 }
 
-TEST_F(ChangeTest, every_number_from_1_to_4095_can_be_created) {
-    for (const std::uint32_t id : {2u, 4094u, 4095u})
+TEST_F(ChangeTest, vsan_numbers_begin_at_1_and_end_at_4095) {
+    for (const std::uint32_t id : {1u, 2u, 4094u, 4095u})
         EXPECT_EQ(set_vsan(block_of(id)), STATUS_SUCCESS) << id;
     for (const std::uint32_t id : {0u, 4096u, 0x80000001u, 0xffffffffu}) {
         EXPECT_EQ(set_vsan(block_of(id)), STATUS_VSAN_OUT_OF_RANGE) << id;
@@ -45,15 +45,15 @@ TEST_F(ChangeTest, every_field_is_changed_and_kept) {
     const std::pair<std::size_t, std::uint32_t> fields[] = {
         {admin_state, 2}, {mtu, 2048}, {inorder_delivery, 1}, {interop, 4}, {load_balancing, 1}, {drop_latency, 60000}};
     for (const auto &[offset, value] : fields)
-        store_word(block, vsan_record_offset + offset, value);
-    std::memcpy(&block[vsan_record_offset + 36], "x\0left over", 11);
-    for (std::size_t at = 0; at < vsan_rest_size; ++at)
-        block[vsan_record_offset + 76 + at] = static_cast<std::uint8_t>(at * 3 + 1);
+        store_word(block, VSAN_RECORD_AT + offset, value);
+    std::memcpy(&block[VSAN_RECORD_AT + 36], "x\0left over", 11);
+    for (std::size_t at = 0; at < VSAN_REST_SIZE; ++at)
+        block[VSAN_RECORD_AT + 76 + at] = static_cast<std::uint8_t>(at * 3 + 1);
     ASSERT_EQ(set_vsan(block), STATUS_SUCCESS);
 
     Buffer expected = block;
-    store_word(expected, vsan_record_offset + oper_state, oper_down);
-    std::memset(&expected[vsan_record_offset + 38], 0, 9);
+    store_word(expected, VSAN_RECORD_AT + oper_state, OPER_STATE_DOWN);
+    std::memset(&expected[VSAN_RECORD_AT + 38], 0, 9);
     EXPECT_EQ(block_of(10), expected);
     restarted();
     EXPECT_EQ(block_of(10), expected) << "after a restart";
@@ -77,7 +77,7 @@ TEST_F(ChangeTest, every_bound_is_accepted_and_the_next_value_refused) {
     for (const Field &field : fields) {
         for (const std::uint32_t value : field.good) {
             EXPECT_EQ(set_word(10, field.offset, value), STATUS_SUCCESS) << field.offset << " " << value;
-            EXPECT_EQ(word(block_of(10), vsan_record_offset + field.offset), value) << field.offset;
+            EXPECT_EQ(word(block_of(10), VSAN_RECORD_AT + field.offset), value) << field.offset;
         }
         const SwitchData before = data();
         for (const std::uint32_t value : field.bad) {
@@ -93,7 +93,7 @@ TEST_F(ChangeTest, zero_leaves_inorder_delivery_and_drop_latency_as_they_are) {
     ASSERT_EQ(set_word(10, drop_latency, 700), STATUS_SUCCESS);
     EXPECT_EQ(set_word(10, inorder_delivery, 0), STATUS_SUCCESS);
     EXPECT_EQ(set_word(10, drop_latency, 0), STATUS_SUCCESS);
-    EXPECT_EQ(vsan(10).inorder_delivery, truth_true);
+    EXPECT_EQ(vsan(10).inorder_delivery, TRUTH_TRUE);
     EXPECT_EQ(vsan(10).drop_latency, 700u);
 }
 
@@ -101,7 +101,7 @@ TEST_F(ChangeTest, record_of_zeros_is_refused) {
     const SwitchData before = data();
     EXPECT_EQ(set_vsan(vsan_block(10)), STATUS_BAD_ROW_STATUS);
     Buffer block = vsan_block(10);
-    store_word(block, vsan_record_offset + row_status, 1);
+    store_word(block, VSAN_RECORD_AT + row_status, 1);
     EXPECT_EQ(set_vsan(block), STATUS_BAD_MEDIA);
     EXPECT_EQ(data(), before);
 }
@@ -146,7 +146,7 @@ TEST_F(ChangeTest, deleted_vsan_s_ports_are_in_vsan_1) {
         EXPECT_FALSE(data().vsans.contains(10));
         EXPECT_EQ(target_->model.ports_of(1), (std::vector<std::uint32_t>{101, 102, 106}));
         EXPECT_EQ(target_->model.ports_of(10), std::vector<std::uint32_t>{});
-        EXPECT_EQ(word(block_of(1), vsan_record_offset + oper_state), oper_up);
+        EXPECT_EQ(word(block_of(1), VSAN_RECORD_AT + oper_state), OPER_STATE_UP);
         restarted();
     }
     ASSERT_EQ(set_vsan(block_of(10)), STATUS_SUCCESS);
@@ -161,9 +161,32 @@ TEST_F(ChangeTest, vsan_1_and_missing_vsans_cannot_be_deleted) {
     EXPECT_EQ(delete_vsan(20), STATUS_NO_SUCH_VSAN);
 }
 
+TEST_F(ChangeTest, time_of_the_last_change_is_never_to_come_and_never_goes_back) {
+    ASSERT_EQ(set_name(10, "one"), STATUS_SUCCESS);
+    const Timestamp noted = target_->last_change();
+    EXPECT_EQ(noted, data().settings.last_change);
+    EXPECT_LE(noted, target_->clock.now());
+
+    // Started again after the machine's clock was set back by an hour.
+    restarted();
+    const Timestamp start{noted.seconds - 3600, 7};
+    target_->clock = SwitchClock(start);
+    EXPECT_EQ(target_->last_change(), start);
+    EXPECT_EQ(target_->last_change(), start) << "and does not move by itself";
+    ASSERT_EQ(set_name(10, "two"), STATUS_SUCCESS);
+    const Timestamp changed = target_->last_change();
+    EXPECT_GT(changed, start);
+    EXPECT_LT(changed, noted);
+    EXPECT_LE(changed, target_->clock.now());
+
+    // Started again with the right time.
+    restarted();
+    EXPECT_EQ(target_->last_change(), changed);
+}
+
 TEST_F(ChangeTest, time_of_the_last_change_is_that_of_the_vsan_table) {
     const auto last_change = [&] {
-        return std::pair(data().settings.change_seconds, data().settings.change_microseconds);
+        return std::pair(data().settings.last_change.seconds, data().settings.last_change.microseconds);
     };
     const auto now = [] {
         return static_cast<std::uint64_t>(
@@ -260,8 +283,8 @@ TEST_F(ChangeTest, model_stays_consistent_over_many_changes) {
     const SwitchModel rebuilt{SwitchData(data())};
     for (const auto &[id, row] : data().vsans) {
         EXPECT_EQ(target_->model.ports_of(id), rebuilt.ports_of(id)) << id;
-        EXPECT_EQ(target_->model.is_up(*target_->model.vsan(id)), rebuilt.is_up(*rebuilt.vsan(id))) << id;
-        EXPECT_EQ(target_->model.vsan_named(row.name)->first, id);
+        EXPECT_EQ(target_->model.is_up(id), rebuilt.is_up(id)) << id;
+        EXPECT_EQ(target_->model.vsan_named(row.name), id);
     }
     for (int number = 0; number < 6; ++number) {
         const std::string name = "name" + std::to_string(number);

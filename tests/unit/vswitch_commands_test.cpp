@@ -1,8 +1,7 @@
 // The operator's commands: what each answers, and everything that is refused.
 #include <nlohmann/json.hpp>
 
-#include "changes.h"
-#include "sdwrap/history_ring.h"
+#include "changes/changes.h"
 #include "vswitch_test_support.h"
 
 using namespace vswitch;
@@ -65,7 +64,7 @@ class Commands : public testing::Test {
     }
 
     TemporaryFolder folder_;
-    Switch target_;
+    ServedSwitch target_;
     Reply reply_;
 };
 
@@ -156,32 +155,32 @@ TEST_F(Commands, vsan_is_created_changed_and_deleted) {
     const Json made = change("vsan.create", {{"id", 50}, {"name", "tests"}, {"state", "suspended"}, {"interop", 2}});
     EXPECT_EQ(made["name"], "tests");
     EXPECT_EQ(made["interop"], 2);
-    EXPECT_EQ(target_.model.vsan(50)->second.admin_state, vsan_suspended);
+    EXPECT_EQ(target_.model.vsan(50)->admin_state, ADMIN_STATE_SUSPENDED);
     EXPECT_EQ(refusal(3, R"({"command": "vsan.create", "id": 50})").first, STATUS_BAD_RECORD);
 
     const Json changed = change("vsan.set", {{"id", 50}, {"inorderDelivery", true}, {"loadBalancing", "srcIdDestId"}});
     EXPECT_EQ(changed["name"], "tests") << "what is not named stays";
     EXPECT_EQ(changed["state"], "suspended");
     EXPECT_EQ(changed["inorderDelivery"], true);
-    EXPECT_EQ(target_.model.vsan(50)->second.load_balancing, 1u);
-    const Vsan before = target_.model.vsan(50)->second;
+    EXPECT_EQ(target_.model.vsan(50)->load_balancing, 1u);
+    const Vsan before = *target_.model.vsan(50);
     refusal(3, R"({"command": "vsan.set", "id": 50, "name": "a b", "mtu": 2000})");
     refusal(3, R"({"command": "vsan.set", "id": 50, "interop": 5})");
     refusal(3, R"({"command": "vsan.set", "id": 50, "state": "gone"})");
     refusal(3, R"({"command": "vsan.set", "id": 50, "networkDropLatency": 0})");
-    EXPECT_EQ(target_.model.vsan(50)->second, before) << "a refusal changes nothing";
+    EXPECT_EQ(*target_.model.vsan(50), before) << "a refusal changes nothing";
     EXPECT_EQ(refusal(3, R"({"command": "vsan.set", "id": 51})").first, STATUS_NO_SUCH_VSAN);
 
     change("port.move", {{"ifIndex", 5}, {"vsan", 50}});
     EXPECT_EQ(change("vsan.delete", {{"id", 50}})["movedPorts"], 1);
-    EXPECT_EQ(target_.model.port(5)->second.vsan, 1u);
+    EXPECT_EQ(target_.model.port(5)->vsan, 1u);
     EXPECT_EQ(refusal(3, R"({"command": "vsan.delete", "id": 50})").first, STATUS_NO_SUCH_VSAN);
     refusal(3, R"({"command": "vsan.delete", "id": 1})");
 }
 
 TEST_F(Commands, port_is_known_by_its_number_and_by_its_position) {
     EXPECT_EQ(change("port.down", {{"ifIndex", "fc2"}})["ifIndex"], 16777216);
-    EXPECT_FALSE(target_.model.port(16777216)->second.link_up);
+    EXPECT_FALSE(target_.model.port(16777216)->link_up);
     EXPECT_EQ(change("port.up", {{"ifIndex", 5}}),
               Json::parse(R"({"ifIndex": 5, "name": "fc1", "vsan": 10, "link": "up", "denyList": 0})"));
     EXPECT_EQ(change("port.deny", {{"ifIndex", "fc3"}, {"denyList", 9}})["denyList"], 9);
@@ -255,7 +254,7 @@ TEST_F(Commands, pending_timers_of_4095_vsans_come_in_replies_that_fit) {
     target_.model = SwitchModel(parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}]})", "test"));
     change("tdx.enable");
     change("timers.set", {{"setting", "ratov"}, {"value", 20000}});
-    for (std::uint32_t id = 1; id <= max_vsan; ++id)
+    for (std::uint32_t id = 1; id <= VSAN_NUMBER_MAX; ++id)
         ASSERT_EQ(set_vsan_timer(target_, {"operator", true}, id, Timer::r_a_tov, 30000, false), 0u);
     Json page = look("tdx.show");
     std::size_t count = page["pending"].size();
@@ -323,47 +322,6 @@ TEST_F(Commands, fault_is_added_listed_and_cleared) {
     EXPECT_EQ(change("fault.clear")["cleared"], 2);
 }
 
-void write_history(const std::string &path, unsigned count) {
-    const auto ring = std::make_unique<history_ring>();
-    history_ring_format(*ring);
-    for (unsigned number = 1; number <= count; ++number) {
-        history_record record{};
-        record.process_id = 4711;
-        record.seconds = 1795253730;
-        record.nanoseconds = 5000;
-        record.event_class = 100 + number % 2;
-        std::snprintf(record.text, sizeof record.text, "record %u %s", number, number == 3 ? "\xff\n" : "");
-        history_ring_append(*ring, record);
-    }
-    write_file(path, {reinterpret_cast<const char *>(ring.get()), sizeof(history_ring)});
-}
-
-TEST_F(Commands, history_is_read_page_by_page) {
-    write_history(folder_ / "history.snmpd", 1000);
-    write_file(folder_ / "history.odd", "this is none");
-    EXPECT_EQ(look("history.show")["histories"], Json::parse(R"(["odd", "snmpd"])"));
-    unsigned count = 0;
-    Json arguments = {{"name", "snmpd"}};
-    for (bool more = true; more;) {
-        const Json page = look("history.show", arguments);
-        for (const Json &record : page["records"])
-            ASSERT_TRUE(contains(record["text"], "record " + std::to_string(++count)));
-        arguments["after"] = page["position"];
-        more = page["more"];
-    }
-    EXPECT_EQ(count, 1000u);
-    EXPECT_EQ(look("history.show", {{"name", "snmpd"}, {"limit", 1}})["records"][0],
-              Json::parse(R"({"time": "2026-11-21T09:35:30.000005Z", "pid": 4711, "module": 0, "class": 101,
-                              "text": "record 1 "})"));
-    const Json failures = look("history.show", {{"name", "snmpd"}, {"class", 100}});
-    EXPECT_FALSE(failures["records"].empty());
-    for (const Json &record : failures["records"])
-        EXPECT_EQ(record["class"], 100);
-    EXPECT_TRUE(contains(refusal(1, R"({"command": "history.show", "name": "odd"})").second, "no event history"));
-    for (const char *name : {"none", "", "../history.snmpd", "snmpd/"})
-        EXPECT_EQ(refusal(1, Json{{"command", "history.show"}, {"name", name}}.dump()).first, STATUS_NO_INSTANCE);
-}
-
 TEST_F(Commands, debug_filters_are_set_and_other_lines_stay) {
     const Json defaults = Json::parse(R"([{"class": 100, "history": true, "debug": false},
                                           {"class": 101, "history": false, "debug": false}])");
@@ -391,7 +349,6 @@ TEST_F(Commands, debug_filters_have_room_for_32_classes) {
 
 TEST_F(Commands, without_a_run_directory_there_are_no_agent_files) {
     target_.run_directory.clear();
-    refusal(1, R"({"command": "history.show"})");
     refusal(1, R"({"command": "debug.show"})");
     refusal(3, R"({"command": "debug.set", "class": 1, "what": "debug", "on": true})");
 }

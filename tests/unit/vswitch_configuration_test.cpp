@@ -1,4 +1,9 @@
 // The operator's JSON files: what they make, and that every mistake is named.
+#include <algorithm>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "changes/changes.h"
 #include "vswitch_test_support.h"
 
 using namespace vswitch;
@@ -21,7 +26,7 @@ TEST(Configuration, demo_has_telling_names_suspended_vsans_and_48_ports) {
     EXPECT_EQ(demo.vsans.at(4094).name, "replication");
     std::size_t suspended = 0;
     for (const auto &[id, vsan] : demo.vsans)
-        suspended += vsan.admin_state == vsan_suspended;
+        suspended += vsan.admin_state == ADMIN_STATE_SUSPENDED;
     EXPECT_EQ(suspended, 2u);
     EXPECT_EQ(demo.ports.size(), 48u);
     std::set<std::uint32_t> used_vsans;
@@ -66,20 +71,141 @@ TEST(Configuration, range_makes_all_its_vsans_and_keeps_those_that_are_listed) {
     EXPECT_EQ(data.vsans.at(4095).name, "VSAN4095");
 }
 
+TEST(Configuration, ranges_may_overlap_and_touch) {
+    const SwitchData data = parse(R"({"vsanRange": [{"first": 5, "last": 9}, {"first": 7, "last": 12},
+        {"first": 8, "last": 8}, {"first": 13, "last": 13}, {"first": 20, "last": 20}]})");
+    std::string made;
+    for (const auto &[id, vsan] : data.vsans)
+        made += std::to_string(id) + " ";
+    EXPECT_EQ(made, "1 5 6 7 8 9 10 11 12 13 20 ");
+}
+
+// The processor time of this thread for a file with so many ranges, in nanoseconds.
+double cost_of_ranges(int count, const std::string &range) {
+    std::string text = R"({"vsanRange": [)" + range;
+    for (int number = 1; number < count; ++number)
+        text += "," + range;
+    text += "]}";
+    const auto now = [] {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return 1e9 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec);
+    };
+    const double before = now();
+    parse(text);
+    return now() - before;
+}
+
+TEST(Configuration, cost_of_ranges_is_that_of_their_number_and_not_of_their_width) {
+    const std::string narrow = R"({"first": 7, "last": 7})";
+    const double cost = cost_of_ranges(15000, narrow);
+    EXPECT_LT(cost_of_ranges(15000, R"({"first": 1, "last": 4095})"), 5 * cost);
+    EXPECT_LT(cost_of_ranges(60000, narrow), 10 * cost) << "of four times as many";
+}
+
 TEST(Configuration, timers_and_distribution_are_read) {
-    const SwitchData data = parse(R"({"vsans": [{"id": 10, "timers": {"ratov": 1, "fstov": 100000}}],
-        "timers": {"edtov": 2, "dstov": 3},
-        "tdx": {"fctimer": {"enabled": true, "showRun": true, "timers": {"10": {"dstov": 4}}}}})");
-    EXPECT_EQ(data.vsans.at(10).timers[Timer::r_a_tov], 1u);
+    const SwitchData data = parse(R"({"vsans": [{"id": 10, "timers": {"ratov": 5000, "fstov": 100000}}],
+        "timers": {"edtov": 1000, "dstov": 6000},
+        "tdx": {"fctimer": {"enabled": true, "showRun": true, "timers": {"10": {"dstov": 7000}}}}})");
+    EXPECT_EQ(data.vsans.at(10).timers[Timer::r_a_tov], 5000u);
     EXPECT_EQ(data.vsans.at(10).timers[Timer::f_s_tov], 100000u);
     EXPECT_FALSE(data.vsans.at(10).timers[Timer::e_d_tov]);
-    EXPECT_EQ(data.vsans.at(10).distributed_timers[Timer::d_s_tov], 4u);
-    EXPECT_EQ(data.settings.timers[Timer::e_d_tov], 2u);
-    EXPECT_EQ(data.settings.timers[Timer::d_s_tov], 3u);
+    EXPECT_EQ(data.vsans.at(10).distributed_timers[Timer::d_s_tov], 7000u);
+    EXPECT_EQ(data.settings.timers[Timer::e_d_tov], 1000u);
+    EXPECT_EQ(data.settings.timers[Timer::d_s_tov], 6000u);
     EXPECT_EQ(data.settings.timers[Timer::r_a_tov], 10000u);
     EXPECT_TRUE(data.settings.tdx_enabled);
     EXPECT_TRUE(data.settings.tdx_show_run);
 }
+
+// One set of rules holds whoever speaks: the numbers that 0 leaves as they are, a file leaves out.
+TEST(Configuration, fields_of_a_vsan_are_those_that_a_set_would_take) {
+    const auto is_set = [](const Vsan &vsan) {
+        ServedSwitch target(parse("{}"), Roles());
+        return change_vsan(target, {}, 10, vsan, true) == STATUS_SUCCESS;
+    };
+    const auto is_in_file = [](const char *key, const nlohmann::json &value) {
+        return parse_error(nlohmann::json{{"vsans", {{{"id", 10}, {key, value}}}}}.dump()).empty();
+    };
+    const struct {
+        const char *key;
+        std::uint32_t Vsan::*member;
+        std::uint32_t least;
+    } fields[] = {{"mtu", &Vsan::mtu, 0},
+                  {"interop", &Vsan::interop, 0},
+                  {"inorderDelivery", &Vsan::inorder_delivery, 1},
+                  {"networkDropLatency", &Vsan::drop_latency, 1}};
+    for (const auto &field : fields)
+        for (const std::uint32_t value : {0u, 1u, 2u, 3u, 4u, 5u, 99u, 100u, 101u, 60000u, 60001u, 65535u, 65536u}) {
+            if (value < field.least)
+                continue;
+            Vsan vsan = new_vsan(10);
+            vsan.*field.member = value;
+            EXPECT_EQ(is_in_file(field.key, value), is_set(vsan)) << field.key << " " << value;
+        }
+    for (const std::string &name : {std::string("x"), std::string(32, 'x'), std::string(33, 'x'), std::string("a b"),
+                                    std::string("\x7f"), std::string("\t")}) {
+        Vsan vsan = new_vsan(10);
+        vsan.name = name;
+        EXPECT_EQ(is_in_file("name", name), is_set(vsan)) << name;
+    }
+}
+
+// Where an initial file may give timers, and what takes the same values afterwards.
+struct TimerPlace {
+    const char *text; // with the timers in the place of the two dots
+    std::uint32_t vsan;
+    bool distributed;
+};
+class TimersOfAPlace : public testing::TestWithParam<TimerPlace> {
+  protected:
+    using Values = std::vector<std::pair<Timer, std::uint32_t>>;
+
+    bool file_is_accepted(const Values &values) {
+        nlohmann::json timers = nlohmann::json::object();
+        for (const auto &[timer, value] : values)
+            timers[names.at(timer)] = value;
+        std::string text = GetParam().text;
+        return parse_error(text.replace(text.find(".."), 2, timers.dump())).empty();
+    }
+
+    bool sets_are_accepted(const Values &values) {
+        SwitchData data = parse(R"({"vsans": [{"id": 10}]})");
+        data.settings.tdx_enabled = GetParam().distributed;
+        ServedSwitch target(data, Roles());
+        const Requester requester{"somebody", true};
+        return std::ranges::all_of(values, [&](const auto &each) {
+            const auto &[timer, value] = each;
+            return (GetParam().vsan == 0
+                        ? set_switch_timer(target, requester, timer, value, false)
+                        : set_vsan_timer(target, requester, GetParam().vsan, timer, value, false)) == STATUS_SUCCESS;
+        });
+    }
+
+    const std::map<Timer, const char *> names = {
+        {Timer::e_d_tov, "edtov"}, {Timer::r_a_tov, "ratov"}, {Timer::d_s_tov, "dstov"}, {Timer::f_s_tov, "fstov"}};
+};
+
+TEST_P(TimersOfAPlace, are_those_that_sets_would_make) {
+    constexpr std::uint32_t edges[] = {0, 999, 1000, 4999, 5000, 9999, 10000, 10001, 100000, 100001, UINT32_MAX};
+    for (const TimerKind &kind : timer_kinds)
+        for (const std::uint32_t value : edges)
+            EXPECT_EQ(file_is_accepted({{kind.timer, value}}), sets_are_accepted({{kind.timer, value}}))
+                << kind.word << " " << value;
+    for (const std::uint32_t e_d_tov : edges)
+        for (const std::uint32_t r_a_tov : edges) {
+            const Values values = {{Timer::e_d_tov, e_d_tov}, {Timer::r_a_tov, r_a_tov}};
+            EXPECT_EQ(file_is_accepted(values),
+                      sets_are_accepted(values) || sets_are_accepted({values.rbegin(), values.rend()}))
+                << e_d_tov << " and " << r_a_tov;
+        }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Every, TimersOfAPlace,
+    testing::Values(TimerPlace{R"({"timers": ..})", 0, false},
+                    TimerPlace{R"({"vsans": [{"id": 10, "timers": ..}]})", 10, false},
+                    TimerPlace{R"({"vsans": [{"id": 10}], "tdx": {"fctimer": {"timers": {"10": ..}}}})", 10, true}));
 
 TEST(Configuration, error_names_the_file) {
     EXPECT_TRUE(contains(parse_error("[]"), "initial.json"));
@@ -152,7 +278,10 @@ const Mistake mistakes[] = {
     {R"({"tdx": {"fctimer": {"timers": {"2": {}}}}})", "a VSAN that exists"},
     {R"({"tdx": {"fctimer": {"timers": {"01": {}}}}})", "a VSAN that exists"},
     {R"({"tdx": {"fctimer": {"timers": {"": {}}}}})", "a VSAN that exists"},
-    {R"({"tdx": {"fctimer": {"timers": {"1": {"ratov": 0}}}}})", "from 1 to 100000"},
+    {R"({"tdx": {"fctimer": {"timers": {"1": {"ratov": 0}}}}})", "from 5000 to 100000"},
+    {R"({"timers": {"edtov": 10000}})", "the switch-wide timers: \"edtov\" must be less than \"ratov\""},
+    {R"({"timers": {"edtov": 7000}, "vsans": [{"id": 2, "timers": {"ratov": 7000}}]})", "timers of VSAN 2: \"edtov\""},
+    {R"({"tdx": {"fctimer": {"timers": {"1": {"edtov": 10000}}}}})", "timers of \"1\": \"edtov\" must be less"},
     {"{\"a\n\xff\": 1}", "not valid JSON"},
 };
 INSTANTIATE_TEST_SUITE_P(Every, ConfigurationMistake, testing::ValuesIn(mistakes));
@@ -176,8 +305,8 @@ TEST(Configuration, identity_is_now_and_a_name_of_the_switch_s_own) {
     give_identity(other);
     EXPECT_NE(one.settings.wwn, 0u);
     EXPECT_NE(one.settings.wwn, other.settings.wwn);
-    EXPECT_GT(one.settings.change_seconds, 1500000000u);
-    EXPECT_LT(one.settings.change_microseconds, 1000000u);
+    EXPECT_GT(one.settings.last_change.seconds, 1500000000u);
+    EXPECT_LT(one.settings.last_change.microseconds, 1000000u);
 }
 
 bool permits(const Permission &permission, std::uint32_t vsan) {
@@ -202,14 +331,27 @@ TEST(RoleFile, user_of_several_roles_has_the_union) {
     EXPECT_FALSE(permits(bob, 2));
     EXPECT_FALSE(permits(bob, 29));
     EXPECT_FALSE(permits(bob, 32));
-    EXPECT_EQ(bob.interfaces, (std::vector<Permission::Range>{{10, 31}, {40, 40}}));
+    EXPECT_EQ(bob.interfaces, (std::vector<Range>{{10, 31}, {40, 40}}));
     EXPECT_FALSE(permits(*roles.find("eve"), 30));
+}
+
+TEST(RoleFile, users_of_the_same_roles_share_what_these_grant) {
+    const Roles roles = parse_roles(R"({"roles": [
+        {"name": "a", "vsans": ["1"], "interfaces": ["10-20"], "users": ["bob", "eve", "joe"]},
+        {"name": "b", "interfaces": ["30"], "users": ["eve", "bob", "eve"]}]})",
+                                    "roles.json");
+    EXPECT_EQ(roles.find("bob")->interfaces, (std::vector<Range>{{10, 20}, {30, 30}}));
+    EXPECT_EQ(roles.find("bob")->interfaces, roles.find("eve")->interfaces);
+    EXPECT_EQ(roles.find("joe")->interfaces, (std::vector<Range>{{10, 20}}));
+    const Roles alike =
+        parse_roles(R"({"roles": [{"name": "a", "interfaces": ["1-5"], "users": ["u", "v"]}]})", "roles.json");
+    EXPECT_EQ(alike.find("u"), alike.find("v"));
 }
 
 TEST(RoleFile, interface_ranges_reach_the_largest_number) {
     const Roles roles = parse_roles(
         R"({"roles": [{"name": "a", "interfaces": ["4294967295", "1-4294967294"], "users": ["u"]}]})", "roles.json");
-    EXPECT_EQ(roles.find("u")->interfaces, (std::vector<Permission::Range>{{1, 4294967295}}));
+    EXPECT_EQ(roles.find("u")->interfaces, (std::vector<Range>{{1, 4294967295}}));
 }
 
 TEST(RoleFile, missing_file_holds_no_roles) {

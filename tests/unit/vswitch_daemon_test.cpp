@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <vector>
 
-#include "changes.h"
+#include "changes/changes.h"
 #include "vswitch_test_support.h"
 
 using namespace vswitch_test;
@@ -192,6 +192,8 @@ TEST_F(DaemonTest, process_of_a_stranger_is_refused_whatever_the_file_permission
         const auto first = daemon->said().find(line);
         ASSERT_NE(first, std::string::npos);
         EXPECT_EQ(daemon->said().find(line, first + 1), std::string::npos) << "said once";
+        /* The next daemon would not take over a folder that others may write in. */
+        ASSERT_EQ(chmod((folder_ / "state").c_str(), 0700), 0);
     }
 }
 
@@ -205,7 +207,7 @@ TEST_F(DaemonTest, answered_change_survives_a_crash) {
     daemon = start_ready();
     const auto answer = connect().request(MANAGER_SAP_VSAN, 149, 1, vsan_block(77));
     EXPECT_EQ(answer.status, STATUS_SUCCESS);
-    EXPECT_EQ(word(answer.data, vswitch::vsan_record_offset + 28), 1u);
+    EXPECT_EQ(word(answer.data, VSAN_RECORD_AT + 28), 1u);
     EXPECT_EQ(connect().request(MANAGER_SAP_VSAN, 126, 1, {}, 8).data, change);
 }
 
@@ -281,6 +283,15 @@ TEST_F(DaemonTest, second_daemon_on_the_state_folder_is_refused_and_the_first_go
 
 TEST_F(DaemonTest, second_daemon_on_the_run_folder_is_refused_and_the_first_goes_on) {
     const auto first = start_ready();
+    Daemon second({"--state", folder_ / "other", "--run", folder_ / "state"});
+    EXPECT_EQ(second.exit_code(), 1);
+    EXPECT_TRUE(contains(second.said(), "Another vswitchd serves"));
+    EXPECT_EQ(connect().vsan_count(), 7u);
+}
+
+TEST_F(DaemonTest, second_daemon_on_the_run_folder_is_refused_although_the_lock_file_is_gone) {
+    const auto first = start_ready();
+    ASSERT_TRUE(std::filesystem::remove(folder_ / "state/socket.lock"));
     Daemon second({"--state", folder_ / "other", "--run", folder_ / "state"});
     EXPECT_EQ(second.exit_code(), 1);
     EXPECT_TRUE(contains(second.said(), "Another vswitchd serves"));

@@ -2,8 +2,8 @@
 // nobody takes.
 #include <thread>
 
-#include "server.h"
-#include "session.h"
+#include "network/conversation.h"
+#include "network/server.h"
 #include "vswitch_changes_fixture.h"
 
 using namespace vswitch;
@@ -20,11 +20,11 @@ TEST_F(ChangeTest, created_vsan_is_published) {
 }
 
 TEST_F(ChangeTest, suspended_and_resumed_vsans_are_published) {
-    ASSERT_EQ(set_word(10, 8, vsan_suspended), STATUS_SUCCESS);
+    ASSERT_EQ(set_word(10, 8, ADMIN_STATE_SUSPENDED), STATUS_SUCCESS);
     EXPECT_EQ(events(), Lines{"145: 0 10 0 2 1 2 1 19 2 1"}) << "it goes down, too";
-    ASSERT_EQ(set_word(10, 8, vsan_active), STATUS_SUCCESS);
+    ASSERT_EQ(set_word(10, 8, ADMIN_STATE_ACTIVE), STATUS_SUCCESS);
     EXPECT_EQ(events(), Lines{"145: 0 10 0 2 1 1 2 19 1 2"});
-    ASSERT_EQ(set_word(1, 8, vsan_suspended), STATUS_SUCCESS);
+    ASSERT_EQ(set_word(1, 8, ADMIN_STATE_SUSPENDED), STATUS_SUCCESS);
     EXPECT_EQ(events(), Lines{"145: 0 1 0 2 1 2 1 19 2 2"}) << "without a port it was down before";
 }
 
@@ -57,7 +57,7 @@ TEST_F(ChangeTest, changes_without_news_publish_nothing) {
     ASSERT_EQ(set_name(10, "other"), STATUS_SUCCESS);
     ASSERT_EQ(set_deny_list(*target_, operator_, 101, 5), STATUS_SUCCESS);
     ASSERT_EQ(set_vsan_timer(*target_, operator_, 10, Timer::r_a_tov, 20000, false), STATUS_SUCCESS);
-    ASSERT_EQ(set_latency(*target_, operator_, Latency::switch_latency, 1), STATUS_SUCCESS);
+    ASSERT_EQ(set_latency(*target_, operator_, latency_kinds[0], 1), STATUS_SUCCESS);
     ASSERT_EQ(set_name(10, "test"), STATUS_NAME_CONFLICT);
     EXPECT_EQ(events(), Lines{});
 }
@@ -78,8 +78,8 @@ TEST(Events, payload_is_laid_out_in_network_byte_order) {
 TEST(Events, subscriber_gets_its_classes_only) {
     EventHub hub;
     Subscriber both(hub), ports(hub), none(hub);
-    both.subscribe({event_vsan_changed, event_port_moved});
-    ports.subscribe({event_port_moved});
+    both.subscribe({EVENT_VSAN_CHANGED, EVENT_PORT_MOVED});
+    ports.subscribe({EVENT_PORT_MOVED});
     hub.publish(port_event(1, 2, 3));
     hub.publish(vsan_event({}));
     EXPECT_EQ(both.queued(), 0u) << "not before they are delivered";
@@ -97,10 +97,10 @@ TEST(Events, event_that_nobody_wanted_is_counted_as_missed) {
     EventHub hub;
     {
         Subscriber gone(hub);
-        gone.subscribe({event_vsan_changed, event_port_moved});
+        gone.subscribe({EVENT_VSAN_CHANGED, EVENT_PORT_MOVED});
     }
     Subscriber other(hub);
-    other.subscribe({event_vsan_changed});
+    other.subscribe({EVENT_VSAN_CHANGED});
     hub.publish(port_event(1, 2, 3));
     hub.publish(port_event(1, 3, 2));
     hub.publish(vsan_event({}));
@@ -113,7 +113,7 @@ TEST(Events, storm_within_the_bound_is_kept_and_what_is_beyond_is_dropped_and_co
     EventHub hub;
     Subscriber slow(hub), fast(hub);
     for (Subscriber *subscriber : {&slow, &fast})
-        subscriber->subscribe({event_port_moved});
+        subscriber->subscribe({EVENT_PORT_MOVED});
     constexpr std::uint32_t excess = 10;
     for (std::uint32_t number = 0; number < Subscriber::max_queued_events; ++number)
         hub.publish(port_event(number, 1, 2));
@@ -142,7 +142,7 @@ TEST(Events, events_that_a_subscriber_leaves_behind_are_counted) {
     EventHub hub;
     {
         Subscriber gone(hub);
-        gone.subscribe({event_port_moved});
+        gone.subscribe({EVENT_PORT_MOVED});
         hub.publish(port_event(1, 2, 3));
         hub.deliver();
     }
@@ -171,7 +171,7 @@ TEST(Events, taking_stops_at_the_limit) {
     Subscriber subscriber(hub);
     int wakes = 0;
     subscriber.on_events([&] { ++wakes; });
-    subscriber.subscribe({event_port_moved});
+    subscriber.subscribe({EVENT_PORT_MOVED});
     for (std::uint32_t number = 0; number < 3; ++number)
         hub.publish(port_event(number, 1, 2));
     hub.deliver();
@@ -185,7 +185,7 @@ TEST(Events, taking_stops_at_the_limit) {
     EXPECT_EQ(word(output, 9), std::uint32_t{MTS_FRAME_EVENT});
     EXPECT_EQ(word(output, 13), 0u) << "no correlation";
     EXPECT_EQ(word(output, 17), 16u);
-    EXPECT_EQ(word(output, 21), event_port_moved);
+    EXPECT_EQ(word(output, 21), EVENT_PORT_MOVED);
 }
 
 class EventServerTest : public testing::Test {
@@ -210,7 +210,7 @@ class EventServerTest : public testing::Test {
     }
 
     TemporaryFolder folder_;
-    Switch target_;
+    ServedSwitch target_;
     std::unique_ptr<Server> server_;
     std::thread thread_;
 };
@@ -218,14 +218,14 @@ class EventServerTest : public testing::Test {
 TEST_F(EventServerTest, requester_gets_its_answer_before_the_event) {
     const auto client = connect();
     const auto watcher = connect();
-    client->subscribe({event_vsan_changed, event_port_moved});
-    watcher->subscribe({event_port_moved});
+    client->subscribe({EVENT_VSAN_CHANGED, EVENT_PORT_MOVED});
+    watcher->subscribe({EVENT_PORT_MOVED});
     EXPECT_EQ(client->request(MANAGER_SAP_VSAN, 124, 3, port_record(0, 10)).type, std::uint32_t{MTS_FRAME_REPLY});
     for (Client *reader : {client.get(), watcher.get()}) {
         const auto event = reader->receive_answer();
         EXPECT_EQ(event.type, std::uint32_t{MTS_FRAME_EVENT});
         EXPECT_EQ(event.correlation, 0u);
-        EXPECT_EQ(event.event_class, event_port_moved);
+        EXPECT_EQ(event.event_class, EVENT_PORT_MOVED);
         EXPECT_EQ(event.data, words({port_if_index(0), 1, 10}));
     }
 }
@@ -233,7 +233,7 @@ TEST_F(EventServerTest, requester_gets_its_answer_before_the_event) {
 TEST_F(EventServerTest, ten_thousand_events_at_once_reach_a_subscriber_that_reads_late) {
     const auto watcher = connect();
     const auto client = connect();
-    watcher->subscribe({event_port_moved});
+    watcher->subscribe({EVENT_PORT_MOVED});
     constexpr std::uint32_t ports = 4096;
     std::uint32_t expected = 0;
     for (const std::uint32_t vsan : {10u, 1u, 10u}) {
@@ -251,7 +251,7 @@ TEST_F(EventServerTest, ten_thousand_events_at_once_reach_a_subscriber_that_read
     EXPECT_EQ(client->vsan_count(), 1u) << "the switch answers meanwhile";
     for (std::uint32_t number = 0; number < expected; ++number) {
         const auto event = watcher->receive_answer();
-        ASSERT_EQ(event.event_class, event_port_moved) << number;
+        ASSERT_EQ(event.event_class, EVENT_PORT_MOVED) << number;
         ASSERT_EQ(word(event.data, 0), port_if_index(number % ports)) << number;
     }
 }
@@ -259,7 +259,7 @@ TEST_F(EventServerTest, ten_thousand_events_at_once_reach_a_subscriber_that_read
 TEST_F(EventServerTest, subscriber_that_goes_away_with_events_waiting_harms_nobody) {
     auto watcher = connect();
     const auto client = connect();
-    watcher->subscribe({event_vsan_changed});
+    watcher->subscribe({EVENT_VSAN_CHANGED});
     client->request(MANAGER_SAP_VSAN, 149, 4, vsan_block(10));
     watcher.reset();
     EXPECT_EQ(client->vsan_count(), 1u);

@@ -1,5 +1,5 @@
 // Faults: which requests they meet, how often, and what becomes of those requests.
-#include "session.h"
+#include "network/conversation.h"
 #include "vswitch_test_support.h"
 
 using namespace vswitch;
@@ -122,7 +122,7 @@ class FaultySession : public testing::Test {
     FaultySession()
         : target_(parse_configuration(R"({"vsans": [{"id": 10, "name": "ten"}], "ports": [{"ifIndex": 5}]})", "test"),
                   Roles()),
-          session_(target_) {}
+          conversation_(target_) {}
 
     void add(FaultAction action, std::uint32_t value = 0, bool with_data = false, FaultMatch match = {}) {
         Fault fault = fault_for(match, action, value);
@@ -156,7 +156,7 @@ class FaultySession : public testing::Test {
 
     std::vector<Answer> ask(const Buffer &frames) {
         input_.insert(input_.end(), frames.begin(), frames.end());
-        const std::size_t used = session_.serve(input_, output_);
+        const std::size_t used = conversation_.serve(input_, output_);
         input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(used));
         return answers();
     }
@@ -170,8 +170,8 @@ class FaultySession : public testing::Test {
         return found == target_.counters.requests.end() ? 0 : static_cast<std::uint32_t>(found->second);
     }
 
-    Switch target_;
-    Session session_;
+    ServedSwitch target_;
+    vswitch::Conversation conversation_;
     Buffer input_;
     Buffer output_;
 };
@@ -190,7 +190,7 @@ TEST_F(FaultySession, status_with_data_carries_the_request_out) {
     ASSERT_EQ(answer.size(), 1u);
     EXPECT_EQ(answer[0].status, 0x40190004u);
     EXPECT_EQ(answer[0].has_data, 1u);
-    EXPECT_EQ(answer[0].data.size(), vsan_block_size);
+    EXPECT_EQ(answer[0].data.size(), VSAN_BLOCK_SIZE);
     EXPECT_EQ(served(), 1u);
 }
 
@@ -224,8 +224,8 @@ TEST_F(FaultySession, dropped_request_is_neither_carried_out_nor_answered_and_th
 TEST_F(FaultySession, close_ends_the_conversation_without_blaming_the_client) {
     add(FaultAction::close);
     EXPECT_TRUE(ask_for_vsan(1).empty());
-    EXPECT_TRUE(session_.is_ended());
-    EXPECT_EQ(session_.broken(), nullptr);
+    EXPECT_TRUE(conversation_.is_ended());
+    EXPECT_EQ(conversation_.broken(), nullptr);
     EXPECT_TRUE(ask_for_vsan(2).empty()) << "nothing further is served";
     EXPECT_EQ(served(), 0u);
 }
@@ -240,25 +240,25 @@ TEST_F(FaultySession, delayed_request_waits_and_those_behind_it_wait_in_their_or
     auto answered = ask(frames);
     ASSERT_EQ(answered.size(), 1u);
     EXPECT_EQ(answered[0].correlation, 1u);
-    EXPECT_EQ(session_.delay(), std::chrono::milliseconds(1500));
+    EXPECT_EQ(conversation_.delay(), std::chrono::milliseconds(1500));
     EXPECT_TRUE(ask({}).empty()) << "nothing is served during the delay";
     EXPECT_EQ(served(), 0u) << "nor carried out";
 
-    session_.resume();
-    EXPECT_FALSE(session_.delay());
+    conversation_.resume();
+    EXPECT_FALSE(conversation_.delay());
     answered = ask({});
     ASSERT_EQ(answered.size(), 3u);
     for (std::uint32_t at = 0; at < 3; ++at)
         EXPECT_EQ(answered[at].correlation, at + 2);
-    EXPECT_EQ(answered[0].data.size(), vsan_block_size);
+    EXPECT_EQ(answered[0].data.size(), VSAN_BLOCK_SIZE);
 }
 
 TEST_F(FaultySession, delay_until_cleared_holds_each_request_up_once) {
     target_.faults.add(fault_for({}, FaultAction::delay, 10));
     for (std::uint32_t correlation = 1; correlation <= 3; ++correlation) {
         EXPECT_TRUE(ask_for_vsan(correlation).empty());
-        ASSERT_TRUE(session_.delay());
-        session_.resume();
+        ASSERT_TRUE(conversation_.delay());
+        conversation_.resume();
         EXPECT_EQ(ask({}).at(0).correlation, correlation);
     }
     EXPECT_EQ(target_.faults.applied(), 3u);

@@ -1,7 +1,7 @@
 // Frames and conversations: what a client may send, and what anything else leads to.
 #include <cstring>
 
-#include "session.h"
+#include "network/conversation.h"
 #include "vswitch_test_support.h"
 
 using namespace vswitch;
@@ -95,62 +95,62 @@ class Conversation : public testing::Test {
   protected:
     Conversation() : target_(empty_configuration(), Roles()) {}
 
-    Switch target_;
+    ServedSwitch target_;
     Buffer output_;
 };
 
 TEST_F(Conversation, reply_repeats_the_correlation_and_carries_status_and_data) {
-    Session session(target_);
+    vswitch::Conversation conversation(target_);
     const Buffer request = request_frame(0xabcdef01, 15, 125, 1, {}, 4);
-    EXPECT_EQ(session.serve(request, output_), request.size());
+    EXPECT_EQ(conversation.serve(request, output_), request.size());
     EXPECT_EQ(output_, words({MTS_WIRE_MAGIC, MTS_FRAME_REPLY, 0xabcdef01, 12, 0, 1, 1}));
 }
 
 TEST_F(Conversation, reply_of_a_failed_request_says_that_no_data_follow) {
-    Session session(target_);
-    session.serve(request_frame(1, 15, 149, 2, vsan_block(1)), output_);
+    vswitch::Conversation conversation(target_);
+    conversation.serve(request_frame(1, 15, 149, 2, vsan_block(1)), output_);
     EXPECT_EQ(output_, words({MTS_WIRE_MAGIC, MTS_FRAME_REPLY, 1, 8, STATUS_NO_MORE_VSANS, 0}));
 }
 
 TEST_F(Conversation, frames_are_served_in_turn_and_a_beginning_waits_for_its_end) {
-    Session session(target_);
+    vswitch::Conversation conversation(target_);
     Buffer input = request_frame(1, 15, 125, 1, {}, 4);
     const Buffer ping = words({MTS_WIRE_MAGIC, MTS_FRAME_PING, 2, 0});
     input.insert(input.end(), ping.begin(), ping.end());
     const std::size_t complete = input.size();
     input.push_back('M');
-    EXPECT_EQ(session.serve(input, output_), complete);
+    EXPECT_EQ(conversation.serve(input, output_), complete);
     EXPECT_EQ(output_, words({MTS_WIRE_MAGIC, MTS_FRAME_REPLY, 1, 12, 0, 1, 1, MTS_WIRE_MAGIC, MTS_FRAME_PONG, 2, 0}));
-    EXPECT_EQ(session.broken(), nullptr);
+    EXPECT_EQ(conversation.broken(), nullptr);
 }
 
 TEST_F(Conversation, serving_pauses_when_the_output_is_full_and_loses_nothing) {
-    Session session(target_);
+    vswitch::Conversation conversation(target_);
     const Buffer request = request_frame(1, 15, 149, 1, vsan_block(1));
     Buffer input;
     for (int count = 0; count < 200; ++count)
         input.insert(input.end(), request.begin(), request.end());
-    std::size_t used = session.serve(input, output_);
+    std::size_t used = conversation.serve(input, output_);
     EXPECT_LT(used, input.size());
-    EXPECT_LT(output_.size(), Session::output_limit + 3000);
+    EXPECT_LT(output_.size(), vswitch::Conversation::output_limit + 3000);
     std::size_t answered = output_.size();
     while (used < input.size()) {
         output_.clear();
-        used += session.serve(Bytes(input).subspan(used), output_);
+        used += conversation.serve(Bytes(input).subspan(used), output_);
         answered += output_.size();
     }
-    EXPECT_EQ(answered, 200 * (MTS_WIRE_HEADER + MTS_WIRE_REPLY_FIXED + vsan_block_size));
+    EXPECT_EQ(answered, 200 * (MTS_WIRE_HEADER + MTS_WIRE_REPLY_FIXED + VSAN_BLOCK_SIZE));
 }
 
 TEST_F(Conversation, garbage_breaks_it_after_the_frames_before_were_served) {
-    Session session(target_);
+    vswitch::Conversation conversation(target_);
     Buffer input = request_frame(1, 15, 125, 1, {}, 4);
     input.push_back('?');
-    session.serve(input, output_);
-    EXPECT_NE(session.broken(), nullptr);
+    conversation.serve(input, output_);
+    EXPECT_NE(conversation.broken(), nullptr);
     EXPECT_EQ(output_.size(), 28u);
     output_.clear();
-    EXPECT_EQ(session.serve(request_frame(1, 15, 125, 1, {}, 4), output_), 0u) << "nothing more is served";
+    EXPECT_EQ(conversation.serve(request_frame(1, 15, 125, 1, {}, 4), output_), 0u) << "nothing more is served";
     EXPECT_TRUE(output_.empty());
 }
 
@@ -161,20 +161,20 @@ TEST_F(Conversation, malformed_bodies_break_it) {
         words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 1, 2, 0}),
     };
     for (const Buffer &input : inputs) {
-        Session session(target_);
-        session.serve(input, output_);
-        EXPECT_NE(session.broken(), nullptr);
+        vswitch::Conversation conversation(target_);
+        conversation.serve(input, output_);
+        EXPECT_NE(conversation.broken(), nullptr);
         EXPECT_TRUE(output_.empty());
     }
 }
 
 TEST_F(Conversation, subscription_replaces_the_former_one_and_ends_with_it) {
     {
-        Session session(target_);
-        session.serve(words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 3, 12, 102, 145, 145}), output_);
+        vswitch::Conversation conversation(target_);
+        conversation.serve(words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 3, 12, 102, 145, 145}), output_);
         EXPECT_EQ(output_, words({MTS_WIRE_MAGIC, MTS_FRAME_PONG, 3, 0}));
         EXPECT_EQ(target_.counters.subscriptions, 2u);
-        session.serve(words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 4, 4, 102}), output_);
+        conversation.serve(words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 4, 4, 102}), output_);
         EXPECT_EQ(target_.counters.subscriptions, 1u);
     }
     EXPECT_EQ(target_.counters.subscriptions, 0u);
@@ -182,12 +182,12 @@ TEST_F(Conversation, subscription_replaces_the_former_one_and_ends_with_it) {
 
 TEST_F(Conversation, subscription_is_bounded) {
     for (const std::uint32_t count : {64u, 65u}) {
-        Session session(target_);
+        vswitch::Conversation conversation(target_);
         Buffer frame = words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 1, count * 4});
         for (std::uint32_t event_class = 0; event_class < count; ++event_class)
             append_word(frame, event_class);
-        session.serve(frame, output_);
-        EXPECT_EQ(session.broken() == nullptr, count == 64);
+        conversation.serve(frame, output_);
+        EXPECT_EQ(conversation.broken() == nullptr, count == 64);
     }
 }
 
@@ -215,7 +215,7 @@ TEST(Records, record_of_another_size_is_not_decoded) {
         EXPECT_FALSE(decode_timer_record(bytes));
         EXPECT_FALSE(decode_membership_record(bytes));
         EXPECT_FALSE(decode_latency_record(bytes));
-        EXPECT_FALSE(if_index_of_record(bytes));
+        EXPECT_FALSE(decode_interface_record(bytes));
         EXPECT_FALSE(decode_interface_record(bytes));
         EXPECT_FALSE(vsan_of_block(bytes));
         EXPECT_FALSE(decode_vsan_block(bytes));
@@ -226,7 +226,7 @@ TEST(Records, overlong_name_is_cut_before_its_nul) {
     Vsan vsan;
     vsan.name.assign(50, 'x');
     Buffer block;
-    append_vsan_block(block, 5, vsan, oper_up);
+    append_vsan_block(block, 5, vsan, OPER_STATE_UP);
     EXPECT_EQ(std::strlen(reinterpret_cast<const char *>(&block[556])), 35u);
     EXPECT_EQ(word(block, 592), vsan.drop_latency);
 }

@@ -59,6 +59,7 @@ class MemoryClient {
         if (mapped == MAP_FAILED)
             throw std::runtime_error("the daemon's memory cannot be mapped");
         shared_ = static_cast<mts_shared_memory *>(mapped);
+        shared_->requester_version = MTS_SHARED_VERSION;
     }
 
     // Puts bytes where the daemon sees them, and wakes it; false when it has closed the

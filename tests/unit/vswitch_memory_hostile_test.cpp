@@ -179,6 +179,18 @@ TEST_F(HostileClientTest, requests_without_end_and_no_answer_read_end_the_connec
     expect_dropped(*client);
 }
 
+TEST_F(HostileClientTest, client_of_another_version_is_served_over_the_socket_only) {
+    start();
+    const auto client = share();
+    EXPECT_EQ((*client)->version, MTS_SHARED_VERSION);
+    for (const std::uint32_t version : {0u, MTS_SHARED_VERSION + 1}) {
+        (*client)->requester_version = version;
+        ASSERT_TRUE(client->post(vsan_count_request(1)));
+        EXPECT_EQ(client->await_end(), MTS_SHARED_IDLE);
+        EXPECT_EQ(client->socket.vsan_count(), 1u);
+    }
+}
+
 TEST_F(HostileClientTest, client_that_goes_away_with_a_request_posted_is_forgotten) {
     start();
     for (int i = 0; i < 100; ++i) {

@@ -61,7 +61,7 @@ class Requests : public testing::Test {
         return const_cast<Settings &>(target_.model.settings()); // the model is the fixture's own
     }
 
-    Switch target_;
+    ServedSwitch target_;
     Reply reply_;
 };
 
@@ -138,7 +138,7 @@ TEST_F(Requests, vsan_get_next_is_ordered_and_complete_with_4095_vsans) {
 
 TEST_F(Requests, vsan_rest_of_the_record_is_handed_back_unchanged) {
     SwitchData data = empty_configuration();
-    std::vector<std::uint8_t> rest(vsan_rest_size);
+    std::vector<std::uint8_t> rest(VSAN_REST_SIZE);
     for (std::size_t at = 0; at < rest.size(); ++at)
         rest[at] = static_cast<std::uint8_t>(at * 7 + 1);
     data.vsans.at(1).rest = rest;
@@ -155,8 +155,7 @@ TEST_F(Requests, counts_are_one_word) {
 }
 
 TEST_F(Requests, last_change_is_seconds_and_microseconds) {
-    settings().change_seconds = 1700000000;
-    settings().change_microseconds = 999999;
+    settings().last_change = {1700000000, 999999};
     EXPECT_EQ(vsan_manager(126, 1, {}, 8).data, words({1700000000, 999999}));
 }
 

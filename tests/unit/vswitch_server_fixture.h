@@ -6,7 +6,7 @@
 #include <memory>
 #include <thread>
 
-#include "server.h"
+#include "network/server.h"
 #include "vswitch_test_support.h"
 
 namespace vswitch_test {
@@ -34,7 +34,7 @@ class ServerTest : public testing::Test {
     std::unique_ptr<Client> connect() { return std::make_unique<Client>(folder_ / MTS_SOCKET_NAME); }
 
     TemporaryFolder folder_;
-    vswitch::Switch target_;
+    vswitch::ServedSwitch target_;
     vswitch::ServerOptions options_;
     std::unique_ptr<vswitch::Server> server_;
     std::thread thread_;

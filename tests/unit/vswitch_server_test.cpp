@@ -4,7 +4,7 @@
 #include <thread>
 #include <vector>
 
-#include "session.h"
+#include "network/conversation.h"
 #include "vswitch_server_fixture.h"
 
 using namespace vswitch;
@@ -40,7 +40,7 @@ TEST_F(ServerTest, many_requests_at_once_are_answered_in_order) {
     for (std::uint32_t number = 0; number < count; ++number) {
         const auto answer = client->receive_answer();
         EXPECT_EQ(answer.correlation, number);
-        EXPECT_EQ(answer.data.size(), vsan_block_size);
+        EXPECT_EQ(answer.data.size(), VSAN_BLOCK_SIZE);
     }
     sender.join();
 }
@@ -50,7 +50,7 @@ TEST_F(ServerTest, client_that_has_finished_sending_still_gets_its_answers) {
     const auto client = connect();
     client->send(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
     client->finish_sending();
-    EXPECT_EQ(client->receive_answer().data.size(), vsan_block_size);
+    EXPECT_EQ(client->receive_answer().data.size(), VSAN_BLOCK_SIZE);
     EXPECT_TRUE(client->closed_by_daemon());
 }
 
@@ -87,6 +87,7 @@ TEST_F(ServerTest, client_that_leaves_a_frame_unfinished_is_dropped_but_an_idle_
 
 TEST_F(ServerTest, number_of_connections_is_bounded_and_room_is_used_again) {
     options_.max_connections = 8;
+    options_.idle_time = std::chrono::hours(1);
     start();
     std::vector<std::unique_ptr<Client>> clients;
     for (int number = 0; number < 8; ++number) {
@@ -98,6 +99,39 @@ TEST_F(ServerTest, number_of_connections_is_bounded_and_room_is_used_again) {
     clients.back()->finish_sending();
     EXPECT_TRUE(clients.back()->closed_by_daemon());
     EXPECT_EQ(connect()->vsan_count(), 1u);
+}
+
+TEST_F(ServerTest, idle_clients_do_not_lock_the_operator_out) {
+    options_.max_connections = 8;
+    options_.idle_time = std::chrono::milliseconds(0);
+    start();
+    const auto subscriber = connect();
+    subscriber->subscribe({EVENT_VSAN_CHANGED});
+    std::vector<std::unique_ptr<Client>> idle;
+    for (int number = 0; number < 7; ++number) {
+        idle.push_back(connect());
+        EXPECT_EQ(idle.back()->vsan_count(), 1u);
+    }
+    EXPECT_EQ(idle.front()->vsan_count(), 1u) << "the second one is silent for longest now";
+    const auto operator_s = connect();
+    EXPECT_EQ(operator_s->vsan_count(), 1u);
+    EXPECT_TRUE(idle[1]->closed_by_daemon());
+    EXPECT_EQ(idle.front()->vsan_count(), 1u);
+    EXPECT_EQ(subscriber->vsan_count(), 1u) << "a subscriber has nothing to say and is not idle";
+}
+
+TEST_F(ServerTest, subscriptions_do_not_lock_the_operator_out) {
+    options_.max_connections = 3;
+    options_.idle_time = std::chrono::milliseconds(0);
+    start();
+    std::vector<std::unique_ptr<Client>> subscribers;
+    for (int number = 0; number < 3; ++number) {
+        subscribers.push_back(connect());
+        subscribers.back()->subscribe({EVENT_VSAN_CHANGED});
+    }
+    EXPECT_EQ(connect()->vsan_count(), 1u);
+    EXPECT_TRUE(subscribers.front()->closed_by_daemon());
+    EXPECT_EQ(subscribers.back()->vsan_count(), 1u);
 }
 
 TEST_F(ServerTest, connection_counters_follow_the_connections) {

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-#include "store.h"
+#include "model/store.h"
 #include "vswitch_test_support.h"
 
 using namespace vswitch;
@@ -22,10 +22,10 @@ SwitchData sample() {
                                           "test");
     give_identity(data);
     data.settings.wwn |= std::uint64_t{1} << 63; // the sign bit of the database's numbers
-    data.vsans.at(10).rest.assign(vsan_rest_size, 0xa5);
+    data.vsans.at(10).rest.assign(VSAN_REST_SIZE, 0xa5);
     data.settings.tdx_refusing = true;
     data.settings.status_events = false;
-    data.session = TimerSession{"alice", {}};
+    data.session = DistributionSession{"alice", {}};
     data.session->pending[0][Timer::r_a_tov] = 30000;
     data.session->pending[10][Timer::e_d_tov] = 4000;
     return data;
@@ -47,10 +47,7 @@ class StoreTest : public testing::Test {
     std::string refused(SchemaSteps steps = schema_steps()) {
         const auto before = folder_content(folder_.path());
         const std::string error = refusal_of([&] { open(steps); });
-        auto after = folder_content(folder_.path());
-        if (!before.contains("state.lock"))
-            after.erase("state.lock");
-        EXPECT_EQ(before, after) << "the files were touched";
+        EXPECT_EQ(before, folder_content(folder_.path())) << "the files were touched";
         EXPECT_FALSE(error.empty());
         EXPECT_TRUE(contains(error, folder_ / "switch.db")) << error;
         return error;
@@ -63,6 +60,15 @@ class StoreTest : public testing::Test {
 
     TemporaryFolder folder_;
 };
+
+// Copies the database with its write-ahead log as a crash would have left them.
+void crash_with(const std::string &folder, const std::string &other, const std::string &sql) {
+    SQLite::Database database(folder + "/switch.db", SQLite::OPEN_READWRITE);
+    database.exec("PRAGMA wal_autocheckpoint = 0");
+    database.exec(sql);
+    std::filesystem::copy(folder + "/switch.db", other + "/switch.db");
+    std::filesystem::copy(folder + "/switch.db-wal", other + "/switch.db-wal");
+}
 
 TEST_F(StoreTest, everything_survives_a_restart) {
     const SwitchData data = sample();
@@ -114,7 +120,7 @@ TEST_F(StoreTest, creation_that_runs_out_of_space_leaves_no_database) {
     }
     signal(SIGXFSZ, former_action);
     EXPECT_TRUE(contains(error, "Cannot write the database")) << error;
-    EXPECT_EQ(folder_content(folder_.path()).size(), 1u) << "only the lock file";
+    EXPECT_TRUE(folder_content(folder_.path()).empty());
     create();
     EXPECT_EQ(open().vsans.size(), 2u) << "and the next start succeeds";
 }
@@ -124,11 +130,131 @@ TEST_F(StoreTest, second_daemon_on_the_state_folder_is_refused) {
     EXPECT_TRUE(contains(refusal_of([&] { Store second(folder_.path()); }), "Another vswitchd"));
 }
 
+TEST_F(StoreTest, second_daemon_is_refused_whatever_is_removed_from_the_state_folder) {
+    Store first(folder_.path());
+    first.create(sample());
+    first.open();
+    for (const auto &entry : std::filesystem::directory_iterator(folder_.path()))
+        std::filesystem::remove(entry.path());
+    EXPECT_TRUE(contains(refusal_of([&] { Store second(folder_.path()); }), "Another vswitchd"));
+}
+
+TEST_F(StoreTest, database_that_another_program_has_open_is_not_served) {
+    create();
+    SQLite::Database other(folder_ / "switch.db", SQLite::OPEN_READWRITE);
+    other.execAndGet("SELECT count(*) FROM vsan");
+    EXPECT_TRUE(contains(refusal_of([&] { open(); }), "locked"));
+}
+
+TEST_F(StoreTest, log_of_a_database_that_is_gone_does_not_reach_the_next_one) {
+    create();
+    TemporaryFolder crashed;
+    crash_with(folder_.path(), crashed.path(), "UPDATE vsan SET name = 'late' WHERE id = 10");
+    const std::string log = file_content(crashed / "switch.db-wal");
+    std::filesystem::remove(crashed / "switch.db");
+    Store store(crashed.path());
+    store.create(empty_configuration());
+    EXPECT_EQ(store.open(), empty_configuration());
+    EXPECT_EQ(file_content(crashed / "switch.db-wal.old"), log);
+}
+
+// An open database, and somebody else's hands on its files.
+class StoreTampering : public StoreTest {
+  protected:
+    StoreTampering() {
+        create();
+        store_ = std::make_unique<Store>(folder_.path());
+        data_ = store_->open();
+        EXPECT_TRUE(set_latency(100));
+    }
+
+    bool set_latency(std::uint32_t milliseconds) {
+        Change change;
+        change.settings = data_.settings;
+        change.settings->switch_latency = milliseconds;
+        if (!store_->write(change, data_))
+            return false;
+        data_.settings = *change.settings;
+        return true;
+    }
+
+    std::string database_ = folder_ / "switch.db";
+    std::string log_ = folder_ / "switch.db-wal";
+    std::unique_ptr<Store> store_;
+    SwitchData data_;
+};
+
+TEST_F(StoreTampering, index_of_the_log_is_no_file_that_others_can_cut_off) {
+    EXPECT_TRUE(std::filesystem::exists(log_));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "switch.db-shm"));
+}
+
+TEST_F(StoreTampering, change_is_refused_while_a_file_is_away_and_accepted_when_it_is_back) {
+    for (const std::string &file : {database_, log_}) {
+        std::filesystem::rename(file, folder_ / "away");
+        testing::internal::CaptureStdout();
+        EXPECT_FALSE(set_latency(200)) << file;
+        EXPECT_FALSE(set_latency(300)) << file;
+        const std::string said = testing::internal::GetCapturedStdout();
+        const auto complaint = said.find("was removed, replaced or written by somebody else");
+        ASSERT_NE(complaint, std::string::npos) << said;
+        EXPECT_EQ(said.find("somebody else", complaint + 60), std::string::npos) << "said once: " << said;
+        std::filesystem::rename(folder_ / "away", file);
+        EXPECT_TRUE(set_latency(400)) << file;
+        EXPECT_TRUE(set_latency(100)) << file;
+    }
+    store_.reset();
+    EXPECT_EQ(open(), data_);
+}
+
+TEST_F(StoreTampering, change_is_refused_once_another_file_is_in_the_place) {
+    for (const std::string &file : {database_, log_}) {
+        std::filesystem::copy(file, folder_ / "copy");
+        std::filesystem::rename(file, folder_ / "away");
+        std::filesystem::rename(folder_ / "copy", file);
+        EXPECT_FALSE(set_latency(200)) << file;
+        std::filesystem::rename(folder_ / "away", file);
+        EXPECT_TRUE(set_latency(100)) << file;
+    }
+}
+
+TEST_F(StoreTampering, change_is_refused_once_a_file_was_cut_off) {
+    for (const std::string &file : {log_, database_}) {
+        const auto size = std::filesystem::file_size(file);
+        for (const std::uintmax_t left : {std::uintmax_t{0}, size / 2, size - 1}) {
+            std::filesystem::resize_file(file, left);
+            EXPECT_FALSE(set_latency(200)) << file << " of " << left << " bytes";
+        }
+    }
+}
+
+TEST_F(StoreTampering, change_is_refused_once_somebody_has_written_a_file_in_its_place) {
+    for (const std::string &file : {log_, database_}) {
+        const std::string content = file_content(file);
+        const auto written = std::filesystem::last_write_time(file);
+        do // until the clock of the file system has moved on
+            write_file(file, content);
+        while (std::filesystem::last_write_time(file) == written);
+        EXPECT_FALSE(set_latency(200)) << file;
+    }
+}
+
+TEST_F(StoreTampering, files_of_others_are_left_alone_at_the_end) {
+    std::filesystem::remove(database_);
+    std::filesystem::remove(log_);
+    write_file(database_, "a backup");
+    write_file(log_, "and its log");
+    const auto before = folder_content(folder_.path());
+    EXPECT_FALSE(set_latency(200));
+    store_.reset();
+    EXPECT_EQ(folder_content(folder_.path()), before);
+}
+
 TEST_F(StoreTest, state_folder_that_cannot_be_written_is_refused) {
     write_file(folder_ / "file", "");
     EXPECT_TRUE(contains(refusal_of([&] { ensure_directory(folder_ / "file/state", "state folder"); }),
                          "Cannot make the state folder"));
-    EXPECT_TRUE(contains(refusal_of([&] { Store store(folder_ / "missing"); }), "Cannot write"));
+    EXPECT_TRUE(contains(refusal_of([&] { Store store(folder_ / "missing"); }), "Cannot open"));
 }
 
 constexpr char added_column[] = "ALTER TABLE vsan ADD COLUMN test INTEGER NOT NULL DEFAULT 7";
@@ -144,9 +270,11 @@ TEST_F(StoreTest, older_schema_is_migrated_and_keeps_its_data) {
     const SwitchData before = open();
     const auto steps = steps_with(added_column);
     EXPECT_EQ(open(steps), before);
-    SQLite::Database database(folder_ / "switch.db");
-    EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), static_cast<int>(steps.size()));
-    EXPECT_EQ(database.execAndGet("SELECT test FROM vsan WHERE id = 10").getInt(), 7);
+    {
+        SQLite::Database database(folder_ / "switch.db");
+        EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), static_cast<int>(steps.size()));
+        EXPECT_EQ(database.execAndGet("SELECT test FROM vsan WHERE id = 10").getInt(), 7);
+    }
     EXPECT_EQ(open(steps), before) << "and is not migrated twice";
 }
 
@@ -166,15 +294,6 @@ TEST_F(StoreTest, newer_schema_is_refused_untouched) {
     EXPECT_TRUE(contains(error, "move the file away")) << error;
 }
 
-// Copies the database with its write-ahead log as a crash would have left them.
-void crash_with(const std::string &folder, const std::string &other, const std::string &sql) {
-    SQLite::Database database(folder + "/switch.db", SQLite::OPEN_READWRITE);
-    database.exec("PRAGMA wal_autocheckpoint = 0");
-    database.exec(sql);
-    std::filesystem::copy(folder + "/switch.db", other + "/switch.db");
-    std::filesystem::copy(folder + "/switch.db-wal", other + "/switch.db-wal");
-}
-
 TEST_F(StoreTest, newer_schema_that_stands_only_in_the_log_is_refused_untouched) {
     create();
     TemporaryFolder crashed;
@@ -185,9 +304,7 @@ TEST_F(StoreTest, newer_schema_that_stands_only_in_the_log_is_refused_untouched)
         store.open();
     });
     EXPECT_TRUE(contains(error, "schema 99")) << error;
-    auto after = folder_content(crashed.path());
-    after.erase("state.lock");
-    EXPECT_EQ(before, after);
+    EXPECT_EQ(before, folder_content(crashed.path()));
 }
 
 TEST_F(StoreTest, change_that_stands_only_in_the_log_is_not_lost) {

@@ -14,16 +14,21 @@
 #include <optional>
 #include <poll.h>
 #include <string>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "configuration.h"
-#include "frames.h"
+#include "contract/attributes.h"
+#include "contract/frames.h"
+#include "contract/run_directory.h"
+#include "contract/status_codes.h"
+#include "model/configuration.h"
+#include "model/refusal.h"
 #include "mts.h"
-#include "mts/mts_wire.h"
-#include "services.h"
-#include "syserr/status_codes.h"
+#include "network/frames.h"
+#include "services/records.h"
+#include "services/services.h"
 
 namespace vswitch_test {
 
@@ -42,8 +47,8 @@ inline std::uint32_t word(Bytes bytes, std::size_t offset) {
 }
 
 inline Buffer vsan_block(std::uint32_t id) {
-    Buffer block(vswitch::vsan_block_size);
-    vswitch::store_word(block, vswitch::vsan_record_offset, id);
+    Buffer block(VSAN_BLOCK_SIZE);
+    vswitch::store_word(block, VSAN_RECORD_AT, id);
     return block;
 }
 
@@ -180,6 +185,13 @@ class Client {
     bool has_input() const {
         pollfd state{socket_, POLLIN, 0};
         return poll(&state, 1, 0) == 1;
+    }
+
+    // How many bytes have come that were not received.
+    size_t waiting_bytes() const {
+        int bytes = 0;
+        ioctl(socket_, FIONREAD, &bytes);
+        return static_cast<size_t>(bytes);
     }
 
     // Up to `size` bytes; fewer when the daemon closed the connection.

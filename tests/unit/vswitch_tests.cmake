@@ -21,9 +21,12 @@ add_executable(
   vswitch_memory_hostile_test.cpp
   vswitch_memory_test.cpp
   vswitch_requests_test.cpp
+  vswitch_rooms_test.cpp
   vswitch_server_test.cpp
   vswitch_store_test.cpp)
 target_link_libraries(vswitch_test PRIVATE vswitch_core GTest::gtest_main SQLiteCpp fmt::fmt Threads::Threads)
+# Which file includes which is read in the sources.
+target_compile_definitions(vswitch_test PRIVATE SWITCH_SOURCES="${PROJECT_SOURCE_DIR}/virtual_switch")
 # The daemon is started from the folder that the test itself is in.
 add_dependencies(vswitch_test vswitchd)
 # Parameters are texts that do not make test names.

@@ -240,4 +240,16 @@ TEST_F(WriteShortage, TheRowStatusTracesACopyThatCannotBeListed) {
     EXPECT_EQ(agent.records_held.size(), 0u);
 }
 
+TEST_F(WriteShortage, NoMemoryIsAGeneralErrorInReserve1ForTheRowStatusAndInReserve2ForAnotherColumn) {
+    for (const varbind &row_status : {row_status_of(99, row_create_and_go), row_status_of(10, row_destroy)}) {
+        agent.allocations_before_failure = 0;
+        EXPECT_EQ(set_pdu({row_status}).phase(RESERVE1_PHASE).error, 5);
+    }
+    set_pdu column({name_of(10, "new")});
+    EXPECT_EQ(column.phase(RESERVE1_PHASE).error, 0);
+    agent.allocations_before_failure = 0;
+    EXPECT_EQ(column.phase(RESERVE2_PHASE).error, 5);
+    EXPECT_EQ(platform.errors_set, (errors{{1, 584}, {1, 584}, {1, 584}}));
+}
+
 } // namespace

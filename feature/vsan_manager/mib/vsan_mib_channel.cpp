@@ -1,9 +1,14 @@
 // The request channel to the switch's managers: the exchanges that several objects
 // share, and what a failed one becomes.
 
-#include "vsan_mib.h"
+#include "vsan_mib_channel.h"
+#include "vsan_mib_exports.h"
+#include "vsan_mib_never.h"
+#include "vsan_mib_state.h"
 #include "vsan_mib_trace.h"
 
+#include "mts.h"
+#include "netsnmpagent_oryx.h"
 #include "syserr.h"
 #include "tdx.h"
 
@@ -26,91 +31,77 @@ uint32_t reply_word(const void *reply, size_t word) {
     return ntohl(value);
 }
 
-// How many bytes get_using_cmi needs of the reply to an opcode; 0 for an opcode that
-// it does not serve.
-uint32_t scalar_reply_length(uint32_t opcode) {
-    switch (opcode) {
-    case OPCODE_VSAN_NUMBER:
-    case OPCODE_VSAN_IF_NUMBER:
-    case OPCODE_INORDER_DELIVERY:
-        return 4;
-    case OPCODE_VSAN_TABLE_LAST_CHANGE:
-    case OPCODE_FC_TIMER:
-    case OPCODE_LATENCY:
-        return 8;
-    default:
-        return 0;
+// What becomes of the reply to a scalar's opcode.
+struct scalar_reply {
+    uint32_t opcode;
+    uint32_t length; // bytes that are needed
+    size_t word;     // the value's place
+    uint32_t *cell;  // where it is kept for the agent
+    const char *text;
+};
+
+constexpr scalar_reply scalar_replies[] = {
+    {OPCODE_VSAN_NUMBER, 4, 0, &count_cell, "%s : Recevied GET response  for VSANNUMBER/VSANIFNUMBER = %d\n"},
+    {OPCODE_VSAN_IF_NUMBER, 4, 0, &count_cell, "%s : Recevied GET response  for VSANNUMBER/VSANIFNUMBER = %d\n"},
+    // A time, which takes more than a swap.
+    {OPCODE_VSAN_TABLE_LAST_CHANGE, 8, 0, &value_cell, nullptr},
+    {OPCODE_FC_TIMER, 8, 1, &value_cell, "%s : Recevied GET response  for FCTIMER stuff = %d\n"},
+    {OPCODE_LATENCY, 8, 1, &value_cell, "%s : Recevied GET response  for FCLATENCY stuff = %d\n"},
+    {OPCODE_INORDER_DELIVERY, 4, 0, &value_cell, "%s : Recevied GET response  for INORDERDELIVERY stuff = %d\n"},
+};
+
+// The row of an opcode, or null for one that get_using_cmi does not serve.
+const scalar_reply *find_reply(uint32_t opcode) {
+    for (const scalar_reply &row : scalar_replies) {
+        if (row.opcode == opcode) {
+            return &row;
+        }
     }
+    return nullptr;
 }
 
-// The agent's uptime in hundredths of a second when the clock showed this time.
-uint32_t uptime_at(timeval time) {
-    return static_cast<uint32_t>(netsnmp_timeval_uptime(&time));
+// The agent's uptime in hundredths of a second when the clock showed this time. Negative, as
+// the long that the agent counts in, when that was before its start; in 32 bits the sign
+// also turns over 248 days from the start, either way.
+long uptime_at(timeval time) {
+    return static_cast<long>(netsnmp_timeval_uptime(&time));
 }
 
-// Whether that uptime is negative, as a signed number of 32 bits. The agent computes with
-// unsigned numbers, whose sign turns over every 248 days: only the times themselves tell
-// one long before its start from one after it.
-bool is_negative_uptime(timeval time) {
-    const auto *start = static_cast<const timeval *>(netsnmp_get_agent_starttime());
-    const int64_t since_start =
-        (int64_t{time.tv_sec} - start->tv_sec) * 1000000 + (int64_t{time.tv_usec} - start->tv_usec);
-    return since_start < 0 || since_start / 10000 > INT32_MAX;
+// Takes the time of the last change out of a reply of sufficient length.
+uint32_t *last_change(const char *function, const void *reply) {
+    const uint32_t seconds = reply_word(reply, 0);
+    const uint32_t microseconds = reply_word(reply, 1);
+    const timeval change = {static_cast<time_t>(seconds), static_cast<suseconds_t>(microseconds)};
+    const long uptime = uptime_at(change);
+    count_cell = static_cast<uint32_t>(uptime);
+    value_cell = uptime < 0 ? 0 : count_cell;
+    VSAN_TRACE(TRACE_EVENT, "%s : Recevied GET response  for VSANTABLELASTCHANGE (tvsec = %d, tvusec = %d) = %d\n",
+               function, static_cast<int>(seconds), static_cast<int>(microseconds), static_cast<int>(value_cell));
+    return &value_cell;
 }
 
 // Takes a scalar's value out of a reply of sufficient length.
-uint32_t *scalar_value(const char *function, uint32_t opcode, const void *reply) {
-    switch (opcode) {
-    case OPCODE_VSAN_NUMBER:
-    case OPCODE_VSAN_IF_NUMBER:
-        count_cell = reply_word(reply, 0);
-        VSAN_TRACE(TRACE_EVENT, "%s : Recevied GET response  for VSANNUMBER/VSANIFNUMBER = %d\n", function,
-                   static_cast<int>(count_cell));
-        return &count_cell;
-    case OPCODE_VSAN_TABLE_LAST_CHANGE: {
-        const uint32_t seconds = reply_word(reply, 0);
-        const uint32_t microseconds = reply_word(reply, 1);
-        const timeval change = {static_cast<time_t>(seconds), static_cast<suseconds_t>(microseconds)};
-        count_cell = uptime_at(change);
-        value_cell = is_negative_uptime(change) ? 0 : count_cell;
-        VSAN_TRACE(TRACE_EVENT, "%s : Recevied GET response  for VSANTABLELASTCHANGE (tvsec = %d, tvusec = %d) = %d\n",
-                   function, static_cast<int>(seconds), static_cast<int>(microseconds), static_cast<int>(value_cell));
-        return &value_cell;
+uint32_t *scalar_value(const char *function, const scalar_reply &row, const void *reply) {
+    if (row.opcode == OPCODE_VSAN_TABLE_LAST_CHANGE) {
+        return last_change(function, reply);
     }
-    case OPCODE_FC_TIMER:
-        value_cell = reply_word(reply, 1);
-        VSAN_TRACE(TRACE_EVENT, "%s : Recevied GET response  for FCTIMER stuff = %d\n", function,
-                   static_cast<int>(value_cell));
-        return &value_cell;
-    case OPCODE_LATENCY:
-        value_cell = reply_word(reply, 1);
-        VSAN_TRACE(TRACE_EVENT, "%s : Recevied GET response  for FCLATENCY stuff = %d\n", function,
-                   static_cast<int>(value_cell));
-        return &value_cell;
-    case OPCODE_INORDER_DELIVERY:
-        value_cell = reply_word(reply, 0);
-        VSAN_TRACE(TRACE_EVENT, "%s : Recevied GET response  for INORDERDELIVERY stuff = %d\n", function,
-                   static_cast<int>(value_cell));
-        return &value_cell;
-    default:
-        return nullptr;
-    }
+    *row.cell = reply_word(reply, row.word);
+    VSAN_TRACE(TRACE_EVENT, row.text, function, static_cast<int>(*row.cell));
+    return row.cell;
 }
 
 } // namespace
 
 extern "C" {
 
-/*
- * Reads one scalar from the VSAN manager.
- *
- * opcode   which scalar
- * payload  request record in network order, or null
- * length   the payload's length in bytes; a length word goes out without payload too
- *
- * Returns the value in host order in static storage, which the next call overwrites,
- * or null when the exchange failed in any way. last_manager_status holds its status.
- */
+// Reads one scalar from the VSAN manager.
+//
+// opcode   which scalar
+// payload  request record in network order, or null
+// length   the payload's length in bytes; a length word goes out without payload too
+//
+// Returns the value in host order in static storage, which the next call overwrites,
+// or null when the exchange failed in any way. last_manager_status holds its status.
 uint32_t *get_using_cmi(uint32_t opcode, const void *payload, uint32_t length) {
     uint32_t tdx_enabled = 0;
     uint32_t show_run_mode = 0;
@@ -128,23 +119,22 @@ uint32_t *get_using_cmi(uint32_t opcode, const void *payload, uint32_t length) {
         cmi_req_resp(opcode, kind, payload, &reply, &length, nullptr, 0, MANAGER_SAP_VSAN, mts_response_q, WAIT_TABLE);
 
     uint32_t *value = nullptr;
-    if (last_manager_status == 0 && reply != nullptr) {
-        const uint32_t needed = scalar_reply_length(opcode);
-        if (length >= needed)
-            value = scalar_value(__func__, opcode, reply);
-        else
+    const scalar_reply *row = find_reply(opcode);
+    if (last_manager_status == 0 && reply != nullptr && row != nullptr) {
+        if (length >= row->length) {
+            value = scalar_value(__func__, *row, reply);
+        } else {
             VSAN_TRACE(TRACE_FAILURE, "%s(%d) reply to opcode %u too short: %u bytes\n", __func__, __LINE__, opcode,
                        length);
+        }
     }
     free(reply);
     return value;
 }
 
-/*
- * Maps a failed request's status to the SNMP error status that a write method
- * returns. `mode` 3 tells names that do not fit apart as inconsistentName; any other
- * mode calls them noSuchName.
- */
+// Maps a failed request's status to the SNMP error status that a write method
+// returns. `mode` 3 tells names that do not fit apart as inconsistentName; any other
+// mode calls them noSuchName.
 int to_snmp_error_code(uint32_t status, int mode) {
     VSAN_TRACE(TRACE_EVENT, "%s(%d) \n", __func__, __LINE__);
     switch (status) {
@@ -160,6 +150,11 @@ int to_snmp_error_code(uint32_t status, int mode) {
 }
 
 } // extern "C"
+
+uint32_t scalar_reply_length(uint32_t opcode) {
+    const scalar_reply *row = find_reply(opcode);
+    return VSAN_NEVER(row == nullptr, "every scalar has its row") ? 0 : row->length;
+}
 
 namespace {
 
@@ -217,18 +212,4 @@ int out_of_resources() {
 
 const char *manager_error_text(uint32_t status) {
     return status == STATUS_IN_ERRNO ? strerror(errno) : syserr_format(status);
-}
-
-uint32_t integer_value(const u_char *value, size_t length) {
-    if (length == sizeof(long) && sizeof(long) > sizeof(uint32_t)) {
-        long wide;
-        memcpy(&wide, value, sizeof wide);
-        const auto number = static_cast<int64_t>(wide);
-        if (number < INT32_MIN || number > static_cast<int64_t>(UINT32_MAX))
-            return UINT32_MAX;
-        return static_cast<uint32_t>(number);
-    }
-    uint32_t number = 0;
-    memcpy(&number, value, length < sizeof number ? length : sizeof number);
-    return number;
 }

@@ -1,6 +1,6 @@
 // The manager's enumerations as value and name, looked up both ways.
 
-#include "vsan_mib.h"
+#include "vsan_mib_exports.h"
 
 #include <strings.h>
 
@@ -13,16 +13,18 @@ struct enumeration_member {
 
 const char *find_name(const enumeration_member *member, int32_t value) {
     for (; member->name[0] != '\0'; ++member) {
-        if (member->value == value)
+        if (member->value == value) {
             return member->name;
+        }
     }
     return nullptr;
 }
 
 int32_t find_value(const enumeration_member *member, const char *name) {
     for (; member->name[0] != '\0'; ++member) {
-        if (strcasecmp(member->name, name) == 0)
+        if (strcasecmp(member->name, name) == 0) {
             return member->value;
+        }
     }
     return 0;
 }

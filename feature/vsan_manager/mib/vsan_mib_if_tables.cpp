@@ -2,9 +2,16 @@
 // VSAN manager) and on the membership summary (one row a pair of VSAN and interface,
 // from the port manager). Neither has a cache.
 
-#include "vsan_mib.h"
+#include "vsan_mib_channel.h"
+#include "vsan_mib_exports.h"
+#include "vsan_mib_names.h"
+#include "vsan_mib_objects.h"
+#include "vsan_mib_state.h"
 #include "vsan_mib_trace.h"
+#include "vsan_mib_visibility.h"
 
+#include "mts.h"
+#include "netsnmpagent_oryx.h"
 #include "pm.h"
 
 #include <cstdlib>
@@ -24,36 +31,64 @@ const char *kind_word(uint32_t kind) {
     return kind == GET_REQ ? "GET" : "GETNEXT";
 }
 
-// Whether the first arcs of a request OID, all there, are the column's.
-bool is_below(const oid *vp_name, size_t vp_namelen, const oid *name, size_t length) {
-    return length > vp_namelen && snmp_oid_compare(name, vp_namelen, vp_name, vp_namelen) == 0;
+// Asks the manager for the interface that the key in `record` asks for, into `record`. Returns
+// whether there is one; else the status of the lookup.
+bool query_interface(const char *function, uint32_t kind, vsanIfEntry &record, uint32_t &status) {
+    VSAN_TRACE(TRACE_EVENT, "%s : Sending  %s request to VSAN mgr with payload (size = %d) ifIndex = %d\n", function,
+               kind_word(kind), static_cast<int>(sizeof record), record.ifIndex);
+    vsanIfEntry request = record;
+    vsanIfEntry_hton(&request);
+    void *reply = nullptr;
+    uint32_t reply_length = sizeof request;
+    status = cmi_req_resp(OPCODE_IF_MEMBERSHIP, kind, &request, &reply, &reply_length, nullptr, 0, MANAGER_SAP_VSAN,
+                          mts_response_q, WAIT_TABLE);
+    if (status == 0 && reply != nullptr && reply_length < sizeof record) {
+        status = ENTRY_NO_INSTANCE;
+    }
+    if (status != 0 || reply == nullptr) {
+        // Before the trace, which may set errno itself.
+        const char *reason = manager_error_text(status);
+        VSAN_TRACE(TRACE_FAILURE, "%s(%d) : %s request failedfor ifIndex = %d with error : %s\n", function, __LINE__,
+                   kind_word(kind), record.ifIndex, reason);
+        free(reply);
+        return false;
+    }
+    memcpy(&record, reply, sizeof record);
+    free(reply);
+    vsanIfEntry_ntoh(&record);
+    VSAN_TRACE(TRACE_EVENT,
+               "%s(%d) : Received  %s response from VSAN mgr with payload (size = %d) ifIndex = %d vsanIfVsan = %d, "
+               "vsanIfDenyList=%d, vsanIfRowStatus=%d\n",
+               function, __LINE__, kind_word(kind), static_cast<int>(sizeof record), record.ifIndex, record.vsanIfVsan,
+               record.vsanIfDenyList, record.vsanIfRowStatus);
+    return true;
 }
 
-/*
- * Finds the pair after `name` whose VSAN is in `allowed`, into
- * vsanMembershipSummary_current. From a pair that is not permitted it jumps to the
- * next permitted VSAN; without an ifIndex arc the lookup starts before that VSAN's first
- * interface. Returns whether there is such a pair.
- */
+// Finds the pair after `name` whose VSAN is in `allowed`, into
+// vsanMembershipSummary_current. From a pair that is not permitted it jumps to the
+// next permitted VSAN; without an ifIndex arc the lookup starts before that VSAN's first
+// interface. Returns whether there is such a pair.
 bool next_allowed_pair(const variable *vp, oid *name, size_t *length, const allowed_vsan_list &allowed) {
-    uint32_t asked = 0;
-    if (is_below(vp->name, vp->namelen, name, *length))
-        asked = static_cast<uint32_t>(name[vp->namelen]);
+    const column_name column(vp);
+    uint32_t asked = is_below(column, name, *length) ? index_arc(column, name) : 0;
     for (;;) {
         if (header_vsanMembershipSummaryEntry(vp->name, vp->namelen, name, length, 0, &vsanMembershipSummary_current) !=
-            0)
+            0) {
             return false;
+        }
         uint32_t vsan = vsanMembershipSummary_current.vsanIndex;
-        if (snmp_is_vsan_allowed_in_list(vsan, allowed) != 0)
+        if (snmp_is_vsan_allowed_in_list(vsan, allowed) != 0) {
             return true;
+        }
         // A port manager that goes backwards would keep us here for ever.
-        if (vsan < asked)
+        if (vsan < asked) {
             return false;
-        if (snmp_get_next_allowed_vsan_in_list(&vsan, allowed) == 0)
+        }
+        if (snmp_get_next_allowed_vsan_in_list(&vsan, allowed) == 0) {
             return false;
+        }
         asked = vsan;
-        name[vp->namelen] = vsan;
-        *length = static_cast<size_t>(vp->namelen) + 1;
+        name_row(column, name, length, vsan);
     }
 }
 
@@ -61,120 +96,96 @@ bool next_allowed_pair(const variable *vp, oid *name, size_t *length, const allo
 
 extern "C" {
 
-/*
- * Looks up the interface that a request OID names (GET) or that follows it (GETNEXT).
- * Arguments and result as for header_vsanEntry; the row's key is the ifIndex.
- */
+// Looks up the interface that a request OID names (GET) or that follows it (GETNEXT).
+// Arguments and result as for header_vsanEntry; the row's key is the ifIndex.
 uint32_t header_vsanIfEntry(const oid *vp_name, size_t vp_namelen, oid *name, size_t *length, int exact,
                             vsanIfEntry *record) {
+    const column_name column(vp_name, vp_namelen);
+    uint32_t if_index;
+    const bool is_within = asked_index(column, name, *length, exact, INTERFACE_TABLE_END, if_index);
     *record = {};
-    if (exact != 0) {
-        if (*length == vp_namelen + 1)
-            record->ifIndex = static_cast<int32_t>(static_cast<uint32_t>(name[vp_namelen]));
-    } else if (is_below(vp_name, vp_namelen, name, *length)) {
-        record->ifIndex = static_cast<int32_t>(static_cast<uint32_t>(name[vp_namelen]));
-        // Nothing can follow the largest ifIndex.
-        if (static_cast<uint32_t>(record->ifIndex) == UINT32_MAX)
-            return ENTRY_NO_INSTANCE;
+    record->ifIndex = static_cast<int32_t>(if_index);
+    if (!is_within) {
+        return ENTRY_NO_INSTANCE;
     }
 
-    const uint32_t kind = exact != 0 ? GET_REQ : GETNEXT_REQ;
-    VSAN_TRACE(TRACE_EVENT, "%s : Sending  %s request to VSAN mgr with payload (size = %d) ifIndex = %d\n", __func__,
-               kind_word(kind), static_cast<int>(sizeof *record), record->ifIndex);
-    vsanIfEntry request = *record;
-    vsanIfEntry_hton(&request);
-    void *reply = nullptr;
-    uint32_t reply_length = sizeof request;
-    uint32_t status = cmi_req_resp(OPCODE_IF_MEMBERSHIP, kind, &request, &reply, &reply_length, nullptr, 0,
-                                   MANAGER_SAP_VSAN, mts_response_q, WAIT_TABLE);
-    if (status == 0 && reply != nullptr && reply_length < sizeof *record)
-        status = ENTRY_NO_INSTANCE;
-    if (status != 0 || reply == nullptr) {
-        // Before the trace, which may set errno itself.
-        const char *reason = manager_error_text(status);
-        VSAN_TRACE(TRACE_FAILURE, "%s(%d) : %s request failedfor ifIndex = %d with error : %s\n", __func__, __LINE__,
-                   kind_word(kind), record->ifIndex, reason);
-        free(reply);
+    uint32_t status;
+    if (!query_interface(__func__, exact != 0 ? GET_REQ : GETNEXT_REQ, *record, status)) {
         return status;
     }
-    memcpy(record, reply, sizeof *record);
-    free(reply);
-    vsanIfEntry_ntoh(record);
-    VSAN_TRACE(TRACE_EVENT,
-               "%s(%d) : Received  %s response from VSAN mgr with payload (size = %d) ifIndex = %d vsanIfVsan = %d, "
-               "vsanIfDenyList=%d, vsanIfRowStatus=%d\n",
-               __func__, __LINE__, kind_word(kind), static_cast<int>(sizeof *record), record->ifIndex,
-               record->vsanIfVsan, record->vsanIfDenyList, record->vsanIfRowStatus);
-
-    memcpy(name, vp_name, vp_namelen * sizeof *name);
-    name[vp_namelen] = static_cast<uint32_t>(record->ifIndex);
-    *length = vp_namelen + 1;
+    name_row(column, name, length, static_cast<uint32_t>(record->ifIndex));
     return 0;
 }
 
-/*
- * Says whether the user of the PDU in progress may read (operation 3) or move
- * (operation 1) an interface: 0 when they may. Moving also needs the VSAN it goes to.
- * A refusal for that VSAN's sake is recorded for the agent.
- */
+// Says whether the user of the PDU in progress may read (operation 3) or move
+// (operation 1) an interface: 0 when they may. Moving also needs the VSAN it goes to.
+// A refusal for that VSAN's sake is recorded for the agent.
 int process_for_vsan_restriction(uint32_t if_index, int operation, uint32_t vsan, const oid *name, size_t length,
                                  int pdu_type) {
     allowed_vsan_list allowed;
-    if (get_allowed_vsans(allowed, name, length, pdu_type) != 1)
+    if (get_allowed_vsans(allowed, name, length, pdu_type) != 1) {
         return 0;
+    }
     const int barred = intf_chk_vsan_role_allowed(if_index, operation, allowed);
-    if (barred != 0)
+    if (barred != 0) {
         return barred;
-    if (operation != IF_OPERATION_MOVE || snmp_is_vsan_allowed_subtree(vsan, name, length, pdu_type) != 0)
+    }
+    if (operation != IF_OPERATION_MOVE || snmp_is_vsan_allowed_subtree(vsan, name, length, pdu_type) != 0) {
         return 0;
+    }
     log_set_error(STATUS_VSAN_RESTRICTED_USER, LOG_NUMBER_RESOURCE);
     return SNMP_ERR_GENERR;
 }
 
-/*
- * The read handler of the interface table, called by the agent. Returns the column's
- * value in static storage or null. The write method is handed over for existing rows
- * only. The deny list is shown to everybody.
- */
+// The read handler of the interface table, called by the agent. Returns the column's
+// value in static storage or null. The write method is handed over for existing rows
+// only. The deny list is shown to everybody.
 u_char *get_vsanIfEntry(variable *vp, oid *name, size_t *length, int exact, size_t *var_len,
                         WriteMethod **write_method) {
     vsanIfEntry &row = vsanIfEntry_current;
-    if (header_vsanIfEntry(vp->name, vp->namelen, name, length, exact, &row) != 0)
+    if (header_vsanIfEntry(vp->name, vp->namelen, name, length, exact, &row) != 0) {
         return nullptr;
+    }
     set_if_table_set_methods(vp->magic, write_method);
 
-    switch (vp->magic) {
-    case VSANIFVSAN:
-        *var_len = sizeof row.vsanIfVsan;
-        if (process_for_vsan_restriction(static_cast<uint32_t>(row.ifIndex), IF_OPERATION_READ,
-                                         static_cast<uint32_t>(row.vsanIfVsan), name, *length, PDU_TYPE_GET) != 0)
-            return nullptr;
-        return reinterpret_cast<u_char *>(&row.vsanIfVsan);
-    case VSANIFDENYLIST:
-        *var_len = sizeof row.vsanIfDenyList;
-        return reinterpret_cast<u_char *>(&row.vsanIfDenyList);
-    default:
+    const vsan_object *column = find_object(vp->magic, object_table::interface);
+    if (column == nullptr) {
         snmp_set_detail("");
         return nullptr;
     }
+    *var_len = sizeof(uint32_t);
+    if (column->magic == VSANIFVSAN &&
+        process_for_vsan_restriction(static_cast<uint32_t>(row.ifIndex), IF_OPERATION_READ,
+                                     static_cast<uint32_t>(row.vsanIfVsan), name, *length, PDU_TYPE_GET) != 0) {
+        return nullptr;
+    }
+    return reinterpret_cast<u_char *>(&row) + column->place.at;
 }
 
-/*
- * Looks up the pair of VSAN and interface that a request OID names (GET) or that
- * follows it (GETNEXT). Arguments and result as for header_vsanEntry; the row's key is
- * two arcs, VSAN and ifIndex.
- */
+// Hands the agent the write method of an interface column: none for the deny list.
+// `write_method` stays as it is for anything else.
+void set_if_table_set_methods(int magic, WriteMethod **write_method) {
+    const vsan_object *column = find_object(magic, object_table::interface);
+    if (column != nullptr) {
+        *write_method = column->writer;
+    }
+}
+
+// Looks up the pair of VSAN and interface that a request OID names (GET) or that
+// follows it (GETNEXT). Arguments and result as for header_vsanEntry; the row's key is
+// two arcs, VSAN and ifIndex.
 uint32_t header_vsanMembershipSummaryEntry(const oid *vp_name, size_t vp_namelen, oid *name, size_t *length, int exact,
                                            vsanMembershipSummary_row *row) {
     *row = {};
     uint32_t vsan = 0;
     uint32_t if_index = 0;
     uint8_t is_static = 0;
-    const bool has_both = *length == vp_namelen + 2;
-    if (exact != 0 ? has_both : is_below(vp_name, vp_namelen, name, *length)) {
-        vsan = static_cast<uint32_t>(name[vp_namelen]);
-        if (*length > vp_namelen + 1)
-            if_index = static_cast<uint32_t>(name[vp_namelen + 1]);
+    // A GET names both; a GETNEXT may name the VSAN alone, and has no end but the port manager's.
+    const column_name column(vp_name, vp_namelen);
+    const bool has_second = *length > vp_namelen + 1;
+    if (exact != 0 ? *length == vp_namelen + 2 : is_below(column, name, *length)) {
+        vsan = index_arc(column, name);
+        if_index = has_second ? index_arc(column, name, 1) : 0;
     }
 
     const uint32_t kind = exact != 0 ? GET_REQ : GETNEXT_REQ;
@@ -196,38 +207,37 @@ uint32_t header_vsanMembershipSummaryEntry(const oid *vp_name, size_t vp_namelen
     VSAN_TRACE(TRACE_EVENT, "%s : Recd resp for %s req for vsanIndex=%d, ifIndex = %d, is_static %d \n", __func__,
                kind_word(kind), static_cast<int>(vsan), static_cast<int>(if_index), is_static);
 
-    memcpy(name, vp_name, vp_namelen * sizeof *name);
-    name[vp_namelen] = vsan;
-    name[vp_namelen + 1] = if_index;
-    *length = vp_namelen + 2;
+    name_pair(column, name, length, vsan, if_index);
     return 0;
 }
 
-/*
- * The read handler of the membership summary, called by the agent. Returns the
- * column's value in static storage or null.
- */
+// The read handler of the membership summary, called by the agent. Returns the
+// column's value in static storage or null.
 u_char *get_vsanMembershipSummaryEntry(variable *vp, oid *name, size_t *length, int exact, size_t *var_len,
                                        WriteMethod **) {
     vsanMembershipSummary_row &row = vsanMembershipSummary_current;
     allowed_vsan_list allowed;
     const bool is_restricted = get_allowed_vsans(allowed, name, *length, PDU_TYPE_GET) != 0;
     if (is_restricted && exact == 0) {
-        if (!next_allowed_pair(vp, name, length, allowed))
+        if (!next_allowed_pair(vp, name, length, allowed)) {
             return nullptr;
+        }
     } else {
-        if (header_vsanMembershipSummaryEntry(vp->name, vp->namelen, name, length, exact, &row) != 0)
+        if (header_vsanMembershipSummaryEntry(vp->name, vp->namelen, name, length, exact, &row) != 0) {
             return nullptr;
-        if (is_restricted && snmp_is_vsan_allowed_in_list(summary_get_vsan, allowed) == 0)
+        }
+        if (is_restricted && snmp_is_vsan_allowed_in_list(summary_get_vsan, allowed) == 0) {
             return nullptr;
+        }
     }
 
-    if (vp->magic != VSANMEMBERSHIPSUMMARYIFINDEX) {
+    const vsan_object *column = find_object(vp->magic, object_table::membership);
+    if (column == nullptr) {
         snmp_set_detail("");
         return nullptr;
     }
     *var_len = sizeof row.ifIndex;
-    return reinterpret_cast<u_char *>(&row) + offsetof(vsanMembershipSummary_row, ifIndex);
+    return reinterpret_cast<u_char *>(&row) + column->place.at;
 }
 
 } // extern "C"

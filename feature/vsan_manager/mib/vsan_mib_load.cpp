@@ -1,6 +1,6 @@
 // What happens when the shared object is loaded and unloaded, whoever does it.
 
-#include "vsan_mib.h"
+#include "vsan_mib_exports.h"
 
 #include <cstdio>
 

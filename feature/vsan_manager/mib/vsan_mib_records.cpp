@@ -1,6 +1,6 @@
 // Byte order, keys and defaults of the wire records.
 
-#include "vsan_mib.h"
+#include "vsan_mib_exports.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -15,10 +15,12 @@ void swap_word(int32_t &word) {
 // The order of keyed lists: the sign is the reverse of the usual three-way
 // comparison, and the list library orders by it.
 int compare_keys(const int32_t *a, const int32_t *b) {
-    if (a == nullptr || b == nullptr)
+    if (a == nullptr || b == nullptr) {
         return -1;
-    if (*a == *b)
+    }
+    if (*a == *b) {
         return 0;
+    }
     return *a < *b ? 1 : -1;
 }
 
@@ -57,7 +59,7 @@ void vsanIfEntry_ntoh(vsanIfEntry *entry) {
     vsanIfEntry_hton(entry);
 }
 
-// Swaps the three words of a received timer record, in place.
+// Swaps the three words of a timer record, in place; it does for a request as for a reply.
 void vsanNewFcTimer_ntoh(fc_timer_record *record) {
     record->key = ntohl(record->key);
     record->value = ntohl(record->value);

@@ -1,156 +1,205 @@
 // The pending and undo lists: columns of one VSAN that arrive in one PDU are folded
 // into one pending record, which goes to the manager once.
 
-#include "vsan_mib.h"
+#include "vsan_mib_staging.h"
+#include "vsan_mib_channel.h"
+#include "vsan_mib_exports.h"
+#include "vsan_mib_names.h"
+#include "vsan_mib_never.h"
+#include "vsan_mib_objects.h"
+#include "vsan_mib_state.h"
 #include "vsan_mib_trace.h"
+#include "vsan_mib_values.h"
 
+#include "indxobj.h"
+#include "netsnmpagent_oryx.h"
 #include "syserr.h"
 
 #include <cstdlib>
 #include <cstring>
 
-namespace {
+indxobj_list vsanEntry_undo_list;
+indxobj_list vsanEntry_list;
 
-// Copies the manager's row over a record that may be on a list: its key stays.
-void refresh(vsanEntry &record, const vsanEntry &row, int32_t index) {
-    record = row;
-    record.vsanIndex = index;
+bool create_staging_lists() {
+    return indxobj_create(&vsanEntry_undo_list, 0, 1, vsanEntry_comp, 1) == INDXOBJ_CREATED &&
+           indxobj_create(&vsanEntry_list, 0, 1, vsanEntry_comp, 1) == INDXOBJ_CREATED;
 }
+
+void destroy_staging_lists() {
+    indxobj_destroy(&vsanEntry_list);
+    indxobj_destroy(&vsanEntry_undo_list);
+}
+
+vsanEntry *new_row() {
+    return static_cast<vsanEntry *>(calloc(1, sizeof(vsanEntry)));
+}
+
+vsanEntry *pending_row(const vsanEntry &key) {
+    return static_cast<vsanEntry *>(indxobj_find(&vsanEntry_list, &key, 0));
+}
+
+bool add_pending_row(vsanEntry *row) {
+    if (indxobj_add(&vsanEntry_list, row, row) != 0) {
+        return true;
+    }
+    free(row);
+    return false;
+}
+
+vsanEntry *take_pending_row(const vsanEntry &key) {
+    return static_cast<vsanEntry *>(indxobj_remove(&vsanEntry_list, &key));
+}
+
+undo_place find_undo_place(const vsanEntry &key) {
+    auto *kept = static_cast<vsanEntry *>(indxobj_find(&vsanEntry_undo_list, &key, 0));
+    return {kept != nullptr ? kept : new_row(), kept != nullptr};
+}
+
+void release_undo_place(const undo_place &place) {
+    if (!place.is_listed) {
+        free(place.record);
+    }
+}
+
+bool keep_undo_copy(const undo_place &place, const vsanEntry &row, int32_t vsan) {
+    *place.record = row;
+    place.record->vsanIndex = vsan;
+    if (place.is_listed || indxobj_add(&vsanEntry_undo_list, place.record, place.record) != 0) {
+        return true;
+    }
+    free(place.record);
+    return false;
+}
+
+vsanEntry *take_undo_copy(const vsanEntry &key) {
+    return static_cast<vsanEntry *>(indxobj_remove(&vsanEntry_undo_list, &key));
+}
+
+namespace {
 
 // Stores one varbind's value into the field that its column stands for.
 int store_value(vsanEntry &pending, int magic, const u_char *value, size_t length) {
-    const auto number = [&] { return static_cast<int32_t>(integer_value(value, length)); };
-    switch (magic) {
-    case VSANNAME: {
+    const vsan_object *column = find_object(magic, object_table::vsan);
+    if (column == nullptr || column->writer == nullptr) {
+        VSAN_TRACE(TRACE_EVENT, "%s(%d) *** InconsistantName! ***\n", "handle_onepdu_undo_vsanEntryList", __LINE__);
+        return SNMP_ERR_INCONSISTENTVALUE;
+    }
+    if (column->access == NETSNMP_OLDAPI_RONLY) {
+        return SNMP_ERR_NOTWRITABLE;
+    }
+    if (column->place.form == value_form::name) {
         // The writer has refused longer names; the field's end holds even so.
         const size_t bytes = length < sizeof pending.vsanName ? length : sizeof pending.vsanName - 1;
         memcpy(pending.vsanName, value, bytes);
         pending.vsanName[bytes] = '\0';
         return SNMP_ERR_NOERROR;
     }
-    case VSANMEDIATYPE:
-    case VSANMTU:
-        return SNMP_ERR_NOTWRITABLE;
-    case VSANADMINSTATE:
-        pending.vsanAdminState = number();
-        return SNMP_ERR_NOERROR;
-    case VSANLOADBALANCINGTYPE:
-        pending.vsanLoadBalancingType = number();
-        return SNMP_ERR_NOERROR;
-    case VSANROWSTATUS:
-        pending.vsanRowStatus = number();
-        return SNMP_ERR_NOERROR;
-    case VSANINTEROPERTYPE: {
-        const int32_t mode = number();
+    auto number = static_cast<int32_t>(integer_value(value, length));
+    if (column->place.form == value_form::interop_mode) {
         VSAN_TRACE(TRACE_EVENT, "%s(%d) vsan:%d InterMode:%d \n", "handle_onepdu_undo_vsanEntryList", __LINE__,
-                   pending.vsanIndex, mode);
-        pending.vsanInterOperMode = mode == 0 ? INTEROP_MODE_DEFAULT : mode;
-        return SNMP_ERR_NOERROR;
+                   pending.vsanIndex, number);
+        number = number == 0 ? INTEROP_MODE_DEFAULT : number;
     }
-    case VSANINORDERDELIVERY:
-        pending.vsanInorderDelivery = number();
-        return SNMP_ERR_NOERROR;
-    case VSANNETWORKDROPLATENCY:
-        pending.vsanNetworkDropLatency = static_cast<uint32_t>(number());
-        return SNMP_ERR_NOERROR;
-    default:
-        VSAN_TRACE(TRACE_EVENT, "%s(%d) *** InconsistantName! ***\n", "handle_onepdu_undo_vsanEntryList", __LINE__);
-        return SNMP_ERR_INCONSISTENTVALUE;
-    }
+    memcpy(reinterpret_cast<uint8_t *>(&pending) + column->place.at, &number, sizeof number);
+    return SNMP_ERR_NOERROR;
 }
 
-/*
- * Starts the staging of a VSAN: the manager's row becomes its undo copy and, but for
- * the two settings that only reach the manager when they are set, its pending record.
- * Gives the pending record, which is on its list, or null and an SNMP error status.
- */
+// Reads the manager's row of a VSAN that is to be staged. Gives an SNMP error status.
+int read_row(const char *function, const oid *name, size_t name_len, const vsanEntry &pending, vsanEntry &row) {
+    name_copy row_name(name, name_len);
+    const uint32_t status = header_vsanEntry(name, VSAN_COLUMN_LENGTH, row_name.arcs, &row_name.length, 1, &row);
+    if (status == 0) {
+        return SNMP_ERR_NOERROR;
+    }
+    VSAN_TRACE(TRACE_EVENT, "%s(%d) Ret_Code:%s \n", function, __LINE__, syserr2str(status));
+    VSAN_TRACE(TRACE_EVENT, "%s(%d) : No instance returned for UNDO (vsanIndex =%d,(row status = %d )\n", function,
+               __LINE__, pending.vsanIndex, pending.vsanRowStatus);
+    return to_snmp_error_code(status, SNMP_ERROR_MODE);
+}
+
+// Puts both records of a VSAN on their lists. They are the lists' or freed. Returns whether
+// they are there; the undo copy stays when only the pending list refuses.
+bool add_both(const char *function, vsanEntry *pending, const undo_place &undo, const vsanEntry &row) {
+    const int32_t vsan = pending->vsanIndex;
+    VSAN_TRACE(TRACE_EVENT, "%s(%d):  Adding UNDO entry (vsanIndex= %d to the vsanEntry_undo_list\n", function,
+               __LINE__, vsan);
+    if (!keep_undo_copy(undo, row, vsan)) {
+        free(pending);
+        VSAN_TRACE(TRACE_FAILURE, "%s(%d) No Mmory! \n", function, __LINE__);
+        return false;
+    }
+    VSAN_TRACE(TRACE_EVENT, "%s(%d): Ret_code:%s ***vsanEntry_undo_list added!***\n", function, __LINE__,
+               syserr2str(0));
+    VSAN_TRACE(TRACE_EVENT, "%s(%d): Adding entry vsanIndex %d, to vsanEntry_list\n", function, __LINE__, vsan);
+    return add_pending_row(pending);
+}
+
+// Starts the staging of a VSAN: the manager's row becomes its undo copy and, but for the two
+// settings that only reach the manager when they are set, its pending record. Gives the pending
+// record, which is on its list, or null and an SNMP error status.
 vsanEntry *start_staging(const char *function, const oid *name, size_t name_len, const vsanEntry &key, int &error) {
     VSAN_TRACE(TRACE_EVENT, "%s(%d) : Creating an entry (vsanIndex = %d) in vsanEntry_list\n", function, __LINE__,
                key.vsanIndex);
-
+    vsanEntry *pending = new_row();
+    const undo_place undo = find_undo_place(key);
     // Read into a record of our own: one on a list must never lose its key.
-    oid row_name[MAX_OID_LEN];
-    memcpy(row_name, name, name_len * sizeof *name);
-    size_t row_name_len = name_len;
     vsanEntry row;
-
-    auto *pending = static_cast<vsanEntry *>(calloc(1, sizeof(vsanEntry)));
-    auto *undo = static_cast<vsanEntry *>(indxobj_find(&vsanEntry_undo_list, &key, 0));
-    vsanEntry *new_undo = undo == nullptr ? static_cast<vsanEntry *>(calloc(1, sizeof(vsanEntry))) : nullptr;
-    if (pending == nullptr || (undo == nullptr && new_undo == nullptr)) {
-        free(pending);
-        free(new_undo);
+    if (pending == nullptr || undo.record == nullptr) {
         error = out_of_resources();
-        return nullptr;
+    } else {
+        pending->vsanIndex = key.vsanIndex;
+        error = read_row(function, name, name_len, *pending, row);
     }
-
-    const uint32_t status = header_vsanEntry(name, VSAN_COLUMN_LENGTH, row_name, &row_name_len, 1, &row);
-    if (status != 0) {
-        VSAN_TRACE(TRACE_EVENT, "%s(%d) Ret_Code:%s \n", function, __LINE__, syserr2str(status));
-        VSAN_TRACE(TRACE_EVENT, "%s(%d) : No instance returned for UNDO (vsanIndex =%d,(row status = %d )\n", function,
-                   __LINE__, key.vsanIndex, pending->vsanRowStatus);
+    if (error != SNMP_ERR_NOERROR) {
         free(pending);
-        free(new_undo);
-        error = to_snmp_error_code(status, SNMP_ERROR_MODE);
+        release_undo_place(undo);
         return nullptr;
     }
 
-    refresh(*pending, row, key.vsanIndex);
+    *pending = row;
+    pending->vsanIndex = key.vsanIndex;
     pending->vsanInorderDelivery = 0;
     pending->vsanNetworkDropLatency = 0;
-
-    VSAN_TRACE(TRACE_EVENT, "%s(%d):  Adding UNDO entry (vsanIndex= %d to the vsanEntry_undo_list\n", function,
-               __LINE__, key.vsanIndex);
-    if (undo != nullptr) {
-        // The row status has put its copy there in RESERVE1: one record serves both.
-        refresh(*undo, row, key.vsanIndex);
-    } else {
-        refresh(*new_undo, row, key.vsanIndex);
-        if (indxobj_add(&vsanEntry_undo_list, new_undo, new_undo) == 0) {
-            free(new_undo);
-            free(pending);
-            VSAN_TRACE(TRACE_FAILURE, "%s(%d) No Mmory! \n", function, __LINE__);
-            error = out_of_resources();
-            return nullptr;
-        }
-    }
-    VSAN_TRACE(TRACE_EVENT, "%s(%d): Ret_code:%s ***vsanEntry_undo_list added!***\n", function, __LINE__,
-               syserr2str(status));
-    VSAN_TRACE(TRACE_EVENT, "%s(%d): Adding entry vsanIndex %d, to vsanEntry_list\n", function, __LINE__,
-               key.vsanIndex);
-    if (indxobj_add(&vsanEntry_list, pending, pending) == 0) {
-        free(pending);
+    if (!add_both(function, pending, undo, row)) {
         error = out_of_resources();
         return nullptr;
     }
     return pending;
 }
 
+// Whether a row is being created and left to the row status, which sends it when all columns
+// are staged. The test looks at the last arc, the VSAN number, where the column was meant: a row
+// with number 9, that of the row status's column, goes out with its first column.
+bool waits_for_row_status(uint32_t arc, const vsanEntry &key) {
+    const vsanEntry *created = arc != 9 ? pending_row(key) : nullptr;
+    return created != nullptr && created->vsanRowStatus == SNMP_ROW_CREATEANDGO;
+}
+
 } // namespace
 
 extern "C" {
 
-/*
- * RESERVE2 of a column: stages one value.
- *
- * magic            the column
- * name, name_len   the varbind's OID
- * value, length    its value, of a type and length that RESERVE1 has accepted
- *
- * Returns an SNMP error status.
- */
+// RESERVE2 of a column: stages one value.
+//
+// magic            the column
+// name, name_len   the varbind's OID
+// value, length    its value, of a type and length that RESERVE1 has accepted
+//
+// Returns an SNMP error status.
 int handle_onepdu_undo_vsanEntryList(int magic, const oid *name, size_t name_len, const u_char *value, size_t length) {
     vsanEntry key;
-    if (!resolve_instance(name, name_len, key)) {
+    if (VSAN_NEVER(!resolve_instance(name, name_len, key), EXACT_NAMES_RESOLVE)) {
         VSAN_TRACE(TRACE_EVENT, "%s(%d) ***Return Inconsistname! ***\n", __func__, __LINE__);
         return SNMP_ERR_INCONSISTENTNAME;
     }
-    auto *pending = static_cast<vsanEntry *>(indxobj_find(&vsanEntry_list, &key, 0));
+    vsanEntry *pending = pending_row(key);
     if (pending == nullptr) {
         int error = SNMP_ERR_NOERROR;
         pending = start_staging(__func__, name, name_len, key, error);
-        if (pending == nullptr)
+        if (pending == nullptr) {
             return error;
+        }
     }
     if (value == nullptr) {
         log_set_error(MANAGER_NO_VALUE, LOG_NUMBER_REQUEST);
@@ -159,29 +208,20 @@ int handle_onepdu_undo_vsanEntryList(int magic, const oid *name, size_t name_len
     return store_value(*pending, magic, value, length);
 }
 
-/*
- * ACTION of a column: sends the VSAN's pending record, once a PDU. A row that is being
- * created is left to the row status, which sends it when all columns are staged. The
- * test of that looks at the last arc, the VSAN number: a row with number 9 goes out
- * with its first column.
- *
- * Returns an SNMP error status. The undo copy stays.
- */
+// ACTION of a column: sends the VSAN's pending record, once a PDU, unless the row status is
+// to send it. Returns an SNMP error status. The undo copy stays.
 int handle_set_vsanEntryList(const oid *name, size_t name_len) {
     vsanEntry key;
-    if (!resolve_instance(name, name_len, key)) {
+    if (VSAN_NEVER(!resolve_instance(name, name_len, key), EXACT_NAMES_RESOLVE)) {
         VSAN_TRACE(TRACE_EVENT, "%s(%d) *** InconsistantNAME! ***\n", __func__, __LINE__);
         return SNMP_ERR_INCONSISTENTNAME;
     }
-    if (name[name_len - 1] != 9) {
-        const auto *created = static_cast<vsanEntry *>(indxobj_find(&vsanEntry_list, &key, 0));
-        if (created != nullptr && created->vsanRowStatus == SNMP_ROW_CREATEANDGO) {
-            VSAN_TRACE(TRACE_EVENT, "%s(%d) Don't Create vsan %d yet! \n", __func__, __LINE__, key.vsanIndex);
-            return SNMP_ERR_NOERROR;
-        }
+    if (waits_for_row_status(last_arc(name, name_len), key)) {
+        VSAN_TRACE(TRACE_EVENT, "%s(%d) Don't Create vsan %d yet! \n", __func__, __LINE__, key.vsanIndex);
+        return SNMP_ERR_NOERROR;
     }
 
-    auto *pending = static_cast<vsanEntry *>(indxobj_remove(&vsanEntry_list, &key));
+    vsanEntry *pending = take_pending_row(key);
     VSAN_TRACE(TRACE_EVENT, "%s(%d) name_len:%d \n", __func__, __LINE__, static_cast<int>(name_len));
     if (pending == nullptr) {
         VSAN_TRACE(TRACE_EVENT, "%s(%d) : ***No need to send the SET request again for vsanIndex = %d  ***\n", __func__,
@@ -206,33 +246,29 @@ int handle_set_vsanEntryList(const oid *name, size_t name_len) {
     return SNMP_ERR_NOERROR;
 }
 
-/*
- * COMMIT and FREE: releases what is staged for the VSAN. Harmless when there is
- * nothing, so that every varbind of a row may call it. Returns an SNMP error status.
- */
+// COMMIT and FREE: releases what is staged for the VSAN. Harmless when there is
+// nothing, so that every varbind of a row may call it. Returns an SNMP error status.
 int handle_free_vsanEntryList(const oid *name, size_t name_len) {
     vsanEntry key;
-    if (!resolve_instance(name, name_len, key)) {
+    if (VSAN_NEVER(!resolve_instance(name, name_len, key), EXACT_NAMES_RESOLVE)) {
         VSAN_TRACE(TRACE_EVENT, "%s(%d) ***Return Inconsistname! ***\n", __func__, __LINE__);
         return SNMP_ERR_INCONSISTENTNAME;
     }
-    free(indxobj_remove(&vsanEntry_list, &key));
-    free(indxobj_remove(&vsanEntry_undo_list, &key));
+    free(take_pending_row(key));
+    free(take_undo_copy(key));
     return SNMP_ERR_NOERROR;
 }
 
-/*
- * Drops the VSAN's pending record and sends its undo copy back to the manager. No
- * writer calls it; other components of a switch may. Returns an SNMP error status.
- */
+// Drops the VSAN's pending record and sends its undo copy back to the manager. No
+// writer calls it; other components of a switch may. Returns an SNMP error status.
 int handle_undo_vsanEntryList(const oid *name, size_t name_len) {
     vsanEntry key;
-    if (!resolve_instance(name, name_len, key)) {
+    if (VSAN_NEVER(!resolve_instance(name, name_len, key), EXACT_NAMES_RESOLVE)) {
         VSAN_TRACE(TRACE_EVENT, "%s(%d) *** Return InConsistantname! *** \n", __func__, __LINE__);
         return SNMP_ERR_INCONSISTENTNAME;
     }
-    free(indxobj_remove(&vsanEntry_list, &key));
-    auto *undo = static_cast<vsanEntry *>(indxobj_remove(&vsanEntry_undo_list, &key));
+    free(take_pending_row(key));
+    vsanEntry *undo = take_undo_copy(key);
     if (undo == nullptr) {
         VSAN_TRACE(TRACE_EVENT, "%s : Could not get the entry for UNDO from UNDO list for instance vsanIndex = %d\n",
                    __func__, key.vsanIndex);

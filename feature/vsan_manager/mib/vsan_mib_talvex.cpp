@@ -1,9 +1,15 @@
 // Registration of the module's objects with the agent, and its two entries.
 
-#include "vsan_mib.h"
+#include "vsan_mib_exports.h"
+#include "vsan_mib_objects.h"
+#include "vsan_mib_registration.h"
+#include "vsan_mib_staging.h"
+
+#include "netsnmpagent_oryx.h"
 
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 const oid vsan_mib_variables_oid[vsan_mib_root_length] = {1, 3, 6, 1, 4, 1, VENDOR_PEN, 9, 282};
 
@@ -12,7 +18,7 @@ const oid vsan_mib_variables_oid[vsan_mib_root_length] = {1, 3, 6, 1, 4, 1, VEND
 // write method. The index vsanIndex (column 1) and column 7 are not registered.
 //
 // clang-format off
-const variable7 vsan_mib_variables[vsan_mib_variables_count] = {
+constexpr variable7 vsan_mib_variables[vsan_mib_variables_count] = {
     {VSANNUMBER,                   ASN_INTEGER,   NETSNMP_OLDAPI_RONLY,  get_vsan_mib,                   3, {1, 1, 1}},
     {VSANTABLELASTCHANGE,          ASN_TIMETICKS, NETSNMP_OLDAPI_RONLY,  get_vsan_mib,                   3, {1, 1, 2}},
     {VSANNAME,                     ASN_OCTET_STR, NETSNMP_OLDAPI_RWRITE, get_vsanEntry,                  5, {1, 1, 3, 1, 2}},
@@ -43,11 +49,34 @@ const variable7 vsan_mib_variables[vsan_mib_variables_count] = {
     {VSANFCTIMERFSTOV,             ASN_UNSIGNED,  NETSNMP_OLDAPI_RONLY,  get_vsanFcTimerEntry,           5, {1, 4, 8, 1, 5}},
 };
 // clang-format on
+
+namespace {
+
+constexpr FindVarMethod *reader_of(object_table table) {
+    constexpr FindVarMethod *readers[] = {get_vsan_mib, get_vsanEntry, get_vsanIfEntry, get_vsanMembershipSummaryEntry,
+                                          get_vsanFcTimerEntry};
+    return readers[static_cast<int>(table)];
+}
+
+// Whether the rows say what vsan_objects says, in the same order.
+constexpr bool fits_objects() {
+    for (size_t i = 0; i < vsan_mib_variables_count; ++i) {
+        const variable7 &row = vsan_mib_variables[i];
+        const vsan_object &object = vsan_objects[i];
+        const int arcs = object.table == object_table::scalar ? 3 : 5;
+        if (row.magic != object.magic || row.type != object.type || row.acl != object.access ||
+            row.findVar != reader_of(object.table) || row.namelen != arcs) {
+            return false;
+        }
+    }
+    return std::size(vsan_objects) == vsan_mib_variables_count;
+}
+static_assert(fits_objects());
+
+} // namespace
+
 static_assert(ASN_UNSIGNED == 0x42 && ASN_TIMETICKS == 0x43);
 static_assert(NETSNMP_OLDAPI_RONLY == 1 && NETSNMP_OLDAPI_RWRITE == 2);
-
-indxobj_list vsanEntry_undo_list;
-indxobj_list vsanEntry_list;
 
 namespace {
 
@@ -67,8 +96,9 @@ void unregister_vsan_mib() {
 
 // The agent's standard report of a failed registration, seen when its debugging is on.
 void debug_registration_failure(const char *function, int line) {
-    if (snmp_get_do_debugging() == 0)
+    if (snmp_get_do_debugging() == 0) {
         return;
+    }
     debugmsgtoken("trace", "%s(): %s, %d:\n", function, "vsan_mib_talvex", line);
     debugmsg("trace", "%s(): %s, %d:\n", function, "vsan_mib_talvex", line);
     debugmsgtoken("register_mib", "%s registration failed\n", "vsan_mib");
@@ -88,14 +118,14 @@ void init_vsan_mib(void) {
     // The agent copies what it keeps; its row type is only not declared const, and
     // variable7 is the short form of `variable`.
     if (register_mib("vsan_mib", reinterpret_cast<const variable *>(vsan_mib_variables), sizeof vsan_mib_variables[0],
-                     vsan_mib_variables_count, vsan_mib_variables_oid, vsan_mib_root_length) != MIB_REGISTERED_OK)
+                     vsan_mib_variables_count, vsan_mib_variables_oid, vsan_mib_root_length) != MIB_REGISTERED_OK) {
         debug_registration_failure(__func__, __LINE__);
+    }
 
     register_for_notification(EVENT_CLASS_VSAN_CONFIG, handle_notifications);
     register_for_notification(EVENT_CLASS_PORT_MEMBERSHIP, handle_port_memb_change_notifications);
 
-    if (indxobj_create(&vsanEntry_undo_list, 0, 1, vsanEntry_comp, 1) != INDXOBJ_CREATED ||
-        indxobj_create(&vsanEntry_list, 0, 1, vsanEntry_comp, 1) != INDXOBJ_CREATED) {
+    if (!create_staging_lists()) {
         unregister_vsan_mib();
         return;
     }
@@ -106,8 +136,7 @@ void init_vsan_mib(void) {
 void deinit_vsan_mib(void) {
     printf("DEBUG : ENTER %s \n", "deinit_vsan_mib");
     unregister_vsan_mib();
-    indxobj_destroy(&vsanEntry_list);
-    indxobj_destroy(&vsanEntry_undo_list);
+    destroy_staging_lists();
     unregister_for_notification(EVENT_CLASS_VSAN_CONFIG);
     unregister_for_notification(EVENT_CLASS_PORT_MEMBERSHIP);
     printf("DEBUG : EXIT %s \n", "deinit_vsan_mib");

@@ -1,4 +1,5 @@
 #include "vsan_mib_trace.h"
+#include "vsan_mib_never.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -35,8 +36,9 @@ void trace_text(uint32_t trace_class, const char *format, ...) {
     va_start(arguments, format);
     const int written = vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    if (written < 0)
+    if (VSAN_NEVER(written < 0, "no text has wide characters or more than INT_MAX bytes")) {
         return;
+    }
 
     if (history_wants(trace_class)) {
         history_event event;
@@ -46,6 +48,7 @@ void trace_text(uint32_t trace_class, const char *format, ...) {
         event.text[length] = '\0';
         sdwrap_hist_event(TRACE_MODULE_ID, static_cast<uint32_t>(length) + 5, &event);
     }
-    if (debug_output_wants(trace_class))
+    if (debug_output_wants(trace_class)) {
         buginf(sdwrap_dbg_modname, "%s", text);
+    }
 }

@@ -79,6 +79,7 @@ class Refused:
     @property
     def log(self):
         """What the agent's log has to say."""
+        assert self.code is not None
         return f"{TEXTS[self.code]} (0x{self.code:08x}) (status 0x{self.code:08x}, origin {self.origin})"
 
 

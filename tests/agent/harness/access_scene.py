@@ -92,7 +92,7 @@ class Scene:
 
     def __init__(self, collection, seed, count, is_distributed):
         draw = random.Random(seed)
-        self._recorded = 0
+        self._recorded = None
         self.where = f"--random-seed={seed} --random-roles={count}"
         self.model = random_model(draw)
         self.instances = sorted(self.model.walk())  # with those that have no value just now
@@ -157,13 +157,11 @@ class Scene:
 
     def new_history(self):
         """The failures that the agent has recorded since this was last asked for."""
-        (name,) = self.switch.operate("history.show")["histories"]
-        texts, is_more = [], True
-        while is_more:
-            page = self.switch.operate("history.show", name=name, after=self._recorded, **{"class": 100})
-            self._recorded, is_more = page["position"], page["more"]
-            texts += [record["text"] for record in page["records"]]
-        return texts
+        (history,) = self.tool.json("event-history", "--class", "failures")["histories"]
+        records = history["records"]
+        new = records[records.index(self._recorded) + 1:] if self._recorded in records else records
+        self._recorded = records[-1] if records else None
+        return [record["text"] for record in new]
 
     def state(self):
         """All that a SET could change: what the switch keeps, and the force flags."""

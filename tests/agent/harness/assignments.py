@@ -1,10 +1,12 @@
 """Assignments as a SET takes them: a name and an encoded value."""
 
+from collections.abc import Callable
+
 from . import ber
 from .oids import COLUMNS, cell
 
 ACTIVE, CREATE_AND_GO, DESTROY = 1, 4, 6
-ENCODE = {"i": ber.integer, "u": ber.gauge, "s": ber.octets}
+ENCODE: dict[str, Callable] = {"i": ber.integer, "u": ber.gauge, "s": ber.octets}
 
 
 def encoded(varbind):

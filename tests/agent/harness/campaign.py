@@ -23,9 +23,9 @@ PROGRESS_SECONDS = 20
 
 # A read or a write of a row waits for wait class 4, in units of 250 ms. Each request of a
 # PDU may wait that long, but a manager that has been silent once is not waited for again
-# until it shows life: a PDU that meets a silent manager takes one wait, however many
-# requests it makes, and each PDU after it takes a few times the 20 ms that a sign of life
-# is given. A manager that was killed is not waited for at all.
+# until it shows life, but for the 20 ms that a sign of life is given once in a second: a
+# PDU that meets a silent manager takes one wait, however many requests it makes. A manager
+# that was killed is not waited for at all.
 ONE_WAIT = 1.0
 # What a busy machine takes beside, with three processes that want to run.
 MACHINE = 1.0

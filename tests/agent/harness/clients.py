@@ -226,7 +226,7 @@ def convert(name, value):
         if isinstance(value, kind):
             return Binding(oid, exception)
     kinds = {"Integer": "INTEGER", "Integer32": "INTEGER", "OctetString": "OCTET STRING", "Gauge32": "Gauge32",
-            "Unsigned32": "Gauge32", "TimeTicks": "Timeticks", "Gauge": "Gauge32", "Counter32": "Counter32"}
+             "Unsigned32": "Gauge32", "TimeTicks": "Timeticks", "Gauge": "Gauge32", "Counter32": "Counter32"}
     kind = kinds[type(value).__name__]
     return Binding(oid, kind, bytes(value) if kind == "OCTET STRING" else int(value))
 

@@ -7,6 +7,8 @@ the answer of one kind of request by what the test is about.
 import contextlib
 import socket
 import struct
+import subprocess
+import sys
 import threading
 from collections import Counter
 from pathlib import Path
@@ -135,6 +137,12 @@ class FakeManager(CountsRequests):
         """Sends bytes that need not be an event to whoever listens to events."""
         for connection, _ in self._subscriptions:
             connection.sendall(data)
+
+    def listen_as(self, user):
+        """From here on the kernel takes `user`, a name, for the one who listens."""
+        again = "import socket, sys; socket.socket(fileno=int(sys.argv[1])).listen(16)"
+        descriptor = self._listener.fileno()
+        subprocess.run([sys.executable, "-c", again, str(descriptor)], user=user, pass_fds=[descriptor], check=True)
 
     def counts(self):
         return Counter((r.service, r.opcode, r.kind) for r in list(self.requests))

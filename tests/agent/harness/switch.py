@@ -5,7 +5,6 @@ import grp
 import json
 import os
 import signal
-import sqlite3
 import time
 from collections import Counter
 from pathlib import Path
@@ -36,7 +35,11 @@ class Served:
 
 
 class CountsRequests:
-    """For a manager that knows, as `counts()`, what it has served so far."""
+    """For a manager that knows what it has served so far."""
+
+    def counts(self):
+        """What that is, as the `requests` of Served."""
+        raise NotImplementedError
 
     @contextlib.contextmanager
     def counting(self):
@@ -64,7 +67,7 @@ class VirtualSwitch(CountsRequests):
         elif initial is not None:
             path = self.folder / "initial.json"
             path.write_text(json.dumps(initial))
-            self.options = ["--initial", path]
+            self.options = ["--initial", str(path)]
         if socket_group is not None:
             self.options += ["--socket-group", grp.getgrgid(socket_group).gr_name]
         if roles is not None:
@@ -160,10 +163,9 @@ class VirtualSwitch(CountsRequests):
             return connection.vsans()
 
     def stored(self):
-        """Everything that the switch keeps, as the statements that would make its
-        database anew."""
-        with contextlib.closing(sqlite3.connect(f"file:{self.state}/switch.db?mode=ro", uri=True)) as database:
-            return list(database.iterdump())
+        """Everything that the switch keeps, byte for byte: its database and the log of
+        that. Equal when nothing was written in between."""
+        return [(self.state / name).read_bytes() for name in ("switch.db", "switch.db-wal")]
 
     def counts(self):
         with self.connect() as connection:

@@ -1,0 +1,34 @@
+// What a change acts on: the running switch, where it is kept, and who hears of it.
+#ifndef VSWITCH_SWITCH_H
+#define VSWITCH_SWITCH_H
+
+#include <string>
+#include <utility>
+
+#include "changes/event_hub.h"
+#include "model/roles.h"
+#include "model/switch_model.h"
+
+namespace vswitch {
+
+class Store;
+
+struct Switch {
+    SwitchClock clock;
+    SwitchModel model;
+    Roles roles;
+    EventHub events;
+    Store *store;          // where changes are kept; null: they last as long as this object
+    std::string role_file; // where roles are kept; empty: likewise
+
+    Switch(SwitchData data, Roles initial_roles, Store *keeper = nullptr, std::string file_of_roles = "")
+        : model(std::move(data)), roles(std::move(initial_roles)), store(keeper), role_file(std::move(file_of_roles)) {}
+
+    // When the VSAN table was changed last, as everybody is told: never later than it is by
+    // this switch's clock, and never earlier than what was told before in this run.
+    Timestamp last_change() const { return clock.told(model.settings().last_change); }
+};
+
+} // namespace vswitch
+
+#endif

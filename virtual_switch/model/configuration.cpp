@@ -1,0 +1,285 @@
+#include "model/configuration.h"
+
+#include <array>
+#include <charconv>
+#include <filesystem>
+#include <random>
+#include <span>
+
+#include "demo_json.h"
+#include "model/files.h"
+#include "model/json_reader.h"
+#include "model/rules.h"
+#include "model/words.h"
+
+namespace vswitch {
+
+namespace {
+
+using Json = JsonReader::Json;
+
+constexpr std::size_t max_configuration_file = 4u << 20;
+constexpr std::uint32_t default_port_count = 48;
+constexpr std::uint32_t max_port_count = 4096;
+
+void read_name(const JsonReader &reader, const Json &object, const std::string &place, std::string &name) {
+    const auto found = object.find("name");
+    if (found == object.end())
+        return;
+    name = reader.text(*found, place + ": \"name\"");
+    if (name.empty() || !is_vsan_name(name))
+        reader.fail(
+            fmt::format("{}: \"name\" must be 1 to {} printable characters without blanks", place, VSAN_NAME_MAX));
+}
+
+/* Reads a key whose value is one of two words. */
+void read_word(const JsonReader &reader, const Json &object, const char *key, const std::string &place,
+               std::span<const Word, 2> words, std::uint32_t &value) {
+    const auto found = object.find(key);
+    if (found == object.end()) {
+        return;
+    }
+    const auto given = found->is_string() ? value_of(words, found->get_ref<const std::string &>()) : std::nullopt;
+    if (!given) {
+        reader.fail(fmt::format("{}: \"{}\" must be \"{}\" or \"{}\"", place, key, words[0].text, words[1].text));
+    }
+    value = *given;
+}
+
+void read_timers(const JsonReader &reader, const Json &json, const std::string &place, PartialTimers &timers) {
+    reader.expect_object(json, place, {"edtov", "ratov", "dstov", "fstov"});
+    for (const TimerKind &kind : timer_kinds) {
+        const auto found = json.find(kind.word);
+        if (found != json.end()) {
+            timers[kind.timer] =
+                reader.number(*found, fmt::format("{}: \"{}\"", place, kind.word), {kind.least, kind.greatest});
+        }
+    }
+}
+
+void read_vsan(const JsonReader &reader, const Json &json, SwitchData &data, std::set<std::uint32_t> &listed) {
+    reader.expect_object(
+        json, "a VSAN",
+        {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency", "timers"});
+    if (!json.contains("id"))
+        reader.fail("a VSAN has no \"id\"");
+    const std::uint32_t id = reader.number(json["id"], "a VSAN's \"id\"", vsan_numbers);
+    const std::string place = fmt::format("VSAN {}", id);
+    if (listed.contains(id))
+        reader.fail(place + " is listed twice");
+    listed.insert(id);
+
+    Vsan vsan;
+    vsan.name = default_vsan_name(id);
+    read_name(reader, json, place, vsan.name);
+    read_word(reader, json, "state", place, admin_state_words, vsan.admin_state);
+    reader.optional_number(json, "mtu", place, mtus, vsan.mtu);
+    read_word(reader, json, "loadBalancing", place, load_balancing_words, vsan.load_balancing);
+    reader.optional_number(json, "interop", place, {VSAN_INTEROP_MIN, VSAN_INTEROP_NONE}, vsan.interop);
+    if (!is_interop(vsan.interop))
+        reader.fail(fmt::format("{}: \"interop\" must be {} to {}, or {} for none", place, VSAN_INTEROP_MIN,
+                                VSAN_INTEROP_MAX, VSAN_INTEROP_NONE));
+    reader.optional_number(json, "inorderDelivery", place, truth_values, vsan.inorder_delivery);
+    reader.optional_number(json, "networkDropLatency", place, drop_latencies, vsan.drop_latency);
+    if (json.contains("timers"))
+        read_timers(reader, json["timers"], place + ": \"timers\"", vsan.timers);
+    data.vsans.insert_or_assign(id, std::move(vsan));
+}
+
+void add_default_vsan(SwitchData &data, std::uint32_t id) {
+    if (!data.vsans.contains(id)) {
+        data.vsans[id].name = default_vsan_name(id);
+    }
+}
+
+/* Makes each VSAN once, however many ranges have it. */
+void read_vsan_ranges(const JsonReader &reader, const Json &json, SwitchData &data) {
+    reader.expect_array(json, "\"vsanRange\"");
+    std::array<std::int32_t, VSAN_NUMBER_MAX + 2>
+        begun{}; /* ranges that begin at a number, less those that ended before it */
+    for (const Json &range : json) {
+        reader.expect_object(range, "a VSAN range", {"first", "last"});
+        if (!range.contains("first") || !range.contains("last"))
+            reader.fail("a VSAN range must have \"first\" and \"last\"");
+        const std::uint32_t first = reader.number(range["first"], "a VSAN range's \"first\"", vsan_numbers);
+        const std::uint32_t last = reader.number(range["last"], "a VSAN range's \"last\"", {first, VSAN_NUMBER_MAX});
+        ++begun[first];
+        --begun[last + 1];
+    }
+    std::int32_t ranges = 0;
+    for (std::uint32_t id = 1; id <= VSAN_NUMBER_MAX; ++id) {
+        ranges += begun[id];
+        if (ranges > 0)
+            add_default_vsan(data, id);
+    }
+}
+
+void read_vsans(const JsonReader &reader, const Json &json, SwitchData &data) {
+    if (json.contains("vsanRange"))
+        read_vsan_ranges(reader, json["vsanRange"], data);
+    add_default_vsan(data, VSAN_NUMBER_DEFAULT);
+    if (json.contains("vsans")) {
+        reader.expect_array(json["vsans"], "\"vsans\"");
+        std::set<std::uint32_t> listed;
+        for (const Json &vsan : json["vsans"])
+            read_vsan(reader, vsan, data, listed);
+    }
+    std::map<std::string_view, std::uint32_t> names;
+    for (const auto &[id, vsan] : data.vsans) {
+        if (names.contains(vsan.name)) {
+            reader.fail(
+                fmt::format("VSAN {} and VSAN {} have the same name \"{}\"", names.at(vsan.name), id, vsan.name));
+        }
+        names[vsan.name] = id;
+    }
+}
+
+void add_ports_without_link(SwitchData &data, std::uint32_t count) {
+    Port port;
+    port.link_up = false;
+    for (std::uint32_t number = 0; number < count; ++number)
+        data.ports.emplace(port_if_index(number), port);
+}
+
+void read_ports(const JsonReader &reader, const Json &json, SwitchData &data) {
+    if (!json.contains("ports")) {
+        std::uint32_t count = default_port_count;
+        reader.optional_number(json, "portCount", "the file", {0, max_port_count}, count);
+        add_ports_without_link(data, count);
+        return;
+    }
+    if (json.contains("portCount"))
+        reader.fail("\"ports\" and \"portCount\" exclude each other");
+    reader.expect_array(json["ports"], "\"ports\"");
+    for (const Json &item : json["ports"]) {
+        reader.expect_object(item, "a port", {"ifIndex", "vsan", "link", "denyList"});
+        if (!item.contains("ifIndex"))
+            reader.fail("a port has no \"ifIndex\"");
+        const std::uint32_t if_index = reader.number(item["ifIndex"], "a port's \"ifIndex\"", if_indexes);
+        const std::string place = fmt::format("port {}", if_index);
+        Port port;
+        reader.optional_number(item, "vsan", place, vsan_numbers, port.vsan);
+        reader.optional_number(item, "denyList", place, any_number, port.deny_list);
+        std::uint32_t link = OPER_STATE_UP;
+        read_word(reader, item, "link", place, oper_state_words, link);
+        port.link_up = link == OPER_STATE_UP;
+        if (!data.vsans.contains(port.vsan))
+            reader.fail(fmt::format("{} is in VSAN {}, which does not exist", place, port.vsan));
+        if (data.ports.contains(if_index))
+            reader.fail(place + " is listed twice");
+        data.ports[if_index] = port;
+        if (data.ports.size() > max_port_count)
+            reader.fail(fmt::format("it lists more than {} ports", max_port_count));
+    }
+}
+
+void read_settings(const JsonReader &reader, const Json &json, Settings &settings) {
+    for (const LatencyKind &kind : latency_kinds) {
+        reader.optional_number(json, kind.word, "the file", latencies, settings.*kind.setting);
+    }
+    reader.optional_number(json, "inorderDelivery", "the file", truth_values, settings.inorder_delivery);
+    if (json.contains("timers")) {
+        PartialTimers timers;
+        read_timers(reader, json["timers"], "\"timers\"", timers);
+        for (const TimerKind &kind : timer_kinds) {
+            settings.timers[kind.timer] = timers[kind.timer].value_or(settings.timers[kind.timer]);
+        }
+    }
+}
+
+void read_distribution(const JsonReader &reader, const Json &json, SwitchData &data) {
+    reader.expect_object(json, "\"tdx\"", {"fctimer"});
+    const auto feature = json.find("fctimer");
+    if (feature == json.end())
+        return;
+    reader.expect_object(*feature, "\"fctimer\"", {"enabled", "showRun", "timers"});
+    reader.optional_boolean(*feature, "enabled", "\"fctimer\"", data.settings.tdx_enabled);
+    reader.optional_boolean(*feature, "showRun", "\"fctimer\"", data.settings.tdx_show_run);
+    const auto timers = feature->find("timers");
+    if (timers == feature->end())
+        return;
+    if (!timers->is_object())
+        reader.fail("\"fctimer\": \"timers\" must be an object");
+    for (const auto &[key, values] : timers->items()) {
+        const std::string place = fmt::format("\"fctimer\": timers of \"{}\"", JsonReader::printable(key));
+        std::uint32_t id = 0;
+        const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), id);
+        if (error != std::errc() || end != key.data() + key.size() || key.front() == '0' || !data.vsans.contains(id))
+            reader.fail(place + ": the key must be the number of a VSAN that exists");
+        read_timers(reader, values, place, data.vsans.at(id).distributed_timers);
+    }
+}
+
+/* In each VSAN the timers must be in order, and in the distribution service's record of it,
+ * which becomes the VSAN's own when it is committed. */
+void check_timer_orders(const JsonReader &reader, const SwitchData &data) {
+    const auto require_order = [&](const std::string &place, const auto &value_of) {
+        if (!are_timers_in_order(value_of))
+            reader.fail(place + ": \"edtov\" must be less than \"ratov\"");
+    };
+    const auto of_switch = [&](Timer timer) { return data.settings.timers[timer]; };
+    require_order("the switch-wide timers", of_switch);
+    for (const auto &[id, vsan] : data.vsans) {
+        const auto running = [&of_switch, &timers = vsan.timers](Timer timer) {
+            return timers[timer].value_or(of_switch(timer));
+        };
+        const auto distributed = [&running, &timers = vsan.distributed_timers](Timer timer) {
+            return timers[timer].value_or(running(timer));
+        };
+        require_order(fmt::format("the timers of VSAN {}", id), running);
+        require_order(fmt::format("\"fctimer\": timers of \"{}\"", id), distributed);
+    }
+}
+
+} // namespace
+
+std::string default_vsan_name(std::uint32_t id) {
+    return fmt::format("VSAN{:04}", id);
+}
+
+SwitchData parse_configuration(std::string_view text, const std::string &source) {
+    const JsonReader reader(source);
+    const Json json = reader.parse_object(text);
+    reader.expect_object(json, "the file",
+                         {"vsans", "vsanRange", "ports", "portCount", "timers", "switchLatency", "networkLatency",
+                          "inorderDelivery", "tdx"});
+    SwitchData data;
+    read_vsans(reader, json, data);
+    read_ports(reader, json, data);
+    read_settings(reader, json, data.settings);
+    if (json.contains("tdx"))
+        read_distribution(reader, json["tdx"], data);
+    check_timer_orders(reader, data);
+    return data;
+}
+
+SwitchData load_configuration(const std::string &path) {
+    /* The operator may name a link; it is in the daemon's own folders that there must be none. */
+    std::error_code error;
+    const std::filesystem::path file = std::filesystem::canonical(path, error);
+    const auto text = read_file(error ? path : file.string(), max_configuration_file);
+    if (!text)
+        throw Refusal(fmt::format("Cannot read {}: there is no such file.", path));
+    return parse_configuration(*text, path);
+}
+
+SwitchData demo_configuration() {
+    return parse_configuration(demo_json, "the built-in demo configuration");
+}
+
+SwitchData empty_configuration() {
+    SwitchData data;
+    add_default_vsan(data, VSAN_NUMBER_DEFAULT);
+    add_ports_without_link(data, default_port_count);
+    return data;
+}
+
+void give_identity(SwitchData &data) {
+    /* A name of the locally assigned kind (first digit 3), so that it is nobody's. */
+    std::random_device random;
+    const std::uint64_t drawn = std::uint64_t{random()} << 32 | random();
+    data.settings.wwn = std::uint64_t{3} << 60 | drawn >> 4;
+    data.settings.last_change = time_of_day();
+}
+
+} // namespace vswitch

@@ -1,0 +1,172 @@
+#include "model/roles.h"
+
+#include <algorithm>
+#include <charconv>
+#include <set>
+
+#include "contract/frames.h"
+#include "contract/limits.h"
+#include "model/files.h"
+#include "model/json_reader.h"
+
+namespace vswitch {
+
+namespace {
+
+constexpr std::size_t max_user_ranges = ROLE_MAX_RANGES;
+constexpr std::size_t max_role_file = 4u << 20;
+constexpr std::size_t max_user_name = MTS_WIRE_MAX_USER;
+constexpr std::size_t max_users = 4096;
+
+/* Sorts ranges and joins those that overlap or touch. */
+void normalise(std::vector<Range> &ranges) {
+    std::sort(ranges.begin(), ranges.end());
+    std::vector<Range> joined;
+    for (const auto &range : ranges) {
+        if (!joined.empty() && (range.least <= joined.back().greatest || range.least - joined.back().greatest == 1))
+            joined.back().greatest = std::max(joined.back().greatest, range.greatest);
+        else
+            joined.push_back(range);
+    }
+    ranges = std::move(joined);
+}
+
+/* What somebody may touch who has a role besides. */
+Permission extend(Permission permission, const Role &role) {
+    for (const auto &[first, last] : role.vsans)
+        for (std::uint32_t vsan = first; vsan <= last; ++vsan)
+            vsan_bitmap_add(permission.vsans.data(), vsan);
+    permission.interfaces.insert(permission.interfaces.end(), role.interfaces.begin(), role.interfaces.end());
+    normalise(permission.interfaces);
+    return permission;
+}
+
+/* Reads "5" or "5-9". */
+Range parse_range(const JsonReader &reader, const std::string &text, const std::string &place, Range allowed) {
+    Range range{};
+    const char *end = text.data() + text.size();
+    auto result = std::from_chars(text.data(), end, range.least);
+    range.greatest = range.least;
+    if (result.ec == std::errc() && result.ptr != end && *result.ptr == '-')
+        result = std::from_chars(result.ptr + 1, end, range.greatest);
+    if (result.ec != std::errc() || result.ptr != end || !allowed.contains(range.least) ||
+        !allowed.contains(range.greatest) || range.least > range.greatest)
+        reader.fail(fmt::format("{} holds \"{}\", which is no number or range within {} to {}", place,
+                                JsonReader::printable(text), allowed.least, allowed.greatest));
+    return range;
+}
+
+std::vector<Range> parse_ranges(const JsonReader &reader, const JsonReader::Json &role, const char *key,
+                                const std::string &role_place, Range allowed) {
+    std::vector<Range> ranges;
+    const auto found = role.find(key);
+    if (found == role.end())
+        return ranges;
+    const std::string place = fmt::format("{}: \"{}\"", role_place, key);
+    reader.expect_array(*found, place);
+    for (const auto &item : *found)
+        ranges.push_back(parse_range(reader, reader.text(item, place), place, allowed));
+    normalise(ranges);
+    if (ranges.size() > max_user_ranges)
+        reader.fail(fmt::format("{} holds more than {} separate ranges", place, max_user_ranges));
+    return ranges;
+}
+
+} // namespace
+
+bool Permission::allows_interface(std::uint32_t if_index) const {
+    const auto range = std::lower_bound(interfaces.begin(), interfaces.end(), if_index,
+                                        [](const Range &one, std::uint32_t wanted) { return one.greatest < wanted; });
+    return range != interfaces.end() && range->least <= if_index;
+}
+
+const Permission *Roles::find(std::string_view user) const {
+    const auto found = users_.find(user);
+    return found == users_.end() ? nullptr : found->second.get();
+}
+
+void Roles::add(Role role) {
+    static std::uint64_t last_version = 0;
+    version_ = ++last_version;
+    std::map<std::shared_ptr<const Permission>, std::shared_ptr<const Permission>> extended; /* by what it was */
+    for (const std::string &user : role.users) {
+        std::shared_ptr<const Permission> &present = users_[user];
+        std::shared_ptr<const Permission> &granted = extended[present];
+        if (!granted)
+            granted = std::make_shared<Permission>(extend(present ? *present : Permission(), role));
+        present = granted;
+    }
+    list_.push_back(std::move(role));
+}
+
+Roles parse_roles(std::string_view text, const std::string &source) {
+    const JsonReader reader(source);
+    const auto json = reader.parse_object(text);
+    reader.expect_object(json, "the file", {"roles"});
+    Roles roles;
+    const auto list = json.find("roles");
+    if (list == json.end())
+        return roles;
+    reader.expect_array(*list, "\"roles\"");
+    std::set<std::string> names;
+    for (const auto &item : *list) {
+        std::string place = "a role";
+        reader.expect_object(item, place, {"name", "vsans", "interfaces", "users"});
+        if (!item.contains("name"))
+            reader.fail("a role has no \"name\"");
+        const std::string &name = reader.text(item["name"], "a role's \"name\"");
+        place = fmt::format("the role \"{}\"", JsonReader::printable(name));
+        if (names.contains(name))
+            reader.fail(place + " is given twice");
+        names.insert(name);
+
+        Role role;
+        role.name = name;
+        role.vsans = parse_ranges(reader, item, "vsans", place, {0, VSAN_NUMBER_MAX});
+        role.interfaces = parse_ranges(reader, item, "interfaces", place, if_indexes);
+        if (const auto users = item.find("users"); users != item.end()) {
+            reader.expect_array(*users, place + ": \"users\"");
+            for (const auto &user : *users) {
+                const std::string &user_name = reader.text(user, place + ": a user");
+                if (user_name.empty() || user_name.size() > max_user_name)
+                    reader.fail(fmt::format("{}: a user name must have 1 to {} bytes", place, max_user_name));
+                role.users.push_back(user_name);
+                if (role.users.size() > max_users)
+                    reader.fail(fmt::format("{} names more than {} users", place, max_users));
+            }
+        }
+        const std::vector<std::string> users = role.users;
+        roles.add(std::move(role));
+        if (roles.user_count() > max_users)
+            reader.fail(fmt::format("it names more than {} users", max_users));
+        for (const std::string &user : users)
+            if (roles.find(user)->interfaces.size() > max_user_ranges)
+                reader.fail(fmt::format("the user \"{}\" has more than {} separate interface ranges",
+                                        JsonReader::printable(user), max_user_ranges));
+    }
+    return roles;
+}
+
+Roles load_roles(const std::string &path) {
+    const auto text = read_file(path, max_role_file);
+    return text ? parse_roles(*text, path) : Roles();
+}
+
+std::string format_roles(const std::vector<Role> &roles) {
+    const auto texts = [](const std::vector<Range> &ranges) {
+        JsonReader::Json list = JsonReader::Json::array();
+        for (const auto &[first, last] : ranges)
+            list.push_back(first == last ? fmt::format("{}", first) : fmt::format("{}-{}", first, last));
+        return list;
+    };
+    JsonReader::Json list = JsonReader::Json::array();
+    for (const Role &role : roles)
+        list.push_back({{"name", role.name},
+                        {"vsans", texts(role.vsans)},
+                        {"interfaces", texts(role.interfaces)},
+                        {"users", role.users}});
+    const JsonReader::Json file{{"roles", list}};
+    return file.dump(2, ' ', false, JsonReader::Json::error_handler_t::replace) + "\n";
+}
+
+} // namespace vswitch

@@ -1,0 +1,131 @@
+#include "model/store_writer.h"
+
+#include <SQLiteCpp/VariadicBind.h>
+#include <fmt/format.h>
+
+#include "model/store_settings.h"
+
+namespace vswitch {
+
+namespace {
+
+/* An empty vector has no address, and a null pointer would be bound as NULL. */
+void bind_bytes(SQLite::Statement &statement, int index, const void *bytes, std::size_t size) {
+    statement.bind(index, size == 0 ? "" : bytes, static_cast<int>(size));
+}
+
+/* Runs a statement that is ready, and makes it ready for the next time. One that failed is
+ * made ready before it is bound again. */
+template <typename... Values> void run(SQLite::Statement &statement, const Values &...values) {
+    statement.tryReset();
+    if constexpr (sizeof...(values) > 0)
+        SQLite::bind(statement, values...);
+    statement.exec();
+    statement.reset();
+}
+
+} // namespace
+
+StoreWriter::TimerTable::TimerTable(SQLite::Database &database, const char *table)
+    : clear_(database, fmt::format("DELETE FROM {} WHERE vsan = ?", table)),
+      insert_(database, fmt::format("INSERT OR REPLACE INTO {} VALUES (?, ?, ?)", table)) {}
+
+void StoreWriter::TimerTable::clear(std::uint32_t vsan) {
+    run(clear_, vsan);
+}
+
+void StoreWriter::TimerTable::write(std::uint32_t vsan, Timer timer, std::uint32_t value) {
+    run(insert_, vsan, static_cast<std::uint32_t>(timer), value);
+}
+
+void StoreWriter::TimerTable::write(std::uint32_t vsan, const PartialTimers &timers) {
+    for (const TimerKind &kind : timer_kinds) {
+        if (const auto value = timers[kind.timer]) {
+            write(vsan, kind.timer, *value);
+        }
+    }
+}
+
+void StoreWriter::TimerTable::replace(std::uint32_t vsan, const PartialTimers &timers, const PartialTimers *present) {
+    if (present && *present == timers)
+        return;
+    clear(vsan);
+    write(vsan, timers);
+}
+
+/* A VSAN's REPLACE would delete the row first, and with it what refers to it. */
+StoreWriter::StoreWriter(SQLite::Database &database)
+    : setting_(database, "INSERT OR REPLACE INTO setting VALUES (?, ?)"),
+      vsan_(database, "INSERT INTO vsan VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10) ON CONFLICT (id) DO "
+                      "UPDATE SET name = ?2, media = ?3, admin_state = ?4, mtu = ?5, load_balancing = ?6, "
+                      "interop = ?7, inorder_delivery = ?8, drop_latency = ?9, rest = ?10"),
+      vsan_removal_(database, "DELETE FROM vsan WHERE id = ?"),
+      port_(database, "INSERT OR REPLACE INTO port VALUES (?, ?, ?, ?)"),
+      session_(database, "INSERT INTO timer_session VALUES (1, ?)"),
+      session_removal_(database, "DELETE FROM timer_session"), pending_removal_(database, "DELETE FROM pending_timer"),
+      timers_(database, "vsan_timer"), distributed_timers_(database, "distributed_timer"),
+      pending_timers_(database, "pending_timer") {}
+
+void StoreWriter::write(const Settings &settings, const Settings *present) {
+    for (const SettingRow &row : setting_rows())
+        if (!present || row.get(*present) != row.get(settings))
+            run(setting_, row.name, row.get(settings));
+}
+
+void StoreWriter::write(std::uint32_t id, const Vsan &vsan, const Vsan *present) {
+    vsan_.tryReset();
+    bind_bytes(vsan_, 10, vsan.rest.data(), vsan.rest.size());
+    run(vsan_, id, vsan.name, vsan.media, vsan.admin_state, vsan.mtu, vsan.load_balancing, vsan.interop,
+        vsan.inorder_delivery, vsan.drop_latency);
+    timers_.replace(id, vsan.timers, present ? &present->timers : nullptr);
+    distributed_timers_.replace(id, vsan.distributed_timers, present ? &present->distributed_timers : nullptr);
+}
+
+void StoreWriter::write(std::uint32_t if_index, const Port &port) {
+    run(port_, if_index, port.vsan, port.deny_list, port.link_up ? 1 : 0);
+}
+
+void StoreWriter::open_session(const std::string &user) {
+    session_.tryReset();
+    bind_bytes(session_, 1, user.data(), user.size());
+    run(session_);
+}
+
+void StoreWriter::write(const SwitchData &data) {
+    write(data.settings, nullptr);
+    for (const auto &[id, vsan] : data.vsans)
+        write(id, vsan, nullptr);
+    for (const auto &[if_index, port] : data.ports)
+        write(if_index, port);
+    if (!data.session)
+        return;
+    open_session(data.session->user);
+    for (const auto &[vsan, timers] : data.session->pending)
+        pending_timers_.write(vsan, timers);
+}
+
+/* The order is that of the references: rows appear before others refer to them. */
+void StoreWriter::write(const Change &change, const SwitchData &present) {
+    if (change.settings)
+        write(*change.settings, &present.settings);
+    for (const auto &[id, vsan] : change.vsans) {
+        const auto former = present.vsans.find(id);
+        write(id, vsan, former == present.vsans.end() ? nullptr : &former->second);
+    }
+    for (const auto &[if_index, port] : change.ports)
+        write(if_index, port);
+    if (change.session == Change::Session::ends) {
+        run(session_removal_);
+        run(pending_removal_);
+    } else if (change.session == Change::Session::opens) {
+        open_session(change.holder);
+    }
+    for (const Change::PendingTimer &value : change.pending)
+        pending_timers_.write(value.vsan, value.timer, value.value);
+    for (const std::uint32_t id : change.deleted_vsans) {
+        pending_timers_.clear(id);
+        run(vsan_removal_, id);
+    }
+}
+
+} // namespace vswitch

@@ -1,0 +1,127 @@
+#include "model/switch_model.h"
+
+namespace vswitch {
+
+namespace {
+
+template <typename Row> const Row *find_row(const std::map<std::uint32_t, Row> &rows, std::uint32_t key) {
+    const auto row = rows.find(key);
+    return row == rows.end() ? nullptr : &row->second;
+}
+
+template <typename Row>
+std::optional<std::uint32_t> find_key_after(const std::map<std::uint32_t, Row> &rows, std::uint32_t key) {
+    const auto row = rows.upper_bound(key);
+    return row == rows.end() ? std::nullopt : std::optional(row->first);
+}
+
+} // namespace
+
+SwitchModel::SwitchModel(SwitchData data) : data_(std::move(data)) {
+    for (const auto &[id, vsan] : data_.vsans)
+        if (!vsan.name.empty())
+            names_.emplace(vsan.name, id);
+    for (const auto &[if_index, port] : data_.ports)
+        count_port(if_index, port);
+}
+
+void SwitchModel::count_port(std::uint32_t if_index, const Port &port) {
+    members_.insert(Member{port.vsan, if_index});
+    if (port.link_up)
+        ++up_ports_[port.vsan];
+}
+
+void SwitchModel::forget_port(std::uint32_t if_index, const Port &port) {
+    members_.erase({port.vsan, if_index});
+    if (!port.link_up)
+        return;
+    if (--up_ports_.at(port.vsan) == 0)
+        up_ports_.erase(port.vsan);
+}
+
+void SwitchModel::apply(const Change &change) {
+    if (change.settings)
+        data_.settings = *change.settings;
+    for (const auto &[id, vsan] : change.vsans) {
+        Vsan &row = data_.vsans[id];
+        if (row.name != vsan.name) {
+            if (!row.name.empty())
+                names_.erase(row.name);
+            if (!vsan.name.empty())
+                names_[vsan.name] = id;
+        }
+        row = vsan;
+    }
+    for (const auto &[if_index, port] : change.ports) {
+        Port &row = data_.ports.at(if_index);
+        forget_port(if_index, row);
+        row = port;
+        count_port(if_index, row);
+    }
+    if (change.session == Change::Session::ends) {
+        data_.session.reset();
+    } else if (change.session == Change::Session::opens) {
+        data_.session = DistributionSession{change.holder, {}};
+    }
+    for (const Change::PendingTimer &value : change.pending)
+        data_.session->pending[value.vsan][value.timer] = value.value;
+    for (const std::uint32_t id : change.deleted_vsans) {
+        const std::string &name = data_.vsans.at(id).name;
+        if (!name.empty())
+            names_.erase(name);
+        data_.vsans.erase(id);
+        if (data_.session)
+            data_.session->pending.erase(id);
+    }
+}
+
+Distribution SwitchModel::distribution() const {
+    if (data_.session) {
+        return Distribution::in_session;
+    }
+    return data_.settings.tdx_enabled ? Distribution::idle : Distribution::off;
+}
+
+const Vsan *SwitchModel::vsan(std::uint32_t id) const {
+    return find_row(data_.vsans, id);
+}
+
+const Port *SwitchModel::port(std::uint32_t if_index) const {
+    return find_row(data_.ports, if_index);
+}
+
+std::optional<Member> SwitchModel::member(Member key) const {
+    return members_.contains(key) ? std::optional(key) : std::nullopt;
+}
+
+std::optional<std::uint32_t> SwitchModel::vsan_after(std::uint32_t id) const {
+    return find_key_after(data_.vsans, id);
+}
+
+std::optional<std::uint32_t> SwitchModel::port_after(std::uint32_t if_index) const {
+    return find_key_after(data_.ports, if_index);
+}
+
+std::optional<Member> SwitchModel::member_after(Member key) const {
+    const auto next = members_.upper_bound(key);
+    return next == members_.end() ? std::nullopt : std::optional(*next);
+}
+
+std::optional<std::uint32_t> SwitchModel::vsan_named(const std::string &name) const {
+    const auto found = names_.find(name);
+    return found == names_.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::vector<std::uint32_t> SwitchModel::ports_of(std::uint32_t vsan) const {
+    std::vector<std::uint32_t> ports;
+    for (auto member = members_.lower_bound({vsan, 0}); member != members_.end() && member->vsan == vsan; ++member) {
+        ports.push_back(member->if_index);
+    }
+    return ports;
+}
+
+bool SwitchModel::is_up(std::uint32_t vsan) const {
+    return data_.vsans.at(vsan).admin_state == ADMIN_STATE_ACTIVE && up_ports_.contains(vsan);
+}
+
+} // namespace vswitch

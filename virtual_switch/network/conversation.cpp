@@ -1,0 +1,138 @@
+#include "network/conversation.h"
+
+#include <algorithm>
+#include <set>
+#include <spdlog/spdlog.h>
+#include <unistd.h>
+#include <utility>
+
+#include "contract/frames.h"
+#include "services/services.h"
+
+namespace vswitch {
+
+Conversation::~Conversation() {
+    switch_.counters.subscriptions -= subscriber_.classes().size();
+}
+
+std::size_t Conversation::serve(Bytes input, Buffer &output) {
+    std::size_t used = 0;
+    while ((state_ == State::serving || state_ == State::excused) && output.size() < output_limit) {
+        Frame frame;
+        const char *reason = nullptr;
+        const Parsed parsed = parse_frame(input.subspan(used), frame, &reason);
+        if (parsed == Parsed::incomplete) {
+            break;
+        }
+        if (parsed == Parsed::invalid) {
+            end_broken(reason);
+            break;
+        }
+        const bool served = serve_frame(frame, output);
+        switch_.events.deliver();
+        if (!served) {
+            break;
+        }
+        used += frame.size;
+    }
+    return used;
+}
+
+void Conversation::resume() {
+    if (state_ == State::held_up) {
+        state_ = State::excused;
+    }
+}
+
+void Conversation::end_broken(const char *reason) {
+    state_ = State::broken;
+    reason_ = reason;
+}
+
+bool Conversation::serve_frame(const Frame &frame, Buffer &output) {
+    switch (frame.type) {
+    case MTS_FRAME_REQUEST: {
+        Request request;
+        if (decode_request(frame.body, request)) {
+            return serve_request(request, frame.correlation, output);
+        }
+        end_broken("it sent a malformed request");
+        return true;
+    }
+    case MTS_FRAME_SUBSCRIBE:
+        if (subscribe(frame.body)) {
+            append_pong(output, frame.correlation);
+        } else {
+            end_broken("it sent a malformed subscription");
+        }
+        return true;
+    default: /* a sign without a body; the parser lets nothing else through */
+        if (!frame.body.empty()) {
+            end_broken("it sent a malformed sign");
+        } else if (frame.type == MTS_FRAME_PING || (frame.type == MTS_FRAME_SHARE && !give_memory(frame.correlation))) {
+            append_pong(output, frame.correlation);
+        }
+        return true;
+    }
+}
+
+bool Conversation::serve_request(const Request &request, std::uint32_t correlation, Buffer &output) {
+    const bool is_excused = state_ == State::excused;
+    state_ = State::serving;
+    const auto fault = is_excused ? std::nullopt : switch_.faults.take(request);
+    if (!fault) {
+        answer_request(switch_, request, reply_);
+        append_reply(output, correlation, reply_);
+        return true;
+    }
+    switch (fault->action) {
+    case FaultAction::delay:
+        state_ = State::held_up;
+        delay_ = std::chrono::milliseconds(fault->value);
+        return false;
+    case FaultAction::drop:
+        return true;
+    case FaultAction::close:
+        state_ = State::ended;
+        return true;
+    case FaultAction::exit:
+        spdlog::critical("fault {} ends the daemon", fault->number);
+        _exit(fault_exit_status);
+    default:
+        answer_wrongly(request, *fault);
+        append_reply(output, correlation, reply_);
+        return true;
+    }
+}
+
+void Conversation::answer_wrongly(const Request &request, const Fault &fault) {
+    reply_ = {};
+    if (fault.action != FaultAction::status || fault.with_data) {
+        answer_request(switch_, request, reply_);
+    }
+    if (fault.action == FaultAction::status) {
+        reply_.status = fault.value;
+    } else if (fault.action == FaultAction::no_data) {
+        reply_ = {};
+    } else {
+        reply_.data.resize(std::min<std::size_t>(reply_.data.size(), fault.value));
+    }
+}
+
+bool Conversation::give_memory(std::uint32_t correlation) {
+    return memory_giver_ && memory_giver_(correlation);
+}
+
+bool Conversation::subscribe(Bytes body) {
+    if (body.size() % 4 != 0 || body.size() / 4 > max_subscribed_classes)
+        return false;
+    std::set<std::uint32_t> classes;
+    for (std::size_t at = 0; at < body.size(); at += 4)
+        classes.insert(*load_word(body, at));
+    switch_.counters.subscriptions += classes.size();
+    switch_.counters.subscriptions -= subscriber_.classes().size();
+    subscriber_.subscribe(std::move(classes));
+    return true;
+}
+
+} // namespace vswitch

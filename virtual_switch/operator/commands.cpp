@@ -1,0 +1,267 @@
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+
+#include "contract/frames.h"
+#include "operator/command_table.h"
+
+namespace vswitch {
+
+namespace {
+
+using Json = JsonReader::Json;
+
+constexpr std::size_t max_answer = MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED;
+
+const Command *find_command(std::string_view name) {
+    for (const auto table :
+         {configuration_commands(), timer_commands(), status_commands(), fault_commands(), agent_file_commands()})
+        for (const Command &command : table)
+            if (name == command.name)
+                return &command;
+    return nullptr;
+}
+
+/* Runs a command and returns its reply's data. */
+Json run(ServedSwitch &the_switch, const Request &request) {
+    const JsonReader unnamed("the command");
+    const std::string_view text(reinterpret_cast<const char *>(request.payload.data()), request.payload.size());
+    const Json json = unnamed.parse_object(text);
+    const auto name_given = json.find("command");
+    if (name_given == json.end())
+        unnamed.fail("it has no \"command\"");
+    const std::string &name = unnamed.text(*name_given, "\"command\"");
+    const Command *command = find_command(name);
+    if (!command)
+        throw Refusal(STATUS_NO_SUCH_OPCODE, fmt::format("There is no command \"{}\".", JsonReader::printable(name)));
+    if (request.kind != command->kind)
+        throw Refusal(STATUS_NO_SUCH_KIND,
+                      fmt::format("The command {} is of kind {}, not {}.", name, command->kind, request.kind));
+    const JsonReader reader(fmt::format("the command {}", name));
+    for (const auto &[key, value] : json.items()) {
+        bool known = key == "command";
+        for (const std::string_view candidate : command->arguments)
+            known = known || candidate == key;
+        if (!known)
+            reader.fail(fmt::format("it takes no \"{}\"", JsonReader::printable(key)));
+    }
+    Call call{the_switch, {request.user, true}, Arguments(reader, json)};
+    command->run(call);
+    return std::move(call.reply);
+}
+
+Json refusal_json(std::uint32_t status, const char *sentence) {
+    return {{"error", sentence}, {"status", fmt::format("0x{:08x}", status)}};
+}
+
+std::uint32_t answer_counters(const ServedSwitch &the_switch, const Request &, Buffer &data) {
+    auto out = std::back_inserter(data);
+    fmt::format_to(out, "{{\"requests\": [");
+    const char *separator = "";
+    for (const auto &[key, count] : the_switch.counters.requests) {
+        fmt::format_to(out, "{}{{\"service\": {}, \"opcode\": {}, \"kind\": {}, \"count\": {}}}", separator,
+                       key.service, key.opcode, key.kind, count);
+        separator = ", ";
+    }
+    fmt::format_to(out, "], \"connections\": {}, \"dropped_connections\": {}, \"subscriptions\": {}}}",
+                   the_switch.counters.connections, the_switch.counters.dropped_connections,
+                   the_switch.counters.subscriptions);
+    return STATUS_SUCCESS;
+}
+
+/* Appends the reply's data and returns the status. */
+std::uint32_t answer_command(ServedSwitch &the_switch, const Request &request, Buffer &data) {
+    Json json;
+    std::uint32_t status = STATUS_SUCCESS;
+    try {
+        json = run(the_switch, request);
+    } catch (const Refusal &refusal) {
+        status = refusal.status;
+        json = refusal_json(status, refusal.what());
+    }
+    /* Names of VSANs and trace texts come from outside and may be no UTF-8. */
+    std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    if (text.size() > max_answer) {
+        status = STATUS_BAD_LENGTH;
+        text = refusal_json(status, "The answer is longer than a reply can be.").dump();
+    }
+    data.insert(data.end(), text.begin(), text.end());
+    return status;
+}
+
+constexpr Operation operations[] = {
+    {MTS_OP_SWITCH_COUNTERS, MTS_KIND_GET, false, 0, 0, answer_counters},
+    {MTS_OP_SWITCH_COMMAND, MTS_KIND_GET, true, 0, MTS_WIRE_MAX_PAYLOAD, nullptr, answer_command},
+    {MTS_OP_SWITCH_COMMAND, MTS_KIND_SET, true, 0, MTS_WIRE_MAX_PAYLOAD, nullptr, answer_command},
+};
+
+} // namespace
+
+std::span<const Operation> operator_operations() {
+    return operations;
+}
+
+const char *status_text(std::uint32_t status) {
+    switch (status) {
+#define PLATFORM_STATUS_CASE(code, name, text)                                                                         \
+    case code:                                                                                                         \
+        return text;
+        PLATFORM_STATUS_CODES(PLATFORM_STATUS_CASE)
+#undef PLATFORM_STATUS_CASE
+    default:
+        return "unknown reason";
+    }
+}
+
+void require(std::uint32_t status, const std::string &what) {
+    if (status != STATUS_SUCCESS)
+        throw Refusal(status, fmt::format("{}: {}.", what, status_text(status)));
+}
+
+const Vsan &require_vsan(const Switch &the_switch, std::uint32_t id) {
+    const Vsan *vsan = the_switch.model.vsan(id);
+    if (!vsan) {
+        throw Refusal(STATUS_NO_SUCH_VSAN, fmt::format("VSAN {} does not exist.", id));
+    }
+    return *vsan;
+}
+
+const Json *Arguments::find(const char *key) const {
+    const auto found = json_.find(key);
+    return found == json_.end() ? nullptr : &*found;
+}
+
+void Arguments::fail_missing(const char *key) const {
+    reader_.fail(fmt::format("it needs \"{}\"", key));
+}
+
+std::optional<std::uint32_t> Arguments::number(const char *key, Range allowed) const {
+    const Json *value = find(key);
+    if (!value)
+        return std::nullopt;
+    return reader_.number(*value, fmt::format("\"{}\"", key), allowed);
+}
+
+std::uint32_t Arguments::required_number(const char *key, Range allowed) const {
+    const auto value = number(key, allowed);
+    if (!value)
+        fail_missing(key);
+    return *value;
+}
+
+std::optional<std::string> Arguments::text(const char *key, std::size_t longest) const {
+    const Json *value = find(key);
+    if (!value)
+        return std::nullopt;
+    const std::string &found = reader_.text(*value, fmt::format("\"{}\"", key));
+    if (found.size() > longest)
+        reader_.fail(fmt::format("\"{}\" must have at most {} characters", key, longest));
+    return found;
+}
+
+std::string Arguments::required_text(const char *key, std::size_t longest) const {
+    auto value = text(key, longest);
+    if (!value)
+        fail_missing(key);
+    return std::move(*value);
+}
+
+std::optional<bool> Arguments::flag(const char *key) const {
+    const Json *value = find(key);
+    if (!value)
+        return std::nullopt;
+    if (!value->is_boolean())
+        reader_.fail(fmt::format("\"{}\" must be true or false", key));
+    return value->get<bool>();
+}
+
+bool Arguments::required_flag(const char *key) const {
+    const auto value = flag(key);
+    if (!value)
+        fail_missing(key);
+    return *value;
+}
+
+std::optional<std::uint32_t> Arguments::word(const char *key, Words words) const {
+    const Json *given = find(key);
+    if (!given) {
+        return std::nullopt;
+    }
+    if (given->is_string()) {
+        if (const auto value = value_of(words, given->get_ref<const std::string &>())) {
+            return value;
+        }
+    }
+    std::string choices;
+    for (const Word &word : words) {
+        choices += fmt::format("{}\"{}\"", choices.empty() ? "" : ", ", word.text);
+    }
+    reader_.fail(fmt::format("\"{}\" must be one of {}", key, choices));
+}
+
+std::uint32_t Arguments::required_word(const char *key, Words words) const {
+    const auto value = word(key, words);
+    if (!value)
+        fail_missing(key);
+    return *value;
+}
+
+namespace {
+
+/* The position in a port's name, counted from 1, or nothing when it is no such name. */
+std::optional<std::uint32_t> position_of(const std::string &name) {
+    std::uint32_t position = 0;
+    const char *end = name.data() + name.size();
+    if (name.size() < 3 || !name.starts_with("fc") || std::from_chars(name.data() + 2, end, position).ptr != end ||
+        position == 0) {
+        return std::nullopt;
+    }
+    return position;
+}
+
+} // namespace
+
+std::uint32_t Arguments::required_port(const Switch &the_switch) const {
+    const Json *given = find("ifIndex");
+    if (!given) {
+        fail_missing("ifIndex");
+    }
+    const auto &ports = the_switch.model.ports();
+    auto port = ports.end();
+    if (given->is_string()) {
+        const auto position = position_of(given->get_ref<const std::string &>());
+        if (!position) {
+            reader_.fail("\"ifIndex\" must be a number, or \"fc\" with the port's position, counted from 1");
+        }
+        if (*position <= ports.size()) {
+            port = std::next(ports.begin(), *position - 1);
+        }
+    } else {
+        port = ports.find(reader_.number(*given, "\"ifIndex\"", if_indexes));
+    }
+    if (port == ports.end()) {
+        throw Refusal(STATUS_NO_SUCH_INTERFACE, fmt::format("There is no port {}.", given->dump()));
+    }
+    return port->first;
+}
+
+Page::Page(Call &call, const char *key) : reply_(call.reply), key_(key) {
+    rows_left_ = call.arguments.number("limit", {1, max_rows}).value_or(max_rows);
+    reply_[key] = Json::array();
+    reply_["more"] = false;
+}
+
+bool Page::add(Json row) {
+    const std::size_t size = row.dump(-1, ' ', false, Json::error_handler_t::replace).size() + 1;
+    /* A single row always fits. */
+    if (rows_left_ == 0 || (size > bytes_left_ && !reply_[key_].empty())) {
+        reply_["more"] = true;
+        return false;
+    }
+    --rows_left_;
+    bytes_left_ -= std::min(size, bytes_left_);
+    reply_[key_].push_back(std::move(row));
+    return true;
+}
+
+} // namespace vswitch

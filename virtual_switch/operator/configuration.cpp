@@ -1,0 +1,235 @@
+/* Commands about VSANs, ports and roles. */
+#include "model/configuration.h"
+#include "operator/command_table.h"
+
+namespace vswitch {
+
+namespace {
+
+using Json = JsonReader::Json;
+
+constexpr std::size_t max_text = 256;
+
+struct PortCount {
+    std::uint32_t all = 0;
+    std::uint32_t up = 0;
+};
+
+PortCount count_ports(const SwitchModel &model, std::uint32_t vsan) {
+    PortCount count;
+    for (const std::uint32_t if_index : model.ports_of(vsan)) {
+        ++count.all;
+        count.up += model.port(if_index)->link_up;
+    }
+    return count;
+}
+
+Json vsan_json(const SwitchModel &model, std::uint32_t id) {
+    const Vsan &vsan = *model.vsan(id);
+    const PortCount ports = count_ports(model, id);
+    return {{"id", id},
+            {"name", vsan.name},
+            {"state", word_of(admin_state_words, vsan.admin_state)},
+            {"oper", word_of(oper_state_words, model.is_up(id) ? OPER_STATE_UP : OPER_STATE_DOWN)},
+            {"mtu", vsan.mtu},
+            {"loadBalancing", word_of(load_balancing_words, vsan.load_balancing)},
+            {"interop", vsan.interop},
+            {"inorderDelivery", vsan.inorder_delivery == TRUTH_TRUE},
+            {"networkDropLatency", vsan.drop_latency},
+            {"ports", ports.all},
+            {"portsUp", ports.up}};
+}
+
+std::uint32_t required_vsan(const Call &call) {
+    const std::uint32_t id = call.arguments.required_number("id", vsan_numbers);
+    require_vsan(call.the_switch, id);
+    return id;
+}
+
+void list_vsans(Call &call) {
+    const SwitchModel &model = call.the_switch.model;
+    auto id = model.vsan_after(call.arguments.number("after", any_number).value_or(0));
+    Page page(call, "vsans");
+    while (id && page.add(vsan_json(model, *id))) {
+        id = model.vsan_after(*id);
+    }
+}
+
+void show_vsan(Call &call) {
+    call.reply = vsan_json(call.the_switch.model, required_vsan(call));
+}
+
+/* Puts into `vsan` what the command says about it. */
+void read_vsan(const Arguments &arguments, Vsan &vsan) {
+    vsan.name = arguments.text("name", max_text).value_or(vsan.name);
+    vsan.admin_state = arguments.word("state", admin_state_words).value_or(vsan.admin_state);
+    vsan.mtu = arguments.number("mtu", any_number).value_or(vsan.mtu);
+    vsan.load_balancing = arguments.word("loadBalancing", load_balancing_words).value_or(vsan.load_balancing);
+    vsan.interop = arguments.number("interop", any_number).value_or(vsan.interop);
+    if (const auto in_order = arguments.flag("inorderDelivery"))
+        vsan.inorder_delivery = *in_order ? TRUTH_TRUE : TRUTH_FALSE;
+    /* 0 would mean that nothing is said about it. */
+    vsan.drop_latency = arguments.number("networkDropLatency", {1, UINT32_MAX}).value_or(vsan.drop_latency);
+}
+
+void change(Call &call, std::uint32_t id, Vsan wanted, bool create) {
+    read_vsan(call.arguments, wanted);
+    require(change_vsan(call.the_switch, call.requester, id, wanted, create), fmt::format("VSAN {}", id));
+    call.reply = vsan_json(call.the_switch.model, id);
+}
+
+void create_vsan(Call &call) {
+    const std::uint32_t id = call.arguments.required_number("id", vsan_numbers);
+    if (call.the_switch.model.vsan(id))
+        throw Refusal(STATUS_BAD_RECORD, fmt::format("VSAN {} exists already.", id));
+    change(call, id, new_vsan(id), true);
+}
+
+void set_vsan(Call &call) {
+    const std::uint32_t id = required_vsan(call);
+    change(call, id, *call.the_switch.model.vsan(id), false);
+}
+
+void remove_vsan(Call &call) {
+    const std::uint32_t id = required_vsan(call);
+    const std::uint32_t ports = count_ports(call.the_switch.model, id).all;
+    require(delete_vsan(call.the_switch, call.requester, id), fmt::format("VSAN {}", id));
+    call.reply = {{"id", id}, {"movedPorts", ports}};
+}
+
+Json port_json(std::uint32_t if_index, const Port &port, std::uint32_t position) {
+    return {{"ifIndex", if_index},
+            {"name", fmt::format("fc{}", position)},
+            {"vsan", port.vsan},
+            {"link", word_of(oper_state_words, port.link_up ? OPER_STATE_UP : OPER_STATE_DOWN)},
+            {"denyList", port.deny_list}};
+}
+
+void list_ports(Call &call) {
+    const std::uint32_t after = call.arguments.number("after", any_number).value_or(0);
+    const auto vsan = call.arguments.number("vsan", vsan_numbers);
+    Page page(call, "ports");
+    std::uint32_t position = 0;
+    for (const auto &[if_index, port] : call.the_switch.model.ports()) {
+        ++position;
+        if (if_index > after && (!vsan || port.vsan == *vsan) && !page.add(port_json(if_index, port, position))) {
+            break;
+        }
+    }
+}
+
+/* Makes a change of the call's port and answers how the port is then. */
+template <typename Change> void change_required_port(Call &call, const Change &change_to) {
+    const std::uint32_t if_index = call.arguments.required_port(call.the_switch);
+    require(change_to(if_index), fmt::format("Port {}", if_index));
+    const auto &ports = call.the_switch.model.ports();
+    const auto position = std::distance(ports.begin(), ports.find(if_index)) + 1;
+    call.reply = port_json(if_index, ports.at(if_index), static_cast<std::uint32_t>(position));
+}
+
+void move(Call &call) {
+    const std::uint32_t vsan = call.arguments.required_number("vsan", vsan_numbers);
+    change_required_port(
+        call, [&](std::uint32_t if_index) { return move_port(call.the_switch, call.requester, if_index, vsan); });
+}
+
+void plug_in(Call &call) {
+    change_required_port(
+        call, [&](std::uint32_t if_index) { return set_link(call.the_switch, call.requester, if_index, true); });
+}
+
+void unplug(Call &call) {
+    change_required_port(
+        call, [&](std::uint32_t if_index) { return set_link(call.the_switch, call.requester, if_index, false); });
+}
+
+void deny(Call &call) {
+    const std::uint32_t deny_list = call.arguments.required_number("denyList", any_number);
+    change_required_port(call, [&](std::uint32_t if_index) {
+        return set_deny_list(call.the_switch, call.requester, if_index, deny_list);
+    });
+}
+
+Json ranges_json(const std::vector<Range> &ranges) {
+    Json json = Json::array();
+    for (const auto &[first, last] : ranges)
+        json.push_back(first == last ? fmt::format("{}", first) : fmt::format("{}-{}", first, last));
+    return json;
+}
+
+Json role_json(const Role &role) {
+    return {{"name", role.name},
+            {"vsans", ranges_json(role.vsans)},
+            {"interfaces", ranges_json(role.interfaces)},
+            {"users", role.users}};
+}
+
+void list_roles(Call &call) {
+    const std::string after = call.arguments.text("after", max_text).value_or("");
+    const auto &roles = call.the_switch.roles.list();
+    auto role = roles.begin();
+    if (!after.empty()) {
+        role = std::find_if(roles.begin(), roles.end(), [&](const Role &known) { return known.name == after; });
+        role = role == roles.end() ? role : role + 1;
+    }
+    Page page(call, "roles");
+    while (role != roles.end() && page.add(role_json(*role)))
+        ++role;
+}
+
+void require_role_change(std::uint32_t status, const std::string &sentence, const std::string &name) {
+    if (status != STATUS_SUCCESS && !sentence.empty())
+        throw Refusal(status, sentence);
+    require(status, fmt::format("Role \"{}\"", JsonReader::printable(name)));
+}
+
+void set_role(Call &call) {
+    const std::string name = call.arguments.required_text("name", max_text);
+    Json role = call.arguments.json();
+    role.erase("command");
+    role.erase("replace");
+    /* Read as the role file is, so that both have one grammar. */
+    const Roles read = parse_roles(Json{{"roles", {role}}}.dump(), "the role");
+    std::string sentence;
+    require_role_change(add_role(call.the_switch, call.requester, read.list().front(),
+                                 call.arguments.flag("replace").value_or(false), &sentence),
+                        sentence, name);
+    call.reply = role_json(read.list().front());
+}
+
+void drop_role(Call &call) {
+    const std::string name = call.arguments.required_text("name", max_text);
+    std::string sentence;
+    require_role_change(remove_role(call.the_switch, call.requester, name, &sentence), sentence, name);
+    call.reply["name"] = name;
+}
+
+const Command commands[] = {
+    {"vsan.list", MTS_KIND_GET, list_vsans, {"after", "limit"}},
+    {"vsan.show", MTS_KIND_GET, show_vsan, {"id"}},
+    {"vsan.create",
+     MTS_KIND_SET,
+     create_vsan,
+     {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency"}},
+    {"vsan.set",
+     MTS_KIND_SET,
+     set_vsan,
+     {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency"}},
+    {"vsan.delete", MTS_KIND_SET, remove_vsan, {"id"}},
+    {"port.list", MTS_KIND_GET, list_ports, {"after", "limit", "vsan"}},
+    {"port.move", MTS_KIND_SET, move, {"ifIndex", "vsan"}},
+    {"port.up", MTS_KIND_SET, plug_in, {"ifIndex"}},
+    {"port.down", MTS_KIND_SET, unplug, {"ifIndex"}},
+    {"port.deny", MTS_KIND_SET, deny, {"ifIndex", "denyList"}},
+    {"role.list", MTS_KIND_GET, list_roles, {"after", "limit"}},
+    {"role.add", MTS_KIND_SET, set_role, {"name", "vsans", "interfaces", "users", "replace"}},
+    {"role.remove", MTS_KIND_SET, drop_role, {"name"}},
+};
+
+} // namespace
+
+std::span<const Command> configuration_commands() {
+    return commands;
+}
+
+} // namespace vswitch

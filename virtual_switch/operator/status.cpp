@@ -1,0 +1,112 @@
+/* Commands about the switch as a whole and its events. */
+#include <unistd.h>
+
+#include "operator/command_table.h"
+
+namespace vswitch {
+
+namespace {
+
+using Json = JsonReader::Json;
+
+constexpr std::uint32_t max_injected = 100000;
+constexpr std::size_t max_subscribers = 64; /* so many are shown */
+
+Json subscribers_json(const EventHub &events) {
+    Json list = Json::array();
+    for (const Subscriber *subscriber : events.subscribers()) {
+        if (list.size() == max_subscribers)
+            break;
+        list.push_back({{"number", subscriber->number()},
+                        {"classes", subscriber->classes()},
+                        {"queued", subscriber->queued()},
+                        {"delivered", subscriber->delivered()},
+                        {"dropped", subscriber->dropped()}});
+    }
+    return list;
+}
+
+void show_switch(Call &call) {
+    const ServedSwitch &the_switch = call.the_switch;
+    const SwitchModel &model = the_switch.model;
+    const Settings &settings = model.settings();
+    std::uint32_t suspended = 0;
+    std::uint32_t up = 0;
+    for (const auto &[id, vsan] : model.vsans()) {
+        suspended += vsan.admin_state == ADMIN_STATE_SUSPENDED;
+        up += model.is_up(id);
+    }
+    std::uint32_t ports_up = 0;
+    for (const auto &[if_index, port] : model.ports())
+        ports_up += port.link_up;
+    std::uint64_t requests = 0;
+    for (const auto &[key, count] : the_switch.counters.requests)
+        requests += count;
+
+    std::string wwn;
+    for (int shift = 56; shift >= 0; shift -= 8)
+        wwn += fmt::format("{}{:02x}", shift == 56 ? "" : ":", settings.wwn >> shift & 0xff);
+    call.reply = {{"wwn", wwn},
+                  {"pid", getpid()},
+                  {"lastChange", the_switch.last_change().seconds},
+                  {"vsans", {{"total", model.vsan_count()}, {"suspended", suspended}, {"up", up}}},
+                  {"ports", {{"total", model.port_count()}, {"up", ports_up}}},
+                  {"roles", the_switch.roles.list().size()},
+                  {"tdx", {{"enabled", settings.tdx_enabled}, {"showRun", settings.tdx_show_run}}},
+                  {"statusEvents", settings.status_events},
+                  {"requests", requests},
+                  {"connections",
+                   {{"open", the_switch.counters.connections},
+                    {"dropped", the_switch.counters.dropped_connections},
+                    {"refused", the_switch.counters.refused_connections}}},
+                  {"events",
+                   {{"published", the_switch.events.totals().published},
+                    {"missed", the_switch.events.totals().missed},
+                    {"dropped", the_switch.events.totals().dropped}}},
+                  {"subscribers", subscribers_json(the_switch.events)},
+                  {"faults", {{"active", the_switch.faults.list().size()}, {"applied", the_switch.faults.applied()}}}};
+    if (model.session())
+        call.reply["tdx"]["heldBy"] = model.session()->user;
+}
+
+/* Publishes events that nothing has caused: the storm that a receiver should survive. */
+void inject_events(Call &call) {
+    const SwitchModel &model = call.the_switch.model;
+    const std::uint32_t count = call.arguments.required_number("count", {1, max_injected});
+    const std::uint32_t event_class =
+        call.arguments.number("class", {EVENT_PORT_MOVED, EVENT_VSAN_CHANGED}).value_or(EVENT_VSAN_CHANGED);
+    Event event;
+    if (event_class == EVENT_VSAN_CHANGED) {
+        const std::uint32_t id = call.arguments.number("vsan", vsan_numbers).value_or(VSAN_NUMBER_DEFAULT);
+        const Vsan &vsan = require_vsan(call.the_switch, id);
+        VsanEvent change;
+        change.vsan = id;
+        change.admin_state = change.former_admin_state = vsan.admin_state;
+        change.oper_state = model.is_up(id) ? OPER_STATE_UP : OPER_STATE_DOWN;
+        change.former_oper_state = model.is_up(id) ? OPER_STATE_DOWN : OPER_STATE_UP;
+        event = vsan_event(change);
+    } else if (event_class == EVENT_PORT_MOVED) {
+        if (model.ports().empty())
+            throw Refusal(STATUS_NO_MORE_INTERFACES, "The switch has no port.");
+        const auto &[if_index, port] = *model.ports().begin();
+        event = port_event(if_index, port.vsan, port.vsan);
+    } else {
+        call.arguments.reader().fail(fmt::format("\"class\" must be {} or {}", EVENT_PORT_MOVED, EVENT_VSAN_CHANGED));
+    }
+    for (std::uint32_t number = 0; number < count; ++number)
+        call.the_switch.events.publish(event);
+    call.reply["published"] = count;
+}
+
+const Command commands[] = {
+    {"switch.show", MTS_KIND_GET, show_switch, {}},
+    {"events.inject", MTS_KIND_SET, inject_events, {"count", "class", "vsan"}},
+};
+
+} // namespace
+
+std::span<const Command> status_commands() {
+    return commands;
+}
+
+} // namespace vswitch

@@ -1,0 +1,40 @@
+// A switch that serves requests: what an answer may depend on beside the switch itself. It lives
+// in memory only.
+#ifndef VSWITCH_SERVED_SWITCH_H
+#define VSWITCH_SERVED_SWITCH_H
+
+#include <compare>
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "changes/switch.h"
+#include "services/faults.h"
+
+namespace vswitch {
+
+// What the daemon has served since it started.
+struct Counters {
+    struct Key {
+        uint32_t service, opcode, kind;
+        auto operator<=>(const Key &) const = default;
+    };
+    std::map<Key, uint64_t> requests;
+    uint64_t connections = 0;         // open now
+    uint64_t dropped_connections = 0; // closed by the daemon because of what they sent or did not
+                                      // read, or for want of room
+    uint64_t refused_connections = 0; // of processes that may not connect
+    uint64_t subscriptions = 0;       // event classes subscribed to, over all open connections
+};
+
+struct ServedSwitch : Switch {
+    using Switch::Switch;
+
+    Counters counters;
+    Faults faults;
+    std::string run_directory; // where the agent leaves its files; empty: nowhere
+};
+
+} // namespace vswitch
+
+#endif

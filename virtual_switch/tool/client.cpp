@@ -1,0 +1,113 @@
+#include "tool/client.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fmt/format.h>
+#include <memory>
+#include <pwd.h>
+#include <unistd.h>
+
+#include "contract/frames.h"
+#include "contract/services.h"
+#include "mts.h"
+#include "run_directory.h"
+
+namespace vswitchctl {
+
+namespace {
+
+constexpr std::uint32_t wait_class = 40; /* ten seconds */
+
+/* Who works with the tool; the switch notes who holds a distribution session. */
+std::string user_name() {
+    const passwd *entry = getpwuid(geteuid());
+    return entry ? entry->pw_name : fmt::format("{}", geteuid());
+}
+
+Json send(std::uint32_t kind, const std::string &command, Json arguments) {
+    arguments["command"] = command;
+    const std::string text = arguments.dump(-1, ' ', false, Json::error_handler_t::replace);
+    if (text.size() > MTS_WIRE_MAX_PAYLOAD)
+        throw Refusal("The command is too long.");
+    auto length = static_cast<std::uint32_t>(text.size());
+    void *data = nullptr;
+    const std::uint32_t status = cmi_req_resp(MTS_OP_SWITCH_COMMAND, kind, text.data(), &data, &length,
+                                              user_name().c_str(), 0, MTS_SERVICE_SWITCH, mts_response_q, wait_class);
+    const int reason = errno;
+    const std::unique_ptr<void, decltype(&std::free)> owner(data, std::free);
+    if (status == UINT32_MAX)
+        throw Refusal(connection_problem(reason));
+    const auto *bytes = static_cast<const char *>(data);
+    Json reply = Json::parse(bytes, bytes + (data ? length : 0), nullptr, false);
+    if (status == 0 && reply.is_object())
+        return reply;
+    if (reply.is_object() && reply.contains("error") && reply["error"].is_string())
+        throw Refusal(reply["error"].get<std::string>());
+    throw Refusal(fmt::format("The switch answered {} with status 0x{:08x} and no explanation.", command, status));
+}
+
+} // namespace
+
+std::string connection_problem(int reason) {
+    const std::string socket = std::string(run_directory()) + "/" MTS_SOCKET_NAME;
+    switch (reason) {
+    case ENOENT:
+    case ENOTDIR:
+    case ECONNREFUSED:
+        return fmt::format("No switch runs at {}; start vswitchd, or name its run directory with --run.", socket);
+    case EACCES:
+        return fmt::format("You may not connect to {}.", socket);
+    case EPERM:
+        return fmt::format("Who listens at {} is not trusted: neither root nor you, nor a user who alone can write in "
+                           "that directory.",
+                           socket);
+    case ETIMEDOUT:
+        return fmt::format("The switch at {} does not answer.", socket);
+    case ECONNRESET:
+    case EPIPE:
+        return fmt::format("The switch at {} closed the connection.", socket);
+    case ENAMETOOLONG:
+        return fmt::format("The path {} is too long for a socket; choose a shorter run directory.", socket);
+    default:
+        return fmt::format("Cannot talk to the switch at {}: {}.", socket, std::strerror(reason));
+    }
+}
+
+Json look(const std::string &command, Json arguments) {
+    return send(MTS_KIND_GET, command, std::move(arguments));
+}
+
+Json change(const std::string &command, Json arguments) {
+    return send(MTS_KIND_SET, command, std::move(arguments));
+}
+
+Json list(const std::string &command, const char *key, const char *after, Json arguments) {
+    Json rows = Json::array();
+    for (;;) {
+        Json reply = look(command, arguments);
+        const bool more = reply.value("more", false);
+        if (!reply.contains(key) || !reply[key].is_array() || (more && reply[key].empty()))
+            throw Refusal(fmt::format("The switch answered {} with something else.", command));
+        for (Json &row : reply[key])
+            rows.push_back(std::move(row));
+        if (!more) {
+            reply.erase("more");
+            reply[key] = std::move(rows);
+            return reply;
+        }
+        arguments["after"] = reply.contains(after) ? reply[after] : rows.back().at(after);
+    }
+}
+
+std::uint32_t find_port(const std::string &text) {
+    if (text.find_first_not_of("0123456789") == std::string::npos)
+        return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
+    const Json reply = list("port.list", "ports", "ifIndex");
+    for (const Json &port : reply.at("ports"))
+        if (port.at("name") == text)
+            return port.at("ifIndex").get<std::uint32_t>();
+    throw Refusal(fmt::format("There is no port {}.", text));
+}
+
+} // namespace vswitchctl

@@ -1,0 +1,39 @@
+// The room `tool`: vswitchctl, the operator's program. It knows the switch by contract/ only, and speaks
+// to it through the platform's message client.
+//
+// This is the tool's side of the conversation with the switch. Heavy: it brings the JSON library.
+#ifndef VSWITCHCTL_CLIENT_H
+#define VSWITCHCTL_CLIENT_H
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+
+namespace vswitchctl {
+
+using Json = nlohmann::json;
+
+/* The switch refuses, or cannot be reached. The text is one sentence for the operator. */
+class Refusal : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/* What the sentence of an errno value of the message service is. */
+std::string connection_problem(int reason);
+
+/* Sends one command and returns its reply. Throws Refusal. */
+Json look(const std::string &command, Json arguments = Json::object());
+Json change(const std::string &command, Json arguments = Json::object());
+
+/* Asks for a list until the switch has no more of it, and returns {key: all rows} beside
+ * what else the last reply has. `after` is the row's member, or the reply's, that the next
+ * request starts behind. Throws Refusal. */
+Json list(const std::string &command, const char *key, const char *after, Json arguments = Json::object());
+
+/* The ifIndex of a port given as a number or as fcN. Throws Refusal for an unknown fcN. */
+std::uint32_t find_port(const std::string &text);
+
+} // namespace vswitchctl
+
+#endif

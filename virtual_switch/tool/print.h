@@ -1,0 +1,35 @@
+/* The switch's replies in words. Each function prints one reply to standard output. */
+#ifndef VSWITCHCTL_PRINT_H
+#define VSWITCHCTL_PRINT_H
+
+#include <optional>
+
+#include "tool/client.h"
+
+namespace vswitchctl {
+
+/* Prints a reply as JSON text. */
+void print_json(const Json &reply);
+
+void print_vsans(const Json &reply);
+void print_vsan(const Json &reply);
+void print_ports(const Json &reply);
+void print_port(const Json &reply);
+void print_roles(const Json &reply);
+
+/* `reply` is that of switch.show with the members "vsanList" and "portList" added. */
+void print_switch(const Json &reply);
+void print_timers(const Json &reply);
+void print_tdx(const Json &reply);
+void print_pending(const Json &reply);
+void print_history(const Json &reply);
+void print_filters(const Json &reply);
+void print_faults(const Json &reply);
+
+/* Prints each event that the switch publishes, in words or as one JSON object a line,
+ * until `count` have come, or without an end. Throws Refusal. */
+void watch(bool json, std::optional<std::uint32_t> count);
+
+} // namespace vswitchctl
+
+#endif

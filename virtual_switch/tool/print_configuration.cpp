@@ -1,0 +1,83 @@
+/* VSANs, ports and roles in words. */
+#include <cstdio>
+#include <fmt/format.h>
+
+#include "contract/limits.h"
+#include "tool/print.h"
+#include "tool/table.h"
+
+namespace vswitchctl {
+
+namespace {
+
+std::string text(const Json &object, const char *key) {
+    const Json &value = object.at(key);
+    return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+std::string on_or_off(const Json &value) {
+    return value.get<bool>() ? "on" : "off";
+}
+
+std::string joined(const Json &list) {
+    std::string line;
+    for (const Json &item : list) {
+        line.append(line.empty() ? "" : ",");
+        line.append(item.get<std::string>());
+    }
+    return line.empty() ? "-" : line;
+}
+
+} // namespace
+
+void print_json(const Json &reply) {
+    fmt::print("{}\n", reply.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+void print_vsans(const Json &reply) {
+    Table table({{"VSAN", true}, {"Name"}, {"State"}, {"Oper"}, {"Ports", true}, {"Up", true}, {"Load balancing"}});
+    for (const Json &vsan : reply.at("vsans"))
+        table.add({text(vsan, "id"), text(vsan, "name"), text(vsan, "state"), text(vsan, "oper"), text(vsan, "ports"),
+                   text(vsan, "portsUp"), text(vsan, "loadBalancing")});
+    table.print();
+}
+
+void print_vsan(const Json &reply) {
+    fmt::print("VSAN {}\n", text(reply, "id"));
+    fmt::print("  name             {}\n", printable(text(reply, "name")));
+    fmt::print("  state            {}, operationally {}\n", text(reply, "state"), text(reply, "oper"));
+    fmt::print("  ports            {}, {} of them up\n", text(reply, "ports"), text(reply, "portsUp"));
+    fmt::print("  mtu              {}\n", text(reply, "mtu"));
+    fmt::print("  load balancing   {}\n", text(reply, "loadBalancing"));
+    const std::string interop = text(reply, "interop");
+    fmt::print("  interop mode     {}\n", interop == std::to_string(VSAN_INTEROP_NONE) ? "none" : interop);
+    fmt::print("  in-order         {}\n", on_or_off(reply.at("inorderDelivery")));
+    fmt::print("  drop latency     {} ms\n", text(reply, "networkDropLatency"));
+}
+
+void print_ports(const Json &reply) {
+    Table table({{"Port"}, {"ifIndex", true}, {"VSAN", true}, {"Link"}, {"Deny list", true}});
+    for (const Json &port : reply.at("ports"))
+        table.add({text(port, "name"), text(port, "ifIndex"), text(port, "vsan"), text(port, "link"),
+                   text(port, "denyList")});
+    table.print();
+}
+
+void print_port(const Json &reply) {
+    fmt::print("Port {} ({}): VSAN {}, link {}, deny list {}\n", text(reply, "ifIndex"), text(reply, "name"),
+               text(reply, "vsan"), text(reply, "link"), text(reply, "denyList"));
+}
+
+void print_roles(const Json &reply) {
+    if (reply.at("roles").empty()) {
+        fmt::print("No roles: nobody is restricted.\n");
+        return;
+    }
+    for (const Json &role : reply.at("roles")) {
+        fmt::print("Role {}\n", printable(text(role, "name")));
+        for (const char *key : {"users", "vsans", "interfaces"})
+            fmt::print("  {:<12}{}\n", key, shortened(printable(joined(role.at(key))), line_width - 14));
+    }
+}
+
+} // namespace vswitchctl

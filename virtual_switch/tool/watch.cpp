@@ -1,0 +1,141 @@
+/* The switch's events as they are published. */
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <fmt/format.h>
+#include <memory>
+#include <poll.h>
+
+#include "contract/big_endian.h"
+#include "mts.h"
+#include "mts/mts_events.h"
+#include "tool/print.h"
+#include "tool/words.h"
+#include "vsan.h"
+
+namespace vswitchctl {
+
+namespace {
+
+Json unknown_event(std::uint32_t event_class) {
+    return {{"event", "unknown"}, {"class", event_class}};
+}
+
+Json vsan_event(const void *payload, std::uint32_t size) {
+    std::uint32_t condition = 0, vsan = 0, created = 0;
+    if (vsan_range_config_change_get_info(payload, size, &condition, &vsan, &created) != 0)
+        return unknown_event(EVENT_VSAN_CHANGED);
+    const auto attribute = [&](std::uint32_t key) {
+        std::uint32_t value = 0, former = 0;
+        if (vsan_range_config_change_get_attr_values(payload, size, key, &value, &former) != 0)
+            value = former = 0;
+        return std::pair(read_be32(reinterpret_cast<const std::uint8_t *>(&value)),
+                         read_be32(reinterpret_cast<const std::uint8_t *>(&former)));
+    };
+    const auto [state, former_state] = attribute(ATTRIBUTE_ADMIN_STATE);
+    const auto [oper, former_oper] = attribute(ATTRIBUTE_OPER_STATE);
+    return {{"event", "vsan"},
+            {"class", EVENT_VSAN_CHANGED},
+            {"vsan", vsan},
+            {"created", created != 0},
+            {"deleted", condition != 0},
+            {"state", word_of(state_words, state)},
+            {"formerState", word_of(state_words, former_state)},
+            {"oper", word_of(oper_words, oper)},
+            {"formerOper", word_of(oper_words, former_oper)}};
+}
+
+Json port_event(const void *payload, std::uint32_t size) {
+    if (!payload || size < PORT_EVENT_SIZE)
+        return unknown_event(EVENT_PORT_MOVED);
+    const auto *bytes = static_cast<const std::uint8_t *>(payload);
+    return {{"event", "port"},
+            {"class", EVENT_PORT_MOVED},
+            {"ifIndex", read_be32(bytes + PORT_EVENT_IF_INDEX)},
+            {"formerVsan", read_be32(bytes + PORT_EVENT_FORMER_VSAN)},
+            {"vsan", read_be32(bytes + PORT_EVENT_VSAN)}};
+}
+
+std::string vsan_words(const Json &event) {
+    const std::string state = event["state"], former_state = event["formerState"];
+    const std::string oper = event["oper"], former_oper = event["formerOper"];
+    const std::string vsan = fmt::format("VSAN {}", event["vsan"].get<std::uint32_t>());
+    if (event["created"].get<bool>())
+        return fmt::format("{} created, {} and {}", vsan, state, oper);
+    if (event["deleted"].get<bool>())
+        return vsan + " deleted";
+    std::string changes;
+    if (state != former_state)
+        changes = state == "suspended" ? "suspended" : "resumed";
+    if (oper != former_oper)
+        changes += fmt::format("{}went {}", changes.empty() ? "" : ", ", oper);
+    return fmt::format("{} {}", vsan, changes.empty() ? fmt::format("changed, {} and {}", state, oper) : changes);
+}
+
+std::string words(const Json &event) {
+    if (event["event"] == "vsan")
+        return vsan_words(event);
+    if (event["event"] == "port")
+        return fmt::format("port {} moved from VSAN {} to VSAN {}", event["ifIndex"].get<std::uint32_t>(),
+                           event["formerVsan"].get<std::uint32_t>(), event["vsan"].get<std::uint32_t>());
+    return fmt::format("event of class {} that cannot be decoded", event["class"].get<std::uint32_t>());
+}
+
+std::string time_now() {
+    using namespace std::chrono;
+    const auto now = system_clock::now();
+    const std::time_t seconds = system_clock::to_time_t(now);
+    const auto milliseconds = duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char line[40];
+    const std::size_t length = std::strftime(line, sizeof line, "%Y-%m-%dT%H:%M:%S", &parts);
+    return fmt::format("{}.{:03}Z", std::string(line, length), milliseconds);
+}
+
+void print_event(const mts_message *message, bool json) {
+    const void *payload = mts_payload_get(message);
+    const std::uint32_t size = mts_payload_size(message);
+    const std::uint32_t event_class = mts_message_class(message);
+    Json event = event_class == EVENT_VSAN_CHANGED ? vsan_event(payload, size)
+                 : event_class == EVENT_PORT_MOVED ? port_event(payload, size)
+                                                   : unknown_event(event_class);
+    if (json) {
+        event["time"] = time_now();
+        fmt::print("{}\n", event.dump());
+    } else {
+        fmt::print("{} {}\n", time_now(), words(event));
+    }
+    /* Who reads from a pipe wants each event at once. */
+    std::fflush(stdout);
+}
+
+} // namespace
+
+void watch(bool json, std::optional<std::uint32_t> count) {
+    const std::uint32_t classes[] = {EVENT_VSAN_CHANGED, EVENT_PORT_MOVED};
+    const int descriptor = mts_events_open(classes, std::size(classes));
+    if (descriptor < 0)
+        throw Refusal(connection_problem(errno));
+    bool confirmed = false;
+    for (std::uint32_t seen = 0; !confirmed || !count || seen < *count;) {
+        pollfd state{descriptor, POLLIN, 0};
+        if (poll(&state, 1, -1) < 0 && errno != EINTR)
+            throw Refusal(connection_problem(errno));
+        const mts_message *message = nullptr;
+        const int result = mts_events_next(&message);
+        if (result < 0)
+            throw Refusal(connection_problem(errno));
+        /* The first that comes is the switch's confirmation: from then on nothing is missed. */
+        if (!confirmed)
+            fmt::print(stderr, "watching; Ctrl-C ends\n");
+        confirmed = true;
+        if (result == 0)
+            continue;
+        print_event(message, json);
+        ++seen;
+    }
+    mts_events_close();
+}
+
+} // namespace vswitchctl
