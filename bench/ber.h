@@ -13,10 +13,10 @@
 
 namespace ber {
 
-using Octets = std::vector<std::uint8_t>;
-using View = std::span<const std::uint8_t>;
+using Octets = std::vector<uint8_t>;
+using View = std::span<const uint8_t>;
 
-enum Tag : std::uint8_t {
+enum Tag : uint8_t {
     tag_integer = 0x02,
     tag_octet_string = 0x04,
     tag_null = 0x05,
@@ -30,14 +30,14 @@ enum Tag : std::uint8_t {
 };
 
 /* An element of the given tag around `content`. */
-Octets element(std::uint8_t tag, View content);
+Octets element(uint8_t tag, View content);
 
 /* The content of an OBJECT IDENTIFIER from 1.3.6.1... in dotted form. Throws
  * std::invalid_argument for text that is none. */
 Octets oid_content(std::string_view dotted);
 
 /* Appends one arc to the content of an OBJECT IDENTIFIER. */
-void append_arc(Octets &content, std::uint32_t arc);
+void append_arc(Octets &content, uint32_t arc);
 
 /* Reads one element after the other from octets that may be anything. */
 class Reader {
@@ -47,14 +47,14 @@ class Reader {
     bool at_end() const { return rest_.empty(); }
 
     /* The tag of the next element, 0 at the end. */
-    std::uint8_t next_tag() const { return rest_.empty() ? std::uint8_t{0} : rest_[0]; }
+    uint8_t next_tag() const { return rest_.empty() ? uint8_t{0} : rest_[0]; }
 
     /* The content of the next element, which is passed. Nothing when it is another or
      * does not fit. */
-    std::optional<View> take(std::uint8_t tag);
+    std::optional<View> take(uint8_t tag);
 
     /* The same for an INTEGER of at most eight octets. */
-    std::optional<std::int64_t> take_integer();
+    std::optional<int64_t> take_integer();
 
   private:
     View rest_;

@@ -16,13 +16,13 @@ namespace {
 
 class CommitStream : public Stream {
   public:
-    CommitStream(const std::string &path, std::uint32_t count)
+    CommitStream(const std::string &path, uint32_t count)
         : database_(path, SQLite::OPEN_READWRITE), count_(count),
           vsan_(configured(), "UPDATE vsan SET name = ? WHERE id = ?"),
           setting_(database_, "UPDATE setting SET value = ? WHERE name = ?") {}
 
-    std::uint64_t run(const Limit &limit) override {
-        std::uint64_t done = 0;
+    uint64_t run(const Limit &limit) override {
+        uint64_t done = 0;
         while (!limit.reached(done)) {
             commit();
             ++done;
@@ -30,7 +30,7 @@ class CommitStream : public Stream {
         return done;
     }
 
-    std::uint64_t operations_per_pass() const override { return count_; }
+    uint64_t operations_per_pass() const override { return count_; }
 
   private:
     SQLite::Database &configured() {
@@ -40,20 +40,20 @@ class CommitStream : public Stream {
     }
 
     void commit() {
-        const std::uint32_t id = static_cast<std::uint32_t>(next_ % count_) + 1;
+        const uint32_t id = static_cast<uint32_t>(next_ % count_) + 1;
         SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
         vsan_.bind(1, fmt::format("{:05}-{:04}", next_ / count_ % 100000, id));
         vsan_.bind(2, id);
         if (vsan_.exec() != 1)
             throw Failure(fmt::format("the copy of the database has no VSAN {}", id));
         vsan_.reset();
-        set("change_seconds", static_cast<std::int64_t>(next_));
-        set("change_microseconds", static_cast<std::int64_t>(next_ % 1000000));
+        set("change_seconds", static_cast<int64_t>(next_));
+        set("change_microseconds", static_cast<int64_t>(next_ % 1000000));
         transaction.commit();
         ++next_;
     }
 
-    void set(const char *name, std::int64_t value) {
+    void set(const char *name, int64_t value) {
         setting_.bind(1, value);
         setting_.bind(2, name);
         setting_.exec();
@@ -61,17 +61,17 @@ class CommitStream : public Stream {
     }
 
     SQLite::Database database_;
-    std::uint32_t count_;
+    uint32_t count_;
     SQLite::Statement vsan_;
     SQLite::Statement setting_;
-    std::uint64_t next_ = 0;
+    uint64_t next_ = 0;
 };
 
 } // namespace
 
 std::unique_ptr<Stream> make_commit_stream(const nlohmann::json &description) {
     return std::make_unique<CommitStream>(description.at("database").get<std::string>(),
-                                          description.at("count").get<std::uint32_t>());
+                                          description.at("count").get<uint32_t>());
 }
 
 } // namespace bench

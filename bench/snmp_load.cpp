@@ -65,11 +65,11 @@ json measure(const json &description) {
     std::vector<double> spent(streams.size(), 0.0);
 
     if (!description.contains("seconds")) {
-        for (std::size_t i = 0; i < streams.size(); ++i) {
+        for (size_t i = 0; i < streams.size(); ++i) {
             bench::Limit limit;
             limit.operations = description.contains("passes")
-                                   ? description["passes"].get<std::uint64_t>() * streams[i]->operations_per_pass()
-                                   : description.at("operations").get<std::uint64_t>();
+                                   ? description["passes"].get<uint64_t>() * streams[i]->operations_per_pass()
+                                   : description.at("operations").get<uint64_t>();
             rates[i].push_back(rate_of_slice(*streams[i], limit, spent[i]));
         }
         return rates;
@@ -79,9 +79,9 @@ json measure(const json &description) {
     const auto slice = std::chrono::duration_cast<Clock::duration>(
         std::chrono::duration<double>(std::min(description.value("slice", 0.1), wanted)));
     for (const auto &stream : streams)
-        stream->run({.operations = description.value("warm_up", std::uint64_t{20})});
+        stream->run({.operations = description.value("warm_up", uint64_t{20})});
     while (*std::ranges::min_element(spent) < wanted)
-        for (std::size_t i = 0; i < streams.size(); ++i)
+        for (size_t i = 0; i < streams.size(); ++i)
             rates[i].push_back(rate_of_slice(*streams[i], {.until = Clock::now() + slice}, spent[i]));
     return rates;
 }

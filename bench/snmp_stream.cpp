@@ -26,14 +26,14 @@ using namespace ber;
 
 namespace {
 
-constexpr std::uint32_t max_outstanding = 256; /* a request id's lowest octet is its slot */
-constexpr std::size_t max_message = 65536;
+constexpr uint32_t max_outstanding = 256; /* a request id's lowest octet is its slot */
+constexpr size_t max_message = 65536;
 constexpr timeval patience = {20, 0}; /* what is measured may run under a simulator of the processor */
 
 /* A UDP socket that is connected to an agent on loopback. */
 class Channel {
   public:
-    explicit Channel(std::uint16_t port) : port_(port), descriptor_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    explicit Channel(uint16_t port) : port_(port), descriptor_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
@@ -58,43 +58,43 @@ class Channel {
             throw Failure(fmt::format("port {} has not answered for {} seconds", port_, patience.tv_sec));
         if (size < 0)
             throw Failure(fmt::format("cannot receive from port {}: {}", port_, std::strerror(errno)));
-        return View(buffer_).first(static_cast<std::size_t>(size));
+        return View(buffer_).first(static_cast<size_t>(size));
     }
 
   private:
-    std::uint16_t port_;
+    uint16_t port_;
     int descriptor_;
     Octets buffer_ = Octets(max_message);
 };
 
 struct Description {
-    std::uint8_t pdu; /* tag_get, tag_get_bulk or tag_set */
+    uint8_t pdu; /* tag_get, tag_get_bulk or tag_set */
     std::string community;
-    std::string oid;           /* the object, without instance */
-    std::uint32_t first;       /* the first instance */
-    std::uint32_t count;       /* instances, each one more than the one before */
-    std::uint32_t repetitions; /* of a GETBULK */
-    std::uint32_t outstanding;
-    std::uint8_t type; /* what every value must have */
+    std::string oid;      /* the object, without instance */
+    uint32_t first;       /* the first instance */
+    uint32_t count;       /* instances, each one more than the one before */
+    uint32_t repetitions; /* of a GETBULK */
+    uint32_t outstanding;
+    uint8_t type; /* what every value must have */
 };
 
 class SnmpStream : public Stream {
   public:
-    SnmpStream(std::uint16_t port, Description description)
+    SnmpStream(uint16_t port, Description description)
         : channel_(port), what_(std::move(description)), object_(oid_content(what_.oid)),
           community_(element(tag_octet_string, as_octets(what_.community))), slots_(what_.outstanding) {
-        for (std::uint32_t slot = 0; slot < what_.outstanding; ++slot)
+        for (uint32_t slot = 0; slot < what_.outstanding; ++slot)
             free_slots_.push_back(slot);
         names_.reserve(what_.count);
-        for (std::uint32_t i = 0; i < what_.count; ++i) {
+        for (uint32_t i = 0; i < what_.count; ++i) {
             names_.push_back(object_);
             append_arc(names_.back(), what_.first + i);
         }
     }
 
-    std::uint64_t run(const Limit &limit) override {
-        std::uint64_t started = 0;
-        std::uint64_t items = 0;
+    uint64_t run(const Limit &limit) override {
+        uint64_t started = 0;
+        uint64_t items = 0;
         for (;;) {
             while (!free_slots_.empty() && !limit.reached(started)) {
                 send_next();
@@ -106,43 +106,42 @@ class SnmpStream : public Stream {
         }
     }
 
-    std::uint64_t operations_per_pass() const override {
-        const std::uint64_t each = what_.pdu == tag_get_bulk ? what_.repetitions : 1;
+    uint64_t operations_per_pass() const override {
+        const uint64_t each = what_.pdu == tag_get_bulk ? what_.repetitions : 1;
         return (what_.count + each - 1) / each;
     }
 
   private:
     /* One request that is under way. */
     struct Slot {
-        std::uint32_t id = 0;
-        std::uint32_t first = 0; /* the first instance that is expected, counted from 0 */
-        std::uint32_t count = 0; /* how many are */
+        uint32_t id = 0;
+        uint32_t first = 0; /* the first instance that is expected, counted from 0 */
+        uint32_t count = 0; /* how many are */
     };
 
     static View as_octets(const std::string &text) {
-        return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()};
+        return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
     }
 
     static void append(Octets &to, View octets) { to.insert(to.end(), octets.begin(), octets.end()); }
 
-    static void append_integer(Octets &to, std::uint32_t value) {
+    static void append_integer(Octets &to, uint32_t value) {
         if (value < 0x80) {
-            to.insert(to.end(), {tag_integer, 1, static_cast<std::uint8_t>(value)});
+            to.insert(to.end(), {tag_integer, 1, static_cast<uint8_t>(value)});
             return;
         }
-        to.insert(to.end(),
-                  {tag_integer, 4, static_cast<std::uint8_t>(value >> 24), static_cast<std::uint8_t>(value >> 16),
-                   static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)});
+        to.insert(to.end(), {tag_integer, 4, static_cast<uint8_t>(value >> 24), static_cast<uint8_t>(value >> 16),
+                             static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)});
     }
 
     /* The value of a SET differs from the one that the instance had: a switch need not write
      * down what it has already. */
-    Octets value_to_set(std::uint32_t instance) const {
+    Octets value_to_set(uint32_t instance) const {
         return element(tag_octet_string, as_octets(fmt::format("{:05}-{:04}", pass_ % 100000, what_.first + instance)));
     }
 
     void send_next() {
-        const std::uint32_t index = free_slots_.back();
+        const uint32_t index = free_slots_.back();
         free_slots_.pop_back();
         Slot &slot = slots_[index];
         sequence_ = (sequence_ + 1) & 0x3fffff;
@@ -184,7 +183,7 @@ class SnmpStream : public Stream {
     }
 
     /* Takes one answer, checks all of it, and returns how many values it has. */
-    std::uint64_t receive() {
+    uint64_t receive() {
         Reader datagram(channel_.receive());
         const auto message = datagram.take(tag_sequence);
         if (!message || !datagram.at_end())
@@ -203,7 +202,7 @@ class SnmpStream : public Stream {
         const auto varbinds = fields.take(tag_sequence);
         if (!id || !status || !index || !varbinds || !fields.at_end())
             wrong("not a PDU");
-        const std::uint32_t at = static_cast<std::uint32_t>(*id) & (max_outstanding - 1);
+        const uint32_t at = static_cast<uint32_t>(*id) & (max_outstanding - 1);
         if (at >= slots_.size() || slots_[at].id != *id)
             wrong("its request id is not that of a request under way");
         if (*status != 0)
@@ -216,7 +215,7 @@ class SnmpStream : public Stream {
 
     void check_varbinds(View varbinds, const Slot &slot) const {
         Reader list(varbinds);
-        for (std::uint32_t i = 0; i < slot.count; ++i) {
+        for (uint32_t i = 0; i < slot.count; ++i) {
             const auto varbind = list.take(tag_sequence);
             if (!varbind)
                 wrong("too few varbinds");
@@ -237,14 +236,14 @@ class SnmpStream : public Stream {
     Octets community_;
     std::vector<Octets> names_; /* of the instances */
     std::vector<Slot> slots_;
-    std::vector<std::uint32_t> free_slots_;
-    std::uint32_t sequence_ = 0;
-    std::uint32_t next_ = 0; /* the next instance to ask for, counted from 0 */
+    std::vector<uint32_t> free_slots_;
+    uint32_t sequence_ = 0;
+    uint32_t next_ = 0; /* the next instance to ask for, counted from 0 */
     /* Which round this is through all of them; not the same in two runs of the program. */
-    std::uint64_t pass_ = static_cast<std::uint64_t>(Clock::now().time_since_epoch().count()) / 1000;
+    uint64_t pass_ = static_cast<uint64_t>(Clock::now().time_since_epoch().count()) / 1000;
 };
 
-std::uint8_t pdu_of_kind(const std::string &kind) {
+uint8_t pdu_of_kind(const std::string &kind) {
     if (kind == "get")
         return tag_get;
     if (kind == "getbulk")
@@ -265,10 +264,10 @@ std::unique_ptr<Stream> make_snmp_stream(const nlohmann::json &description) {
     what.count = description.value("count", 1u);
     what.repetitions = description.value("repetitions", 50u);
     what.outstanding = description.value("outstanding", 1u);
-    what.type = description.value("type", std::uint8_t{tag_octet_string});
+    what.type = description.value("type", uint8_t{tag_octet_string});
     if (what.count == 0 || what.repetitions == 0 || what.outstanding == 0 || what.outstanding > max_outstanding)
         throw Failure("a count in a stream's description is out of range");
-    return std::make_unique<SnmpStream>(description.at("port").get<std::uint16_t>(), std::move(what));
+    return std::make_unique<SnmpStream>(description.at("port").get<uint16_t>(), std::move(what));
 }
 
 } // namespace bench

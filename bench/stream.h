@@ -23,9 +23,9 @@ class Failure : public std::runtime_error {
 /* When a slice ends: at a time, or after a number of operations. */
 struct Limit {
     Clock::time_point until = Clock::time_point::max();
-    std::uint64_t operations = UINT64_MAX;
+    uint64_t operations = UINT64_MAX;
 
-    bool reached(std::uint64_t started) const {
+    bool reached(uint64_t started) const {
         return started >= operations || (until != Clock::time_point::max() && Clock::now() >= until);
     }
 };
@@ -39,10 +39,10 @@ class Stream {
      * done: the number of items (varbinds, commits) that were carried out. Goes on where the
      * slice before has ended. Throws Failure when one does not end as it must.
      */
-    virtual std::uint64_t run(const Limit &limit) = 0;
+    virtual uint64_t run(const Limit &limit) = 0;
 
     /* How many operations take a stream once through all of its instances. */
-    virtual std::uint64_t operations_per_pass() const = 0;
+    virtual uint64_t operations_per_pass() const = 0;
 };
 
 /* The stream that a description names, as snmp_load --help explains. Throw Failure or

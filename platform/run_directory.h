@@ -2,9 +2,9 @@
 #ifndef RUN_DIRECTORY_H
 #define RUN_DIRECTORY_H
 
-#include <stddef.h>
-#include <stdio.h>
-#include <stdlib.h>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 
 #include "contract/run_directory.h"
 

@@ -6,8 +6,8 @@
  */
 #include "indxobj.h"
 
+#include <cstdlib>
 #include <search.h>
-#include <stdlib.h>
 
 namespace {
 

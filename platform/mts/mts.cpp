@@ -43,9 +43,9 @@
 // taken back from the memory, so that the switch cannot have acted on it.
 #include "mts.h"
 
-#include <errno.h>
-#include <stdlib.h>
-#include <string.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 
 #include "contract/big_endian.h"
 #include "mts_memory.h"

@@ -1,6 +1,6 @@
 #include "mts_events.h"
 
-#include <errno.h>
+#include <cerrno>
 
 #include "contract/big_endian.h"
 #include "mts_stream.h"

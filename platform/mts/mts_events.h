@@ -7,8 +7,8 @@
 #ifndef MTS_EVENTS_H
 #define MTS_EVENTS_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 #include "mts.h"
 

@@ -5,8 +5,8 @@
 #ifndef MTS_FRAME_H
 #define MTS_FRAME_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 #include <span>
 

@@ -1,7 +1,7 @@
 #include "mts_memory.h"
 
+#include <cstring>
 #include <fcntl.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>

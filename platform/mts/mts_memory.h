@@ -2,8 +2,8 @@
 #ifndef MTS_MEMORY_H
 #define MTS_MEMORY_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 #include <sys/uio.h>
 
 #include "mts_shared.h"

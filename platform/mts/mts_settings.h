@@ -2,7 +2,7 @@
 #ifndef MTS_SETTINGS_H
 #define MTS_SETTINGS_H
 
-#include <stdint.h>
+#include <cstdint>
 
 #ifdef __cplusplus
 extern "C" {

@@ -35,10 +35,10 @@
 #ifndef MTS_SHARED_H
 #define MTS_SHARED_H
 
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <sched.h>
-#include <stddef.h>
-#include <stdint.h>
-#include <string.h>
 
 #include <atomic>
 

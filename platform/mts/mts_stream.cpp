@@ -1,13 +1,13 @@
 #include "mts_stream.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
-#include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <time.h>
 #include <unistd.h>
 
 #include "run_directory.h"

@@ -5,8 +5,8 @@
 #ifndef MTS_STREAM_H
 #define MTS_STREAM_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 #include <sys/types.h>
 #include <sys/uio.h>
 

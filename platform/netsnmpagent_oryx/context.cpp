@@ -1,6 +1,6 @@
 #include "context.h"
 
-#include <string.h>
+#include <cstring>
 
 #include "netsnmpagent_oryx.h"
 

@@ -9,7 +9,7 @@
 #ifndef NETSNMPAGENT_ORYX_CONTEXT_H
 #define NETSNMPAGENT_ORYX_CONTEXT_H
 
-#include <stdint.h>
+#include <cstdint>
 
 #include <net-snmp/net-snmp-config.h>
 

@@ -1,6 +1,6 @@
 #include "errors.h"
 
-#include <string.h>
+#include <cstring>
 
 #include "syserr.h"
 

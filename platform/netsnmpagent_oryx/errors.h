@@ -5,7 +5,7 @@
 #ifndef NETSNMPAGENT_ORYX_ERRORS_H
 #define NETSNMPAGENT_ORYX_ERRORS_H
 
-#include <stdint.h>
+#include <cstdint>
 
 #include "netsnmpagent_oryx.h"
 

@@ -1,6 +1,6 @@
 #include "front_handler.h"
 
-#include <stdint.h>
+#include <cstdint>
 
 #include <net-snmp/net-snmp-config.h>
 

@@ -5,11 +5,11 @@
  * in its constructor would be initialised twice; this library has nothing to do in
  * its entry but to open the module, whose constructor does the rest, once.
  */
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
-#include <limits.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 
 #include <net-snmp/net-snmp-config.h>
 

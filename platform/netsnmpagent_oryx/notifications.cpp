@@ -1,7 +1,7 @@
 #include "notifications.h"
 
-#include <stdint.h>
-#include <string.h>
+#include <cstdint>
+#include <cstring>
 
 #include <net-snmp/net-snmp-config.h>
 

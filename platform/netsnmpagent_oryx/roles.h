@@ -6,7 +6,7 @@
 #ifndef NETSNMPAGENT_ORYX_ROLES_H
 #define NETSNMPAGENT_ORYX_ROLES_H
 
-#include <stdint.h>
+#include <cstdint>
 
 #include "context.h"
 #include "contract/records.h"

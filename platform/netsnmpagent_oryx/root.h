@@ -2,7 +2,7 @@
 #ifndef NETSNMPAGENT_ORYX_ROOT_H
 #define NETSNMPAGENT_ORYX_ROOT_H
 
-#include <stddef.h>
+#include <cstddef>
 
 #include <net-snmp/net-snmp-config.h>
 

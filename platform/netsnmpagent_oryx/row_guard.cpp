@@ -1,7 +1,7 @@
 #include "row_guard.h"
 
-#include <stdlib.h>
-#include <string.h>
+#include <cstdlib>
+#include <cstring>
 
 #include "free_pass.h"
 

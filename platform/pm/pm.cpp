@@ -1,7 +1,7 @@
 #include "pm.h"
 
-#include <errno.h>
-#include <stdlib.h>
+#include <cerrno>
+#include <cstdlib>
 
 #include "contract/big_endian.h"
 #include "contract/records.h"

@@ -2,8 +2,8 @@
 #ifndef COARSE_CLOCK_H
 #define COARSE_CLOCK_H
 
-#include <stdint.h>
-#include <time.h>
+#include <cstdint>
+#include <ctime>
 
 // Milliseconds since some moment, to the precision of the kernel's tick.
 inline int64_t coarse_milliseconds(void) {

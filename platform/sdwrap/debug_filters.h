@@ -13,8 +13,8 @@
 #ifndef DEBUG_FILTERS_H
 #define DEBUG_FILTERS_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 #include <span>
 

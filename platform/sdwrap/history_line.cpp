@@ -1,6 +1,6 @@
 #include "history_line.h"
 
-#include <string.h>
+#include <cstring>
 
 #include "words.h"
 

@@ -7,8 +7,8 @@
 #ifndef HISTORY_LINE_H
 #define HISTORY_LINE_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 #include <string_view>
 

@@ -1,9 +1,9 @@
 #include "history_store.h"
 
-#include <ctype.h>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
 #include <fcntl.h>
-#include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

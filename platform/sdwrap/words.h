@@ -2,8 +2,8 @@
 #ifndef SDWRAP_WORDS_H
 #define SDWRAP_WORDS_H
 
-#include <stddef.h>
-#include <stdint.h>
+#include <cstddef>
+#include <cstdint>
 
 #include <string_view>
 

@@ -1,6 +1,6 @@
 #include "syserr.h"
 
-#include <stdio.h>
+#include <cstdio>
 
 #include "contract/status_codes.h"
 

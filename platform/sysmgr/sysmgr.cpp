@@ -4,8 +4,8 @@
  */
 #include "sysmgr.h"
 
-#include <errno.h>
-#include <stdio.h>
+#include <cerrno>
+#include <cstdio>
 
 #include "sysmgr_state.h"
 

@@ -1,8 +1,8 @@
 #include "tdx.h"
 
-#include <errno.h>
-#include <stdlib.h>
-#include <string.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 
 #include "contract/big_endian.h"
 #include "contract/records.h"

@@ -1,7 +1,7 @@
 #include "vsan.h"
 
-#include <stddef.h>
-#include <string.h>
+#include <cstddef>
+#include <cstring>
 
 #include <span>
 

@@ -39,7 +39,7 @@ bool is_unchanged(const ServedSwitch &target, const SwitchData &data) {
 } // namespace
 
 // The first byte is the kind, as a digit.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
     static const SwitchData data = make_data();
     if (size == 0)
         return 0;
@@ -47,13 +47,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     Request request;
     request.service = MTS_SERVICE_SWITCH;
     request.opcode = MTS_OP_SWITCH_COMMAND;
-    request.kind = bytes[0] - std::uint32_t{'0'};
+    request.kind = bytes[0] - uint32_t{'0'};
     request.payload = Bytes(bytes + 1, size - 1);
-    request.length = static_cast<std::uint32_t>(size - 1);
+    request.length = static_cast<uint32_t>(size - 1);
     request.user = "operator";
     Reply reply;
     answer_request(target, request, reply);
-    const std::uint32_t status = reply.status;
+    const uint32_t status = reply.status;
     if (request.kind != MTS_KIND_GET && request.kind != MTS_KIND_SET) {
         // No command at all, so that nobody explains it.
         if (status != STATUS_NO_SUCH_KIND)

@@ -30,7 +30,7 @@ void check_switch(const SwitchData &data) {
 }
 
 void check_permission(const Permission &permission) {
-    for (std::size_t at = 0; at < permission.interfaces.size(); ++at) {
+    for (size_t at = 0; at < permission.interfaces.size(); ++at) {
         const auto &[first, last] = permission.interfaces[at];
         if (first == 0 || first > last || (at > 0 && permission.interfaces[at - 1].greatest >= first - 1))
             abort();
@@ -39,7 +39,7 @@ void check_permission(const Permission &permission) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string_view text(reinterpret_cast<const char *>(data), size);
     try {
         const SwitchData parsed = parse_configuration(text, "initial.json");

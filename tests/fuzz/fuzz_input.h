@@ -35,7 +35,7 @@ inline void require(bool condition, const char *what = "something that always ho
 }
 
 /* How many descriptors this process has open; the one that counts is among them. */
-inline std::ptrdiff_t open_descriptors() {
+inline ptrdiff_t open_descriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 

@@ -1,8 +1,8 @@
 // Whatever a switch puts into the memory that it shares, or sends instead: a request ends
 // with exactly the reply that was sent, or fails, and the next request of a sound switch is
 // served. No descriptor stays open.
+#include <cstdlib>
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>

@@ -33,7 +33,7 @@ class Host final : public ConnectionHost {
     asio::io_context &context() override { return context_; }
     bool left(Connection &) override { return std::exchange(connected_, false); }
     void shares_memory(Connection &) override { shares_ = true; }
-    std::uint32_t generation() const override { return 1; }
+    uint32_t generation() const override { return 1; }
     void served(bool) override {}
     void watch_stalls() override {}
 
@@ -64,10 +64,10 @@ class HostileClient {
     void send(Bytes bytes) { (void)!::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT); }
 
     // Receives what the daemon has sent, its memory among it.
-    void receive(std::vector<std::uint8_t> &received) {
+    void receive(std::vector<uint8_t> &received) {
         for (;;) {
-            std::array<std::uint8_t, 65536> chunk;
-            alignas(cmsghdr) std::uint8_t control[CMSG_SPACE(sizeof(int))];
+            std::array<uint8_t, 65536> chunk;
+            alignas(cmsghdr) uint8_t control[CMSG_SPACE(sizeof(int))];
             iovec part{chunk.data(), chunk.size()};
             msghdr message{};
             message.msg_iov = &part;
@@ -108,36 +108,36 @@ class HostileClient {
 };
 
 // Takes the whole frames at the start of `bytes`, which must be such as a daemon sends.
-void check(std::vector<std::uint8_t> &bytes) {
-    std::size_t used = 0;
+void check(std::vector<uint8_t> &bytes) {
+    size_t used = 0;
     while (bytes.size() - used >= MTS_WIRE_HEADER) {
         const Bytes rest = Bytes(bytes).subspan(used);
-        const std::uint32_t type = load_word(rest, 4).value();
-        const std::uint32_t size = load_word(rest, 12).value();
+        const uint32_t type = load_word(rest, 4).value();
+        const uint32_t size = load_word(rest, 12).value();
         require(load_word(rest, 0) == MTS_WIRE_MAGIC && size <= MTS_WIRE_MAX_BODY);
         const bool is_sign = type == MTS_FRAME_PONG || type == MTS_FRAME_SHARED || type == MTS_FRAME_KNOCK;
         require((type == MTS_FRAME_REPLY && size >= MTS_WIRE_REPLY_FIXED) ||
                 (type == MTS_FRAME_EVENT && size >= MTS_WIRE_EVENT_FIXED) || (is_sign && size == 0));
-        if (rest.size() < std::size_t{MTS_WIRE_HEADER} + size)
+        if (rest.size() < size_t{MTS_WIRE_HEADER} + size)
             break;
-        used += std::size_t{MTS_WIRE_HEADER} + size;
+        used += size_t{MTS_WIRE_HEADER} + size;
     }
-    bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(used));
+    bytes.erase(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(used));
 }
 
 // Posts a request of which some lines are said to be blank: two words, and the bytes that
 // are there. Its length may be more than is true.
-void post(mts_shared_memory &shared, Bytes input, std::uint32_t length_beyond) {
+void post(mts_shared_memory &shared, Bytes input, uint32_t length_beyond) {
     shared.request_blanks = {{load_word(input, 0).value_or(0), load_word(input, 4).value_or(0)}};
-    const Bytes bytes = input.subspan(std::min<std::size_t>(input.size(), sizeof shared.request_blanks));
-    std::ranges::copy(bytes.first(std::min<std::size_t>(bytes.size(), MTS_SHARED_MAX_FRAME)), shared.request);
-    shared.request_length = static_cast<std::uint32_t>(bytes.size()) + length_beyond;
+    const Bytes bytes = input.subspan(std::min<size_t>(input.size(), sizeof shared.request_blanks));
+    std::ranges::copy(bytes.first(std::min<size_t>(bytes.size(), MTS_SHARED_MAX_FRAME)), shared.request);
+    shared.request_length = static_cast<uint32_t>(bytes.size()) + length_beyond;
     shared.state = MTS_SHARED_POSTED;
 }
 
 // What a daemon sees of it.
-std::vector<std::uint8_t> request_in(const mts_shared_memory &shared) {
-    std::vector<std::uint8_t> request(std::min(shared.request_length, MTS_SHARED_MAX_FRAME));
+std::vector<uint8_t> request_in(const mts_shared_memory &shared) {
+    std::vector<uint8_t> request(std::min(shared.request_length, MTS_SHARED_MAX_FRAME));
     mts_shared_read(request.data(), request.size(), shared.request, shared.request_blanks);
     return request;
 }
@@ -151,7 +151,7 @@ bool is_one_request(Bytes bytes) {
 // Whether the answer in the memory is one frame, exactly, and that to the request.
 void check_answer(const mts_shared_memory &shared, Bytes request) {
     require(shared.reply_length <= MTS_SHARED_MAX_FRAME);
-    std::vector<std::uint8_t> answer(shared.reply_length);
+    std::vector<uint8_t> answer(shared.reply_length);
     mts_shared_read(answer.data(), answer.size(), shared.reply, shared.reply_blanks);
     require(load_word(answer, 4) == MTS_FRAME_REPLY && load_word(answer, 8) == load_word(request, 8));
     check(answer);
@@ -160,7 +160,7 @@ void check_answer(const mts_shared_memory &shared, Bytes request) {
 
 // Whether a daemon that has been at a request has done what it had to.
 void check_served(const mts_shared_memory &shared, bool connected) {
-    const std::vector<std::uint8_t> request = request_in(shared);
+    const std::vector<uint8_t> request = request_in(shared);
     const bool is_taken = shared.state != MTS_SHARED_POSTED; // not where the daemon has given other memory since
     if (is_taken && !is_one_request(request))
         require(!connected, "a client that posts no request stays connected");
@@ -174,14 +174,14 @@ void converse(Bytes input) {
     require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
     Host host;
     HostileClient client(ends[0]);
-    std::vector<std::uint8_t> received;
+    std::vector<uint8_t> received;
     {
         const auto connection = std::make_shared<Connection>(
             host, asio::local::stream_protocol::socket(host.context(), asio::local::stream_protocol(), ends[1]));
         connection->start();
         while (input.size() >= 3 && host.connected()) {
-            const std::uint8_t step = input[0];
-            const std::size_t length = std::min<std::size_t>(std::size_t{input[1]} << 8 | input[2], input.size() - 3);
+            const uint8_t step = input[0];
+            const size_t length = std::min<size_t>(size_t{input[1]} << 8 | input[2], input.size() - 3);
             const Bytes bytes = input.subspan(3, length);
             input = input.subspan(3 + length);
             mts_shared_memory *shared = client.shared();
@@ -224,8 +224,8 @@ void converse(Bytes input) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    const std::ptrdiff_t descriptors = open_descriptors();
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    const ptrdiff_t descriptors = open_descriptors();
     converse(Bytes(data, size));
     require(open_descriptors() == descriptors, "descriptors are left open");
     return 0;

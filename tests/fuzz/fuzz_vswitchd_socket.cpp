@@ -33,18 +33,18 @@ void check(Bytes output) {
         const bool is_event = type == MTS_FRAME_EVENT && *size >= MTS_WIRE_EVENT_FIXED;
         if (!is_reply && !is_event && !(type == MTS_FRAME_PONG && *size == 0))
             abort();
-        output = output.subspan(std::size_t{MTS_WIRE_HEADER} + *size);
+        output = output.subspan(size_t{MTS_WIRE_HEADER} + *size);
     }
 }
 
 } // namespace
 
 // The first byte says into how large portions the rest is cut.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0)
         return 0;
     ServedSwitch target = make_switch(); // a new one, for requests change it
-    const std::size_t portion = data[0] == 0 ? size : data[0];
+    const size_t portion = data[0] == 0 ? size : data[0];
     Bytes input(data + 1, size - 1);
     vswitch::Conversation conversation(target);
     Buffer received;
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const Bytes part = input.first(std::min(portion, input.size()));
         input = input.subspan(part.size());
         received.insert(received.end(), part.begin(), part.end());
-        std::size_t used = 0;
+        size_t used = 0;
         bool held_up = false;
         do {
             output.clear();
@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             held_up = conversation.delay().has_value();
             if (held_up)
                 conversation.resume();
-            received.erase(received.begin(), received.begin() + static_cast<std::ptrdiff_t>(used));
+            received.erase(received.begin(), received.begin() + static_cast<ptrdiff_t>(used));
         } while (used > 0 || held_up);
         if (received.size() > MTS_WIRE_HEADER + MTS_WIRE_MAX_BODY && !conversation.broken() && !conversation.is_ended())
             abort(); // a whole frame must not be left unserved

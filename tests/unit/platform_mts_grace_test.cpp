@@ -3,8 +3,8 @@
 // functions below, so that they are counted and take no time.
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <poll.h>
-#include <time.h>
 
 #include <functional>
 

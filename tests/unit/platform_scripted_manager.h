@@ -4,9 +4,9 @@
 #ifndef PLATFORM_SCRIPTED_MANAGER_H
 #define PLATFORM_SCRIPTED_MANAGER_H
 
+#include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 // Event history and debug output as a process uses them.
+#include <csignal>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>

@@ -71,16 +71,16 @@ class ChangeTest : public testing::Test {
     }
 
     const vswitch::SwitchData &data() const { return target_->model.data(); }
-    const vswitch::Vsan &vsan(std::uint32_t id) const { return data().vsans.at(id); }
+    const vswitch::Vsan &vsan(uint32_t id) const { return data().vsans.at(id); }
 
     // One request of the VSAN manager, as a user of the management protocol sends it.
-    std::uint32_t send(std::uint32_t opcode, std::uint32_t kind, const Buffer &payload, const std::string &user = "") {
+    uint32_t send(uint32_t opcode, uint32_t kind, const Buffer &payload, const std::string &user = "") {
         vswitch::Request request;
         request.service = MANAGER_SAP_VSAN;
         request.opcode = opcode;
         request.kind = kind;
         request.payload = payload;
-        request.length = static_cast<std::uint32_t>(payload.size());
+        request.length = static_cast<uint32_t>(payload.size());
         request.user = user;
         vswitch::answer_request(*target_, request, reply_);
         if (kind == MTS_KIND_SET || kind == MTS_KIND_DELETE || reply_.status != 0) {
@@ -90,7 +90,7 @@ class ChangeTest : public testing::Test {
     }
 
     // The block that the manager answers for a VSAN; without one, a new VSAN's.
-    Buffer block_of(std::uint32_t id) {
+    Buffer block_of(uint32_t id) {
         if (send(149, MTS_KIND_GET, vsan_block(id)) == STATUS_SUCCESS)
             return reply_.data;
         Buffer block;
@@ -98,29 +98,29 @@ class ChangeTest : public testing::Test {
         return block;
     }
 
-    std::uint32_t set_vsan(const Buffer &block, const std::string &user = "") {
+    uint32_t set_vsan(const Buffer &block, const std::string &user = "") {
         return send(149, MTS_KIND_SET, block, user);
     }
 
     // Changes one word of a VSAN's record, at its offset in the record.
-    std::uint32_t set_word(std::uint32_t id, std::size_t offset, std::uint32_t value, const std::string &user = "") {
+    uint32_t set_word(uint32_t id, size_t offset, uint32_t value, const std::string &user = "") {
         Buffer block = block_of(id);
         vswitch::store_word(block, VSAN_RECORD_AT + offset, value);
         return set_vsan(block, user);
     }
 
-    std::uint32_t set_name(std::uint32_t id, const std::string &name, const std::string &user = "") {
+    uint32_t set_name(uint32_t id, const std::string &name, const std::string &user = "") {
         Buffer block = block_of(id);
         std::memset(&block[VSAN_RECORD_AT + 36], 0, VSAN_NAME_FIELD);
         std::memcpy(&block[VSAN_RECORD_AT + 36], name.data(), name.size());
         return set_vsan(block, user);
     }
 
-    std::uint32_t delete_vsan(std::uint32_t id, const std::string &user = "") {
+    uint32_t delete_vsan(uint32_t id, const std::string &user = "") {
         return send(149, MTS_KIND_DELETE, vsan_block(id), user);
     }
 
-    std::uint32_t set_port(std::uint32_t if_index, std::uint32_t vsan, const std::string &user = "") {
+    uint32_t set_port(uint32_t if_index, uint32_t vsan, const std::string &user = "") {
         Buffer record;
         vswitch::append_interface_record(record, if_index, {vsan, 0, true});
         return send(124, MTS_KIND_SET, record, user);
@@ -131,7 +131,7 @@ class ChangeTest : public testing::Test {
         std::vector<std::string> lines;
         for (const vswitch::Event &event : target_->events.staged()) {
             std::string line = std::to_string(event.event_class) + ":";
-            for (std::size_t at = 0; at < event.payload.size(); at += 4)
+            for (size_t at = 0; at < event.payload.size(); at += 4)
                 line += " " + std::to_string(word(event.payload, at));
             lines.push_back(line);
         }

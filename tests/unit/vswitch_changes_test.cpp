@@ -7,7 +7,7 @@ using namespace vswitch_test;
 
 namespace {
 
-Buffer latency_record(std::uint32_t key, std::uint32_t value) {
+Buffer latency_record(uint32_t key, uint32_t value) {
     return words({key, value, 0});
 }
 
@@ -27,7 +27,7 @@ TEST_F(ChangeTest, port_moves_to_another_vsan_and_keeps_the_rest) {
 TEST_F(ChangeTest, interface_record_s_row_status_says_nothing_about_the_port) {
     Buffer record;
     append_interface_record(record, 101, {20, 0, true});
-    std::fill(record.begin() + 12, record.end(), std::uint8_t{0xff});
+    std::fill(record.begin() + 12, record.end(), uint8_t{0xff});
     EXPECT_EQ(send(124, MTS_KIND_SET, record), STATUS_SUCCESS);
 }
 
@@ -35,9 +35,9 @@ TEST_F(ChangeTest, port_moves_only_to_a_vsan_that_exists) {
     const SwitchData before = data();
     EXPECT_EQ(set_port(101, 11), STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(set_port(101, 4095), STATUS_NO_SUCH_VSAN);
-    for (const std::uint32_t vsan : {0u, 4096u, 0xffffffffu})
+    for (const uint32_t vsan : {0u, 4096u, 0xffffffffu})
         EXPECT_EQ(set_port(101, vsan), STATUS_VSAN_OUT_OF_RANGE) << vsan;
-    for (const std::uint32_t if_index : {0u, 100u, 0xffffffffu})
+    for (const uint32_t if_index : {0u, 100u, 0xffffffffu})
         EXPECT_EQ(set_port(if_index, 20), STATUS_NO_SUCH_INTERFACE) << if_index;
     EXPECT_EQ(data(), before);
 }
@@ -64,16 +64,16 @@ TEST_F(ChangeTest, restricted_user_moves_own_ports_into_own_vsans) {
 }
 
 TEST_F(ChangeTest, latencies_are_0_to_60000) {
-    for (const std::uint32_t value : {60000u, 0u}) {
+    for (const uint32_t value : {60000u, 0u}) {
         EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, value)), STATUS_SUCCESS);
         EXPECT_EQ(send(136, MTS_KIND_GET, latency_record(17, 0)), STATUS_SUCCESS);
         EXPECT_EQ(word(reply_.data, 4), value);
     }
     EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(18, 1234)), STATUS_SUCCESS);
-    for (const std::uint32_t value : {60001u, 0xffffffffu})
-        for (const std::uint32_t key : {17u, 18u})
+    for (const uint32_t value : {60001u, 0xffffffffu})
+        for (const uint32_t key : {17u, 18u})
             EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(key, value)), STATUS_BAD_LATENCY) << value;
-    for (const std::uint32_t key : {0u, 16u, 19u, 0xffffffffu})
+    for (const uint32_t key : {0u, 16u, 19u, 0xffffffffu})
         EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(key, 1)), STATUS_BAD_RECORD) << key;
     const Settings settings = restarted().settings;
     EXPECT_EQ(settings.switch_latency, 0u);
@@ -83,7 +83,7 @@ TEST_F(ChangeTest, latencies_are_0_to_60000) {
 TEST_F(ChangeTest, switch_wide_inorder_delivery_is_1_or_2) {
     EXPECT_EQ(send(140, MTS_KIND_SET, words({1})), STATUS_SUCCESS);
     EXPECT_EQ(restarted().settings.inorder_delivery, 1u);
-    for (const std::uint32_t value : {0u, 3u, 0xffffffffu})
+    for (const uint32_t value : {0u, 3u, 0xffffffffu})
         EXPECT_EQ(send(140, MTS_KIND_SET, words({value})), STATUS_BAD_INORDER_DELIVERY) << value;
     EXPECT_EQ(send(140, MTS_KIND_SET, words({2})), STATUS_SUCCESS);
     EXPECT_EQ(send(140, MTS_KIND_GET, {}), STATUS_BAD_LENGTH) << "a read has a length and no payload";
@@ -100,7 +100,7 @@ TEST_F(ChangeTest, status_events_are_switched_and_kept) {
     ASSERT_EQ(send(8018, MTS_KIND_SET, words({1})), STATUS_SUCCESS);
     ASSERT_EQ(delete_vsan(40), STATUS_SUCCESS);
     EXPECT_EQ(events().size(), 1u);
-    for (const std::uint32_t value : {0u, 3u})
+    for (const uint32_t value : {0u, 3u})
         EXPECT_EQ(send(8018, MTS_KIND_SET, words({value})), STATUS_BAD_RECORD) << value;
 }
 

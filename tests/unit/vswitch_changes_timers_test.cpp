@@ -6,42 +6,39 @@ using namespace vswitch_test;
 
 namespace {
 
-constexpr std::uint32_t e_d_tov = 7, r_a_tov = 8, d_s_tov = 9, f_s_tov = 10;
+constexpr uint32_t e_d_tov = 7, r_a_tov = 8, d_s_tov = 9, f_s_tov = 10;
 
 class TimerTest : public ChangeTest {
   protected:
-    std::uint32_t set(std::uint32_t key, std::uint32_t value, bool force = false, const std::string &user = "") {
+    uint32_t set(uint32_t key, uint32_t value, bool force = false, const std::string &user = "") {
         return send(127, MTS_KIND_SET, timer_record(key, 0, 0, value, force), user);
     }
-    std::uint32_t set_of(std::uint32_t vsan, std::uint32_t key, std::uint32_t value, bool force = false,
-                         const std::string &user = "") {
+    uint32_t set_of(uint32_t vsan, uint32_t key, uint32_t value, bool force = false, const std::string &user = "") {
         return send(127, MTS_KIND_SET, timer_record(key, 1, vsan, value, force), user);
     }
 
     // The value that a read of this kind answers, or its refusal.
-    std::uint32_t read(std::uint32_t kind, std::uint32_t vsan, std::uint32_t key) {
-        const std::uint32_t status = send(127, kind, timer_record(key, vsan != 0, vsan));
+    uint32_t read(uint32_t kind, uint32_t vsan, uint32_t key) {
+        const uint32_t status = send(127, kind, timer_record(key, vsan != 0, vsan));
         return status == STATUS_SUCCESS ? word(reply_.data, 4) : status;
     }
-    std::uint32_t running(std::uint32_t vsan, std::uint32_t key) { return read(MTS_KIND_GET, vsan, key); }
-    std::uint32_t distributed(std::uint32_t vsan, std::uint32_t key) {
-        return read(MTS_KIND_DISTRIBUTED_GET, vsan, key);
-    }
+    uint32_t running(uint32_t vsan, uint32_t key) { return read(MTS_KIND_GET, vsan, key); }
+    uint32_t distributed(uint32_t vsan, uint32_t key) { return read(MTS_KIND_DISTRIBUTED_GET, vsan, key); }
 
     void enable() { ASSERT_EQ(tdx_enable(*target_, operator_, true), STATUS_SUCCESS); }
 };
 
 TEST_F(TimerTest, every_bound_is_accepted_and_the_next_value_refused) {
-    const std::tuple<std::uint32_t, std::uint32_t> lowest[] = {
+    const std::tuple<uint32_t, uint32_t> lowest[] = {
         {e_d_tov, 1000}, {r_a_tov, 5000}, {d_s_tov, 5000}, {f_s_tov, 5000}};
     for (const auto &[key, low] : lowest) {
-        for (const std::uint32_t value : {100000u, low}) {
+        for (const uint32_t value : {100000u, low}) {
             EXPECT_EQ(set(key, value, true), STATUS_SUCCESS) << key << " " << value;
             EXPECT_EQ(running(0, key), value);
             EXPECT_EQ(set_of(10, key, value, true), STATUS_SUCCESS) << key << " " << value;
             EXPECT_EQ(running(10, key), value);
         }
-        for (const std::uint32_t value : {0u, low - 1, 100001u, 0xffffffffu}) {
+        for (const uint32_t value : {0u, low - 1, 100001u, 0xffffffffu}) {
             EXPECT_EQ(set(key, value, true), STATUS_BAD_TIMER) << key << " " << value;
             EXPECT_EQ(set_of(10, key, value, true), STATUS_BAD_TIMER) << key << " " << value;
         }
@@ -61,7 +58,7 @@ TEST_F(TimerTest, vsan_s_own_value_hides_the_switch_wide_one) {
 }
 
 TEST_F(TimerTest, record_that_is_no_timer_s_is_refused) {
-    for (const std::uint32_t key : {0u, 6u, 11u, 0xffffffffu}) {
+    for (const uint32_t key : {0u, 6u, 11u, 0xffffffffu}) {
         EXPECT_EQ(set(key, 6000), STATUS_BAD_RECORD) << key;
         EXPECT_EQ(set_of(10, key, 6000), STATUS_BAD_RECORD) << key;
     }
@@ -70,7 +67,7 @@ TEST_F(TimerTest, record_that_is_no_timer_s_is_refused) {
     EXPECT_EQ(send(127, MTS_KIND_SET, timer_record(r_a_tov, 2, 10, 6000)), STATUS_BAD_RECORD);
     EXPECT_EQ(send(127, MTS_KIND_SET, timer_record(r_a_tov, 1, 10, 6000, 2)), STATUS_BAD_RECORD) << "the force flag";
     EXPECT_EQ(set_of(11, r_a_tov, 6000), STATUS_NO_SUCH_VSAN);
-    for (const std::uint32_t vsan : {0u, 4096u, 0xffffffffu})
+    for (const uint32_t vsan : {0u, 4096u, 0xffffffffu})
         EXPECT_EQ(set_of(vsan, r_a_tov, 6000), STATUS_VSAN_OUT_OF_RANGE) << vsan;
 }
 
@@ -106,19 +103,19 @@ TEST_F(TimerTest, restricted_user_sets_the_timers_of_own_vsans) {
 }
 
 TEST_F(TimerTest, service_answers_its_own_record) {
-    EXPECT_EQ(distributed(10, r_a_tov), std::uint32_t{STATUS_TDX_REFUSED}) << "while it is not enabled";
+    EXPECT_EQ(distributed(10, r_a_tov), uint32_t{STATUS_TDX_REFUSED}) << "while it is not enabled";
     enable();
     EXPECT_EQ(distributed(10, r_a_tov), 30000u);
     EXPECT_EQ(running(10, r_a_tov), 10000u);
-    EXPECT_EQ(distributed(10, e_d_tov), std::uint32_t{STATUS_NO_SUCH_ATTRIBUTE});
+    EXPECT_EQ(distributed(10, e_d_tov), uint32_t{STATUS_NO_SUCH_ATTRIBUTE});
     EXPECT_EQ(distributed(0, r_a_tov), 10000u);
     ASSERT_EQ(tdx_refuse(*target_, operator_, true), STATUS_SUCCESS);
-    EXPECT_EQ(distributed(10, r_a_tov), std::uint32_t{STATUS_TDX_REFUSED});
+    EXPECT_EQ(distributed(10, r_a_tov), uint32_t{STATUS_TDX_REFUSED});
     EXPECT_TRUE(restarted().settings.tdx_refusing);
     EXPECT_EQ(running(10, r_a_tov), 10000u);
     ASSERT_EQ(tdx_refuse(*target_, operator_, false), STATUS_SUCCESS);
     ASSERT_EQ(tdx_show_run(*target_, operator_, true), STATUS_SUCCESS);
-    EXPECT_EQ(distributed(10, r_a_tov), std::uint32_t{STATUS_TDX_REFUSED});
+    EXPECT_EQ(distributed(10, r_a_tov), uint32_t{STATUS_TDX_REFUSED});
 }
 
 TEST_F(TimerTest, pending_values_are_the_service_s_until_they_are_committed) {
@@ -141,7 +138,7 @@ TEST_F(TimerTest, pending_values_are_the_service_s_until_they_are_committed) {
         EXPECT_EQ(running(20, r_a_tov), 40000u);
         EXPECT_EQ(distributed(20, r_a_tov), 40000u);
         EXPECT_EQ(running(0, d_s_tov), 7000u);
-        EXPECT_EQ(distributed(20, d_s_tov), std::uint32_t{STATUS_NO_SUCH_ATTRIBUTE});
+        EXPECT_EQ(distributed(20, d_s_tov), uint32_t{STATUS_NO_SUCH_ATTRIBUTE});
         restarted();
     }
     EXPECT_EQ(tdx_commit(*target_, {"bob", false}), STATUS_TDX_NO_SESSION);

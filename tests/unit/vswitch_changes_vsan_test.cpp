@@ -10,8 +10,8 @@ using namespace vswitch_test;
 namespace {
 
 // Offsets in the VSAN record.
-constexpr std::size_t media = 4, admin_state = 8, mtu = 12, inorder_delivery = 16, interop = 20, load_balancing = 24,
-                      row_status = 28, oper_state = 32, drop_latency = 72;
+constexpr size_t media = 4, admin_state = 8, mtu = 12, inorder_delivery = 16, interop = 20, load_balancing = 24,
+                 row_status = 28, oper_state = 32, drop_latency = 72;
 
 TEST_F(ChangeTest, set_of_a_missing_vsan_creates_it) {
     Buffer block = block_of(40);
@@ -25,9 +25,9 @@ TEST_F(ChangeTest, set_of_a_missing_vsan_creates_it) {
 }
 
 TEST_F(ChangeTest, vsan_numbers_begin_at_1_and_end_at_4095) {
-    for (const std::uint32_t id : {1u, 2u, 4094u, 4095u})
+    for (const uint32_t id : {1u, 2u, 4094u, 4095u})
         EXPECT_EQ(set_vsan(block_of(id)), STATUS_SUCCESS) << id;
-    for (const std::uint32_t id : {0u, 4096u, 0x80000001u, 0xffffffffu}) {
+    for (const uint32_t id : {0u, 4096u, 0x80000001u, 0xffffffffu}) {
         EXPECT_EQ(set_vsan(block_of(id)), STATUS_VSAN_OUT_OF_RANGE) << id;
         EXPECT_EQ(delete_vsan(id), STATUS_VSAN_OUT_OF_RANGE) << id;
     }
@@ -36,19 +36,19 @@ TEST_F(ChangeTest, vsan_numbers_begin_at_1_and_end_at_4095) {
 TEST_F(ChangeTest, record_may_say_active_or_create_and_go) {
     EXPECT_EQ(set_word(40, row_status, 4), STATUS_SUCCESS);
     EXPECT_EQ(set_word(10, row_status, 4), STATUS_SUCCESS) << "also when the VSAN is there";
-    for (const std::uint32_t status : {0u, 2u, 3u, 5u, 6u, 0xffffffffu})
+    for (const uint32_t status : {0u, 2u, 3u, 5u, 6u, 0xffffffffu})
         EXPECT_EQ(set_word(10, row_status, status), STATUS_BAD_ROW_STATUS) << status;
 }
 
 TEST_F(ChangeTest, every_field_is_changed_and_kept) {
     Buffer block = block_of(10);
-    const std::pair<std::size_t, std::uint32_t> fields[] = {
-        {admin_state, 2}, {mtu, 2048}, {inorder_delivery, 1}, {interop, 4}, {load_balancing, 1}, {drop_latency, 60000}};
+    const std::pair<size_t, uint32_t> fields[] = {{admin_state, 2}, {mtu, 2048},         {inorder_delivery, 1},
+                                                  {interop, 4},     {load_balancing, 1}, {drop_latency, 60000}};
     for (const auto &[offset, value] : fields)
         store_word(block, VSAN_RECORD_AT + offset, value);
     std::memcpy(&block[VSAN_RECORD_AT + 36], "x\0left over", 11);
-    for (std::size_t at = 0; at < VSAN_REST_SIZE; ++at)
-        block[VSAN_RECORD_AT + 76 + at] = static_cast<std::uint8_t>(at * 3 + 1);
+    for (size_t at = 0; at < VSAN_REST_SIZE; ++at)
+        block[VSAN_RECORD_AT + 76 + at] = static_cast<uint8_t>(at * 3 + 1);
     ASSERT_EQ(set_vsan(block), STATUS_SUCCESS);
 
     Buffer expected = block;
@@ -61,9 +61,9 @@ TEST_F(ChangeTest, every_field_is_changed_and_kept) {
 
 TEST_F(ChangeTest, every_bound_is_accepted_and_the_next_value_refused) {
     struct Field {
-        std::size_t offset;
-        std::vector<std::uint32_t> good, bad;
-        std::uint32_t refusal;
+        size_t offset;
+        std::vector<uint32_t> good, bad;
+        uint32_t refusal;
     };
     const Field fields[] = {
         {media, {1}, {0, 2, 0xffffffff}, STATUS_BAD_MEDIA},
@@ -75,12 +75,12 @@ TEST_F(ChangeTest, every_bound_is_accepted_and_the_next_value_refused) {
         {drop_latency, {1, 60000}, {60001, 0xffffffff}, STATUS_BAD_DROP_LATENCY},
     };
     for (const Field &field : fields) {
-        for (const std::uint32_t value : field.good) {
+        for (const uint32_t value : field.good) {
             EXPECT_EQ(set_word(10, field.offset, value), STATUS_SUCCESS) << field.offset << " " << value;
             EXPECT_EQ(word(block_of(10), VSAN_RECORD_AT + field.offset), value) << field.offset;
         }
         const SwitchData before = data();
-        for (const std::uint32_t value : field.bad) {
+        for (const uint32_t value : field.bad) {
             EXPECT_EQ(set_word(10, field.offset, value), field.refusal) << field.offset << " " << value;
             EXPECT_EQ(set_word(41, field.offset, value), field.refusal) << "on creation, too: " << field.offset;
         }
@@ -144,8 +144,8 @@ TEST_F(ChangeTest, deleted_vsan_s_ports_are_in_vsan_1) {
     ASSERT_EQ(delete_vsan(10), STATUS_SUCCESS);
     for (int round = 0; round < 2; ++round) {
         EXPECT_FALSE(data().vsans.contains(10));
-        EXPECT_EQ(target_->model.ports_of(1), (std::vector<std::uint32_t>{101, 102, 106}));
-        EXPECT_EQ(target_->model.ports_of(10), std::vector<std::uint32_t>{});
+        EXPECT_EQ(target_->model.ports_of(1), (std::vector<uint32_t>{101, 102, 106}));
+        EXPECT_EQ(target_->model.ports_of(10), std::vector<uint32_t>{});
         EXPECT_EQ(word(block_of(1), VSAN_RECORD_AT + oper_state), OPER_STATE_UP);
         restarted();
     }
@@ -189,7 +189,7 @@ TEST_F(ChangeTest, time_of_the_last_change_is_that_of_the_vsan_table) {
         return std::pair(data().settings.last_change.seconds, data().settings.last_change.microseconds);
     };
     const auto now = [] {
-        return static_cast<std::uint64_t>(
+        return static_cast<uint64_t>(
             std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
                 .count());
     };
@@ -200,7 +200,7 @@ TEST_F(ChangeTest, time_of_the_last_change_is_that_of_the_vsan_table) {
     EXPECT_EQ(set_switch_timer(*target_, operator_, Timer::r_a_tov, 20000, false), STATUS_SUCCESS);
     EXPECT_EQ(last_change(), start) << "none of these changed the table";
 
-    const std::uint64_t earliest = now();
+    const uint64_t earliest = now();
     ASSERT_EQ(set_name(10, "other"), STATUS_SUCCESS);
     const auto changed = last_change();
     EXPECT_GE(changed.first, earliest);
@@ -256,12 +256,12 @@ TEST_F(ChangeTest, restricted_user_changes_only_the_vsans_of_the_role) {
 
 TEST_F(ChangeTest, model_stays_consistent_over_many_changes) {
     // A generator of our own, so that every machine makes the same changes.
-    std::uint32_t state = 12345;
-    const auto draw = [&](std::uint32_t bound) { return (state = state * 1664525 + 1013904223) / 65536 % bound; };
+    uint32_t state = 12345;
+    const auto draw = [&](uint32_t bound) { return (state = state * 1664525 + 1013904223) / 65536 % bound; };
     target_->store = nullptr; // thousands of changes need no disk
     for (int step = 0; step < 3000; ++step) {
-        const std::uint32_t id = 1 + draw(12);
-        const std::uint32_t if_index = 100 + draw(8);
+        const uint32_t id = 1 + draw(12);
+        const uint32_t if_index = 100 + draw(8);
         switch (draw(5)) {
         case 0:
             set_vsan(block_of(id));

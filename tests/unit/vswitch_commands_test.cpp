@@ -22,20 +22,20 @@ class Commands : public testing::Test {
         target_.run_directory = folder_.path();
     }
 
-    const Reply &send(std::uint32_t kind, const std::string &text, const std::string &user = "operator") {
+    const Reply &send(uint32_t kind, const std::string &text, const std::string &user = "operator") {
         const Buffer payload = text_bytes(text);
         Request request;
         request.service = MTS_SERVICE_SWITCH;
         request.opcode = MTS_OP_SWITCH_COMMAND;
         request.kind = kind;
         request.payload = payload;
-        request.length = static_cast<std::uint32_t>(payload.size());
+        request.length = static_cast<uint32_t>(payload.size());
         request.user = user;
         answer_request(target_, request, reply_);
         return reply_;
     }
 
-    Json answer(std::uint32_t kind, const std::string &command, Json arguments) {
+    Json answer(uint32_t kind, const std::string &command, Json arguments) {
         arguments["command"] = command;
         const Reply &reply = send(kind, arguments.dump());
         const Json json = Json::parse(reply.data);
@@ -50,7 +50,7 @@ class Commands : public testing::Test {
     }
 
     // The status and the sentence of a refusal, checked to be the same in frame and text.
-    std::pair<std::uint32_t, std::string> refusal(std::uint32_t kind, const std::string &text) {
+    std::pair<uint32_t, std::string> refusal(uint32_t kind, const std::string &text) {
         const Reply &reply = send(kind, text);
         EXPECT_NE(reply.status, 0u) << text;
         EXPECT_TRUE(reply.has_data);
@@ -124,8 +124,8 @@ TEST_F(Commands, list_of_4095_vsans_with_the_worst_names_comes_in_replies_that_f
     for (auto &[id, vsan] : data.vsans)
         vsan.name = std::string(32, '\x01');
     target_.model = SwitchModel(data);
-    std::uint32_t after = 0;
-    std::uint32_t count = 0;
+    uint32_t after = 0;
+    uint32_t count = 0;
     for (bool more = true; more;) {
         const Json page = look("vsan.list", {{"after", after}});
         ASSERT_LE(reply_.data.size(), MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED);
@@ -254,10 +254,10 @@ TEST_F(Commands, pending_timers_of_4095_vsans_come_in_replies_that_fit) {
     target_.model = SwitchModel(parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}]})", "test"));
     change("tdx.enable");
     change("timers.set", {{"setting", "ratov"}, {"value", 20000}});
-    for (std::uint32_t id = 1; id <= VSAN_NUMBER_MAX; ++id)
+    for (uint32_t id = 1; id <= VSAN_NUMBER_MAX; ++id)
         ASSERT_EQ(set_vsan_timer(target_, {"operator", true}, id, Timer::r_a_tov, 30000, false), 0u);
     Json page = look("tdx.show");
-    std::size_t count = page["pending"].size();
+    size_t count = page["pending"].size();
     EXPECT_EQ(page["pending"][0]["vsan"], 0) << "the switch's own value";
     while (page["more"] == true) {
         ASSERT_LE(reply_.data.size(), MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED);

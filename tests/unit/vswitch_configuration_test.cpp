@@ -24,14 +24,14 @@ TEST(Configuration, demo_has_telling_names_suspended_vsans_and_48_ports) {
     EXPECT_EQ(demo.vsans.size(), 7u);
     EXPECT_EQ(demo.vsans.at(1).name, "default");
     EXPECT_EQ(demo.vsans.at(4094).name, "replication");
-    std::size_t suspended = 0;
+    size_t suspended = 0;
     for (const auto &[id, vsan] : demo.vsans)
         suspended += vsan.admin_state == ADMIN_STATE_SUSPENDED;
     EXPECT_EQ(suspended, 2u);
     EXPECT_EQ(demo.ports.size(), 48u);
-    std::set<std::uint32_t> used_vsans;
+    std::set<uint32_t> used_vsans;
     std::set<bool> links;
-    std::uint32_t number = 0;
+    uint32_t number = 0;
     for (const auto &[if_index, port] : demo.ports) {
         EXPECT_EQ(if_index, 16777216 + number++ * 4096);
         used_vsans.insert(port.vsan);
@@ -129,14 +129,14 @@ TEST(Configuration, fields_of_a_vsan_are_those_that_a_set_would_take) {
     };
     const struct {
         const char *key;
-        std::uint32_t Vsan::*member;
-        std::uint32_t least;
+        uint32_t Vsan::*member;
+        uint32_t least;
     } fields[] = {{"mtu", &Vsan::mtu, 0},
                   {"interop", &Vsan::interop, 0},
                   {"inorderDelivery", &Vsan::inorder_delivery, 1},
                   {"networkDropLatency", &Vsan::drop_latency, 1}};
     for (const auto &field : fields)
-        for (const std::uint32_t value : {0u, 1u, 2u, 3u, 4u, 5u, 99u, 100u, 101u, 60000u, 60001u, 65535u, 65536u}) {
+        for (const uint32_t value : {0u, 1u, 2u, 3u, 4u, 5u, 99u, 100u, 101u, 60000u, 60001u, 65535u, 65536u}) {
             if (value < field.least)
                 continue;
             Vsan vsan = new_vsan(10);
@@ -154,12 +154,12 @@ TEST(Configuration, fields_of_a_vsan_are_those_that_a_set_would_take) {
 // Where an initial file may give timers, and what takes the same values afterwards.
 struct TimerPlace {
     const char *text; // with the timers in the place of the two dots
-    std::uint32_t vsan;
+    uint32_t vsan;
     bool distributed;
 };
 class TimersOfAPlace : public testing::TestWithParam<TimerPlace> {
   protected:
-    using Values = std::vector<std::pair<Timer, std::uint32_t>>;
+    using Values = std::vector<std::pair<Timer, uint32_t>>;
 
     bool file_is_accepted(const Values &values) {
         nlohmann::json timers = nlohmann::json::object();
@@ -187,13 +187,13 @@ class TimersOfAPlace : public testing::TestWithParam<TimerPlace> {
 };
 
 TEST_P(TimersOfAPlace, are_those_that_sets_would_make) {
-    constexpr std::uint32_t edges[] = {0, 999, 1000, 4999, 5000, 9999, 10000, 10001, 100000, 100001, UINT32_MAX};
+    constexpr uint32_t edges[] = {0, 999, 1000, 4999, 5000, 9999, 10000, 10001, 100000, 100001, UINT32_MAX};
     for (const TimerKind &kind : timer_kinds)
-        for (const std::uint32_t value : edges)
+        for (const uint32_t value : edges)
             EXPECT_EQ(file_is_accepted({{kind.timer, value}}), sets_are_accepted({{kind.timer, value}}))
                 << kind.word << " " << value;
-    for (const std::uint32_t e_d_tov : edges)
-        for (const std::uint32_t r_a_tov : edges) {
+    for (const uint32_t e_d_tov : edges)
+        for (const uint32_t r_a_tov : edges) {
             const Values values = {{Timer::e_d_tov, e_d_tov}, {Timer::r_a_tov, r_a_tov}};
             EXPECT_EQ(file_is_accepted(values),
                       sets_are_accepted(values) || sets_are_accepted({values.rbegin(), values.rend()}))
@@ -309,7 +309,7 @@ TEST(Configuration, identity_is_now_and_a_name_of_the_switch_s_own) {
     EXPECT_LT(one.settings.last_change.microseconds, 1000000u);
 }
 
-bool permits(const Permission &permission, std::uint32_t vsan) {
+bool permits(const Permission &permission, uint32_t vsan) {
     return (permission.vsans[vsan / 8] & 0x80 >> vsan % 8) != 0;
 }
 
@@ -326,7 +326,7 @@ TEST(RoleFile, user_of_several_roles_has_the_union) {
         {"name": "b", "vsans": ["0", "30-31"], "interfaces": ["15-30", "31", "40"], "users": ["bob"]}]})",
                                     "roles.json");
     const Permission &bob = *roles.find("bob");
-    for (const std::uint32_t vsan : {0u, 1u, 30u, 31u})
+    for (const uint32_t vsan : {0u, 1u, 30u, 31u})
         EXPECT_TRUE(permits(bob, vsan)) << vsan;
     EXPECT_FALSE(permits(bob, 2));
     EXPECT_FALSE(permits(bob, 29));

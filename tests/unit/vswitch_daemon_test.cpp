@@ -64,7 +64,7 @@ class Daemon {
             const ssize_t got = read(output_, chunk, sizeof chunk);
             if (got <= 0)
                 return false;
-            said_.append(chunk, static_cast<std::size_t>(got));
+            said_.append(chunk, static_cast<size_t>(got));
         }
         return true;
     }
@@ -309,7 +309,7 @@ TEST_F(DaemonTest, garbage_drops_that_connection_with_one_line_and_serves_the_ot
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->exit_code(), 0);
     const std::string line = "dropped a connection";
-    const std::size_t first = daemon->said().find(line);
+    const size_t first = daemon->said().find(line);
     ASSERT_NE(first, std::string::npos);
     EXPECT_EQ(daemon->said().find(line, first + 1), std::string::npos);
 }

@@ -114,14 +114,14 @@ TEST(Events, storm_within_the_bound_is_kept_and_what_is_beyond_is_dropped_and_co
     Subscriber slow(hub), fast(hub);
     for (Subscriber *subscriber : {&slow, &fast})
         subscriber->subscribe({EVENT_PORT_MOVED});
-    constexpr std::uint32_t excess = 10;
-    for (std::uint32_t number = 0; number < Subscriber::max_queued_events; ++number)
+    constexpr uint32_t excess = 10;
+    for (uint32_t number = 0; number < Subscriber::max_queued_events; ++number)
         hub.publish(port_event(number, 1, 2));
     hub.deliver();
     Buffer taken;
     fast.take(taken, SIZE_MAX);
     EXPECT_EQ(fast.delivered(), Subscriber::max_queued_events);
-    for (std::uint32_t number = 0; number < excess; ++number)
+    for (uint32_t number = 0; number < excess; ++number)
         hub.publish(port_event(0x80000000u + number, 1, 2));
     hub.deliver();
     EXPECT_EQ(slow.queued(), Subscriber::max_queued_events);
@@ -132,9 +132,9 @@ TEST(Events, storm_within_the_bound_is_kept_and_what_is_beyond_is_dropped_and_co
 
     Buffer kept;
     slow.take(kept, SIZE_MAX);
-    constexpr std::size_t frame = MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED + 12;
+    constexpr size_t frame = MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED + 12;
     ASSERT_EQ(kept.size(), frame * Subscriber::max_queued_events);
-    for (std::uint32_t number = 0; number < Subscriber::max_queued_events; ++number)
+    for (uint32_t number = 0; number < Subscriber::max_queued_events; ++number)
         ASSERT_EQ(word(kept, frame * number + MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED), number);
 }
 
@@ -172,7 +172,7 @@ TEST(Events, taking_stops_at_the_limit) {
     int wakes = 0;
     subscriber.on_events([&] { ++wakes; });
     subscriber.subscribe({EVENT_PORT_MOVED});
-    for (std::uint32_t number = 0; number < 3; ++number)
+    for (uint32_t number = 0; number < 3; ++number)
         hub.publish(port_event(number, 1, 2));
     hub.deliver();
     EXPECT_EQ(wakes, 1) << "when the first event came";
@@ -182,7 +182,7 @@ TEST(Events, taking_stops_at_the_limit) {
     subscriber.take(output, 6);
     EXPECT_EQ(subscriber.queued(), 2u);
     EXPECT_EQ(word(output, 5), MTS_WIRE_MAGIC);
-    EXPECT_EQ(word(output, 9), std::uint32_t{MTS_FRAME_EVENT});
+    EXPECT_EQ(word(output, 9), uint32_t{MTS_FRAME_EVENT});
     EXPECT_EQ(word(output, 13), 0u) << "no correlation";
     EXPECT_EQ(word(output, 17), 16u);
     EXPECT_EQ(word(output, 21), EVENT_PORT_MOVED);
@@ -203,7 +203,7 @@ class EventServerTest : public testing::Test {
 
     std::unique_ptr<Client> connect() { return std::make_unique<Client>(folder_ / MTS_SOCKET_NAME); }
 
-    static Buffer port_record(std::uint32_t number, std::uint32_t vsan) {
+    static Buffer port_record(uint32_t number, uint32_t vsan) {
         Buffer record;
         append_interface_record(record, port_if_index(number), {vsan, 0, false});
         return record;
@@ -220,10 +220,10 @@ TEST_F(EventServerTest, requester_gets_its_answer_before_the_event) {
     const auto watcher = connect();
     client->subscribe({EVENT_VSAN_CHANGED, EVENT_PORT_MOVED});
     watcher->subscribe({EVENT_PORT_MOVED});
-    EXPECT_EQ(client->request(MANAGER_SAP_VSAN, 124, 3, port_record(0, 10)).type, std::uint32_t{MTS_FRAME_REPLY});
+    EXPECT_EQ(client->request(MANAGER_SAP_VSAN, 124, 3, port_record(0, 10)).type, uint32_t{MTS_FRAME_REPLY});
     for (Client *reader : {client.get(), watcher.get()}) {
         const auto event = reader->receive_answer();
-        EXPECT_EQ(event.type, std::uint32_t{MTS_FRAME_EVENT});
+        EXPECT_EQ(event.type, uint32_t{MTS_FRAME_EVENT});
         EXPECT_EQ(event.correlation, 0u);
         EXPECT_EQ(event.event_class, EVENT_PORT_MOVED);
         EXPECT_EQ(event.data, words({port_if_index(0), 1, 10}));
@@ -234,13 +234,13 @@ TEST_F(EventServerTest, ten_thousand_events_at_once_reach_a_subscriber_that_read
     const auto watcher = connect();
     const auto client = connect();
     watcher->subscribe({EVENT_PORT_MOVED});
-    constexpr std::uint32_t ports = 4096;
-    std::uint32_t expected = 0;
-    for (const std::uint32_t vsan : {10u, 1u, 10u}) {
-        for (std::uint32_t number = 0; number < ports; number += 512) {
-            for (std::uint32_t at = number; at < number + 512; ++at)
+    constexpr uint32_t ports = 4096;
+    uint32_t expected = 0;
+    for (const uint32_t vsan : {10u, 1u, 10u}) {
+        for (uint32_t number = 0; number < ports; number += 512) {
+            for (uint32_t at = number; at < number + 512; ++at)
                 client->send(request_frame(at, MANAGER_SAP_VSAN, 124, 3, port_record(at, vsan)));
-            for (std::uint32_t at = number; at < number + 512; ++at)
+            for (uint32_t at = number; at < number + 512; ++at)
                 ASSERT_EQ(client->receive_answer().status, STATUS_SUCCESS);
         }
         expected += ports;
@@ -249,7 +249,7 @@ TEST_F(EventServerTest, ten_thousand_events_at_once_reach_a_subscriber_that_read
         << "4096 more events from one change";
     expected += ports;
     EXPECT_EQ(client->vsan_count(), 1u) << "the switch answers meanwhile";
-    for (std::uint32_t number = 0; number < expected; ++number) {
+    for (uint32_t number = 0; number < expected; ++number) {
         const auto event = watcher->receive_answer();
         ASSERT_EQ(event.event_class, EVENT_PORT_MOVED) << number;
         ASSERT_EQ(word(event.data, 0), port_if_index(number % ports)) << number;

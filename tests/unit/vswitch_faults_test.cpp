@@ -7,22 +7,22 @@ using namespace vswitch_test;
 
 namespace {
 
-constexpr std::uint32_t op_interface = 124;
-constexpr std::uint32_t op_vsan_count = 125;
-constexpr std::uint32_t op_timer = 127;
-constexpr std::uint32_t op_vsan = 149;
+constexpr uint32_t op_interface = 124;
+constexpr uint32_t op_vsan_count = 125;
+constexpr uint32_t op_timer = 127;
+constexpr uint32_t op_vsan = 149;
 
-Request make_request(std::uint32_t service, std::uint32_t opcode, std::uint32_t kind, const Buffer &payload) {
+Request make_request(uint32_t service, uint32_t opcode, uint32_t kind, const Buffer &payload) {
     Request request;
     request.service = service;
     request.opcode = opcode;
     request.kind = kind;
     request.payload = payload;
-    request.length = static_cast<std::uint32_t>(payload.size());
+    request.length = static_cast<uint32_t>(payload.size());
     return request;
 }
 
-Fault fault_for(FaultMatch match, FaultAction action = FaultAction::drop, std::uint32_t value = 0) {
+Fault fault_for(FaultMatch match, FaultAction action = FaultAction::drop, uint32_t value = 0) {
     Fault fault;
     fault.match = match;
     fault.action = action;
@@ -111,7 +111,7 @@ TEST(Faults, numbers_are_not_used_again_and_clearing_finds_them) {
 
 TEST(Faults, are_bounded) {
     Faults faults;
-    for (std::size_t number = 0; number < Faults::max_faults; ++number)
+    for (size_t number = 0; number < Faults::max_faults; ++number)
         EXPECT_NE(faults.add(fault_for({})), 0u);
     EXPECT_EQ(faults.add(fault_for({})), 0u);
     EXPECT_EQ(faults.list().size(), Faults::max_faults);
@@ -124,7 +124,7 @@ class FaultySession : public testing::Test {
                   Roles()),
           conversation_(target_) {}
 
-    void add(FaultAction action, std::uint32_t value = 0, bool with_data = false, FaultMatch match = {}) {
+    void add(FaultAction action, uint32_t value = 0, bool with_data = false, FaultMatch match = {}) {
         Fault fault = fault_for(match, action, value);
         fault.with_data = with_data;
         fault.remaining = 1;
@@ -132,7 +132,7 @@ class FaultySession : public testing::Test {
     }
 
     struct Answer {
-        std::uint32_t correlation, status, has_data;
+        uint32_t correlation, status, has_data;
         Buffer data;
         bool operator==(const Answer &) const = default;
     };
@@ -140,12 +140,12 @@ class FaultySession : public testing::Test {
     // Takes the answers out of what the session has sent.
     std::vector<Answer> answers() {
         std::vector<Answer> list;
-        for (std::size_t at = 0; at < output_.size();) {
-            const std::uint32_t size = word(output_, at + 12);
+        for (size_t at = 0; at < output_.size();) {
+            const uint32_t size = word(output_, at + 12);
             if (word(output_, at + 4) == MTS_FRAME_REPLY)
                 list.push_back({word(output_, at + 8), word(output_, at + 16), word(output_, at + 20),
-                                Buffer(output_.begin() + static_cast<std::ptrdiff_t>(at + 24),
-                                       output_.begin() + static_cast<std::ptrdiff_t>(at + 16 + size))});
+                                Buffer(output_.begin() + static_cast<ptrdiff_t>(at + 24),
+                                       output_.begin() + static_cast<ptrdiff_t>(at + 16 + size))});
             else
                 list.push_back({word(output_, at + 8), 0, 0, {}});
             at += 16 + size;
@@ -156,18 +156,18 @@ class FaultySession : public testing::Test {
 
     std::vector<Answer> ask(const Buffer &frames) {
         input_.insert(input_.end(), frames.begin(), frames.end());
-        const std::size_t used = conversation_.serve(input_, output_);
-        input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(used));
+        const size_t used = conversation_.serve(input_, output_);
+        input_.erase(input_.begin(), input_.begin() + static_cast<ptrdiff_t>(used));
         return answers();
     }
 
-    std::vector<Answer> ask_for_vsan(std::uint32_t correlation, std::uint32_t id = 10) {
+    std::vector<Answer> ask_for_vsan(uint32_t correlation, uint32_t id = 10) {
         return ask(request_frame(correlation, MANAGER_SAP_VSAN, op_vsan, 1, vsan_block(id)));
     }
 
-    std::uint32_t served(std::uint32_t kind = 1) {
+    uint32_t served(uint32_t kind = 1) {
         const auto found = target_.counters.requests.find({MANAGER_SAP_VSAN, op_vsan, kind});
-        return found == target_.counters.requests.end() ? 0 : static_cast<std::uint32_t>(found->second);
+        return found == target_.counters.requests.end() ? 0 : static_cast<uint32_t>(found->second);
     }
 
     ServedSwitch target_;
@@ -248,14 +248,14 @@ TEST_F(FaultySession, delayed_request_waits_and_those_behind_it_wait_in_their_or
     EXPECT_FALSE(conversation_.delay());
     answered = ask({});
     ASSERT_EQ(answered.size(), 3u);
-    for (std::uint32_t at = 0; at < 3; ++at)
+    for (uint32_t at = 0; at < 3; ++at)
         EXPECT_EQ(answered[at].correlation, at + 2);
     EXPECT_EQ(answered[0].data.size(), VSAN_BLOCK_SIZE);
 }
 
 TEST_F(FaultySession, delay_until_cleared_holds_each_request_up_once) {
     target_.faults.add(fault_for({}, FaultAction::delay, 10));
-    for (std::uint32_t correlation = 1; correlation <= 3; ++correlation) {
+    for (uint32_t correlation = 1; correlation <= 3; ++correlation) {
         EXPECT_TRUE(ask_for_vsan(correlation).empty());
         ASSERT_TRUE(conversation_.delay());
         conversation_.resume();

@@ -19,8 +19,8 @@ Parsed parse(const Buffer &input, Frame *frame = nullptr) {
 
 TEST(Frames, frame_is_incomplete_until_its_last_byte) {
     const Buffer whole = request_frame(7, 15, 125, 1, {}, 4);
-    for (std::size_t size = 0; size < whole.size(); ++size)
-        ASSERT_EQ(parse(Buffer(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))), Parsed::incomplete)
+    for (size_t size = 0; size < whole.size(); ++size)
+        ASSERT_EQ(parse(Buffer(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size))), Parsed::incomplete)
             << size;
     Frame frame;
     ASSERT_EQ(parse(whole, &frame), Parsed::complete);
@@ -37,9 +37,9 @@ TEST(Frames, garbage_is_recognised_at_its_first_wrong_byte) {
 }
 
 TEST(Frames, types_that_clients_do_not_send_are_invalid) {
-    for (const std::uint32_t type : {0u, 2u, 4u, 6u, 8u, 10u, 0xffffffffu})
+    for (const uint32_t type : {0u, 2u, 4u, 6u, 8u, 10u, 0xffffffffu})
         EXPECT_EQ(parse(words({MTS_WIRE_MAGIC, type, 0, 0})), Parsed::invalid) << type;
-    for (const std::uint32_t type : {1u, 3u, 5u, 7u, 9u})
+    for (const uint32_t type : {1u, 3u, 5u, 7u, 9u})
         EXPECT_EQ(parse(words({MTS_WIRE_MAGIC, type, 0, 0})), Parsed::complete) << type;
 }
 
@@ -57,7 +57,7 @@ bool decodes(Buffer body, Request *request = nullptr) {
 TEST(Frames, request_body_is_decoded_field_by_field) {
     Buffer body = words({15, 149, 2, 4, 99, 4, 5, 0x01020304});
     for (const char c : std::string("alice"))
-        body.push_back(static_cast<std::uint8_t>(c));
+        body.push_back(static_cast<uint8_t>(c));
     Request request;
     ASSERT_TRUE(decode_request(body, request));
     EXPECT_EQ(request.service, 15u);
@@ -81,7 +81,7 @@ TEST(Frames, request_body_must_be_consistent) {
 }
 
 TEST(Frames, request_user_and_payload_are_bounded) {
-    const auto body_with = [](std::uint32_t payload, std::uint32_t user) {
+    const auto body_with = [](uint32_t payload, uint32_t user) {
         Buffer body = words({15, 149, 1, payload, 0, payload, user});
         body.resize(body.size() + payload + user);
         return body;
@@ -117,7 +117,7 @@ TEST_F(Conversation, frames_are_served_in_turn_and_a_beginning_waits_for_its_end
     Buffer input = request_frame(1, 15, 125, 1, {}, 4);
     const Buffer ping = words({MTS_WIRE_MAGIC, MTS_FRAME_PING, 2, 0});
     input.insert(input.end(), ping.begin(), ping.end());
-    const std::size_t complete = input.size();
+    const size_t complete = input.size();
     input.push_back('M');
     EXPECT_EQ(conversation.serve(input, output_), complete);
     EXPECT_EQ(output_, words({MTS_WIRE_MAGIC, MTS_FRAME_REPLY, 1, 12, 0, 1, 1, MTS_WIRE_MAGIC, MTS_FRAME_PONG, 2, 0}));
@@ -130,10 +130,10 @@ TEST_F(Conversation, serving_pauses_when_the_output_is_full_and_loses_nothing) {
     Buffer input;
     for (int count = 0; count < 200; ++count)
         input.insert(input.end(), request.begin(), request.end());
-    std::size_t used = conversation.serve(input, output_);
+    size_t used = conversation.serve(input, output_);
     EXPECT_LT(used, input.size());
     EXPECT_LT(output_.size(), vswitch::Conversation::output_limit + 3000);
-    std::size_t answered = output_.size();
+    size_t answered = output_.size();
     while (used < input.size()) {
         output_.clear();
         used += conversation.serve(Bytes(input).subspan(used), output_);
@@ -181,10 +181,10 @@ TEST_F(Conversation, subscription_replaces_the_former_one_and_ends_with_it) {
 }
 
 TEST_F(Conversation, subscription_is_bounded) {
-    for (const std::uint32_t count : {64u, 65u}) {
+    for (const uint32_t count : {64u, 65u}) {
         vswitch::Conversation conversation(target_);
         Buffer frame = words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 1, count * 4});
-        for (std::uint32_t event_class = 0; event_class < count; ++event_class)
+        for (uint32_t event_class = 0; event_class < count; ++event_class)
             append_word(frame, event_class);
         conversation.serve(frame, output_);
         EXPECT_EQ(conversation.broken() == nullptr, count == 64);
@@ -195,7 +195,7 @@ TEST(Records, word_that_is_not_wholly_there_is_not_read) {
     const Buffer bytes = {1, 2, 3, 4, 5};
     EXPECT_EQ(load_word(bytes, 0), 0x01020304u);
     EXPECT_EQ(load_word(bytes, 1), 0x02030405u);
-    for (const std::size_t offset : {std::size_t{2}, std::size_t{5}, std::size_t{6}, SIZE_MAX})
+    for (const size_t offset : {size_t{2}, size_t{5}, size_t{6}, SIZE_MAX})
         EXPECT_FALSE(load_word(bytes, offset).has_value()) << offset;
 }
 
@@ -210,7 +210,7 @@ TEST(Records, timer_record_has_its_vsan_at_byte_10) {
 }
 
 TEST(Records, record_of_another_size_is_not_decoded) {
-    for (const std::size_t size : {0u, 1u, 4u, 11u, 13u, 14u, 17u, 2631u, 2633u}) {
+    for (const size_t size : {0u, 1u, 4u, 11u, 13u, 14u, 17u, 2631u, 2633u}) {
         const Buffer bytes(size);
         EXPECT_FALSE(decode_timer_record(bytes));
         EXPECT_FALSE(decode_membership_record(bytes));

@@ -14,7 +14,7 @@
 
 namespace vswitch_test {
 
-inline Buffer sign(std::uint32_t type, std::uint32_t correlation = 0) {
+inline Buffer sign(uint32_t type, uint32_t correlation = 0) {
     return words({MTS_WIRE_MAGIC, type, correlation, 0});
 }
 
@@ -39,8 +39,8 @@ class MemoryClient {
     // Asks for memory and forgets the former.
     void share() {
         socket.send(sign(MTS_FRAME_SHARE, ++correlation_));
-        std::uint8_t frame[MTS_WIRE_HEADER];
-        alignas(cmsghdr) std::uint8_t control[CMSG_SPACE(sizeof(int))];
+        uint8_t frame[MTS_WIRE_HEADER];
+        alignas(cmsghdr) uint8_t control[CMSG_SPACE(sizeof(int))];
         iovec part{frame, sizeof frame};
         msghdr message{};
         message.msg_iov = &part;
@@ -66,7 +66,7 @@ class MemoryClient {
     // connection.
     bool post(const Buffer &bytes) {
         shared_->request_blanks = mts_shared_write(shared_->request, bytes.data(), bytes.size());
-        shared_->request_length = static_cast<std::uint32_t>(bytes.size());
+        shared_->request_length = static_cast<uint32_t>(bytes.size());
         return post_again();
     }
     bool post_again() {
@@ -75,7 +75,7 @@ class MemoryClient {
     }
 
     // The state that the daemon leaves the request in.
-    std::uint32_t await_end() const {
+    uint32_t await_end() const {
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(Client::patience);
         while (shared_->state == MTS_SHARED_POSTED || shared_->state == MTS_SHARED_TAKEN) {
             if (std::chrono::steady_clock::now() > end)
@@ -97,20 +97,20 @@ class MemoryClient {
         return socket.receive_answer();
     }
 
-    Client::Answer request(std::uint32_t service, std::uint32_t opcode, std::uint32_t kind, const Buffer &payload,
-                           std::optional<std::uint32_t> length = std::nullopt) {
+    Client::Answer request(uint32_t service, uint32_t opcode, uint32_t kind, const Buffer &payload,
+                           std::optional<uint32_t> length = std::nullopt) {
         post(request_frame(++correlation_, service, opcode, kind, payload, length));
         return receive_answer();
     }
 
-    std::uint32_t vsan_count() { return word(request(MANAGER_SAP_VSAN, 125, 1, {}, 4).data, 0); }
+    uint32_t vsan_count() { return word(request(MANAGER_SAP_VSAN, 125, 1, {}, 4).data, 0); }
 
     Client socket;
 
   private:
     mts_shared_memory *shared_ = nullptr;
     int descriptor_ = -1;
-    std::uint32_t correlation_ = 1000;
+    uint32_t correlation_ = 1000;
 };
 
 class MemoryTest : public ServerTest {

@@ -19,7 +19,7 @@ class HostileClientTest : public MemoryTest {
     // Posts bytes of which some lines are said to be blank, whatever stands there.
     static void put(MemoryClient &client, const Buffer &bytes, mts_shared_blanks blanks) {
         std::memcpy(client->request, bytes.data(), bytes.size());
-        client->request_length = static_cast<std::uint32_t>(bytes.size());
+        client->request_length = static_cast<uint32_t>(bytes.size());
         client->request_blanks = blanks;
         client.post_again();
     }
@@ -30,7 +30,7 @@ class HostileClientTest : public MemoryTest {
         return poll(&state, 1, 0) == 1;
     }
 
-    static Buffer vsan_count_request(std::uint32_t correlation) {
+    static Buffer vsan_count_request(uint32_t correlation) {
         return request_frame(correlation, MANAGER_SAP_VSAN, 125, 1, {}, 4);
     }
 };
@@ -73,7 +73,7 @@ TEST_F(HostileClientTest, what_is_not_one_request_ends_the_connection) {
 
 TEST_F(HostileClientTest, length_beyond_the_memory_is_not_believed) {
     start();
-    for (const std::uint32_t length : {MTS_SHARED_MAX_FRAME + 1, 0x7fffffffu, UINT32_MAX}) {
+    for (const uint32_t length : {MTS_SHARED_MAX_FRAME + 1, 0x7fffffffu, UINT32_MAX}) {
         const auto client = share();
         const Buffer request = vsan_count_request(1);
         std::memcpy((*client)->request, request.data(), request.size());
@@ -87,8 +87,8 @@ TEST_F(HostileClientTest, lines_said_to_be_blank_are_zeros_whatever_stands_there
     start();
     const Buffer request = request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1));
     Buffer zeros = request;
-    const std::size_t last_line = request.size() / MTS_SHARED_LINE * MTS_SHARED_LINE;
-    std::fill(zeros.begin() + MTS_SHARED_LINE, zeros.begin() + static_cast<std::ptrdiff_t>(last_line), std::uint8_t{0});
+    const size_t last_line = request.size() / MTS_SHARED_LINE * MTS_SHARED_LINE;
+    std::fill(zeros.begin() + MTS_SHARED_LINE, zeros.begin() + static_cast<ptrdiff_t>(last_line), uint8_t{0});
     const auto by_socket = connect();
     by_socket->send(zeros);
     const auto expected = by_socket->receive_answer();
@@ -108,7 +108,7 @@ TEST_F(HostileClientTest, lines_said_to_be_blank_are_zeros_whatever_stands_there
 
 TEST_F(HostileClientTest, signs_with_a_body_end_the_connection) {
     start();
-    for (const std::uint32_t type : {MTS_FRAME_SHARE, MTS_FRAME_KNOCK}) {
+    for (const uint32_t type : {MTS_FRAME_SHARE, MTS_FRAME_KNOCK}) {
         const auto client = connect();
         client->send(words({MTS_WIRE_MAGIC, type, 0, 4, 0}));
         EXPECT_TRUE(client->closed_by_daemon());
@@ -123,11 +123,11 @@ TEST_F(HostileClientTest, states_and_lengths_that_keep_changing_harm_nobody_else
     std::memcpy((*client)->request, request.data(), request.size());
     std::atomic<bool> is_over = false;
     std::thread changing([&] {
-        std::uint32_t number = 0;
+        uint32_t number = 0;
         while (!is_over) {
             ++number;
-            (*client)->request_length = static_cast<std::uint32_t>(request.size());
-            (*client)->request[number % 44] ^= static_cast<std::uint8_t>(number % 1000 == 0);
+            (*client)->request_length = static_cast<uint32_t>(request.size());
+            (*client)->request[number % 44] ^= static_cast<uint8_t>(number % 1000 == 0);
             (*client)->requester_sleeps = number;
             (*client)->state = number % 5;
             (*client)->switch_sleeps = number % 3;
@@ -168,7 +168,7 @@ TEST_F(HostileClientTest, requests_without_end_and_no_answer_read_end_the_connec
     client->socket.send_until_blocked(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)), 64u << 20, 100);
     const Buffer large = request_frame(2, MANAGER_SAP_VSAN, 149, 1, Buffer(MTS_SHARED_MAX_FRAME - 44));
     std::memcpy((*client)->request, large.data(), large.size());
-    (*client)->request_length = static_cast<std::uint32_t>(large.size());
+    (*client)->request_length = static_cast<uint32_t>(large.size());
     const auto sound = share();
     int posted = 0;
     for (; posted < 1000 && !is_cut(*client); ++posted) {
@@ -183,7 +183,7 @@ TEST_F(HostileClientTest, client_of_another_version_is_served_over_the_socket_on
     start();
     const auto client = share();
     EXPECT_EQ((*client)->version, MTS_SHARED_VERSION);
-    for (const std::uint32_t version : {0u, MTS_SHARED_VERSION + 1}) {
+    for (const uint32_t version : {0u, MTS_SHARED_VERSION + 1}) {
         (*client)->requester_version = version;
         ASSERT_TRUE(client->post(vsan_count_request(1)));
         EXPECT_EQ(client->await_end(), MTS_SHARED_IDLE);

@@ -18,7 +18,7 @@ using SharedMemoryTest = MemoryTest;
 constexpr char add_role[] = R"({"command": "role.add", "name": "r", "vsans": ["1"], "users": ["al"]})";
 
 // What creates a VSAN.
-Buffer new_vsan_block(std::uint32_t id) {
+Buffer new_vsan_block(uint32_t id) {
     Buffer block;
     append_vsan_block(block, id, new_vsan(id), 0);
     return block;
@@ -66,9 +66,9 @@ TEST_F(SharedMemoryTest, is_not_given_while_answers_wait_in_front_of_it) {
     start();
     const auto client = connect();
     client->send(sign(MTS_FRAME_PING, 1) + sign(MTS_FRAME_SHARE, 2));
-    for (const std::uint32_t correlation : {1u, 2u}) {
+    for (const uint32_t correlation : {1u, 2u}) {
         const auto answer = client->receive_answer();
-        EXPECT_EQ(answer.type, static_cast<std::uint32_t>(MTS_FRAME_PONG));
+        EXPECT_EQ(answer.type, static_cast<uint32_t>(MTS_FRAME_PONG));
         EXPECT_EQ(answer.correlation, correlation);
     }
 }
@@ -82,7 +82,7 @@ TEST_F(SharedMemoryTest, is_not_given_again_while_the_last_was_not_fetched) {
         while (client->waiting_bytes() < 3 * MTS_WIRE_HEADER)
             std::this_thread::yield();
         for (const auto type : {MTS_FRAME_SHARED, MTS_FRAME_PONG, MTS_FRAME_PONG})
-            EXPECT_EQ(client->receive_answer().type, static_cast<std::uint32_t>(type));
+            EXPECT_EQ(client->receive_answer().type, static_cast<uint32_t>(type));
     }
 }
 
@@ -91,7 +91,7 @@ TEST_F(SharedMemoryTest, answers_every_request_as_the_socket_does) {
     start();
     const auto by_socket = connect();
     const auto by_memory = share();
-    const std::pair<std::uint32_t, std::uint32_t> numbers[] = {
+    const std::pair<uint32_t, uint32_t> numbers[] = {
         {MANAGER_SAP_VSAN, 149},
         {MANAGER_SAP_VSAN, 125},
         {MANAGER_SAP_VSAN, 126},
@@ -113,7 +113,7 @@ TEST_F(SharedMemoryTest, answers_every_request_as_the_socket_does) {
                                text_bytes("fctimer")};
     int with_data = 0;
     for (const auto &[service, opcode] : numbers)
-        for (const std::uint32_t kind : {0u, 1u, 2u, 5u})
+        for (const uint32_t kind : {0u, 1u, 2u, 5u})
             for (const Buffer &payload : payloads) {
                 auto expected = by_socket->request(service, opcode, kind, payload);
                 auto got = by_memory->request(service, opcode, kind, payload);
@@ -172,7 +172,7 @@ TEST_F(SharedMemoryTest, keeps_the_order_of_what_was_asked_on_the_socket) {
     EXPECT_EQ(client->await_end(), MTS_SHARED_ELSEWHERE);
     client->post(request_frame(4, MANAGER_SAP_VSAN, 125, 1, {}, 4));
     EXPECT_EQ(client->await_end(), MTS_SHARED_ELSEWHERE);
-    for (const std::uint32_t correlation : {1u, 2u, 3u, 4u}) {
+    for (const uint32_t correlation : {1u, 2u, 3u, 4u}) {
         const auto answer = client->socket.receive_answer();
         EXPECT_EQ(answer.correlation, correlation);
         if (correlation > 2) {
@@ -190,7 +190,7 @@ TEST_F(SharedMemoryTest, sends_large_answers_over_the_socket_and_says_so_first) 
     start();
     const auto client = share();
     const Buffer request = request_frame(5, MTS_SERVICE_ROLES, MTS_OP_ROLE_OF_USER, 1, text_bytes("al"));
-    for (const std::uint32_t sleeps : {0u, 1u}) {
+    for (const uint32_t sleeps : {0u, 1u}) {
         (*client)->requester_sleeps = sleeps;
         client->post(request);
         EXPECT_EQ(client->await_end(), MTS_SHARED_ELSEWHERE);
@@ -244,9 +244,9 @@ TEST_F(SharedMemoryTest, serves_many_clients_at_once) {
     for (int i = 0; i < 100; ++i)
         clients.push_back(share());
     for (int round = 0; round < 20; ++round) {
-        for (std::uint32_t i = 0; i < clients.size(); ++i)
+        for (uint32_t i = 0; i < clients.size(); ++i)
             clients[i]->post(request_frame(i, MANAGER_SAP_VSAN, 125, 1, {}, 4));
-        for (std::uint32_t i = 0; i < clients.size(); ++i)
+        for (uint32_t i = 0; i < clients.size(); ++i)
             EXPECT_EQ(clients[i]->receive_answer().correlation, i);
         clients.pop_back();
     }
@@ -256,7 +256,7 @@ TEST_F(SharedMemoryTest, serves_many_clients_at_once) {
 TEST_F(SharedMemoryTest, generation_changes_before_a_change_is_answered) {
     start();
     const auto watcher = share();
-    std::uint32_t generation = (*watcher)->generation;
+    uint32_t generation = (*watcher)->generation;
     EXPECT_NE(generation, 0u);
     const auto expect_new = [&](const char *json) {
         command(json);
@@ -280,7 +280,7 @@ TEST_F(SharedMemoryTest, generation_changes_before_a_change_is_answered) {
 TEST_F(SharedMemoryTest, nothing_may_be_kept_while_there_are_faults) {
     start();
     const auto watcher = share();
-    std::uint32_t generation = (*watcher)->generation;
+    uint32_t generation = (*watcher)->generation;
     command(R"({"command": "fault.add", "service": 3, "action": "no-data"})");
     EXPECT_EQ((*watcher)->generation, 0u);
     EXPECT_EQ((*share())->generation, 0u);
@@ -301,7 +301,7 @@ TEST_F(SharedMemoryTest, nothing_may_be_kept_while_there_are_faults) {
 TEST_F(SharedMemoryTest, generation_changes_when_roles_are_read_again) {
     start([this] { target_.roles = large_roles(); });
     const auto watcher = share();
-    const std::uint32_t generation = (*watcher)->generation;
+    const uint32_t generation = (*watcher)->generation;
     EXPECT_EQ(watcher->vsan_count(), 1u);
     kill(getpid(), SIGHUP);
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(Client::patience);
@@ -316,7 +316,7 @@ TEST_F(SharedMemoryTest, costs_nothing_while_nobody_asks) {
     for (int i = 0; i < 8; ++i)
         clients.push_back(share());
     for (int i = 0; i < 200; ++i)
-        clients[static_cast<std::size_t>(i) % clients.size()]->vsan_count();
+        clients[static_cast<size_t>(i) % clients.size()]->vsan_count();
     clockid_t clock;
     ASSERT_EQ(pthread_getcpuclockid(thread_.native_handle(), &clock), 0);
     const auto used = [&] {

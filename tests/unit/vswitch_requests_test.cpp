@@ -30,14 +30,14 @@ class Requests : public testing::Test {
   protected:
     Requests() : target_(parse_configuration(configuration, "test"), Roles()) {}
 
-    const Reply &ask(std::uint32_t service, std::uint32_t opcode, std::uint32_t kind, const Buffer &payload,
-                     std::optional<std::uint32_t> length = std::nullopt) {
+    const Reply &ask(uint32_t service, uint32_t opcode, uint32_t kind, const Buffer &payload,
+                     std::optional<uint32_t> length = std::nullopt) {
         Request request;
         request.service = service;
         request.opcode = opcode;
         request.kind = kind;
         request.payload = payload;
-        request.length = length.value_or(static_cast<std::uint32_t>(payload.size()));
+        request.length = length.value_or(static_cast<uint32_t>(payload.size()));
         answer_request(target_, request, reply_);
         EXPECT_EQ(reply_.has_data, reply_.status == 0);
         if (reply_.status != 0) {
@@ -46,13 +46,13 @@ class Requests : public testing::Test {
         return reply_;
     }
 
-    const Reply &vsan_manager(std::uint32_t opcode, std::uint32_t kind, const Buffer &payload,
-                              std::optional<std::uint32_t> length = std::nullopt) {
+    const Reply &vsan_manager(uint32_t opcode, uint32_t kind, const Buffer &payload,
+                              std::optional<uint32_t> length = std::nullopt) {
         return ask(MANAGER_SAP_VSAN, opcode, kind, payload, length);
     }
 
     // The VSAN after `id`, or 0 at the end of the table.
-    std::uint32_t vsan_after(std::uint32_t id) {
+    uint32_t vsan_after(uint32_t id) {
         const Reply &reply = vsan_manager(149, 2, vsan_block(id));
         return reply.status == 0 ? word(reply.data, 520) : 0;
     }
@@ -102,7 +102,7 @@ TEST_F(Requests, longest_name_is_followed_by_a_nul) {
 }
 
 TEST_F(Requests, vsan_is_up_when_active_with_a_port_that_is_up) {
-    const auto oper_state = [&](std::uint32_t id) { return word(vsan_manager(149, 1, vsan_block(id)).data, 552); };
+    const auto oper_state = [&](uint32_t id) { return word(vsan_manager(149, 1, vsan_block(id)).data, 552); };
     EXPECT_EQ(oper_state(10), 1u) << "active, one of two ports up";
     EXPECT_EQ(oper_state(20), 2u) << "suspended, port up";
     EXPECT_EQ(oper_state(1), 2u) << "active, no port";
@@ -112,7 +112,7 @@ TEST_F(Requests, vsan_is_up_when_active_with_a_port_that_is_up) {
 TEST_F(Requests, vsan_get_tells_missing_from_impossible_numbers) {
     EXPECT_EQ(vsan_manager(149, 1, vsan_block(11)).status, STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(vsan_manager(149, 1, vsan_block(4094)).status, STATUS_NO_SUCH_VSAN);
-    for (const std::uint32_t id : {0u, 4096u, 0x80000000u, 0xffffffffu})
+    for (const uint32_t id : {0u, 4096u, 0x80000000u, 0xffffffffu})
         EXPECT_EQ(vsan_manager(149, 1, vsan_block(id)).status, STATUS_VSAN_OUT_OF_RANGE) << id;
 }
 
@@ -121,14 +121,14 @@ TEST_F(Requests, vsan_get_next_gives_the_first_greater_number) {
     EXPECT_EQ(vsan_after(1), 10u);
     EXPECT_EQ(vsan_after(11), 20u);
     EXPECT_EQ(vsan_after(4094), 4095u);
-    for (const std::uint32_t id : {4095u, 4096u, 0x7fffffffu, 0x80000000u, 0xffffffffu})
+    for (const uint32_t id : {4095u, 4096u, 0x7fffffffu, 0x80000000u, 0xffffffffu})
         EXPECT_EQ(vsan_manager(149, 2, vsan_block(id)).status, STATUS_NO_MORE_VSANS) << id;
 }
 
 TEST_F(Requests, vsan_get_next_is_ordered_and_complete_with_4095_vsans) {
     target_.model = SwitchModel(parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}]})", "test"));
-    std::uint32_t id = 0;
-    for (std::uint32_t expected = 1; expected <= 4095; ++expected) {
+    uint32_t id = 0;
+    for (uint32_t expected = 1; expected <= 4095; ++expected) {
         id = vsan_after(id);
         ASSERT_EQ(id, expected);
     }
@@ -138,9 +138,9 @@ TEST_F(Requests, vsan_get_next_is_ordered_and_complete_with_4095_vsans) {
 
 TEST_F(Requests, vsan_rest_of_the_record_is_handed_back_unchanged) {
     SwitchData data = empty_configuration();
-    std::vector<std::uint8_t> rest(VSAN_REST_SIZE);
-    for (std::size_t at = 0; at < rest.size(); ++at)
-        rest[at] = static_cast<std::uint8_t>(at * 7 + 1);
+    std::vector<uint8_t> rest(VSAN_REST_SIZE);
+    for (size_t at = 0; at < rest.size(); ++at)
+        rest[at] = static_cast<uint8_t>(at * 7 + 1);
     data.vsans.at(1).rest = rest;
     target_.model = SwitchModel(std::move(data));
     const Reply &reply = vsan_manager(149, 1, vsan_block(1));
@@ -172,7 +172,7 @@ TEST_F(Requests, inorder_delivery_is_a_truth_value) {
 }
 
 TEST_F(Requests, switch_wide_timers_are_told_apart_by_key) {
-    const std::pair<std::uint32_t, std::uint32_t> timers[] = {{7, 3000}, {8, 10000}, {9, 5000}, {10, 5000}};
+    const std::pair<uint32_t, uint32_t> timers[] = {{7, 3000}, {8, 10000}, {9, 5000}, {10, 5000}};
     for (const auto &[key, value] : timers) {
         const Reply &reply = vsan_manager(127, 1, timer_record(key, 0, 0));
         ASSERT_EQ(reply.data.size(), 15u) << key;
@@ -197,7 +197,7 @@ TEST_F(Requests, timer_answer_repeats_what_the_request_says_besides_the_value) {
 
 TEST_F(Requests, timer_key_0_of_a_vsan_has_value_0_when_the_vsan_exists) {
     settings().tdx_enabled = true;
-    for (const std::uint32_t kind : {1u, 5u}) {
+    for (const uint32_t kind : {1u, 5u}) {
         const Reply &reply = vsan_manager(127, kind, timer_record(0, 1, 10));
         ASSERT_EQ(reply.status, STATUS_SUCCESS) << kind;
         EXPECT_EQ(word(reply.data, 4), 0u);
@@ -244,17 +244,17 @@ TEST_F(Requests, interface_record_leaves_the_row_status_in_machine_order) {
     EXPECT_EQ(word(reply.data, 0), 16781312u);
     EXPECT_EQ(word(reply.data, 4), 10u);
     EXPECT_EQ(word(reply.data, 8), 7u);
-    std::uint32_t row_status = 0;
+    uint32_t row_status = 0;
     std::memcpy(&row_status, &reply.data[12], 4);
     EXPECT_EQ(row_status, 1u);
 }
 
 TEST_F(Requests, interface_get_next_is_ordered_unsigned_and_ends) {
-    std::vector<std::uint32_t> seen;
-    std::uint32_t if_index = 0;
+    std::vector<uint32_t> seen;
+    uint32_t if_index = 0;
     while (seen.size() < 10 && vsan_manager(124, 2, words({if_index, 0, 0, 0})).status == 0)
         seen.push_back(if_index = word(reply_.data, 0));
-    EXPECT_EQ(seen, (std::vector<std::uint32_t>{5, 16777216, 16781312, 4294967295}));
+    EXPECT_EQ(seen, (std::vector<uint32_t>{5, 16777216, 16781312, 4294967295}));
     EXPECT_EQ(reply_.status, STATUS_NO_MORE_INTERFACES);
     EXPECT_EQ(word(vsan_manager(124, 2, words({4294967294, 0, 0, 0})).data, 0), 4294967295u);
     EXPECT_EQ(vsan_manager(124, 1, words({6, 0, 0, 0})).status, STATUS_NO_SUCH_INTERFACE);
@@ -276,9 +276,9 @@ TEST_F(Requests, switch_name_is_eight_bytes_and_differs_between_switches) {
 }
 
 TEST_F(Requests, membership_is_ordered_by_vsan_and_then_interface) {
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> seen;
-    std::uint32_t vsan = 0;
-    std::uint32_t if_index = 0;
+    std::vector<std::pair<uint32_t, uint32_t>> seen;
+    uint32_t vsan = 0;
+    uint32_t if_index = 0;
     while (seen.size() < 10 &&
            ask(MANAGER_SAP_PORT, MTS_OP_PORT_MEMBERSHIP, 2, words({vsan, if_index, 0})).status == 0) {
         vsan = word(reply_.data, 0);
@@ -286,14 +286,14 @@ TEST_F(Requests, membership_is_ordered_by_vsan_and_then_interface) {
         EXPECT_EQ(word(reply_.data, 8), 1u) << "configured";
         seen.emplace_back(vsan, if_index);
     }
-    const std::vector<std::pair<std::uint32_t, std::uint32_t>> expected = {
+    const std::vector<std::pair<uint32_t, uint32_t>> expected = {
         {10, 5}, {10, 16781312}, {20, 16777216}, {4095, 4294967295}};
     EXPECT_EQ(seen, expected);
     EXPECT_EQ(reply_.status, STATUS_NO_MORE_MEMBERSHIPS);
 }
 
 TEST_F(Requests, membership_get_next_may_start_anywhere) {
-    const auto after = [&](std::uint32_t vsan, std::uint32_t if_index) {
+    const auto after = [&](uint32_t vsan, uint32_t if_index) {
         const Reply &reply = ask(MANAGER_SAP_PORT, MTS_OP_PORT_MEMBERSHIP, 2, words({vsan, if_index, 0}));
         return reply.status ? std::pair(0u, 0u) : std::pair(word(reply.data, 0), word(reply.data, 4));
     };
@@ -311,7 +311,7 @@ TEST_F(Requests, membership_get_wants_that_very_pair) {
 }
 
 TEST_F(Requests, changes_of_the_wrong_length_are_refused) {
-    const std::tuple<std::uint32_t, std::uint32_t, std::uint32_t> changes[] = {
+    const std::tuple<uint32_t, uint32_t, uint32_t> changes[] = {
         {124, 3, 16}, {127, 3, 15}, {136, 3, 12}, {140, 3, 4}, {149, 3, 2632}, {149, 4, 2632}, {8018, 3, 4}};
     for (const auto &[opcode, kind, size] : changes) {
         EXPECT_EQ(vsan_manager(opcode, kind, Buffer(size - 1)).status, STATUS_BAD_LENGTH) << opcode;
@@ -321,7 +321,7 @@ TEST_F(Requests, changes_of_the_wrong_length_are_refused) {
 }
 
 TEST_F(Requests, wrong_length_is_refused_for_every_request_with_a_payload) {
-    const std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t> reads[] = {
+    const std::tuple<uint32_t, uint32_t, uint32_t, uint32_t> reads[] = {
         {MANAGER_SAP_VSAN, 124, 1, 16},
         {MANAGER_SAP_VSAN, 124, 2, 16},
         {MANAGER_SAP_VSAN, 127, 1, 15},
@@ -341,7 +341,7 @@ TEST_F(Requests, wrong_length_is_refused_for_every_request_with_a_payload) {
 }
 
 TEST_F(Requests, wrong_length_is_refused_for_every_request_without_payload) {
-    const std::tuple<std::uint32_t, std::uint32_t, std::uint32_t> reads[] = {
+    const std::tuple<uint32_t, uint32_t, uint32_t> reads[] = {
         {MANAGER_SAP_VSAN, 125, 4}, {MANAGER_SAP_VSAN, 126, 8},  {MANAGER_SAP_VSAN, 128, 4},
         {MANAGER_SAP_VSAN, 140, 4}, {MANAGER_SAP_PORT, 1282, 0}, {MTS_SERVICE_SWITCH, MTS_OP_SWITCH_COUNTERS, 0}};
     for (const auto &[service, opcode, length] : reads) {
@@ -357,7 +357,7 @@ TEST_F(Requests, unknown_service_opcode_and_kind_have_distinct_statuses) {
     EXPECT_EQ(vsan_manager(123, 1, {}).status, STATUS_NO_SUCH_OPCODE);
     EXPECT_EQ(vsan_manager(1282, 1, {}).status, STATUS_NO_SUCH_OPCODE) << "the port manager's";
     EXPECT_EQ(ask(MANAGER_SAP_PORT, 149, 1, vsan_block(1)).status, STATUS_NO_SUCH_OPCODE);
-    for (const std::uint32_t kind : {0u, 5u, 6u, 0xffffffffu})
+    for (const uint32_t kind : {0u, 5u, 6u, 0xffffffffu})
         EXPECT_EQ(vsan_manager(149, kind, vsan_block(1)).status, STATUS_NO_SUCH_KIND) << kind;
     EXPECT_EQ(vsan_manager(125, 2, {}, 4).status, STATUS_NO_SUCH_KIND);
     EXPECT_EQ(vsan_manager(125, 3, {}, 4).status, STATUS_NO_SUCH_KIND);
@@ -414,10 +414,10 @@ TEST_F(Requests, counters_count_by_service_opcode_and_kind_but_not_themselves) {
 }
 
 TEST_F(Requests, counters_stay_bounded_whatever_clients_ask) {
-    for (std::uint32_t opcode = 0; opcode < 100000; opcode += 10)
+    for (uint32_t opcode = 0; opcode < 100000; opcode += 10)
         ask(77, opcode, 1, {});
     EXPECT_LE(target_.counters.requests.size(), 257u);
-    std::uint64_t total = 0;
+    uint64_t total = 0;
     for (const auto &[key, count] : target_.counters.requests)
         total += count;
     EXPECT_EQ(total, 10000u);

@@ -24,7 +24,7 @@ TEST_F(ServerTest, requests_of_several_clients_are_answered) {
 TEST_F(ServerTest, frame_that_arrives_byte_by_byte_is_answered) {
     start();
     const auto client = connect();
-    for (const std::uint8_t byte : request_frame(5, MANAGER_SAP_VSAN, 125, 1, {}, 4))
+    for (const uint8_t byte : request_frame(5, MANAGER_SAP_VSAN, 125, 1, {}, 4))
         ASSERT_TRUE(client->send({byte}));
     EXPECT_EQ(client->receive_answer().correlation, 5u);
 }
@@ -32,12 +32,12 @@ TEST_F(ServerTest, frame_that_arrives_byte_by_byte_is_answered) {
 TEST_F(ServerTest, many_requests_at_once_are_answered_in_order) {
     start();
     const auto client = connect();
-    constexpr std::uint32_t count = 300;
+    constexpr uint32_t count = 300;
     std::thread sender([&] {
-        for (std::uint32_t number = 0; number < count; ++number)
+        for (uint32_t number = 0; number < count; ++number)
             client->send(request_frame(number, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
     });
-    for (std::uint32_t number = 0; number < count; ++number) {
+    for (uint32_t number = 0; number < count; ++number) {
         const auto answer = client->receive_answer();
         EXPECT_EQ(answer.correlation, number);
         EXPECT_EQ(answer.data.size(), VSAN_BLOCK_SIZE);
@@ -57,7 +57,7 @@ TEST_F(ServerTest, client_that_has_finished_sending_still_gets_its_answers) {
 TEST_F(ServerTest, client_that_does_not_read_is_not_read_from_and_others_are_served) {
     start();
     const auto deaf = connect();
-    const std::size_t taken =
+    const size_t taken =
         deaf->send_until_blocked(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)), 64u << 20, 300);
     EXPECT_LT(taken, 16u << 20) << "the answers must not pile up";
     EXPECT_EQ(connect()->vsan_count(), 1u);

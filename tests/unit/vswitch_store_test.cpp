@@ -21,7 +21,7 @@ SwitchData sample() {
         "tdx": {"fctimer": {"enabled": true, "showRun": true, "timers": {"10": {"edtov": 3000}}}}})",
                                           "test");
     give_identity(data);
-    data.settings.wwn |= std::uint64_t{1} << 63; // the sign bit of the database's numbers
+    data.settings.wwn |= uint64_t{1} << 63; // the sign bit of the database's numbers
     data.vsans.at(10).rest.assign(VSAN_REST_SIZE, 0xa5);
     data.settings.tdx_refusing = true;
     data.settings.status_events = false;
@@ -168,7 +168,7 @@ class StoreTampering : public StoreTest {
         EXPECT_TRUE(set_latency(100));
     }
 
-    bool set_latency(std::uint32_t milliseconds) {
+    bool set_latency(uint32_t milliseconds) {
         Change change;
         change.settings = data_.settings;
         change.settings->switch_latency = milliseconds;
@@ -221,7 +221,7 @@ TEST_F(StoreTampering, change_is_refused_once_another_file_is_in_the_place) {
 TEST_F(StoreTampering, change_is_refused_once_a_file_was_cut_off) {
     for (const std::string &file : {log_, database_}) {
         const auto size = std::filesystem::file_size(file);
-        for (const std::uintmax_t left : {std::uintmax_t{0}, size / 2, size - 1}) {
+        for (const uintmax_t left : {uintmax_t{0}, size / 2, size - 1}) {
             std::filesystem::resize_file(file, left);
             EXPECT_FALSE(set_latency(200)) << file << " of " << left << " bytes";
         }
@@ -338,7 +338,7 @@ TEST_F(StoreTest, empty_file_is_refused_untouched) {
 TEST_F(StoreTest, truncated_database_is_refused_untouched) {
     create();
     const std::string whole = file_content(folder_ / "switch.db");
-    for (const std::size_t size : {std::size_t{50}, std::size_t{100}, std::size_t{5000}, whole.size() - 4096}) {
+    for (const size_t size : {size_t{50}, size_t{100}, size_t{5000}, whole.size() - 4096}) {
         write_file(folder_ / "switch.db", whole.substr(0, size));
         EXPECT_TRUE(contains(refused(), "move it away")) << size;
     }
@@ -348,7 +348,7 @@ TEST_F(StoreTest, overwritten_page_is_refused_untouched) {
     create();
     const std::string whole = file_content(folder_ / "switch.db");
     ASSERT_EQ(whole.size() % 4096, 0u);
-    for (std::size_t page = 4096; page < whole.size(); page += 4096) {
+    for (size_t page = 4096; page < whole.size(); page += 4096) {
         std::string damaged = whole;
         damaged.replace(page, 16, 16, '\xff');
         write_file(folder_ / "switch.db", damaged);

@@ -35,25 +35,24 @@ namespace vswitch_test {
 using vswitch::Buffer;
 using vswitch::Bytes;
 
-inline Buffer words(std::initializer_list<std::uint32_t> values) {
+inline Buffer words(std::initializer_list<uint32_t> values) {
     Buffer buffer;
-    for (const std::uint32_t value : values)
+    for (const uint32_t value : values)
         vswitch::append_word(buffer, value);
     return buffer;
 }
 
-inline std::uint32_t word(Bytes bytes, std::size_t offset) {
+inline uint32_t word(Bytes bytes, size_t offset) {
     return vswitch::load_word(bytes, offset).value();
 }
 
-inline Buffer vsan_block(std::uint32_t id) {
+inline Buffer vsan_block(uint32_t id) {
     Buffer block(VSAN_BLOCK_SIZE);
     vswitch::store_word(block, VSAN_RECORD_AT, id);
     return block;
 }
 
-inline Buffer timer_record(std::uint32_t key, std::uint8_t per_vsan, std::uint32_t vsan, std::uint32_t value = 0,
-                           std::uint8_t force = 0) {
+inline Buffer timer_record(uint32_t key, uint8_t per_vsan, uint32_t vsan, uint32_t value = 0, uint8_t force = 0) {
     Buffer record;
     vswitch::append_timer_record(record, {key, value, per_vsan, force, vsan, 0});
     return record;
@@ -64,11 +63,11 @@ inline Buffer text_bytes(const std::string &text) {
 }
 
 // A REQUEST frame. `length` is the length word where it is not the payload's size.
-inline Buffer request_frame(std::uint32_t correlation, std::uint32_t service, std::uint32_t opcode, std::uint32_t kind,
-                            const Buffer &payload, std::optional<std::uint32_t> length = std::nullopt,
+inline Buffer request_frame(uint32_t correlation, uint32_t service, uint32_t opcode, uint32_t kind,
+                            const Buffer &payload, std::optional<uint32_t> length = std::nullopt,
                             const std::string &user = "") {
-    const auto size = static_cast<std::uint32_t>(payload.size());
-    const auto user_size = static_cast<std::uint32_t>(user.size());
+    const auto size = static_cast<uint32_t>(payload.size());
+    const auto user_size = static_cast<uint32_t>(user.size());
     Buffer frame = words({MTS_WIRE_MAGIC, MTS_FRAME_REQUEST, correlation, MTS_WIRE_REQUEST_FIXED + size + user_size,
                           service, opcode, kind, length.value_or(size), 0, size, user_size});
     frame.insert(frame.end(), payload.begin(), payload.end());
@@ -151,28 +150,28 @@ class Client {
 
     // False when the daemon has closed the connection.
     bool send(const Buffer &bytes) {
-        std::size_t sent = 0;
+        size_t sent = 0;
         while (sent < bytes.size()) {
             const ssize_t result = ::send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
             if (result <= 0)
                 return false;
-            sent += static_cast<std::size_t>(result);
+            sent += static_cast<size_t>(result);
         }
         return true;
     }
 
     // How many bytes the daemon takes before it has stopped reading for `quiet` milliseconds.
-    std::size_t send_until_blocked(const Buffer &bytes, std::size_t limit, int quiet) {
-        std::size_t total = 0;
-        std::size_t offset = 0;
+    size_t send_until_blocked(const Buffer &bytes, size_t limit, int quiet) {
+        size_t total = 0;
+        size_t offset = 0;
         pollfd state{socket_, POLLOUT, 0};
         while (total < limit && poll(&state, 1, quiet) == 1) {
             const ssize_t result =
                 ::send(socket_, bytes.data() + offset, bytes.size() - offset, MSG_NOSIGNAL | MSG_DONTWAIT);
             if (result <= 0)
                 break;
-            total += static_cast<std::size_t>(result);
-            offset = (offset + static_cast<std::size_t>(result)) % bytes.size();
+            total += static_cast<size_t>(result);
+            offset = (offset + static_cast<size_t>(result)) % bytes.size();
         }
         return total;
     }
@@ -195,13 +194,13 @@ class Client {
     }
 
     // Up to `size` bytes; fewer when the daemon closed the connection.
-    Buffer receive(std::size_t size) {
+    Buffer receive(size_t size) {
         Buffer bytes;
         while (bytes.size() < size) {
             pollfd state{socket_, POLLIN, 0};
             if (poll(&state, 1, patience) != 1)
                 throw std::runtime_error("the daemon does not answer");
-            std::uint8_t chunk[65536];
+            uint8_t chunk[65536];
             const ssize_t result = recv(socket_, chunk, std::min(sizeof chunk, size - bytes.size()), 0);
             if (result <= 0)
                 break;
@@ -219,7 +218,7 @@ class Client {
     bool closed_by_daemon() { return receive(1).empty(); }
 
     struct Answer {
-        std::uint32_t type = 0, correlation = 0, status = 0, event_class = 0;
+        uint32_t type = 0, correlation = 0, status = 0, event_class = 0;
         bool has_data = false;
         Buffer data;
 
@@ -252,17 +251,17 @@ class Client {
         return answer;
     }
 
-    Answer request(std::uint32_t service, std::uint32_t opcode, std::uint32_t kind, const Buffer &payload,
-                   std::optional<std::uint32_t> length = std::nullopt) {
+    Answer request(uint32_t service, uint32_t opcode, uint32_t kind, const Buffer &payload,
+                   std::optional<uint32_t> length = std::nullopt) {
         if (!send(request_frame(++correlation_, service, opcode, kind, payload, length)))
             throw std::runtime_error("the daemon closed the connection");
         return receive_answer();
     }
 
     // Subscribes to event classes and waits for the confirmation.
-    void subscribe(std::initializer_list<std::uint32_t> classes) {
-        Buffer frame = words(
-            {MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, ++correlation_, static_cast<std::uint32_t>(4 * classes.size())});
+    void subscribe(std::initializer_list<uint32_t> classes) {
+        Buffer frame =
+            words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, ++correlation_, static_cast<uint32_t>(4 * classes.size())});
         const Buffer body = words(classes);
         frame.insert(frame.end(), body.begin(), body.end());
         if (!send(frame))
@@ -271,11 +270,11 @@ class Client {
     }
 
     // The number of VSANs; the smallest proof that the daemon serves.
-    std::uint32_t vsan_count() { return word(request(MANAGER_SAP_VSAN, 125, 1, {}, 4).data, 0); }
+    uint32_t vsan_count() { return word(request(MANAGER_SAP_VSAN, 125, 1, {}, 4).data, 0); }
 
   private:
     int socket_;
-    std::uint32_t correlation_ = 0;
+    uint32_t correlation_ = 0;
 };
 
 } // namespace vswitch_test

@@ -25,9 +25,9 @@
 
 namespace {
 
-constexpr std::uint64_t max_size = std::uint64_t{4} << 20;
-constexpr std::uint64_t small_size = std::uint64_t{64} << 10;
-constexpr std::uint64_t reserve = std::uint64_t{64} << 20;
+constexpr uint64_t max_size = uint64_t{4} << 20;
+constexpr uint64_t small_size = uint64_t{64} << 10;
+constexpr uint64_t reserve = uint64_t{64} << 20;
 
 class BoundedLog {
   public:
@@ -42,14 +42,14 @@ class BoundedLog {
     void open_file();
     void close_file();
     void begin_anew();
-    bool has_room(std::size_t length) const;
+    bool has_room(size_t length) const;
     void append(std::string_view text);
-    std::size_t append_once(std::string_view text);
+    size_t append_once(std::string_view text);
 
     std::string path_;
     int file_ = -1; /* none while the file cannot be opened */
-    std::uint64_t size_ = 0;
-    std::uint64_t left_out_ = 0; /* bytes since the last that were written */
+    uint64_t size_ = 0;
+    uint64_t left_out_ = 0; /* bytes since the last that were written */
 };
 
 void BoundedLog::open_file() {
@@ -58,7 +58,7 @@ void BoundedLog::open_file() {
     struct stat status {};
     if (file_ >= 0 && (fstat(file_, &status) != 0 || !S_ISREG(status.st_mode)))
         close_file();
-    size_ = file_ >= 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+    size_ = file_ >= 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 void BoundedLog::close_file() {
@@ -75,14 +75,14 @@ void BoundedLog::begin_anew() {
     size_ = 0;
 }
 
-bool BoundedLog::has_room(std::size_t length) const {
+bool BoundedLog::has_room(size_t length) const {
     struct statvfs disk {};
     return size_ + length <= small_size || (size_ + length <= max_size && fstatvfs(file_, &disk) == 0 &&
-                                            std::uint64_t{disk.f_bavail} * disk.f_frsize >= reserve + length);
+                                            uint64_t{disk.f_bavail} * disk.f_frsize >= reserve + length);
 }
 
 /* Writes what the disk takes, and returns how much that was. */
-std::size_t BoundedLog::append_once(std::string_view text) {
+size_t BoundedLog::append_once(std::string_view text) {
     if (file_ < 0)
         open_file();
     if (file_ < 0 || !has_room(text.size()))
@@ -91,7 +91,7 @@ std::size_t BoundedLog::append_once(std::string_view text) {
     do
         written = ::write(file_, text.data(), text.size());
     while (written < 0 && errno == EINTR);
-    const std::size_t length = written > 0 ? static_cast<std::size_t>(written) : 0;
+    const size_t length = written > 0 ? static_cast<size_t>(written) : 0;
     size_ += length;
     return length;
 }
@@ -108,8 +108,8 @@ void BoundedLog::append(std::string_view text) {
 /* A log ends where a line does, where it can. */
 void BoundedLog::write(std::string_view text) {
     while (!text.empty()) {
-        const std::uint64_t room = max_size - std::min(size_, max_size);
-        std::string_view part = text.substr(0, static_cast<std::size_t>(std::min<std::uint64_t>(room, text.size())));
+        const uint64_t room = max_size - std::min(size_, max_size);
+        std::string_view part = text.substr(0, static_cast<size_t>(std::min<uint64_t>(room, text.size())));
         if (part.size() < text.size())
             part = part.substr(0, part.rfind('\n') + 1);
         if (part.empty()) {
@@ -136,15 +136,15 @@ int main(int argc, char **argv) {
     std::signal(SIGXFSZ, SIG_IGN);
     BoundedLog log(argv[1]);
     char text[16384];
-    std::size_t size = 0;
+    size_t size = 0;
     for (;;) {
         const ssize_t got = read(STDIN_FILENO, text + size, sizeof text - size);
         if (got < 0 && errno == EINTR)
             continue;
-        size += got > 0 ? static_cast<std::size_t>(got) : 0;
+        size += got > 0 ? static_cast<size_t>(got) : 0;
         /* A line is written as a whole, unless it is longer than this or never ends. */
-        const std::size_t end = std::string_view(text, size).rfind('\n') + 1;
-        const std::size_t whole = got <= 0 || (end == 0 && size == sizeof text) ? size : end;
+        const size_t end = std::string_view(text, size).rfind('\n') + 1;
+        const size_t whole = got <= 0 || (end == 0 && size == sizeof text) ? size : end;
         log.write({text, whole});
         if (got <= 0)
             return 0;

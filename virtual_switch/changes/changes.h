@@ -41,41 +41,39 @@ struct Requester {
  * delivery 0 and drop latency 0 leave the VSAN's value as it is, on creation the default.
  * An empty `rest` stands for zeros.
  */
-std::uint32_t change_vsan(Switch &the_switch, const Requester &requester, std::uint32_t id, const Vsan &wanted,
-                          bool create_allowed);
+uint32_t change_vsan(Switch &the_switch, const Requester &requester, uint32_t id, const Vsan &wanted,
+                     bool create_allowed);
 
 /* Deletes VSAN `id`, with its timers; its ports move to VSAN 1. */
-std::uint32_t delete_vsan(Switch &the_switch, const Requester &requester, std::uint32_t id);
+uint32_t delete_vsan(Switch &the_switch, const Requester &requester, uint32_t id);
 
 /* What a VSAN is created with when nobody says anything else. */
-Vsan new_vsan(std::uint32_t id);
+Vsan new_vsan(uint32_t id);
 
 /*
  * Ports.
  */
 
 /* A restricted requester needs both the interface and the VSAN `vsan`. */
-std::uint32_t move_port(Switch &the_switch, const Requester &requester, std::uint32_t if_index, std::uint32_t vsan);
-std::uint32_t set_deny_list(Switch &the_switch, const Requester &requester, std::uint32_t if_index,
-                            std::uint32_t deny_list);
+uint32_t move_port(Switch &the_switch, const Requester &requester, uint32_t if_index, uint32_t vsan);
+uint32_t set_deny_list(Switch &the_switch, const Requester &requester, uint32_t if_index, uint32_t deny_list);
 /* Both at once, as an interface record does. */
-std::uint32_t change_port(Switch &the_switch, const Requester &requester, std::uint32_t if_index, std::uint32_t vsan,
-                          std::uint32_t deny_list);
+uint32_t change_port(Switch &the_switch, const Requester &requester, uint32_t if_index, uint32_t vsan,
+                     uint32_t deny_list);
 /* Plugs the port's cable in or pulls it. */
-std::uint32_t set_link(Switch &the_switch, const Requester &requester, std::uint32_t if_index, bool up);
+uint32_t set_link(Switch &the_switch, const Requester &requester, uint32_t if_index, bool up);
 
 /*
  * Switch-wide settings; a restricted requester may change none of them.
  */
 
-std::uint32_t set_latency(Switch &the_switch, const Requester &requester, const LatencyKind &which,
-                          std::uint32_t milliseconds);
+uint32_t set_latency(Switch &the_switch, const Requester &requester, const LatencyKind &which, uint32_t milliseconds);
 
 /* `value` is TRUTH_TRUE or TRUTH_FALSE. */
-std::uint32_t set_inorder_delivery(Switch &the_switch, const Requester &requester, std::uint32_t value);
+uint32_t set_inorder_delivery(Switch &the_switch, const Requester &requester, uint32_t value);
 
 /* Whether VSAN events (class 145) are published. */
-std::uint32_t set_status_events(Switch &the_switch, const Requester &requester, bool on);
+uint32_t set_status_events(Switch &the_switch, const Requester &requester, bool on);
 
 /*
  * Fabric timers, in milliseconds.
@@ -85,21 +83,21 @@ std::uint32_t set_status_events(Switch &the_switch, const Requester &requester, 
  * governs the timers, a change goes into the open session, which it opens if there is
  * none; STATUS_TDX_LOCKED when another user holds the session.
  */
-std::uint32_t set_switch_timer(Switch &the_switch, const Requester &requester, Timer timer, std::uint32_t milliseconds,
-                               bool force);
-std::uint32_t set_vsan_timer(Switch &the_switch, const Requester &requester, std::uint32_t vsan, Timer timer,
-                             std::uint32_t milliseconds, bool force);
+uint32_t set_switch_timer(Switch &the_switch, const Requester &requester, Timer timer, uint32_t milliseconds,
+                          bool force);
+uint32_t set_vsan_timer(Switch &the_switch, const Requester &requester, uint32_t vsan, Timer timer,
+                        uint32_t milliseconds, bool force);
 
 /* The timer's value in the running configuration of a VSAN, which exists: its own or the
  * switch-wide one. */
-std::uint32_t running_timer(const SwitchModel &model, std::uint32_t vsan, Timer timer);
+uint32_t running_timer(const SwitchModel &model, uint32_t vsan, Timer timer);
 
 /* What the distribution service answers: the open session's value, else the one in its
  * record; nothing when the VSAN, which exists, has none. */
-std::optional<std::uint32_t> distributed_timer(const SwitchModel &model, std::uint32_t vsan, Timer timer);
+std::optional<uint32_t> distributed_timer(const SwitchModel &model, uint32_t vsan, Timer timer);
 
 /* The switch-wide value at the distribution service: the open session's, else the running one. */
-std::uint32_t distributed_switch_timer(const SwitchModel &model, Timer timer);
+uint32_t distributed_switch_timer(const SwitchModel &model, Timer timer);
 
 /*
  * The distribution service of the fabric timers. Its session, if one is open, is
@@ -107,16 +105,16 @@ std::uint32_t distributed_switch_timer(const SwitchModel &model, Timer timer);
  */
 
 /* STATUS_TDX_SESSION_OPEN refuses to disable it while a session is open. */
-std::uint32_t tdx_enable(Switch &the_switch, const Requester &requester, bool enabled);
+uint32_t tdx_enable(Switch &the_switch, const Requester &requester, bool enabled);
 /* In show-run mode reads show the running configuration. */
-std::uint32_t tdx_show_run(Switch &the_switch, const Requester &requester, bool on);
+uint32_t tdx_show_run(Switch &the_switch, const Requester &requester, bool on);
 /* Whether the service refuses reads and commits, as it does while it has no fabric. */
-std::uint32_t tdx_refuse(Switch &the_switch, const Requester &requester, bool on);
+uint32_t tdx_refuse(Switch &the_switch, const Requester &requester, bool on);
 /* Makes the pending values those of the service's record and of the running timers. The
  * session's holder may do it, and an operator. STATUS_TDX_NO_SESSION without a session. */
-std::uint32_t tdx_commit(Switch &the_switch, const Requester &requester);
+uint32_t tdx_commit(Switch &the_switch, const Requester &requester);
 /* Drops the pending values. Who may do it is as for tdx_commit. */
-std::uint32_t tdx_abort(Switch &the_switch, const Requester &requester);
+uint32_t tdx_abort(Switch &the_switch, const Requester &requester);
 
 /*
  * Roles. The role file is read again before it is rewritten, so that what somebody has
@@ -126,10 +124,9 @@ std::uint32_t tdx_abort(Switch &the_switch, const Requester &requester);
  */
 
 /* Adds a role, or replaces the one of the same name when `replace`, else STATUS_ROLE_EXISTS. */
-std::uint32_t add_role(Switch &the_switch, const Requester &requester, const Role &role, bool replace,
-                       std::string *sentence);
-std::uint32_t remove_role(Switch &the_switch, const Requester &requester, const std::string &name,
-                          std::string *sentence);
+uint32_t add_role(Switch &the_switch, const Requester &requester, const Role &role, bool replace,
+                  std::string *sentence);
+uint32_t remove_role(Switch &the_switch, const Requester &requester, const std::string &name, std::string *sentence);
 
 } // namespace vswitch
 

@@ -11,13 +11,13 @@ namespace vswitch {
 namespace {
 
 struct VsanState {
-    std::uint32_t admin_state;
-    std::uint32_t oper_state;
+    uint32_t admin_state;
+    uint32_t oper_state;
 
     bool operator==(const VsanState &) const = default;
 };
 
-std::optional<VsanState> state_of(const SwitchModel &model, std::uint32_t id) {
+std::optional<VsanState> state_of(const SwitchModel &model, uint32_t id) {
     const Vsan *vsan = model.vsan(id);
     if (!vsan)
         return std::nullopt;
@@ -25,21 +25,21 @@ std::optional<VsanState> state_of(const SwitchModel &model, std::uint32_t id) {
 }
 
 /* The VSANs whose state a change may affect, with the state that they have. */
-std::map<std::uint32_t, std::optional<VsanState>> affected_vsans(const SwitchModel &model, const Change &change) {
-    std::map<std::uint32_t, std::optional<VsanState>> states;
-    const auto add = [&](std::uint32_t id) { states.emplace(id, state_of(model, id)); };
+std::map<uint32_t, std::optional<VsanState>> affected_vsans(const SwitchModel &model, const Change &change) {
+    std::map<uint32_t, std::optional<VsanState>> states;
+    const auto add = [&](uint32_t id) { states.emplace(id, state_of(model, id)); };
     for (const auto &[id, vsan] : change.vsans)
         add(id);
     for (const auto &[if_index, port] : change.ports) {
         add(model.port(if_index)->vsan);
         add(port.vsan);
     }
-    for (const std::uint32_t id : change.deleted_vsans)
+    for (const uint32_t id : change.deleted_vsans)
         add(id);
     return states;
 }
 
-VsanEvent difference(std::uint32_t id, const std::optional<VsanState> &before, const std::optional<VsanState> &after) {
+VsanEvent difference(uint32_t id, const std::optional<VsanState> &before, const std::optional<VsanState> &after) {
     const VsanState former = before.value_or(VsanState{0, 0});
     const VsanState present = after.value_or(VsanState{ADMIN_STATE_GONE, OPER_STATE_DOWN});
     VsanEvent event;
@@ -55,13 +55,13 @@ VsanEvent difference(std::uint32_t id, const std::optional<VsanState> &before, c
 
 } // namespace
 
-std::uint32_t commit(Switch &the_switch, const Change &change) {
+uint32_t commit(Switch &the_switch, const Change &change) {
     if (the_switch.store && !the_switch.store->write(change, the_switch.model.data()))
         return STATUS_STORE_FAILED;
 
     const auto before = affected_vsans(the_switch.model, change);
     for (const auto &[if_index, port] : change.ports) {
-        const std::uint32_t former = the_switch.model.port(if_index)->vsan;
+        const uint32_t former = the_switch.model.port(if_index)->vsan;
         if (former != port.vsan)
             the_switch.events.publish(port_event(if_index, former, port.vsan));
     }
@@ -81,8 +81,8 @@ void touch_vsan_table(const Switch &the_switch, Change &change) {
     change.settings->last_change = the_switch.clock.now();
 }
 
-std::uint32_t missing_vsan(std::uint32_t id) {
-    if (const std::uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS) {
+uint32_t missing_vsan(uint32_t id) {
+    if (const uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS) {
         return status;
     }
     return STATUS_NO_SUCH_VSAN;
@@ -92,17 +92,17 @@ const Permission *restrictions(const Switch &the_switch, const Requester &reques
     return requester.is_operator ? nullptr : the_switch.roles.find(requester.user);
 }
 
-std::uint32_t check_vsan_right(const Switch &the_switch, const Requester &requester, std::uint32_t vsan) {
+uint32_t check_vsan_right(const Switch &the_switch, const Requester &requester, uint32_t vsan) {
     const Permission *permission = restrictions(the_switch, requester);
     return !permission || permission->allows_vsan(vsan) ? STATUS_SUCCESS : STATUS_VSAN_RESTRICTED;
 }
 
-std::uint32_t check_interface_right(const Switch &the_switch, const Requester &requester, std::uint32_t if_index) {
+uint32_t check_interface_right(const Switch &the_switch, const Requester &requester, uint32_t if_index) {
     const Permission *permission = restrictions(the_switch, requester);
     return !permission || permission->allows_interface(if_index) ? STATUS_SUCCESS : STATUS_INTERFACE_RESTRICTED;
 }
 
-std::uint32_t check_switch_right(const Switch &the_switch, const Requester &requester) {
+uint32_t check_switch_right(const Switch &the_switch, const Requester &requester) {
     return restrictions(the_switch, requester) ? STATUS_SWITCH_RESTRICTED : STATUS_SUCCESS;
 }
 

@@ -13,21 +13,21 @@ namespace vswitch {
  * has become of the VSANs and ports follows from the state before and after. Returns
  * STATUS_SUCCESS or, with nothing changed, STATUS_STORE_FAILED.
  */
-std::uint32_t commit(Switch &the_switch, const Change &change);
+uint32_t commit(Switch &the_switch, const Change &change);
 
 /* Sets the time of the VSAN table's last change in a change of that table. */
 void touch_vsan_table(const Switch &the_switch, Change &change);
 
 /* Why there is no VSAN of this number. */
-std::uint32_t missing_vsan(std::uint32_t id);
+uint32_t missing_vsan(uint32_t id);
 
 /* The requester's restrictions, or null when there are none. */
 const Permission *restrictions(const Switch &the_switch, const Requester &requester);
 
 /* STATUS_SUCCESS, or why the requester may not change this. */
-std::uint32_t check_vsan_right(const Switch &the_switch, const Requester &requester, std::uint32_t vsan);
-std::uint32_t check_interface_right(const Switch &the_switch, const Requester &requester, std::uint32_t if_index);
-std::uint32_t check_switch_right(const Switch &the_switch, const Requester &requester);
+uint32_t check_vsan_right(const Switch &the_switch, const Requester &requester, uint32_t vsan);
+uint32_t check_interface_right(const Switch &the_switch, const Requester &requester, uint32_t if_index);
+uint32_t check_switch_right(const Switch &the_switch, const Requester &requester);
 
 } // namespace vswitch
 

@@ -29,7 +29,7 @@ Subscriber::~Subscriber() {
     std::erase(hub_.subscribers_, this);
 }
 
-void Subscriber::subscribe(std::set<std::uint32_t> classes) {
+void Subscriber::subscribe(std::set<uint32_t> classes) {
     classes_ = std::move(classes);
 }
 

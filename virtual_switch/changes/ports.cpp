@@ -8,7 +8,7 @@ namespace vswitch {
 namespace {
 
 /* REQUIRES: the port exists. */
-std::uint32_t replace_port(Switch &the_switch, std::uint32_t if_index, const Port &port) {
+uint32_t replace_port(Switch &the_switch, uint32_t if_index, const Port &port) {
     if (port == *the_switch.model.port(if_index))
         return STATUS_SUCCESS;
     Change change;
@@ -18,8 +18,8 @@ std::uint32_t replace_port(Switch &the_switch, std::uint32_t if_index, const Por
 
 /* Changes what needs no right beyond that to the port itself. */
 template <typename Edit>
-std::uint32_t edit_port(Switch &the_switch, const Requester &requester, std::uint32_t if_index, Edit edit) {
-    if (const std::uint32_t status = check_interface_right(the_switch, requester, if_index); status != STATUS_SUCCESS)
+uint32_t edit_port(Switch &the_switch, const Requester &requester, uint32_t if_index, Edit edit) {
+    if (const uint32_t status = check_interface_right(the_switch, requester, if_index); status != STATUS_SUCCESS)
         return status;
     const Port *present = the_switch.model.port(if_index);
     if (!present)
@@ -31,13 +31,13 @@ std::uint32_t edit_port(Switch &the_switch, const Requester &requester, std::uin
 
 } // namespace
 
-std::uint32_t change_port(Switch &the_switch, const Requester &requester, std::uint32_t if_index, std::uint32_t vsan,
-                          std::uint32_t deny_list) {
-    if (const std::uint32_t status = check_interface_right(the_switch, requester, if_index); status != STATUS_SUCCESS)
+uint32_t change_port(Switch &the_switch, const Requester &requester, uint32_t if_index, uint32_t vsan,
+                     uint32_t deny_list) {
+    if (const uint32_t status = check_interface_right(the_switch, requester, if_index); status != STATUS_SUCCESS)
         return status;
-    if (const std::uint32_t status = check_vsan_number(vsan); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_vsan_number(vsan); status != STATUS_SUCCESS)
         return status;
-    if (const std::uint32_t status = check_vsan_right(the_switch, requester, vsan); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_vsan_right(the_switch, requester, vsan); status != STATUS_SUCCESS)
         return status;
     const Port *present = the_switch.model.port(if_index);
     if (!present)
@@ -50,17 +50,16 @@ std::uint32_t change_port(Switch &the_switch, const Requester &requester, std::u
     return replace_port(the_switch, if_index, port);
 }
 
-std::uint32_t move_port(Switch &the_switch, const Requester &requester, std::uint32_t if_index, std::uint32_t vsan) {
+uint32_t move_port(Switch &the_switch, const Requester &requester, uint32_t if_index, uint32_t vsan) {
     const Port *present = the_switch.model.port(if_index);
     return change_port(the_switch, requester, if_index, vsan, present ? present->deny_list : 0);
 }
 
-std::uint32_t set_deny_list(Switch &the_switch, const Requester &requester, std::uint32_t if_index,
-                            std::uint32_t deny_list) {
+uint32_t set_deny_list(Switch &the_switch, const Requester &requester, uint32_t if_index, uint32_t deny_list) {
     return edit_port(the_switch, requester, if_index, [=](Port &port) { port.deny_list = deny_list; });
 }
 
-std::uint32_t set_link(Switch &the_switch, const Requester &requester, std::uint32_t if_index, bool up) {
+uint32_t set_link(Switch &the_switch, const Requester &requester, uint32_t if_index, bool up) {
     return edit_port(the_switch, requester, if_index, [=](Port &port) { port.link_up = up; });
 }
 

@@ -14,14 +14,14 @@ namespace {
 /* Has `edit` change the list of roles, which may refuse with a status, and brings the
  * result into force. */
 template <typename Edit>
-std::uint32_t edit_roles(Switch &the_switch, const Requester &requester, std::string *sentence, Edit edit) {
-    if (const std::uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS)
+uint32_t edit_roles(Switch &the_switch, const Requester &requester, std::string *sentence, Edit edit) {
+    if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS)
         return status;
     const bool in_file = !the_switch.role_file.empty();
-    std::uint32_t failure = STATUS_ROLES_NOT_WRITTEN;
+    uint32_t failure = STATUS_ROLES_NOT_WRITTEN;
     try {
         std::vector<Role> list = (in_file ? load_roles(the_switch.role_file) : the_switch.roles).list();
-        if (const std::uint32_t status = edit(list); status != STATUS_SUCCESS)
+        if (const uint32_t status = edit(list); status != STATUS_SUCCESS)
             return status;
         failure = STATUS_BAD_ROLE;
         const std::string text = format_roles(list);
@@ -41,9 +41,9 @@ std::uint32_t edit_roles(Switch &the_switch, const Requester &requester, std::st
 
 } // namespace
 
-std::uint32_t add_role(Switch &the_switch, const Requester &requester, const Role &role, bool replace,
-                       std::string *sentence) {
-    return edit_roles(the_switch, requester, sentence, [&](std::vector<Role> &list) -> std::uint32_t {
+uint32_t add_role(Switch &the_switch, const Requester &requester, const Role &role, bool replace,
+                  std::string *sentence) {
+    return edit_roles(the_switch, requester, sentence, [&](std::vector<Role> &list) -> uint32_t {
         if (!is_role_name(role.name)) {
             if (sentence)
                 *sentence =
@@ -61,9 +61,8 @@ std::uint32_t add_role(Switch &the_switch, const Requester &requester, const Rol
     });
 }
 
-std::uint32_t remove_role(Switch &the_switch, const Requester &requester, const std::string &name,
-                          std::string *sentence) {
-    return edit_roles(the_switch, requester, sentence, [&](std::vector<Role> &list) -> std::uint32_t {
+uint32_t remove_role(Switch &the_switch, const Requester &requester, const std::string &name, std::string *sentence) {
+    return edit_roles(the_switch, requester, sentence, [&](std::vector<Role> &list) -> uint32_t {
         const auto present = std::ranges::find(list, name, &Role::name);
         if (present == list.end())
             return STATUS_NO_SUCH_ROLE;

@@ -8,8 +8,8 @@ namespace vswitch {
 namespace {
 
 template <typename Value>
-std::uint32_t change_setting(Switch &the_switch, const Requester &requester, Value Settings::*setting, Value value) {
-    if (const std::uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS)
+uint32_t change_setting(Switch &the_switch, const Requester &requester, Value Settings::*setting, Value value) {
+    if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS)
         return status;
     if (the_switch.model.settings().*setting == value)
         return STATUS_SUCCESS;
@@ -21,35 +21,34 @@ std::uint32_t change_setting(Switch &the_switch, const Requester &requester, Val
 
 } // namespace
 
-std::uint32_t set_latency(Switch &the_switch, const Requester &requester, const LatencyKind &which,
-                          std::uint32_t milliseconds) {
-    if (const std::uint32_t status = check_latency(milliseconds); status != STATUS_SUCCESS)
+uint32_t set_latency(Switch &the_switch, const Requester &requester, const LatencyKind &which, uint32_t milliseconds) {
+    if (const uint32_t status = check_latency(milliseconds); status != STATUS_SUCCESS)
         return status;
     return change_setting(the_switch, requester, which.setting, milliseconds);
 }
 
-std::uint32_t set_inorder_delivery(Switch &the_switch, const Requester &requester, std::uint32_t value) {
-    if (const std::uint32_t status = check_inorder_delivery(value); status != STATUS_SUCCESS)
+uint32_t set_inorder_delivery(Switch &the_switch, const Requester &requester, uint32_t value) {
+    if (const uint32_t status = check_inorder_delivery(value); status != STATUS_SUCCESS)
         return status;
     return change_setting(the_switch, requester, &Settings::inorder_delivery, value);
 }
 
-std::uint32_t set_status_events(Switch &the_switch, const Requester &requester, bool on) {
+uint32_t set_status_events(Switch &the_switch, const Requester &requester, bool on) {
     return change_setting(the_switch, requester, &Settings::status_events, on);
 }
 
-std::uint32_t tdx_enable(Switch &the_switch, const Requester &requester, bool enabled) {
+uint32_t tdx_enable(Switch &the_switch, const Requester &requester, bool enabled) {
     if (!enabled && the_switch.model.distribution() == Distribution::in_session &&
         check_switch_right(the_switch, requester) == STATUS_SUCCESS)
         return STATUS_TDX_SESSION_OPEN;
     return change_setting(the_switch, requester, &Settings::tdx_enabled, enabled);
 }
 
-std::uint32_t tdx_show_run(Switch &the_switch, const Requester &requester, bool on) {
+uint32_t tdx_show_run(Switch &the_switch, const Requester &requester, bool on) {
     return change_setting(the_switch, requester, &Settings::tdx_show_run, on);
 }
 
-std::uint32_t tdx_refuse(Switch &the_switch, const Requester &requester, bool on) {
+uint32_t tdx_refuse(Switch &the_switch, const Requester &requester, bool on) {
     return change_setting(the_switch, requester, &Settings::tdx_refusing, on);
 }
 

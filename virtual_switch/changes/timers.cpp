@@ -9,9 +9,9 @@ namespace vswitch {
 
 namespace {
 
-constexpr std::uint32_t whole_switch = 0; /* in place of a VSAN number */
+constexpr uint32_t whole_switch = 0; /* in place of a VSAN number */
 
-std::optional<std::uint32_t> pending_timer(const SwitchModel &model, std::uint32_t vsan, Timer timer) {
+std::optional<uint32_t> pending_timer(const SwitchModel &model, uint32_t vsan, Timer timer) {
     if (!model.session())
         return std::nullopt;
     const auto &pending = model.session()->pending;
@@ -24,17 +24,17 @@ std::optional<std::uint32_t> pending_timer(const SwitchModel &model, std::uint32
  */
 class FutureTimers {
   public:
-    FutureTimers(const SwitchModel &model, std::uint32_t vsan, Timer timer, std::uint32_t value)
+    FutureTimers(const SwitchModel &model, uint32_t vsan, Timer timer, uint32_t value)
         : model_(model), vsan_(vsan), timer_(timer), value_(value) {}
 
-    std::uint32_t of_switch(Timer timer) const {
+    uint32_t of_switch(Timer timer) const {
         if (vsan_ == whole_switch && timer == timer_)
             return value_;
         return distributed_switch_timer(model_, timer);
     }
 
     /* The VSAN's own value, or nothing when it follows the switch. */
-    std::optional<std::uint32_t> own(std::uint32_t vsan, Timer timer) const {
+    std::optional<uint32_t> own(uint32_t vsan, Timer timer) const {
         if (vsan == vsan_ && timer == timer_)
             return value_;
         const auto pending = pending_timer(model_, vsan, timer);
@@ -45,20 +45,20 @@ class FutureTimers {
         return are_timers_in_order([&](Timer timer) { return of_switch(timer); });
     }
 
-    bool in_order(std::uint32_t vsan) const {
+    bool in_order(uint32_t vsan) const {
         return are_timers_in_order([&](Timer timer) { return own(vsan, timer).value_or(of_switch(timer)); });
     }
 
   private:
     const SwitchModel &model_;
-    std::uint32_t vsan_;
+    uint32_t vsan_;
     Timer timer_;
-    std::uint32_t value_;
+    uint32_t value_;
 };
 
 /* Whether E_D_TOV stays below R_A_TOV wherever the change is felt. A VSAN in which the
  * order was forced before, and which does not follow the changed value, is no obstacle. */
-bool keeps_order(const SwitchModel &model, std::uint32_t vsan, Timer timer, std::uint32_t value) {
+bool keeps_order(const SwitchModel &model, uint32_t vsan, Timer timer, uint32_t value) {
     if (timer != Timer::e_d_tov && timer != Timer::r_a_tov)
         return true;
     const FutureTimers future(model, vsan, timer, value);
@@ -78,9 +78,9 @@ bool holds_session(const SwitchModel &model, const Requester &requester) {
 }
 
 /* REQUIRES: the requester has the right, and the VSAN, if it is not the switch, exists. */
-std::uint32_t set_timer(Switch &the_switch, const Requester &requester, std::uint32_t vsan, Timer timer,
-                        std::uint32_t value, bool force) {
-    if (const std::uint32_t status = check_timer(timer, value); status != STATUS_SUCCESS)
+uint32_t set_timer(Switch &the_switch, const Requester &requester, uint32_t vsan, Timer timer, uint32_t value,
+                   bool force) {
+    if (const uint32_t status = check_timer(timer, value); status != STATUS_SUCCESS)
         return status;
     const SwitchModel &model = the_switch.model;
     const bool distributed = model.distribution() != Distribution::off;
@@ -114,7 +114,7 @@ std::uint32_t set_timer(Switch &the_switch, const Requester &requester, std::uin
 }
 
 /* STATUS_SUCCESS, or why the requester may not end the session. */
-std::uint32_t check_session_right(const Switch &the_switch, const Requester &requester) {
+uint32_t check_session_right(const Switch &the_switch, const Requester &requester) {
     if (the_switch.model.distribution() != Distribution::in_session)
         return STATUS_TDX_NO_SESSION;
     return requester.is_operator || holds_session(the_switch.model, requester) ? STATUS_SUCCESS : STATUS_TDX_LOCKED;
@@ -122,39 +122,39 @@ std::uint32_t check_session_right(const Switch &the_switch, const Requester &req
 
 } // namespace
 
-std::uint32_t set_switch_timer(Switch &the_switch, const Requester &requester, Timer timer, std::uint32_t milliseconds,
-                               bool force) {
-    if (const std::uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS)
+uint32_t set_switch_timer(Switch &the_switch, const Requester &requester, Timer timer, uint32_t milliseconds,
+                          bool force) {
+    if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS)
         return status;
     return set_timer(the_switch, requester, whole_switch, timer, milliseconds, force);
 }
 
-std::uint32_t set_vsan_timer(Switch &the_switch, const Requester &requester, std::uint32_t vsan, Timer timer,
-                             std::uint32_t milliseconds, bool force) {
-    if (const std::uint32_t status = check_vsan_number(vsan); status != STATUS_SUCCESS)
+uint32_t set_vsan_timer(Switch &the_switch, const Requester &requester, uint32_t vsan, Timer timer,
+                        uint32_t milliseconds, bool force) {
+    if (const uint32_t status = check_vsan_number(vsan); status != STATUS_SUCCESS)
         return status;
-    if (const std::uint32_t status = check_vsan_right(the_switch, requester, vsan); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_vsan_right(the_switch, requester, vsan); status != STATUS_SUCCESS)
         return status;
     if (!the_switch.model.vsan(vsan))
         return STATUS_NO_SUCH_VSAN;
     return set_timer(the_switch, requester, vsan, timer, milliseconds, force);
 }
 
-std::uint32_t running_timer(const SwitchModel &model, std::uint32_t vsan, Timer timer) {
+uint32_t running_timer(const SwitchModel &model, uint32_t vsan, Timer timer) {
     return model.vsan(vsan)->timers[timer].value_or(model.settings().timers[timer]);
 }
 
-std::optional<std::uint32_t> distributed_timer(const SwitchModel &model, std::uint32_t vsan, Timer timer) {
+std::optional<uint32_t> distributed_timer(const SwitchModel &model, uint32_t vsan, Timer timer) {
     const auto pending = pending_timer(model, vsan, timer);
     return pending ? pending : model.vsan(vsan)->distributed_timers[timer];
 }
 
-std::uint32_t distributed_switch_timer(const SwitchModel &model, Timer timer) {
+uint32_t distributed_switch_timer(const SwitchModel &model, Timer timer) {
     return pending_timer(model, whole_switch, timer).value_or(model.settings().timers[timer]);
 }
 
-std::uint32_t tdx_commit(Switch &the_switch, const Requester &requester) {
-    if (const std::uint32_t status = check_session_right(the_switch, requester); status != STATUS_SUCCESS)
+uint32_t tdx_commit(Switch &the_switch, const Requester &requester) {
+    if (const uint32_t status = check_session_right(the_switch, requester); status != STATUS_SUCCESS)
         return status;
     if (the_switch.model.settings().tdx_refusing)
         return STATUS_TDX_NO_FABRIC;
@@ -180,8 +180,8 @@ std::uint32_t tdx_commit(Switch &the_switch, const Requester &requester) {
     return commit(the_switch, change);
 }
 
-std::uint32_t tdx_abort(Switch &the_switch, const Requester &requester) {
-    if (const std::uint32_t status = check_session_right(the_switch, requester); status != STATUS_SUCCESS)
+uint32_t tdx_abort(Switch &the_switch, const Requester &requester) {
+    if (const uint32_t status = check_session_right(the_switch, requester); status != STATUS_SUCCESS)
         return status;
     Change change;
     change.session = Change::Session::ends;

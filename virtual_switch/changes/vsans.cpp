@@ -6,22 +6,22 @@
 
 namespace vswitch {
 
-Vsan new_vsan(std::uint32_t id) {
+Vsan new_vsan(uint32_t id) {
     Vsan vsan;
     vsan.name = default_vsan_name(id);
     return vsan;
 }
 
-std::uint32_t change_vsan(Switch &the_switch, const Requester &requester, std::uint32_t id, const Vsan &wanted,
-                          bool create_allowed) {
-    if (const std::uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS)
+uint32_t change_vsan(Switch &the_switch, const Requester &requester, uint32_t id, const Vsan &wanted,
+                     bool create_allowed) {
+    if (const uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS)
         return status;
     const Vsan *former = the_switch.model.vsan(id);
     if (!former && !create_allowed)
         return STATUS_NO_SUCH_VSAN;
     if (check_vsan_right(the_switch, requester, id) != STATUS_SUCCESS)
         return former ? STATUS_VSAN_RESTRICTED : STATUS_VSAN_NOT_ALLOWED;
-    if (const std::uint32_t status = check_vsan(wanted); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_vsan(wanted); status != STATUS_SUCCESS)
         return status;
     if (!wanted.name.empty()) {
         const auto namesake = the_switch.model.vsan_named(wanted.name);
@@ -37,7 +37,7 @@ std::uint32_t change_vsan(Switch &the_switch, const Requester &requester, std::u
         changed.inorder_delivery = present.inorder_delivery;
     if (changed.drop_latency == 0)
         changed.drop_latency = present.drop_latency;
-    static const std::vector<std::uint8_t> zeros(VSAN_REST_SIZE);
+    static const std::vector<uint8_t> zeros(VSAN_REST_SIZE);
     if (changed.rest == zeros)
         changed.rest.clear();
     if (former && changed == present)
@@ -49,8 +49,8 @@ std::uint32_t change_vsan(Switch &the_switch, const Requester &requester, std::u
     return commit(the_switch, change);
 }
 
-std::uint32_t delete_vsan(Switch &the_switch, const Requester &requester, std::uint32_t id) {
-    if (const std::uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS)
+uint32_t delete_vsan(Switch &the_switch, const Requester &requester, uint32_t id) {
+    if (const uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS)
         return status;
     if (check_vsan_right(the_switch, requester, id) != STATUS_SUCCESS)
         return STATUS_VSAN_NOT_ALLOWED;
@@ -61,7 +61,7 @@ std::uint32_t delete_vsan(Switch &the_switch, const Requester &requester, std::u
 
     Change change;
     change.deleted_vsans.insert(id);
-    for (const std::uint32_t if_index : the_switch.model.ports_of(id)) {
+    for (const uint32_t if_index : the_switch.model.ports_of(id)) {
         Port port = *the_switch.model.port(if_index);
         port.vsan = VSAN_NUMBER_DEFAULT;
         change.ports.emplace(if_index, port);

@@ -18,9 +18,9 @@ namespace {
 
 using Json = JsonReader::Json;
 
-constexpr std::size_t max_configuration_file = 4u << 20;
-constexpr std::uint32_t default_port_count = 48;
-constexpr std::uint32_t max_port_count = 4096;
+constexpr size_t max_configuration_file = 4u << 20;
+constexpr uint32_t default_port_count = 48;
+constexpr uint32_t max_port_count = 4096;
 
 void read_name(const JsonReader &reader, const Json &object, const std::string &place, std::string &name) {
     const auto found = object.find("name");
@@ -34,7 +34,7 @@ void read_name(const JsonReader &reader, const Json &object, const std::string &
 
 /* Reads a key whose value is one of two words. */
 void read_word(const JsonReader &reader, const Json &object, const char *key, const std::string &place,
-               std::span<const Word, 2> words, std::uint32_t &value) {
+               std::span<const Word, 2> words, uint32_t &value) {
     const auto found = object.find(key);
     if (found == object.end()) {
         return;
@@ -57,13 +57,13 @@ void read_timers(const JsonReader &reader, const Json &json, const std::string &
     }
 }
 
-void read_vsan(const JsonReader &reader, const Json &json, SwitchData &data, std::set<std::uint32_t> &listed) {
+void read_vsan(const JsonReader &reader, const Json &json, SwitchData &data, std::set<uint32_t> &listed) {
     reader.expect_object(
         json, "a VSAN",
         {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency", "timers"});
     if (!json.contains("id"))
         reader.fail("a VSAN has no \"id\"");
-    const std::uint32_t id = reader.number(json["id"], "a VSAN's \"id\"", vsan_numbers);
+    const uint32_t id = reader.number(json["id"], "a VSAN's \"id\"", vsan_numbers);
     const std::string place = fmt::format("VSAN {}", id);
     if (listed.contains(id))
         reader.fail(place + " is listed twice");
@@ -86,7 +86,7 @@ void read_vsan(const JsonReader &reader, const Json &json, SwitchData &data, std
     data.vsans.insert_or_assign(id, std::move(vsan));
 }
 
-void add_default_vsan(SwitchData &data, std::uint32_t id) {
+void add_default_vsan(SwitchData &data, uint32_t id) {
     if (!data.vsans.contains(id)) {
         data.vsans[id].name = default_vsan_name(id);
     }
@@ -95,19 +95,19 @@ void add_default_vsan(SwitchData &data, std::uint32_t id) {
 /* Makes each VSAN once, however many ranges have it. */
 void read_vsan_ranges(const JsonReader &reader, const Json &json, SwitchData &data) {
     reader.expect_array(json, "\"vsanRange\"");
-    std::array<std::int32_t, VSAN_NUMBER_MAX + 2>
+    std::array<int32_t, VSAN_NUMBER_MAX + 2>
         begun{}; /* ranges that begin at a number, less those that ended before it */
     for (const Json &range : json) {
         reader.expect_object(range, "a VSAN range", {"first", "last"});
         if (!range.contains("first") || !range.contains("last"))
             reader.fail("a VSAN range must have \"first\" and \"last\"");
-        const std::uint32_t first = reader.number(range["first"], "a VSAN range's \"first\"", vsan_numbers);
-        const std::uint32_t last = reader.number(range["last"], "a VSAN range's \"last\"", {first, VSAN_NUMBER_MAX});
+        const uint32_t first = reader.number(range["first"], "a VSAN range's \"first\"", vsan_numbers);
+        const uint32_t last = reader.number(range["last"], "a VSAN range's \"last\"", {first, VSAN_NUMBER_MAX});
         ++begun[first];
         --begun[last + 1];
     }
-    std::int32_t ranges = 0;
-    for (std::uint32_t id = 1; id <= VSAN_NUMBER_MAX; ++id) {
+    int32_t ranges = 0;
+    for (uint32_t id = 1; id <= VSAN_NUMBER_MAX; ++id) {
         ranges += begun[id];
         if (ranges > 0)
             add_default_vsan(data, id);
@@ -120,11 +120,11 @@ void read_vsans(const JsonReader &reader, const Json &json, SwitchData &data) {
     add_default_vsan(data, VSAN_NUMBER_DEFAULT);
     if (json.contains("vsans")) {
         reader.expect_array(json["vsans"], "\"vsans\"");
-        std::set<std::uint32_t> listed;
+        std::set<uint32_t> listed;
         for (const Json &vsan : json["vsans"])
             read_vsan(reader, vsan, data, listed);
     }
-    std::map<std::string_view, std::uint32_t> names;
+    std::map<std::string_view, uint32_t> names;
     for (const auto &[id, vsan] : data.vsans) {
         if (names.contains(vsan.name)) {
             reader.fail(
@@ -134,16 +134,16 @@ void read_vsans(const JsonReader &reader, const Json &json, SwitchData &data) {
     }
 }
 
-void add_ports_without_link(SwitchData &data, std::uint32_t count) {
+void add_ports_without_link(SwitchData &data, uint32_t count) {
     Port port;
     port.link_up = false;
-    for (std::uint32_t number = 0; number < count; ++number)
+    for (uint32_t number = 0; number < count; ++number)
         data.ports.emplace(port_if_index(number), port);
 }
 
 void read_ports(const JsonReader &reader, const Json &json, SwitchData &data) {
     if (!json.contains("ports")) {
-        std::uint32_t count = default_port_count;
+        uint32_t count = default_port_count;
         reader.optional_number(json, "portCount", "the file", {0, max_port_count}, count);
         add_ports_without_link(data, count);
         return;
@@ -155,12 +155,12 @@ void read_ports(const JsonReader &reader, const Json &json, SwitchData &data) {
         reader.expect_object(item, "a port", {"ifIndex", "vsan", "link", "denyList"});
         if (!item.contains("ifIndex"))
             reader.fail("a port has no \"ifIndex\"");
-        const std::uint32_t if_index = reader.number(item["ifIndex"], "a port's \"ifIndex\"", if_indexes);
+        const uint32_t if_index = reader.number(item["ifIndex"], "a port's \"ifIndex\"", if_indexes);
         const std::string place = fmt::format("port {}", if_index);
         Port port;
         reader.optional_number(item, "vsan", place, vsan_numbers, port.vsan);
         reader.optional_number(item, "denyList", place, any_number, port.deny_list);
-        std::uint32_t link = OPER_STATE_UP;
+        uint32_t link = OPER_STATE_UP;
         read_word(reader, item, "link", place, oper_state_words, link);
         port.link_up = link == OPER_STATE_UP;
         if (!data.vsans.contains(port.vsan))
@@ -202,7 +202,7 @@ void read_distribution(const JsonReader &reader, const Json &json, SwitchData &d
         reader.fail("\"fctimer\": \"timers\" must be an object");
     for (const auto &[key, values] : timers->items()) {
         const std::string place = fmt::format("\"fctimer\": timers of \"{}\"", JsonReader::printable(key));
-        std::uint32_t id = 0;
+        uint32_t id = 0;
         const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), id);
         if (error != std::errc() || end != key.data() + key.size() || key.front() == '0' || !data.vsans.contains(id))
             reader.fail(place + ": the key must be the number of a VSAN that exists");
@@ -233,7 +233,7 @@ void check_timer_orders(const JsonReader &reader, const SwitchData &data) {
 
 } // namespace
 
-std::string default_vsan_name(std::uint32_t id) {
+std::string default_vsan_name(uint32_t id) {
     return fmt::format("VSAN{:04}", id);
 }
 
@@ -277,8 +277,8 @@ SwitchData empty_configuration() {
 void give_identity(SwitchData &data) {
     /* A name of the locally assigned kind (first digit 3), so that it is nobody's. */
     std::random_device random;
-    const std::uint64_t drawn = std::uint64_t{random()} << 32 | random();
-    data.settings.wwn = std::uint64_t{3} << 60 | drawn >> 4;
+    const uint64_t drawn = uint64_t{random()} << 32 | random();
+    data.settings.wwn = uint64_t{3} << 60 | drawn >> 4;
     data.settings.last_change = time_of_day();
 }
 

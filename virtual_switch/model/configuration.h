@@ -47,12 +47,12 @@ SwitchData empty_configuration();
 void give_identity(SwitchData &data);
 
 /* The ifIndex of the switch's `number`th built-in port, counted from 0. */
-constexpr std::uint32_t port_if_index(std::uint32_t number) {
+constexpr uint32_t port_if_index(uint32_t number) {
     return 0x01000000u + number * 0x1000u;
 }
 
 /* The name that a VSAN has until somebody gives it another: VSAN0010. */
-std::string default_vsan_name(std::uint32_t id);
+std::string default_vsan_name(uint32_t id);
 
 } // namespace vswitch
 

@@ -37,7 +37,7 @@ class Descriptor {
 
 } // namespace
 
-std::optional<std::string> read_file(const std::string &path, std::size_t max_size) {
+std::optional<std::string> read_file(const std::string &path, size_t max_size) {
     /* Without O_NONBLOCK, opening a FIFO would wait for a writer. */
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     if (file.get() < 0) {
@@ -58,7 +58,7 @@ std::optional<std::string> read_file(const std::string &path, std::size_t max_si
             throw Refusal(fmt::format("Cannot read {}: {}.", path, std::strerror(errno)));
         if (got == 0)
             return content;
-        content.append(chunk, static_cast<std::size_t>(got));
+        content.append(chunk, static_cast<size_t>(got));
         if (content.size() > max_size)
             throw Refusal(fmt::format("Cannot use {}: it is larger than {} bytes.", path, max_size));
     }
@@ -83,7 +83,7 @@ bool write_all(int file, std::string_view content) {
             return false;
         }
         if (written > 0) {
-            content.remove_prefix(static_cast<std::size_t>(written));
+            content.remove_prefix(static_cast<size_t>(written));
         }
     }
     return true;

@@ -15,7 +15,7 @@ namespace vswitch {
 
 /* The whole content of a regular file of at most `max_size` bytes; nothing when there
  * is no such file. A link is not followed. */
-std::optional<std::string> read_file(const std::string &path, std::size_t max_size);
+std::optional<std::string> read_file(const std::string &path, size_t max_size);
 
 /* Replaces a file by one with this content. When this returns, the file is on the disk; when it
  * throws, the former file is there unchanged. Beside the owner, nobody may read it, or whoever may
@@ -34,11 +34,11 @@ bool ensure_directory(const std::string &path, const char *purpose);
 /* Which file has a name, and what it was like when it was looked at. Whoever writes into a
  * file changes the time, whoever puts another in its place the identity. */
 struct FileState {
-    std::uint32_t device_major = 0, device_minor = 0;
-    std::uint64_t inode = 0;
-    std::uint64_t size = 0;
-    std::int64_t seconds = 0; /* when it was written last */
-    std::uint32_t nanoseconds = 0;
+    uint32_t device_major = 0, device_minor = 0;
+    uint64_t inode = 0;
+    uint64_t size = 0;
+    int64_t seconds = 0; /* when it was written last */
+    uint32_t nanoseconds = 0;
 
     bool is_same_file(const FileState &other) const {
         return device_major == other.device_major && device_minor == other.device_minor && inode == other.inode;

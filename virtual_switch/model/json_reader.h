@@ -55,18 +55,18 @@ class JsonReader {
             fail(place + " must be a list");
     }
 
-    std::uint32_t number(const Json &json, const std::string &place, Range allowed) const {
+    uint32_t number(const Json &json, const std::string &place, Range allowed) const {
         if (json.is_number_unsigned()) {
-            const auto value = json.get<std::uint64_t>();
+            const auto value = json.get<uint64_t>();
             if (value >= allowed.least && value <= allowed.greatest)
-                return static_cast<std::uint32_t>(value);
+                return static_cast<uint32_t>(value);
         }
         fail(fmt::format("{} must be a whole number from {} to {}", place, allowed.least, allowed.greatest));
     }
 
     /* Like number, for a key that may be left out. */
     void optional_number(const Json &object, const char *key, const std::string &place, Range allowed,
-                         std::uint32_t &value) const {
+                         uint32_t &value) const {
         const auto found = object.find(key);
         if (found != object.end())
             value = number(*found, fmt::format("{}: \"{}\"", place, key), allowed);
@@ -113,9 +113,9 @@ class JsonReader {
         bool number_float(Json::number_float_t, const std::string &) override { return true; }
         bool string(std::string &) override { return true; }
         bool binary(Json::binary_t &) override { return true; }
-        bool start_object(std::size_t) override { return open(); }
+        bool start_object(size_t) override { return open(); }
         bool end_object() override { return close(); }
-        bool start_array(std::size_t) override { return open(); }
+        bool start_array(size_t) override { return open(); }
         bool end_array() override { return close(); }
 
         bool key(std::string &name) override {
@@ -125,7 +125,7 @@ class JsonReader {
             return true;
         }
 
-        bool parse_error(std::size_t, const std::string &, const Json::exception &error) override {
+        bool parse_error(size_t, const std::string &, const Json::exception &error) override {
             const auto *syntax = dynamic_cast<const Json::parse_error *>(&error);
             reader_.fail(syntax ? fmt::format("it is not valid JSON near byte {}", syntax->byte)
                                 : "it holds a number that is too large");

@@ -13,10 +13,10 @@ namespace vswitch {
 
 namespace {
 
-constexpr std::size_t max_user_ranges = ROLE_MAX_RANGES;
-constexpr std::size_t max_role_file = 4u << 20;
-constexpr std::size_t max_user_name = MTS_WIRE_MAX_USER;
-constexpr std::size_t max_users = 4096;
+constexpr size_t max_user_ranges = ROLE_MAX_RANGES;
+constexpr size_t max_role_file = 4u << 20;
+constexpr size_t max_user_name = MTS_WIRE_MAX_USER;
+constexpr size_t max_users = 4096;
 
 /* Sorts ranges and joins those that overlap or touch. */
 void normalise(std::vector<Range> &ranges) {
@@ -34,7 +34,7 @@ void normalise(std::vector<Range> &ranges) {
 /* What somebody may touch who has a role besides. */
 Permission extend(Permission permission, const Role &role) {
     for (const auto &[first, last] : role.vsans)
-        for (std::uint32_t vsan = first; vsan <= last; ++vsan)
+        for (uint32_t vsan = first; vsan <= last; ++vsan)
             vsan_bitmap_add(permission.vsans.data(), vsan);
     permission.interfaces.insert(permission.interfaces.end(), role.interfaces.begin(), role.interfaces.end());
     normalise(permission.interfaces);
@@ -74,9 +74,9 @@ std::vector<Range> parse_ranges(const JsonReader &reader, const JsonReader::Json
 
 } // namespace
 
-bool Permission::allows_interface(std::uint32_t if_index) const {
+bool Permission::allows_interface(uint32_t if_index) const {
     const auto range = std::lower_bound(interfaces.begin(), interfaces.end(), if_index,
-                                        [](const Range &one, std::uint32_t wanted) { return one.greatest < wanted; });
+                                        [](const Range &one, uint32_t wanted) { return one.greatest < wanted; });
     return range != interfaces.end() && range->least <= if_index;
 }
 
@@ -86,7 +86,7 @@ const Permission *Roles::find(std::string_view user) const {
 }
 
 void Roles::add(Role role) {
-    static std::uint64_t last_version = 0;
+    static uint64_t last_version = 0;
     version_ = ++last_version;
     std::map<std::shared_ptr<const Permission>, std::shared_ptr<const Permission>> extended; /* by what it was */
     for (const std::string &user : role.users) {

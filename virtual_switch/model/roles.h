@@ -18,11 +18,11 @@ namespace vswitch {
 
 /* What one restricted user may touch. */
 struct Permission {
-    std::array<std::uint8_t, VSAN_BITMAP_SIZE> vsans{}; /* see contract/records.h */
-    std::vector<Range> interfaces;                      /* ifIndex ranges, ascending, apart from each other */
+    std::array<uint8_t, VSAN_BITMAP_SIZE> vsans{}; /* see contract/records.h */
+    std::vector<Range> interfaces;                 /* ifIndex ranges, ascending, apart from each other */
 
-    bool allows_vsan(std::uint32_t vsan) const { return vsan_bitmap_has(vsans.data(), vsans.size(), vsan) != 0; }
-    bool allows_interface(std::uint32_t if_index) const;
+    bool allows_vsan(uint32_t vsan) const { return vsan_bitmap_has(vsans.data(), vsans.size(), vsan) != 0; }
+    bool allows_interface(uint32_t if_index) const;
 };
 
 /* A role as its file gives it. */
@@ -47,11 +47,11 @@ class Roles {
     const std::vector<Role> &list() const { return list_; }
 
     /* The number of the content: roles with the same number are the same roles. */
-    std::uint64_t version() const { return version_; }
-    std::size_t user_count() const { return users_.size(); }
+    uint64_t version() const { return version_; }
+    size_t user_count() const { return users_.size(); }
 
   private:
-    std::uint64_t version_ = 0; /* 0: none */
+    uint64_t version_ = 0; /* 0: none */
     std::vector<Role> list_;
     /* Users of the same roles share what these grant. */
     std::map<std::string, std::shared_ptr<const Permission>, std::less<>> users_;

@@ -19,7 +19,7 @@ namespace vswitch {
 namespace {
 
 /* "VSAN", so that another program's database is not taken for ours. */
-constexpr std::int64_t application_id = 0x5653414e;
+constexpr int64_t application_id = 0x5653414e;
 constexpr int busy_milliseconds = 2000;
 
 /* Names may be empty, which is no conflict. A timer's key is that of enum Timer. */
@@ -78,22 +78,22 @@ constexpr const char *steps_since_empty[] = {
     )sql",
 };
 
-std::int64_t pragma(SQLite::Database &database, const char *name) {
+int64_t pragma(SQLite::Database &database, const char *name) {
     return database.execAndGet(fmt::format("PRAGMA {}", name)).getInt64();
 }
 
 /* A column that must hold a number from 0 to `highest`. */
-std::uint32_t number(const SQLite::Column &column, std::uint32_t highest = UINT32_MAX) {
-    const std::int64_t value = column.getInt64();
+uint32_t number(const SQLite::Column &column, uint32_t highest = UINT32_MAX) {
+    const int64_t value = column.getInt64();
     if (!column.isInteger() || value < 0 || value > highest)
         throw Damage(fmt::format("the column {} holds a value outside its range", column.getName()));
-    return static_cast<std::uint32_t>(value);
+    return static_cast<uint32_t>(value);
 }
 
 void read_timers(SQLite::Database &database, const char *table, SwitchData &data, PartialTimers Vsan::*timers) {
     SQLite::Statement query(database, fmt::format("SELECT vsan, timer, value FROM {}", table));
     while (query.executeStep()) {
-        const std::uint32_t vsan = number(query.getColumn(0));
+        const uint32_t vsan = number(query.getColumn(0));
         const auto timer = timer_of_key(number(query.getColumn(1)));
         if (!data.vsans.contains(vsan) || !timer)
             throw Damage("a timer belongs to no VSAN");
@@ -107,7 +107,7 @@ void read_session(SQLite::Database &database, SwitchData &data) {
         data.session = DistributionSession{session.getColumn(0).getString(), {}};
     SQLite::Statement pending(database, "SELECT vsan, timer, value FROM pending_timer");
     while (pending.executeStep()) {
-        const std::uint32_t vsan = number(pending.getColumn(0));
+        const uint32_t vsan = number(pending.getColumn(0));
         const auto timer = timer_of_key(number(pending.getColumn(1)));
         if (!data.session || !timer || (vsan != 0 && !data.vsans.contains(vsan)))
             throw Damage("a pending timer belongs to no session or no VSAN");
@@ -128,17 +128,17 @@ SwitchData read_data(SQLite::Database &database) {
     SQLite::Statement vsans(database, "SELECT id, name, media, admin_state, mtu, load_balancing, interop, "
                                       "inorder_delivery, drop_latency, rest FROM vsan");
     while (vsans.executeStep()) {
-        const std::uint32_t id = number(vsans.getColumn(0), VSAN_NUMBER_MAX);
+        const uint32_t id = number(vsans.getColumn(0), VSAN_NUMBER_MAX);
         Vsan vsan;
         vsan.name = vsans.getColumn(1).getString();
-        std::uint32_t *const words[] = {&vsan.media,   &vsan.admin_state,      &vsan.mtu,         &vsan.load_balancing,
-                                        &vsan.interop, &vsan.inorder_delivery, &vsan.drop_latency};
+        uint32_t *const words[] = {&vsan.media,   &vsan.admin_state,      &vsan.mtu,         &vsan.load_balancing,
+                                   &vsan.interop, &vsan.inorder_delivery, &vsan.drop_latency};
         int column = 2;
-        for (std::uint32_t *word : words)
+        for (uint32_t *word : words)
             *word = number(vsans.getColumn(column++));
         const SQLite::Column rest = vsans.getColumn(column);
-        const auto *bytes = static_cast<const std::uint8_t *>(rest.getBlob());
-        const auto size = static_cast<std::size_t>(rest.getBytes());
+        const auto *bytes = static_cast<const uint8_t *>(rest.getBlob());
+        const auto size = static_cast<size_t>(rest.getBytes());
         if (size != 0 && size != VSAN_REST_SIZE)
             throw Damage(fmt::format("the record of VSAN {} has the wrong size", id));
         vsan.rest.assign(bytes, bytes + size);
@@ -152,7 +152,7 @@ SwitchData read_data(SQLite::Database &database) {
         port.vsan = number(ports.getColumn(1));
         port.deny_list = number(ports.getColumn(2));
         port.link_up = number(ports.getColumn(3), 1) != 0;
-        const std::uint32_t if_index = number(ports.getColumn(0));
+        const uint32_t if_index = number(ports.getColumn(0));
         if (!data.vsans.contains(port.vsan))
             throw Damage(fmt::format("interface {} belongs to no VSAN", if_index));
         data.ports.emplace(if_index, port);
@@ -202,18 +202,18 @@ std::optional<SwitchData> inspect(const std::string &path, SchemaSteps steps) {
                               SQLite::OPEN_READONLY | SQLite::OPEN_URI, busy_milliseconds);
     leave_files_at_close(database);
     database.exec("PRAGMA locking_mode = EXCLUSIVE; PRAGMA trusted_schema = OFF; PRAGMA cell_size_check = ON");
-    const std::int64_t version = pragma(database, "user_version");
+    const int64_t version = pragma(database, "user_version");
     if (pragma(database, "application_id") != application_id)
         throw Refusal(
             fmt::format("The file {} is not a switch's database; move it away to start with a new one.", path));
-    if (version > static_cast<std::int64_t>(steps.size()))
+    if (version > static_cast<int64_t>(steps.size()))
         throw Refusal(fmt::format("The database {} was written by a newer version of this program (schema {}, this "
                                   "one knows {}); start that version, or move the file away to start with a new one.",
                                   path, version, steps.size()));
     const std::string verdict = database.execAndGet("PRAGMA integrity_check(1)").getString();
     if (version < 1 || verdict != "ok")
         throw Damage(verdict);
-    if (version < static_cast<std::int64_t>(steps.size()))
+    if (version < static_cast<int64_t>(steps.size()))
         return std::nullopt;
     return read_data(database);
 }
@@ -316,7 +316,7 @@ SwitchData Store::open(SchemaSteps steps) {
         log_path_ = log_path ? log_path : "";
         if (!data) {
             SQLite::Transaction transaction(*database);
-            for (auto step = static_cast<std::size_t>(pragma(*database, "user_version")); step < steps.size(); ++step)
+            for (auto step = static_cast<size_t>(pragma(*database, "user_version")); step < steps.size(); ++step)
                 database->exec(steps[step]);
             database->exec(fmt::format("PRAGMA user_version = {}", steps.size()));
             data = read_data(*database);

@@ -15,21 +15,21 @@ template <auto First, auto... Rest> auto &member_of(auto &object) {
 }
 
 template <auto... Path> constexpr SettingRow setting_row(const char *name) {
-    return {name, [](const Settings &settings) { return static_cast<std::int64_t>(member_of<Path...>(settings)); },
-            [](Settings &settings, std::int64_t value) {
+    return {name, [](const Settings &settings) { return static_cast<int64_t>(member_of<Path...>(settings)); },
+            [](Settings &settings, int64_t value) {
                 auto &setting = member_of<Path...>(settings);
                 setting = static_cast<std::remove_reference_t<decltype(setting)>>(value);
-                if (static_cast<std::int64_t>(setting) != value)
+                if (static_cast<int64_t>(setting) != value)
                     throw Damage("a setting holds a value outside its range");
             }};
 }
 
 template <Timer Which> constexpr SettingRow timer_row(const char *name) {
-    return {name, [](const Settings &settings) { return std::int64_t{settings.timers[Which]}; },
-            [](Settings &settings, std::int64_t value) {
+    return {name, [](const Settings &settings) { return int64_t{settings.timers[Which]}; },
+            [](Settings &settings, int64_t value) {
                 if (value < 0 || value > UINT32_MAX)
                     throw Damage("a timer holds a value outside its range");
-                settings.timers[Which] = static_cast<std::uint32_t>(value);
+                settings.timers[Which] = static_cast<uint32_t>(value);
             }};
 }
 

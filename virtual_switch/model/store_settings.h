@@ -20,8 +20,8 @@ class Damage : public std::runtime_error {
  * number that the setting cannot have. */
 struct SettingRow {
     const char *name;
-    std::int64_t (*get)(const Settings &);
-    void (*set)(Settings &, std::int64_t);
+    int64_t (*get)(const Settings &);
+    void (*set)(Settings &, int64_t);
 };
 
 std::span<const SettingRow> setting_rows();

@@ -10,7 +10,7 @@ namespace vswitch {
 namespace {
 
 /* An empty vector has no address, and a null pointer would be bound as NULL. */
-void bind_bytes(SQLite::Statement &statement, int index, const void *bytes, std::size_t size) {
+void bind_bytes(SQLite::Statement &statement, int index, const void *bytes, size_t size) {
     statement.bind(index, size == 0 ? "" : bytes, static_cast<int>(size));
 }
 
@@ -30,15 +30,15 @@ StoreWriter::TimerTable::TimerTable(SQLite::Database &database, const char *tabl
     : clear_(database, fmt::format("DELETE FROM {} WHERE vsan = ?", table)),
       insert_(database, fmt::format("INSERT OR REPLACE INTO {} VALUES (?, ?, ?)", table)) {}
 
-void StoreWriter::TimerTable::clear(std::uint32_t vsan) {
+void StoreWriter::TimerTable::clear(uint32_t vsan) {
     run(clear_, vsan);
 }
 
-void StoreWriter::TimerTable::write(std::uint32_t vsan, Timer timer, std::uint32_t value) {
-    run(insert_, vsan, static_cast<std::uint32_t>(timer), value);
+void StoreWriter::TimerTable::write(uint32_t vsan, Timer timer, uint32_t value) {
+    run(insert_, vsan, static_cast<uint32_t>(timer), value);
 }
 
-void StoreWriter::TimerTable::write(std::uint32_t vsan, const PartialTimers &timers) {
+void StoreWriter::TimerTable::write(uint32_t vsan, const PartialTimers &timers) {
     for (const TimerKind &kind : timer_kinds) {
         if (const auto value = timers[kind.timer]) {
             write(vsan, kind.timer, *value);
@@ -46,7 +46,7 @@ void StoreWriter::TimerTable::write(std::uint32_t vsan, const PartialTimers &tim
     }
 }
 
-void StoreWriter::TimerTable::replace(std::uint32_t vsan, const PartialTimers &timers, const PartialTimers *present) {
+void StoreWriter::TimerTable::replace(uint32_t vsan, const PartialTimers &timers, const PartialTimers *present) {
     if (present && *present == timers)
         return;
     clear(vsan);
@@ -72,7 +72,7 @@ void StoreWriter::write(const Settings &settings, const Settings *present) {
             run(setting_, row.name, row.get(settings));
 }
 
-void StoreWriter::write(std::uint32_t id, const Vsan &vsan, const Vsan *present) {
+void StoreWriter::write(uint32_t id, const Vsan &vsan, const Vsan *present) {
     vsan_.tryReset();
     bind_bytes(vsan_, 10, vsan.rest.data(), vsan.rest.size());
     run(vsan_, id, vsan.name, vsan.media, vsan.admin_state, vsan.mtu, vsan.load_balancing, vsan.interop,
@@ -81,7 +81,7 @@ void StoreWriter::write(std::uint32_t id, const Vsan &vsan, const Vsan *present)
     distributed_timers_.replace(id, vsan.distributed_timers, present ? &present->distributed_timers : nullptr);
 }
 
-void StoreWriter::write(std::uint32_t if_index, const Port &port) {
+void StoreWriter::write(uint32_t if_index, const Port &port) {
     run(port_, if_index, port.vsan, port.deny_list, port.link_up ? 1 : 0);
 }
 
@@ -122,7 +122,7 @@ void StoreWriter::write(const Change &change, const SwitchData &present) {
     }
     for (const Change::PendingTimer &value : change.pending)
         pending_timers_.write(value.vsan, value.timer, value.value);
-    for (const std::uint32_t id : change.deleted_vsans) {
+    for (const uint32_t id : change.deleted_vsans) {
         pending_timers_.clear(id);
         run(vsan_removal_, id);
     }

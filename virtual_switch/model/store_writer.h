@@ -28,10 +28,10 @@ class StoreWriter {
     class TimerTable {
       public:
         TimerTable(SQLite::Database &database, const char *table);
-        void clear(std::uint32_t vsan);
-        void write(std::uint32_t vsan, Timer timer, std::uint32_t value);
-        void write(std::uint32_t vsan, const PartialTimers &timers);
-        void replace(std::uint32_t vsan, const PartialTimers &timers, const PartialTimers *present);
+        void clear(uint32_t vsan);
+        void write(uint32_t vsan, Timer timer, uint32_t value);
+        void write(uint32_t vsan, const PartialTimers &timers);
+        void replace(uint32_t vsan, const PartialTimers &timers, const PartialTimers *present);
 
       private:
         SQLite::Statement clear_;
@@ -39,8 +39,8 @@ class StoreWriter {
     };
 
     void write(const Settings &settings, const Settings *present);
-    void write(std::uint32_t id, const Vsan &vsan, const Vsan *present);
-    void write(std::uint32_t if_index, const Port &port);
+    void write(uint32_t id, const Vsan &vsan, const Vsan *present);
+    void write(uint32_t if_index, const Port &port);
     void open_session(const std::string &user);
 
     SQLite::Statement setting_;

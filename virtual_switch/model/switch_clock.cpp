@@ -4,23 +4,22 @@ namespace vswitch {
 
 namespace {
 
-constexpr std::uint32_t second = 1000000; /* microseconds */
+constexpr uint32_t second = 1000000; /* microseconds */
 
-std::uint64_t microseconds_in(std::chrono::nanoseconds duration) {
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(duration).count());
+uint64_t microseconds_in(std::chrono::nanoseconds duration) {
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(duration).count());
 }
 
 } // namespace
 
 Timestamp time_of_day() {
-    const std::uint64_t now = microseconds_in(std::chrono::system_clock::now().time_since_epoch());
-    return {now / second, static_cast<std::uint32_t>(now % second)};
+    const uint64_t now = microseconds_in(std::chrono::system_clock::now().time_since_epoch());
+    return {now / second, static_cast<uint32_t>(now % second)};
 }
 
 Timestamp SwitchClock::now() const {
-    const std::uint64_t passed =
-        start_.microseconds + microseconds_in(std::chrono::steady_clock::now() - counted_from_);
-    return {start_.seconds + passed / second, static_cast<std::uint32_t>(passed % second)};
+    const uint64_t passed = start_.microseconds + microseconds_in(std::chrono::steady_clock::now() - counted_from_);
+    return {start_.seconds + passed / second, static_cast<uint32_t>(passed % second)};
 }
 
 } // namespace vswitch

@@ -17,8 +17,8 @@ namespace vswitch {
 
 /* A time since 1970 in UTC. */
 struct Timestamp {
-    std::uint64_t seconds = 0;
-    std::uint32_t microseconds = 0; /* less than a million */
+    uint64_t seconds = 0;
+    uint32_t microseconds = 0; /* less than a million */
 
     auto operator<=>(const Timestamp &) const = default;
 };

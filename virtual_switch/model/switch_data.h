@@ -19,7 +19,7 @@
 namespace vswitch {
 
 /* The fabric timers, numbered as the manager's attribute keys. All are in milliseconds. */
-enum class Timer : std::uint32_t {
+enum class Timer : uint32_t {
     e_d_tov = ATTRIBUTE_E_D_TOV,
     r_a_tov = ATTRIBUTE_R_A_TOV,
     d_s_tov = ATTRIBUTE_D_S_TOV,
@@ -29,15 +29,15 @@ enum class Timer : std::uint32_t {
 struct TimerKind {
     Timer timer;
     const char *word; // of configuration files and commands
-    std::uint32_t least, greatest, initial;
+    uint32_t least, greatest, initial;
 };
 #define VSWITCH_TIMER(key, name, word, least, greatest, initial)                                                       \
     {static_cast<Timer>(key), word, least, greatest, initial},
 inline constexpr TimerKind timer_kinds[] = {FABRIC_TIMERS(VSWITCH_TIMER)};
 #undef VSWITCH_TIMER
 
-constexpr std::size_t position_of(Timer timer) {
-    return static_cast<std::size_t>(timer) - static_cast<std::size_t>(timer_kinds[0].timer);
+constexpr size_t position_of(Timer timer) {
+    return static_cast<size_t>(timer) - static_cast<size_t>(timer_kinds[0].timer);
 }
 constexpr const TimerKind &kind_of(Timer timer) {
     return timer_kinds[position_of(timer)];
@@ -46,9 +46,9 @@ static_assert(&kind_of(Timer::e_d_tov) == timer_kinds && &kind_of(Timer::f_s_tov
               "the keys of the timers follow each other");
 
 /* The timer of an attribute key, or nothing when the key is no timer's. */
-constexpr std::optional<Timer> timer_of_key(std::uint32_t key) {
+constexpr std::optional<Timer> timer_of_key(uint32_t key) {
     for (const TimerKind &kind : timer_kinds) {
-        if (key == static_cast<std::uint32_t>(kind.timer)) {
+        if (key == static_cast<uint32_t>(kind.timer)) {
             return kind.timer;
         }
     }
@@ -65,30 +65,30 @@ template <typename Value> class TimerArray {
   private:
     std::array<Value, std::size(timer_kinds)> values_{};
 };
-using Timers = TimerArray<std::uint32_t>;
-using PartialTimers = TimerArray<std::optional<std::uint32_t>>;
+using Timers = TimerArray<uint32_t>;
+using PartialTimers = TimerArray<std::optional<uint32_t>>;
 
 struct Vsan {
     std::string name;
-    std::uint32_t media = MEDIA_FIBRE_CHANNEL;
-    std::uint32_t admin_state = ADMIN_STATE_ACTIVE;
-    std::uint32_t mtu = 2112;
-    std::uint32_t load_balancing = LOAD_BALANCING_EXCHANGES;
-    std::uint32_t interop = VSAN_INTEROP_NONE;
-    std::uint32_t inorder_delivery = TRUTH_FALSE;
-    std::uint32_t drop_latency = 500; /* milliseconds */
+    uint32_t media = MEDIA_FIBRE_CHANNEL;
+    uint32_t admin_state = ADMIN_STATE_ACTIVE;
+    uint32_t mtu = 2112;
+    uint32_t load_balancing = LOAD_BALANCING_EXCHANGES;
+    uint32_t interop = VSAN_INTEROP_NONE;
+    uint32_t inorder_delivery = TRUTH_FALSE;
+    uint32_t drop_latency = 500;      /* milliseconds */
     PartialTimers timers;             /* where unset, the switch-wide value holds */
     PartialTimers distributed_timers; /* the distribution service's own record */
     /* The part of the record that clients hand back as they got it: empty, which
      * stands for zeros, or VSAN_REST_SIZE bytes. */
-    std::vector<std::uint8_t> rest;
+    std::vector<uint8_t> rest;
 
     bool operator==(const Vsan &) const = default;
 };
 
 struct Port {
-    std::uint32_t vsan = VSAN_NUMBER_DEFAULT;
-    std::uint32_t deny_list = 0;
+    uint32_t vsan = VSAN_NUMBER_DEFAULT;
+    uint32_t deny_list = 0;
     bool link_up = true;
 
     bool operator==(const Port &) const = default;
@@ -113,18 +113,18 @@ enum class Distribution { off, idle, in_session };
  * committed. Switch-wide values stand under VSAN number 0. */
 struct DistributionSession {
     std::string user; /* who holds it; may be empty */
-    std::map<std::uint32_t, PartialTimers> pending;
+    std::map<uint32_t, PartialTimers> pending;
 
     bool operator==(const DistributionSession &) const = default;
 };
 
 struct Settings {
-    std::uint64_t wwn = 0; /* the switch's world wide name, drawn once */
+    uint64_t wwn = 0;      /* the switch's world wide name, drawn once */
     Timestamp last_change; /* of the VSAN table, by the clock of the run that made it */
     Timers timers;
-    std::uint32_t switch_latency = 0;  /* milliseconds */
-    std::uint32_t network_latency = 0; /* milliseconds */
-    std::uint32_t inorder_delivery = TRUTH_FALSE;
+    uint32_t switch_latency = 0;  /* milliseconds */
+    uint32_t network_latency = 0; /* milliseconds */
+    uint32_t inorder_delivery = TRUTH_FALSE;
     bool tdx_enabled = false;  /* the distribution service is not off, see Distribution */
     bool tdx_show_run = false; /* show-run mode */
     bool tdx_refusing = false; /* it has no fabric */
@@ -136,8 +136,8 @@ struct Settings {
 
 struct SwitchData {
     Settings settings;
-    std::map<std::uint32_t, Vsan> vsans; /* by VSAN number */
-    std::map<std::uint32_t, Port> ports; /* by ifIndex */
+    std::map<uint32_t, Vsan> vsans; /* by VSAN number */
+    std::map<uint32_t, Port> ports; /* by ifIndex */
     std::optional<DistributionSession> session;
 
     bool operator==(const SwitchData &) const = default;
@@ -147,17 +147,17 @@ struct SwitchData {
  * force as a whole or not at all. */
 struct Change {
     std::optional<Settings> settings;
-    std::map<std::uint32_t, Vsan> vsans;   /* new or changed */
-    std::map<std::uint32_t, Port> ports;   /* changed */
-    std::set<std::uint32_t> deleted_vsans; /* `ports` moves their ports away */
+    std::map<uint32_t, Vsan> vsans;   /* new or changed */
+    std::map<uint32_t, Port> ports;   /* changed */
+    std::set<uint32_t> deleted_vsans; /* `ports` moves their ports away */
 
     /* What becomes of the distribution service's session, see Distribution; values are added to
      * what is pending. */
     enum class Session { stays, opens, ends };
     struct PendingTimer {
-        std::uint32_t vsan; /* 0: switch-wide */
+        uint32_t vsan; /* 0: switch-wide */
         Timer timer;
-        std::uint32_t value;
+        uint32_t value;
     };
     Session session = Session::stays;
     std::string holder; /* of a session that opens */
@@ -166,12 +166,12 @@ struct Change {
 
 /* A latency of the whole switch, numbered as the manager's attribute keys. */
 struct LatencyKind {
-    std::uint32_t key;
+    uint32_t key;
     const char *word; // of configuration files and commands
-    std::uint32_t initial;
-    std::uint32_t Settings::*setting;
+    uint32_t initial;
+    uint32_t Settings::*setting;
 };
-inline constexpr std::uint32_t Settings::*latency_settings[] = {&Settings::switch_latency, &Settings::network_latency};
+inline constexpr uint32_t Settings::*latency_settings[] = {&Settings::switch_latency, &Settings::network_latency};
 #define VSWITCH_LATENCY(key, name, word, tool_word, initial)                                                           \
     {key, word, initial, latency_settings[(key)-ATTRIBUTE_SWITCH_LATENCY]},
 inline constexpr LatencyKind latency_kinds[] = {SWITCH_LATENCIES(VSWITCH_LATENCY)};

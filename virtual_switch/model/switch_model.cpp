@@ -4,13 +4,12 @@ namespace vswitch {
 
 namespace {
 
-template <typename Row> const Row *find_row(const std::map<std::uint32_t, Row> &rows, std::uint32_t key) {
+template <typename Row> const Row *find_row(const std::map<uint32_t, Row> &rows, uint32_t key) {
     const auto row = rows.find(key);
     return row == rows.end() ? nullptr : &row->second;
 }
 
-template <typename Row>
-std::optional<std::uint32_t> find_key_after(const std::map<std::uint32_t, Row> &rows, std::uint32_t key) {
+template <typename Row> std::optional<uint32_t> find_key_after(const std::map<uint32_t, Row> &rows, uint32_t key) {
     const auto row = rows.upper_bound(key);
     return row == rows.end() ? std::nullopt : std::optional(row->first);
 }
@@ -25,13 +24,13 @@ SwitchModel::SwitchModel(SwitchData data) : data_(std::move(data)) {
         count_port(if_index, port);
 }
 
-void SwitchModel::count_port(std::uint32_t if_index, const Port &port) {
+void SwitchModel::count_port(uint32_t if_index, const Port &port) {
     members_.insert(Member{port.vsan, if_index});
     if (port.link_up)
         ++up_ports_[port.vsan];
 }
 
-void SwitchModel::forget_port(std::uint32_t if_index, const Port &port) {
+void SwitchModel::forget_port(uint32_t if_index, const Port &port) {
     members_.erase({port.vsan, if_index});
     if (!port.link_up)
         return;
@@ -65,7 +64,7 @@ void SwitchModel::apply(const Change &change) {
     }
     for (const Change::PendingTimer &value : change.pending)
         data_.session->pending[value.vsan][value.timer] = value.value;
-    for (const std::uint32_t id : change.deleted_vsans) {
+    for (const uint32_t id : change.deleted_vsans) {
         const std::string &name = data_.vsans.at(id).name;
         if (!name.empty())
             names_.erase(name);
@@ -82,11 +81,11 @@ Distribution SwitchModel::distribution() const {
     return data_.settings.tdx_enabled ? Distribution::idle : Distribution::off;
 }
 
-const Vsan *SwitchModel::vsan(std::uint32_t id) const {
+const Vsan *SwitchModel::vsan(uint32_t id) const {
     return find_row(data_.vsans, id);
 }
 
-const Port *SwitchModel::port(std::uint32_t if_index) const {
+const Port *SwitchModel::port(uint32_t if_index) const {
     return find_row(data_.ports, if_index);
 }
 
@@ -94,11 +93,11 @@ std::optional<Member> SwitchModel::member(Member key) const {
     return members_.contains(key) ? std::optional(key) : std::nullopt;
 }
 
-std::optional<std::uint32_t> SwitchModel::vsan_after(std::uint32_t id) const {
+std::optional<uint32_t> SwitchModel::vsan_after(uint32_t id) const {
     return find_key_after(data_.vsans, id);
 }
 
-std::optional<std::uint32_t> SwitchModel::port_after(std::uint32_t if_index) const {
+std::optional<uint32_t> SwitchModel::port_after(uint32_t if_index) const {
     return find_key_after(data_.ports, if_index);
 }
 
@@ -107,20 +106,20 @@ std::optional<Member> SwitchModel::member_after(Member key) const {
     return next == members_.end() ? std::nullopt : std::optional(*next);
 }
 
-std::optional<std::uint32_t> SwitchModel::vsan_named(const std::string &name) const {
+std::optional<uint32_t> SwitchModel::vsan_named(const std::string &name) const {
     const auto found = names_.find(name);
     return found == names_.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::vector<std::uint32_t> SwitchModel::ports_of(std::uint32_t vsan) const {
-    std::vector<std::uint32_t> ports;
+std::vector<uint32_t> SwitchModel::ports_of(uint32_t vsan) const {
+    std::vector<uint32_t> ports;
     for (auto member = members_.lower_bound({vsan, 0}); member != members_.end() && member->vsan == vsan; ++member) {
         ports.push_back(member->if_index);
     }
     return ports;
 }
 
-bool SwitchModel::is_up(std::uint32_t vsan) const {
+bool SwitchModel::is_up(uint32_t vsan) const {
     return data_.vsans.at(vsan).admin_state == ADMIN_STATE_ACTIVE && up_ports_.contains(vsan);
 }
 

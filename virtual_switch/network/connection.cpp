@@ -14,7 +14,7 @@ namespace vswitch {
 namespace {
 
 /* More than any client sends that leaves off when nothing is read from it. */
-constexpr std::size_t max_input = 256u << 10;
+constexpr size_t max_input = 256u << 10;
 
 /* Whether the client has not read all that was sent to it. Memory on its way to a client that
  * reads nothing is nobody's, and would add up. */
@@ -32,7 +32,7 @@ void Connection::start() {
     /* Events come while another connection is served; they are sent in their turn. */
     conversation_.subscriber().on_events(
         [this] { asio::post(host_.context(), [self = shared_from_this()] { self->send_events(); }); });
-    conversation_.on_share([this](std::uint32_t correlation) { return share_memory(correlation); });
+    conversation_.on_share([this](uint32_t correlation) { return share_memory(correlation); });
     read();
 }
 
@@ -47,14 +47,14 @@ void Connection::serve_memory() {
         frame.size != request_.size()) {
         return drop("it put something else than one request into the shared memory");
     }
-    const std::size_t waiting = pending_.size();
-    std::size_t used = 0;
+    const size_t waiting = pending_.size();
+    size_t used = 0;
     if (!answer_in_memory(used)) {
         answer_over_socket(used, waiting);
     }
 }
 
-bool Connection::answer_in_memory(std::size_t &used) {
+bool Connection::answer_in_memory(size_t &used) {
     if (!input_.empty() || !pending_.empty() || writing()) {
         return false;
     }
@@ -72,8 +72,8 @@ bool Connection::answer_in_memory(std::size_t &used) {
     return true;
 }
 
-void Connection::answer_over_socket(std::size_t used, std::size_t waiting) {
-    input_.insert(input_.end(), request_.begin() + static_cast<std::ptrdiff_t>(used), request_.end());
+void Connection::answer_over_socket(size_t used, size_t waiting) {
+    input_.insert(input_.end(), request_.begin() + static_cast<ptrdiff_t>(used), request_.end());
     if (input_.size() > max_input) {
         return drop("it put requests into the shared memory without waiting for their answers");
     }
@@ -81,7 +81,7 @@ void Connection::answer_over_socket(std::size_t used, std::size_t waiting) {
     if (memory_->answer_elsewhere()) {
         Buffer knock;
         append_knock(knock);
-        pending_.insert(pending_.begin() + static_cast<std::ptrdiff_t>(waiting), knock.begin(), knock.end());
+        pending_.insert(pending_.begin() + static_cast<ptrdiff_t>(waiting), knock.begin(), knock.end());
     }
     serve();
 }
@@ -101,9 +101,9 @@ void Connection::drop(const char *reason) {
 
 void Connection::read() {
     is_reading_ = true;
-    socket_.async_read_some(asio::buffer(chunk_), [self = shared_from_this()](Error error, std::size_t size) {
+    socket_.async_read_some(asio::buffer(chunk_), [self = shared_from_this()](Error error, size_t size) {
         self->input_.insert(self->input_.end(), self->chunk_.begin(),
-                            self->chunk_.begin() + static_cast<std::ptrdiff_t>(size));
+                            self->chunk_.begin() + static_cast<ptrdiff_t>(size));
         self->received(error);
     });
 }
@@ -122,8 +122,8 @@ void Connection::received(Error error) {
 }
 
 void Connection::serve() {
-    std::size_t used = 0;
-    std::size_t total = 0;
+    size_t used = 0;
+    size_t total = 0;
     do {
         used = conversation_.serve(Bytes(input_).subspan(total), pending_);
         total += used;
@@ -138,7 +138,7 @@ void Connection::serve() {
             return;
         }
     } while (used > 0 && pending_.size() < Conversation::output_limit);
-    input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(total));
+    input_.erase(input_.begin(), input_.begin() + static_cast<ptrdiff_t>(total));
     update_stall(total > 0);
     if (conversation_.delay()) {
         hold_up(*conversation_.delay());
@@ -170,7 +170,7 @@ void Connection::hold_up(std::chrono::milliseconds delay) {
     });
 }
 
-bool Connection::share_memory(std::uint32_t correlation) {
+bool Connection::share_memory(uint32_t correlation) {
     Buffer frame;
     append_shared(frame, correlation);
     if (!pending_.empty() || writing() || has_unread(socket_.native_handle()))
@@ -208,15 +208,14 @@ void Connection::write() {
         return;
     std::swap(written_, pending_);
     /* Called for each part that goes out: a client that reads slowly does read. */
-    const auto part_sent = [this](const Error &error, std::size_t) {
+    const auto part_sent = [this](const Error &error, size_t) {
         update_stall(true);
         return error ? 0 : written_.size();
     };
-    asio::async_write(socket_, asio::buffer(written_), part_sent,
-                      [self = shared_from_this()](Error error, std::size_t) {
-                          self->written_.clear();
-                          self->sent(error);
-                      });
+    asio::async_write(socket_, asio::buffer(written_), part_sent, [self = shared_from_this()](Error error, size_t) {
+        self->written_.clear();
+        self->sent(error);
+    });
 }
 
 void Connection::sent(Error error) {

@@ -31,7 +31,7 @@ class ConnectionHost {
     virtual void shares_memory(Connection &connection) = 0;
 
     /* What to publish in new memory; see SettingsPublisher. */
-    virtual std::uint32_t generation() const = 0;
+    virtual uint32_t generation() const = 0;
 
     /* Requests have been served, but not answered yet: by memory, or over a socket. */
     virtual void served(bool by_memory) = 0;
@@ -104,8 +104,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void serve();
 
     /* The two ways of a request from the memory, of which `used` bytes have been served. */
-    bool answer_in_memory(std::size_t &used);
-    void answer_over_socket(std::size_t used, std::size_t waiting);
+    bool answer_in_memory(size_t &used);
+    void answer_over_socket(size_t used, size_t waiting);
 
     /* Serves the rest later. Nothing more is read meanwhile, so that what the client sends
      * waits in its turn. */
@@ -113,7 +113,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     /* Gives the client memory, if the answer can go out at once: the memory's descriptor
      * must neither overtake nor fall behind the frame that announces it. */
-    bool share_memory(std::uint32_t correlation);
+    bool share_memory(uint32_t correlation);
 
     /* Wakes the client, which sleeps on its socket. */
     void knock();
@@ -134,11 +134,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     Socket socket_;
     asio::steady_timer delay_timer_; /* while the conversation holds a request up */
     Conversation conversation_;
-    std::array<std::uint8_t, 16384> chunk_; /* what is being received */
-    Buffer input_;                          /* what has been received and not yet served */
-    Buffer written_;                        /* what is being sent */
-    Buffer pending_;                        /* what is sent next */
-    Buffer request_;                        /* what came through the memory */
+    std::array<uint8_t, 16384> chunk_; /* what is being received */
+    Buffer input_;                     /* what has been received and not yet served */
+    Buffer written_;                   /* what is being sent */
+    Buffer pending_;                   /* what is sent next */
+    Buffer request_;                   /* what came through the memory */
     std::unique_ptr<SharedMemory> memory_;
     Clock::time_point heard_at_ = Clock::now();
     std::optional<Clock::time_point> stalled_since_;

@@ -15,8 +15,8 @@ Conversation::~Conversation() {
     switch_.counters.subscriptions -= subscriber_.classes().size();
 }
 
-std::size_t Conversation::serve(Bytes input, Buffer &output) {
-    std::size_t used = 0;
+size_t Conversation::serve(Bytes input, Buffer &output) {
+    size_t used = 0;
     while ((state_ == State::serving || state_ == State::excused) && output.size() < output_limit) {
         Frame frame;
         const char *reason = nullptr;
@@ -76,7 +76,7 @@ bool Conversation::serve_frame(const Frame &frame, Buffer &output) {
     }
 }
 
-bool Conversation::serve_request(const Request &request, std::uint32_t correlation, Buffer &output) {
+bool Conversation::serve_request(const Request &request, uint32_t correlation, Buffer &output) {
     const bool is_excused = state_ == State::excused;
     state_ = State::serving;
     const auto fault = is_excused ? std::nullopt : switch_.faults.take(request);
@@ -115,19 +115,19 @@ void Conversation::answer_wrongly(const Request &request, const Fault &fault) {
     } else if (fault.action == FaultAction::no_data) {
         reply_ = {};
     } else {
-        reply_.data.resize(std::min<std::size_t>(reply_.data.size(), fault.value));
+        reply_.data.resize(std::min<size_t>(reply_.data.size(), fault.value));
     }
 }
 
-bool Conversation::give_memory(std::uint32_t correlation) {
+bool Conversation::give_memory(uint32_t correlation) {
     return memory_giver_ && memory_giver_(correlation);
 }
 
 bool Conversation::subscribe(Bytes body) {
     if (body.size() % 4 != 0 || body.size() / 4 > max_subscribed_classes)
         return false;
-    std::set<std::uint32_t> classes;
-    for (std::size_t at = 0; at < body.size(); at += 4)
+    std::set<uint32_t> classes;
+    for (size_t at = 0; at < body.size(); at += 4)
         classes.insert(*load_word(body, at));
     switch_.counters.subscriptions += classes.size();
     switch_.counters.subscriptions -= subscriber_.classes().size();

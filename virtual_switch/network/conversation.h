@@ -31,8 +31,8 @@ namespace vswitch {
 class Conversation {
   public:
     /* Serving pauses once this many bytes wait for the client. */
-    static constexpr std::size_t output_limit = 256u << 10;
-    static constexpr std::size_t max_subscribed_classes = 64;
+    static constexpr size_t output_limit = 256u << 10;
+    static constexpr size_t max_subscribed_classes = 64;
 
     /* `the_switch` must outlive the conversation. */
     explicit Conversation(ServedSwitch &the_switch) : switch_(the_switch), subscriber_(the_switch.events) {}
@@ -48,7 +48,7 @@ class Conversation {
      * here, before a request reaches its manager: one may stop the serving in front of a
      * request, see delay(), or end the conversation, see is_ended().
      */
-    std::size_t serve(Bytes input, Buffer &output);
+    size_t serve(Bytes input, Buffer &output);
 
     /*
      * The events that wait for this client. What serve() changes is published when the
@@ -59,7 +59,7 @@ class Conversation {
 
     /* Has `give` called with the correlation when the client asks for shared memory. It
      * answers and returns true, or returns false when the client gets none. */
-    void on_share(std::function<bool(std::uint32_t correlation)> give) { memory_giver_ = std::move(give); }
+    void on_share(std::function<bool(uint32_t correlation)> give) { memory_giver_ = std::move(give); }
 
     /* Null, or why the conversation cannot go on; a static text. */
     const char *broken() const { return state_ == State::broken ? reason_ : nullptr; }
@@ -81,16 +81,16 @@ class Conversation {
 
     /* False when the frame is held up. */
     bool serve_frame(const Frame &frame, Buffer &output);
-    bool serve_request(const Request &request, std::uint32_t correlation, Buffer &output);
+    bool serve_request(const Request &request, uint32_t correlation, Buffer &output);
     /* Leaves in reply_ what a fault makes of the answer. */
     void answer_wrongly(const Request &request, const Fault &fault);
-    bool give_memory(std::uint32_t correlation);
+    bool give_memory(uint32_t correlation);
     bool subscribe(Bytes body);
 
     ServedSwitch &switch_;
     Reply reply_; /* kept for its buffer */
     Subscriber subscriber_;
-    std::function<bool(std::uint32_t)> memory_giver_;
+    std::function<bool(uint32_t)> memory_giver_;
     State state_ = State::serving;
     const char *reason_ = nullptr;       /* once it is broken; a static text */
     std::chrono::milliseconds delay_{0}; /* while it is held up */

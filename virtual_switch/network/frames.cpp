@@ -6,15 +6,15 @@ namespace vswitch {
 
 namespace {
 
-bool is_sent_by_clients(std::uint32_t type) {
+bool is_sent_by_clients(uint32_t type) {
     return type == MTS_FRAME_REQUEST || type == MTS_FRAME_SUBSCRIBE || type == MTS_FRAME_PING ||
            type == MTS_FRAME_SHARE || type == MTS_FRAME_KNOCK;
 }
 
-void append_header(Buffer &output, std::uint32_t type, std::uint32_t correlation, std::size_t body_size) {
+void append_header(Buffer &output, uint32_t type, uint32_t correlation, size_t body_size) {
     output.resize(output.size() + MTS_WIRE_HEADER);
     mts_frame_write_header(&output[output.size() - MTS_WIRE_HEADER],
-                           {type, correlation, static_cast<std::uint32_t>(body_size)});
+                           {type, correlation, static_cast<uint32_t>(body_size)});
 }
 
 } // namespace
@@ -40,7 +40,7 @@ Parsed parse_frame(Bytes input, Frame &frame, const char **reason) {
     frame.type = header.type;
     frame.correlation = header.correlation;
     frame.body = input.subspan(MTS_WIRE_HEADER, header.body_length);
-    frame.size = std::size_t{MTS_WIRE_HEADER} + header.body_length;
+    frame.size = size_t{MTS_WIRE_HEADER} + header.body_length;
     return Parsed::complete;
 }
 
@@ -51,30 +51,30 @@ bool decode_request(Bytes body, Request &request) {
     request.opcode = *load_word(body, 4);
     request.kind = *load_word(body, 8);
     request.length = *load_word(body, 12);
-    const std::uint32_t payload_size = *load_word(body, 20);
-    const std::uint32_t user_size = *load_word(body, 24);
+    const uint32_t payload_size = *load_word(body, 20);
+    const uint32_t user_size = *load_word(body, 24);
     if (payload_size > MTS_WIRE_MAX_PAYLOAD || user_size > MTS_WIRE_MAX_USER ||
         (payload_size != 0 && payload_size != request.length) ||
-        body.size() - MTS_WIRE_REQUEST_FIXED != std::size_t{payload_size} + user_size)
+        body.size() - MTS_WIRE_REQUEST_FIXED != size_t{payload_size} + user_size)
         return false;
     request.payload = body.subspan(MTS_WIRE_REQUEST_FIXED, payload_size);
-    const Bytes user = body.subspan(MTS_WIRE_REQUEST_FIXED + std::size_t{payload_size}, user_size);
+    const Bytes user = body.subspan(MTS_WIRE_REQUEST_FIXED + size_t{payload_size}, user_size);
     request.user = {reinterpret_cast<const char *>(user.data()), user.size()};
     return true;
 }
 
-void append_reply(Buffer &output, std::uint32_t correlation, const Reply &reply) {
+void append_reply(Buffer &output, uint32_t correlation, const Reply &reply) {
     append_header(output, MTS_FRAME_REPLY, correlation, MTS_WIRE_REPLY_FIXED + reply.data.size());
     append_word(output, reply.status);
     append_word(output, reply.has_data);
     output.insert(output.end(), reply.data.begin(), reply.data.end());
 }
 
-void append_pong(Buffer &output, std::uint32_t correlation) {
+void append_pong(Buffer &output, uint32_t correlation) {
     append_header(output, MTS_FRAME_PONG, correlation, 0);
 }
 
-void append_shared(Buffer &output, std::uint32_t correlation) {
+void append_shared(Buffer &output, uint32_t correlation) {
     append_header(output, MTS_FRAME_SHARED, correlation, 0);
 }
 

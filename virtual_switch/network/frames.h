@@ -11,10 +11,10 @@
 namespace vswitch {
 
 struct Frame {
-    std::uint32_t type = 0;
-    std::uint32_t correlation = 0;
-    Bytes body;           /* part of the input */
-    std::size_t size = 0; /* bytes of input that the frame takes */
+    uint32_t type = 0;
+    uint32_t correlation = 0;
+    Bytes body;      /* part of the input */
+    size_t size = 0; /* bytes of input that the frame takes */
 };
 
 enum class Parsed {
@@ -31,9 +31,9 @@ Parsed parse_frame(Bytes input, Frame &frame, const char **reason);
  * into the body. */
 bool decode_request(Bytes body, Request &request);
 
-void append_reply(Buffer &output, std::uint32_t correlation, const Reply &reply);
-void append_pong(Buffer &output, std::uint32_t correlation);
-void append_shared(Buffer &output, std::uint32_t correlation);
+void append_reply(Buffer &output, uint32_t correlation, const Reply &reply);
+void append_pong(Buffer &output, uint32_t correlation);
+void append_shared(Buffer &output, uint32_t correlation);
 void append_knock(Buffer &output);
 
 } // namespace vswitch

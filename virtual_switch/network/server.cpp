@@ -46,11 +46,11 @@ class SettingsPublisher {
         return true;
     }
 
-    std::uint32_t generation() const { return kept_.faults ? 0 : count_; }
+    uint32_t generation() const { return kept_.faults ? 0 : count_; }
 
   private:
     struct Kept {
-        std::uint64_t roles_version = 0;
+        uint64_t roles_version = 0;
         bool tdx_enabled = false;
         bool tdx_show_run = false;
         bool faults = false;
@@ -59,7 +59,7 @@ class SettingsPublisher {
     };
 
     Kept kept_;
-    std::uint32_t count_ = 0;
+    uint32_t count_ = 0;
 };
 
 } // namespace
@@ -94,7 +94,7 @@ class Server::Loop final : private ConnectionHost {
     asio::io_context &context() override { return context_; }
     bool left(Connection &connection) override;
     void shares_memory(Connection &connection) override { sharing_.push_back(&connection); }
-    std::uint32_t generation() const override { return settings_.generation(); }
+    uint32_t generation() const override { return settings_.generation(); }
     void served(bool by_memory) override;
     void watch_stalls() override;
 
@@ -266,7 +266,7 @@ bool Server::Loop::is_posted() const {
 
 void Server::Loop::serve_memories() {
     /* Serving may end a connection, which then is no longer in the list. */
-    for (std::size_t i = 0; i < sharing_.size(); ++i) {
+    for (size_t i = 0; i < sharing_.size(); ++i) {
         const auto connection = sharing_[i]->shared_from_this();
         connection->serve_memory();
     }

@@ -22,7 +22,7 @@ struct ServerOptions {
     std::string run_directory; /* made when missing; holds the socket and its lock file */
     std::string group;         /* who else may connect; empty for nobody */
     /* Beyond so many, a new client gets the place of one that has been silent for so long. */
-    std::size_t max_connections = 512;
+    size_t max_connections = 512;
     std::chrono::milliseconds idle_time{1000};
     /* A client that leaves a frame unfinished, or its answers unread, for so long is dropped. */
     std::chrono::milliseconds stall_timeout{30000};

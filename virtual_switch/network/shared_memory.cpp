@@ -25,8 +25,8 @@ constexpr SpinWait::Clock::duration shortest_watch = 20us;
 constexpr int memory_of_gaps = 256;
 
 bool send_with_descriptor(int socket, Bytes frame, int descriptor) {
-    iovec part{const_cast<std::uint8_t *>(frame.data()), frame.size()};
-    alignas(cmsghdr) std::uint8_t control[CMSG_SPACE(sizeof descriptor)] = {};
+    iovec part{const_cast<uint8_t *>(frame.data()), frame.size()};
+    alignas(cmsghdr) uint8_t control[CMSG_SPACE(sizeof descriptor)] = {};
     msghdr message{};
     message.msg_iov = &part;
     message.msg_iovlen = 1;
@@ -65,7 +65,7 @@ bool is_of_same_version(const mts_shared_memory &shared) {
 
 } // namespace
 
-std::unique_ptr<SharedMemory> SharedMemory::send(int socket, Bytes frame, std::uint32_t generation) {
+std::unique_ptr<SharedMemory> SharedMemory::send(int socket, Bytes frame, uint32_t generation) {
     const int descriptor = memfd_create("vswitch-requests", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     if (descriptor == -1)
         return nullptr;
@@ -88,7 +88,7 @@ SharedMemory::~SharedMemory() {
 }
 
 bool SharedMemory::take(Buffer &request) {
-    std::uint32_t expected = MTS_SHARED_POSTED;
+    uint32_t expected = MTS_SHARED_POSTED;
     if (!shared_.state.compare_exchange_strong(expected, MTS_SHARED_TAKEN))
         return false;
     if (!is_of_same_version(shared_)) {
@@ -96,17 +96,17 @@ bool SharedMemory::take(Buffer &request) {
         shared_.state.store(MTS_SHARED_IDLE, std::memory_order_seq_cst);
         return false;
     }
-    const std::uint32_t announced = *const_cast<const volatile std::uint32_t *>(&shared_.request_length);
-    const std::size_t length = std::min<std::size_t>(announced, max_frame);
+    const uint32_t announced = *const_cast<const volatile uint32_t *>(&shared_.request_length);
+    const size_t length = std::min<size_t>(announced, max_frame);
     request.resize(length);
     mts_shared_read(request.data(), length, shared_.request, shared_.request_blanks);
     return true;
 }
 
 bool SharedMemory::answer(Bytes frame) {
-    const std::size_t length = std::min(frame.size(), max_frame);
+    const size_t length = std::min(frame.size(), max_frame);
     shared_.reply_blanks = mts_shared_write(shared_.reply, frame.data(), length);
-    shared_.reply_length = static_cast<std::uint32_t>(length);
+    shared_.reply_length = static_cast<uint32_t>(length);
     return finish(MTS_SHARED_ANSWERED);
 }
 

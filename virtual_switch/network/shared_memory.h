@@ -14,11 +14,11 @@ namespace vswitch {
 
 class SharedMemory {
   public:
-    static constexpr std::size_t max_frame = MTS_SHARED_MAX_FRAME;
+    static constexpr size_t max_frame = MTS_SHARED_MAX_FRAME;
 
     /* Memory of an unchangeable size, sent over a Unix stream socket beside the bytes of
      * `frame`. Null, with nothing sent, when the system has none or the socket is full. */
-    static std::unique_ptr<SharedMemory> send(int socket, Bytes frame, std::uint32_t generation);
+    static std::unique_ptr<SharedMemory> send(int socket, Bytes frame, uint32_t generation);
 
     ~SharedMemory();
     SharedMemory(const SharedMemory &) = delete;
@@ -42,9 +42,7 @@ class SharedMemory {
      * said so. */
     void announce_sleep(bool sleeping) { shared_.switch_sleeps.store(sleeping, std::memory_order_seq_cst); }
 
-    void publish_generation(std::uint32_t generation) {
-        shared_.generation.store(generation, std::memory_order_release);
-    }
+    void publish_generation(uint32_t generation) { shared_.generation.store(generation, std::memory_order_release); }
 
   private:
     explicit SharedMemory(mts_shared_memory &shared) : shared_(shared) {}

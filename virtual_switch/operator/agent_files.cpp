@@ -15,7 +15,7 @@ namespace {
 using Json = JsonReader::Json;
 
 constexpr const char *filter_file = "debug.conf";
-constexpr std::size_t max_filter_file = 8192; /* the agent reads no more */
+constexpr size_t max_filter_file = 8192; /* the agent reads no more */
 
 const std::string &required_run_directory(const Call &call) {
     if (call.the_switch.run_directory.empty())
@@ -29,7 +29,7 @@ void show_filters(Call &call) {
     debug_filters filters{};
     const debug_filters_errors errors = debug_filters_parse({text.data(), text.size()}, filters);
     /* These two classes are the module's own. */
-    for (const std::uint32_t known : {100u, 101u})
+    for (const uint32_t known : {100u, 101u})
         if (std::none_of(filters.classes, filters.classes + filters.count,
                          [&](const debug_filter &filter) { return filter.event_class == known; }) &&
             filters.count < DEBUG_FILTERS_MAX) {
@@ -39,7 +39,7 @@ void show_filters(Call &call) {
     std::sort(filters.classes, filters.classes + filters.count,
               [](const debug_filter &left, const debug_filter &right) { return left.event_class < right.event_class; });
     call.reply["classes"] = Json::array();
-    for (std::size_t at = 0; at < filters.count; ++at)
+    for (size_t at = 0; at < filters.count; ++at)
         call.reply["classes"].push_back({{"class", filters.classes[at].event_class},
                                          {"history", filters.classes[at].history},
                                          {"debug", filters.classes[at].debug}});
@@ -47,8 +47,8 @@ void show_filters(Call &call) {
 }
 
 /* Whether a line of the filter file is a setting of `what` for `event_class`. */
-bool sets(std::string_view line, std::string_view what, std::uint32_t event_class) {
-    const std::size_t start = line.find_first_not_of(" \t\r");
+bool sets(std::string_view line, std::string_view what, uint32_t event_class) {
+    const size_t start = line.find_first_not_of(" \t\r");
     debug_filters filters{};
     return start != std::string_view::npos && line.substr(start).starts_with(what) &&
            debug_filters_parse({line.data(), line.size()}, filters).count == 0 && filters.count == 1 &&
@@ -58,7 +58,7 @@ bool sets(std::string_view line, std::string_view what, std::uint32_t event_clas
 /* Sets one filter. The file's other lines stay, those that somebody wrote by hand, too. */
 void set_filter(Call &call) {
     const std::string path = required_run_directory(call) + "/" + filter_file;
-    const std::uint32_t event_class = call.arguments.required_number("class", any_number);
+    const uint32_t event_class = call.arguments.required_number("class", any_number);
     constexpr Word kinds[] = {{"history", 0}, {"debug", 1}};
     const char *what = word_of(kinds, call.arguments.required_word("what", kinds));
     const char *state = call.arguments.required_flag("on") ? "on" : "off";

@@ -26,14 +26,14 @@
 namespace vswitch {
 
 /* The error table's text of a status, for instance "VSAN does not exist". */
-const char *status_text(std::uint32_t status);
+const char *status_text(uint32_t status);
 
 /* Throws Refusal unless the status is 0. The sentence is `what` and the status's text:
  * "VSAN 7: VSAN does not exist." */
-void require(std::uint32_t status, const std::string &what);
+void require(uint32_t status, const std::string &what);
 
 /* The VSAN of that number. Throws Refusal when there is none. */
-const Vsan &require_vsan(const Switch &the_switch, std::uint32_t id);
+const Vsan &require_vsan(const Switch &the_switch, uint32_t id);
 
 /* A command's arguments. Each function throws Refusal when the argument has the wrong type
  * or is out of range; those named required_ also when it is missing. */
@@ -43,20 +43,20 @@ class Arguments {
 
     Arguments(const JsonReader &reader, const Json &json) : reader_(reader), json_(json) {}
 
-    std::optional<std::uint32_t> number(const char *key, Range allowed) const;
-    std::uint32_t required_number(const char *key, Range allowed) const;
-    std::optional<std::string> text(const char *key, std::size_t longest) const;
-    std::string required_text(const char *key, std::size_t longest) const;
+    std::optional<uint32_t> number(const char *key, Range allowed) const;
+    uint32_t required_number(const char *key, Range allowed) const;
+    std::optional<std::string> text(const char *key, size_t longest) const;
+    std::string required_text(const char *key, size_t longest) const;
     std::optional<bool> flag(const char *key) const;
     bool required_flag(const char *key) const;
 
     /* An argument that is one of these words; returns the word's value. */
-    std::optional<std::uint32_t> word(const char *key, Words words) const;
-    std::uint32_t required_word(const char *key, Words words) const;
+    std::optional<uint32_t> word(const char *key, Words words) const;
+    uint32_t required_word(const char *key, Words words) const;
 
     /* The ifIndex of the port that "ifIndex" means: a number, or "fc3" for the switch's third
      * port. The port exists, or Refusal is thrown. */
-    std::uint32_t required_port(const Switch &the_switch) const;
+    uint32_t required_port(const Switch &the_switch) const;
 
     const Json &json() const { return json_; }
     const JsonReader &reader() const { return reader_; }
@@ -79,7 +79,7 @@ struct Call {
 
 struct Command {
     const char *name;
-    std::uint32_t kind; /* MTS_KIND_GET when it only looks, MTS_KIND_SET when it does anything else */
+    uint32_t kind; /* MTS_KIND_GET when it only looks, MTS_KIND_SET when it does anything else */
     void (*run)(Call &);
     std::initializer_list<std::string_view> arguments; /* beside "command" */
 };
@@ -87,8 +87,8 @@ struct Command {
 /* Rows of a reply, as many as one reply may carry. */
 class Page {
   public:
-    static constexpr std::uint32_t max_rows = 256;
-    static constexpr std::size_t max_bytes = 90000; /* leaves room for the rest of a reply */
+    static constexpr uint32_t max_rows = 256;
+    static constexpr size_t max_bytes = 90000; /* leaves room for the rest of a reply */
 
     /* Takes "limit" from the call's arguments; the rows go into the reply under `key`. */
     Page(Call &call, const char *key);
@@ -99,8 +99,8 @@ class Page {
   private:
     JsonReader::Json &reply_;
     const char *key_;
-    std::size_t rows_left_;
-    std::size_t bytes_left_ = max_bytes;
+    size_t rows_left_;
+    size_t bytes_left_ = max_bytes;
 };
 
 std::span<const Command> configuration_commands(); /* VSANs, ports, roles */

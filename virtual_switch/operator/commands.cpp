@@ -11,7 +11,7 @@ namespace {
 
 using Json = JsonReader::Json;
 
-constexpr std::size_t max_answer = MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED;
+constexpr size_t max_answer = MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED;
 
 const Command *find_command(std::string_view name) {
     for (const auto table :
@@ -50,11 +50,11 @@ Json run(ServedSwitch &the_switch, const Request &request) {
     return std::move(call.reply);
 }
 
-Json refusal_json(std::uint32_t status, const char *sentence) {
+Json refusal_json(uint32_t status, const char *sentence) {
     return {{"error", sentence}, {"status", fmt::format("0x{:08x}", status)}};
 }
 
-std::uint32_t answer_counters(const ServedSwitch &the_switch, const Request &, Buffer &data) {
+uint32_t answer_counters(const ServedSwitch &the_switch, const Request &, Buffer &data) {
     auto out = std::back_inserter(data);
     fmt::format_to(out, "{{\"requests\": [");
     const char *separator = "";
@@ -70,9 +70,9 @@ std::uint32_t answer_counters(const ServedSwitch &the_switch, const Request &, B
 }
 
 /* Appends the reply's data and returns the status. */
-std::uint32_t answer_command(ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t answer_command(ServedSwitch &the_switch, const Request &request, Buffer &data) {
     Json json;
-    std::uint32_t status = STATUS_SUCCESS;
+    uint32_t status = STATUS_SUCCESS;
     try {
         json = run(the_switch, request);
     } catch (const Refusal &refusal) {
@@ -101,7 +101,7 @@ std::span<const Operation> operator_operations() {
     return operations;
 }
 
-const char *status_text(std::uint32_t status) {
+const char *status_text(uint32_t status) {
     switch (status) {
 #define PLATFORM_STATUS_CASE(code, name, text)                                                                         \
     case code:                                                                                                         \
@@ -113,12 +113,12 @@ const char *status_text(std::uint32_t status) {
     }
 }
 
-void require(std::uint32_t status, const std::string &what) {
+void require(uint32_t status, const std::string &what) {
     if (status != STATUS_SUCCESS)
         throw Refusal(status, fmt::format("{}: {}.", what, status_text(status)));
 }
 
-const Vsan &require_vsan(const Switch &the_switch, std::uint32_t id) {
+const Vsan &require_vsan(const Switch &the_switch, uint32_t id) {
     const Vsan *vsan = the_switch.model.vsan(id);
     if (!vsan) {
         throw Refusal(STATUS_NO_SUCH_VSAN, fmt::format("VSAN {} does not exist.", id));
@@ -135,21 +135,21 @@ void Arguments::fail_missing(const char *key) const {
     reader_.fail(fmt::format("it needs \"{}\"", key));
 }
 
-std::optional<std::uint32_t> Arguments::number(const char *key, Range allowed) const {
+std::optional<uint32_t> Arguments::number(const char *key, Range allowed) const {
     const Json *value = find(key);
     if (!value)
         return std::nullopt;
     return reader_.number(*value, fmt::format("\"{}\"", key), allowed);
 }
 
-std::uint32_t Arguments::required_number(const char *key, Range allowed) const {
+uint32_t Arguments::required_number(const char *key, Range allowed) const {
     const auto value = number(key, allowed);
     if (!value)
         fail_missing(key);
     return *value;
 }
 
-std::optional<std::string> Arguments::text(const char *key, std::size_t longest) const {
+std::optional<std::string> Arguments::text(const char *key, size_t longest) const {
     const Json *value = find(key);
     if (!value)
         return std::nullopt;
@@ -159,7 +159,7 @@ std::optional<std::string> Arguments::text(const char *key, std::size_t longest)
     return found;
 }
 
-std::string Arguments::required_text(const char *key, std::size_t longest) const {
+std::string Arguments::required_text(const char *key, size_t longest) const {
     auto value = text(key, longest);
     if (!value)
         fail_missing(key);
@@ -182,7 +182,7 @@ bool Arguments::required_flag(const char *key) const {
     return *value;
 }
 
-std::optional<std::uint32_t> Arguments::word(const char *key, Words words) const {
+std::optional<uint32_t> Arguments::word(const char *key, Words words) const {
     const Json *given = find(key);
     if (!given) {
         return std::nullopt;
@@ -199,7 +199,7 @@ std::optional<std::uint32_t> Arguments::word(const char *key, Words words) const
     reader_.fail(fmt::format("\"{}\" must be one of {}", key, choices));
 }
 
-std::uint32_t Arguments::required_word(const char *key, Words words) const {
+uint32_t Arguments::required_word(const char *key, Words words) const {
     const auto value = word(key, words);
     if (!value)
         fail_missing(key);
@@ -209,8 +209,8 @@ std::uint32_t Arguments::required_word(const char *key, Words words) const {
 namespace {
 
 /* The position in a port's name, counted from 1, or nothing when it is no such name. */
-std::optional<std::uint32_t> position_of(const std::string &name) {
-    std::uint32_t position = 0;
+std::optional<uint32_t> position_of(const std::string &name) {
+    uint32_t position = 0;
     const char *end = name.data() + name.size();
     if (name.size() < 3 || !name.starts_with("fc") || std::from_chars(name.data() + 2, end, position).ptr != end ||
         position == 0) {
@@ -221,7 +221,7 @@ std::optional<std::uint32_t> position_of(const std::string &name) {
 
 } // namespace
 
-std::uint32_t Arguments::required_port(const Switch &the_switch) const {
+uint32_t Arguments::required_port(const Switch &the_switch) const {
     const Json *given = find("ifIndex");
     if (!given) {
         fail_missing("ifIndex");
@@ -252,7 +252,7 @@ Page::Page(Call &call, const char *key) : reply_(call.reply), key_(key) {
 }
 
 bool Page::add(Json row) {
-    const std::size_t size = row.dump(-1, ' ', false, Json::error_handler_t::replace).size() + 1;
+    const size_t size = row.dump(-1, ' ', false, Json::error_handler_t::replace).size() + 1;
     /* A single row always fits. */
     if (rows_left_ == 0 || (size > bytes_left_ && !reply_[key_].empty())) {
         reply_["more"] = true;

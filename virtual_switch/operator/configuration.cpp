@@ -8,23 +8,23 @@ namespace {
 
 using Json = JsonReader::Json;
 
-constexpr std::size_t max_text = 256;
+constexpr size_t max_text = 256;
 
 struct PortCount {
-    std::uint32_t all = 0;
-    std::uint32_t up = 0;
+    uint32_t all = 0;
+    uint32_t up = 0;
 };
 
-PortCount count_ports(const SwitchModel &model, std::uint32_t vsan) {
+PortCount count_ports(const SwitchModel &model, uint32_t vsan) {
     PortCount count;
-    for (const std::uint32_t if_index : model.ports_of(vsan)) {
+    for (const uint32_t if_index : model.ports_of(vsan)) {
         ++count.all;
         count.up += model.port(if_index)->link_up;
     }
     return count;
 }
 
-Json vsan_json(const SwitchModel &model, std::uint32_t id) {
+Json vsan_json(const SwitchModel &model, uint32_t id) {
     const Vsan &vsan = *model.vsan(id);
     const PortCount ports = count_ports(model, id);
     return {{"id", id},
@@ -40,8 +40,8 @@ Json vsan_json(const SwitchModel &model, std::uint32_t id) {
             {"portsUp", ports.up}};
 }
 
-std::uint32_t required_vsan(const Call &call) {
-    const std::uint32_t id = call.arguments.required_number("id", vsan_numbers);
+uint32_t required_vsan(const Call &call) {
+    const uint32_t id = call.arguments.required_number("id", vsan_numbers);
     require_vsan(call.the_switch, id);
     return id;
 }
@@ -72,32 +72,32 @@ void read_vsan(const Arguments &arguments, Vsan &vsan) {
     vsan.drop_latency = arguments.number("networkDropLatency", {1, UINT32_MAX}).value_or(vsan.drop_latency);
 }
 
-void change(Call &call, std::uint32_t id, Vsan wanted, bool create) {
+void change(Call &call, uint32_t id, Vsan wanted, bool create) {
     read_vsan(call.arguments, wanted);
     require(change_vsan(call.the_switch, call.requester, id, wanted, create), fmt::format("VSAN {}", id));
     call.reply = vsan_json(call.the_switch.model, id);
 }
 
 void create_vsan(Call &call) {
-    const std::uint32_t id = call.arguments.required_number("id", vsan_numbers);
+    const uint32_t id = call.arguments.required_number("id", vsan_numbers);
     if (call.the_switch.model.vsan(id))
         throw Refusal(STATUS_BAD_RECORD, fmt::format("VSAN {} exists already.", id));
     change(call, id, new_vsan(id), true);
 }
 
 void set_vsan(Call &call) {
-    const std::uint32_t id = required_vsan(call);
+    const uint32_t id = required_vsan(call);
     change(call, id, *call.the_switch.model.vsan(id), false);
 }
 
 void remove_vsan(Call &call) {
-    const std::uint32_t id = required_vsan(call);
-    const std::uint32_t ports = count_ports(call.the_switch.model, id).all;
+    const uint32_t id = required_vsan(call);
+    const uint32_t ports = count_ports(call.the_switch.model, id).all;
     require(delete_vsan(call.the_switch, call.requester, id), fmt::format("VSAN {}", id));
     call.reply = {{"id", id}, {"movedPorts", ports}};
 }
 
-Json port_json(std::uint32_t if_index, const Port &port, std::uint32_t position) {
+Json port_json(uint32_t if_index, const Port &port, uint32_t position) {
     return {{"ifIndex", if_index},
             {"name", fmt::format("fc{}", position)},
             {"vsan", port.vsan},
@@ -106,10 +106,10 @@ Json port_json(std::uint32_t if_index, const Port &port, std::uint32_t position)
 }
 
 void list_ports(Call &call) {
-    const std::uint32_t after = call.arguments.number("after", any_number).value_or(0);
+    const uint32_t after = call.arguments.number("after", any_number).value_or(0);
     const auto vsan = call.arguments.number("vsan", vsan_numbers);
     Page page(call, "ports");
-    std::uint32_t position = 0;
+    uint32_t position = 0;
     for (const auto &[if_index, port] : call.the_switch.model.ports()) {
         ++position;
         if (if_index > after && (!vsan || port.vsan == *vsan) && !page.add(port_json(if_index, port, position))) {
@@ -120,34 +120,33 @@ void list_ports(Call &call) {
 
 /* Makes a change of the call's port and answers how the port is then. */
 template <typename Change> void change_required_port(Call &call, const Change &change_to) {
-    const std::uint32_t if_index = call.arguments.required_port(call.the_switch);
+    const uint32_t if_index = call.arguments.required_port(call.the_switch);
     require(change_to(if_index), fmt::format("Port {}", if_index));
     const auto &ports = call.the_switch.model.ports();
     const auto position = std::distance(ports.begin(), ports.find(if_index)) + 1;
-    call.reply = port_json(if_index, ports.at(if_index), static_cast<std::uint32_t>(position));
+    call.reply = port_json(if_index, ports.at(if_index), static_cast<uint32_t>(position));
 }
 
 void move(Call &call) {
-    const std::uint32_t vsan = call.arguments.required_number("vsan", vsan_numbers);
-    change_required_port(
-        call, [&](std::uint32_t if_index) { return move_port(call.the_switch, call.requester, if_index, vsan); });
+    const uint32_t vsan = call.arguments.required_number("vsan", vsan_numbers);
+    change_required_port(call,
+                         [&](uint32_t if_index) { return move_port(call.the_switch, call.requester, if_index, vsan); });
 }
 
 void plug_in(Call &call) {
-    change_required_port(
-        call, [&](std::uint32_t if_index) { return set_link(call.the_switch, call.requester, if_index, true); });
+    change_required_port(call,
+                         [&](uint32_t if_index) { return set_link(call.the_switch, call.requester, if_index, true); });
 }
 
 void unplug(Call &call) {
-    change_required_port(
-        call, [&](std::uint32_t if_index) { return set_link(call.the_switch, call.requester, if_index, false); });
+    change_required_port(call,
+                         [&](uint32_t if_index) { return set_link(call.the_switch, call.requester, if_index, false); });
 }
 
 void deny(Call &call) {
-    const std::uint32_t deny_list = call.arguments.required_number("denyList", any_number);
-    change_required_port(call, [&](std::uint32_t if_index) {
-        return set_deny_list(call.the_switch, call.requester, if_index, deny_list);
-    });
+    const uint32_t deny_list = call.arguments.required_number("denyList", any_number);
+    change_required_port(
+        call, [&](uint32_t if_index) { return set_deny_list(call.the_switch, call.requester, if_index, deny_list); });
 }
 
 Json ranges_json(const std::vector<Range> &ranges) {
@@ -177,7 +176,7 @@ void list_roles(Call &call) {
         ++role;
 }
 
-void require_role_change(std::uint32_t status, const std::string &sentence, const std::string &name) {
+void require_role_change(uint32_t status, const std::string &sentence, const std::string &name) {
     if (status != STATUS_SUCCESS && !sentence.empty())
         throw Refusal(status, sentence);
     require(status, fmt::format("Role \"{}\"", JsonReader::printable(name)));

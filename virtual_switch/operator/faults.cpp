@@ -9,24 +9,24 @@ namespace {
 using Json = JsonReader::Json;
 
 constexpr Word actions[] = {
-    {"status", static_cast<std::uint32_t>(FaultAction::status)},
-    {"delay", static_cast<std::uint32_t>(FaultAction::delay)},
-    {"no-data", static_cast<std::uint32_t>(FaultAction::no_data)},
-    {"short", static_cast<std::uint32_t>(FaultAction::short_reply)},
-    {"drop", static_cast<std::uint32_t>(FaultAction::drop)},
-    {"close", static_cast<std::uint32_t>(FaultAction::close)},
-    {"exit", static_cast<std::uint32_t>(FaultAction::exit)},
+    {"status", static_cast<uint32_t>(FaultAction::status)},
+    {"delay", static_cast<uint32_t>(FaultAction::delay)},
+    {"no-data", static_cast<uint32_t>(FaultAction::no_data)},
+    {"short", static_cast<uint32_t>(FaultAction::short_reply)},
+    {"drop", static_cast<uint32_t>(FaultAction::drop)},
+    {"close", static_cast<uint32_t>(FaultAction::close)},
+    {"exit", static_cast<uint32_t>(FaultAction::exit)},
 };
 
 /* The members of a fault's JSON that say which requests it is for. */
-constexpr std::pair<const char *, std::optional<std::uint32_t> FaultMatch::*> match_keys[] = {
+constexpr std::pair<const char *, std::optional<uint32_t> FaultMatch::*> match_keys[] = {
     {"service", &FaultMatch::service}, {"opcode", &FaultMatch::opcode},    {"kind", &FaultMatch::kind},
     {"vsan", &FaultMatch::vsan},       {"ifIndex", &FaultMatch::if_index},
 };
 
 const char *name_of(FaultAction action) {
     for (const auto &[name, value] : actions)
-        if (value == static_cast<std::uint32_t>(action))
+        if (value == static_cast<uint32_t>(action))
             return name;
     return "";
 }
@@ -48,7 +48,7 @@ Json fault_json(const Fault &fault) {
 }
 
 void list_faults(Call &call) {
-    const std::uint32_t after = call.arguments.number("after", any_number).value_or(0);
+    const uint32_t after = call.arguments.number("after", any_number).value_or(0);
     Page page(call, "faults");
     call.reply["applied"] = call.the_switch.faults.applied();
     for (const Fault &fault : call.the_switch.faults.list())
@@ -82,7 +82,7 @@ void add_fault(Call &call) {
     fault.remaining = arguments.number("times", {1, UINT32_MAX});
     if (fault.match.service == MTS_SERVICE_SWITCH)
         arguments.reader().fail("the switch's own service always answers");
-    const std::uint32_t number = call.the_switch.faults.add(fault);
+    const uint32_t number = call.the_switch.faults.add(fault);
     if (number == 0)
         throw Refusal(STATUS_BAD_RECORD,
                       fmt::format("There are {} faults already; clear some first.", Faults::max_faults));

@@ -9,8 +9,8 @@ namespace {
 
 using Json = JsonReader::Json;
 
-constexpr std::uint32_t max_injected = 100000;
-constexpr std::size_t max_subscribers = 64; /* so many are shown */
+constexpr uint32_t max_injected = 100000;
+constexpr size_t max_subscribers = 64; /* so many are shown */
 
 Json subscribers_json(const EventHub &events) {
     Json list = Json::array();
@@ -30,16 +30,16 @@ void show_switch(Call &call) {
     const ServedSwitch &the_switch = call.the_switch;
     const SwitchModel &model = the_switch.model;
     const Settings &settings = model.settings();
-    std::uint32_t suspended = 0;
-    std::uint32_t up = 0;
+    uint32_t suspended = 0;
+    uint32_t up = 0;
     for (const auto &[id, vsan] : model.vsans()) {
         suspended += vsan.admin_state == ADMIN_STATE_SUSPENDED;
         up += model.is_up(id);
     }
-    std::uint32_t ports_up = 0;
+    uint32_t ports_up = 0;
     for (const auto &[if_index, port] : model.ports())
         ports_up += port.link_up;
-    std::uint64_t requests = 0;
+    uint64_t requests = 0;
     for (const auto &[key, count] : the_switch.counters.requests)
         requests += count;
 
@@ -72,12 +72,12 @@ void show_switch(Call &call) {
 /* Publishes events that nothing has caused: the storm that a receiver should survive. */
 void inject_events(Call &call) {
     const SwitchModel &model = call.the_switch.model;
-    const std::uint32_t count = call.arguments.required_number("count", {1, max_injected});
-    const std::uint32_t event_class =
+    const uint32_t count = call.arguments.required_number("count", {1, max_injected});
+    const uint32_t event_class =
         call.arguments.number("class", {EVENT_PORT_MOVED, EVENT_VSAN_CHANGED}).value_or(EVENT_VSAN_CHANGED);
     Event event;
     if (event_class == EVENT_VSAN_CHANGED) {
-        const std::uint32_t id = call.arguments.number("vsan", vsan_numbers).value_or(VSAN_NUMBER_DEFAULT);
+        const uint32_t id = call.arguments.number("vsan", vsan_numbers).value_or(VSAN_NUMBER_DEFAULT);
         const Vsan &vsan = require_vsan(call.the_switch, id);
         VsanEvent change;
         change.vsan = id;
@@ -93,7 +93,7 @@ void inject_events(Call &call) {
     } else {
         call.arguments.reader().fail(fmt::format("\"class\" must be {} or {}", EVENT_PORT_MOVED, EVENT_VSAN_CHANGED));
     }
-    for (std::uint32_t number = 0; number < count; ++number)
+    for (uint32_t number = 0; number < count; ++number)
         call.the_switch.events.publish(event);
     call.reply["published"] = count;
 }

@@ -19,7 +19,7 @@ Json timers_json(const PartialTimers &timers) {
     return json;
 }
 
-Json vsan_timers_json(const SwitchModel &model, std::uint32_t id) {
+Json vsan_timers_json(const SwitchModel &model, uint32_t id) {
     Json json = {{"id", id}, {"own", timers_json(model.vsan(id)->timers)}};
     for (const TimerKind &kind : timer_kinds) {
         json["running"][kind.word] = running_timer(model, id, kind.timer);
@@ -35,7 +35,7 @@ void show_timers(Call &call) {
     const SwitchModel &model = call.the_switch.model;
     const Settings &settings = model.settings();
     const auto wanted = call.arguments.number("vsan", vsan_numbers);
-    const std::uint32_t after = call.arguments.number("after", any_number).value_or(0);
+    const uint32_t after = call.arguments.number("after", any_number).value_or(0);
     Page page(call, "vsans");
     for (const TimerKind &kind : timer_kinds) {
         call.reply["switch"][kind.word] = settings.timers[kind.timer];
@@ -56,7 +56,7 @@ void show_timers(Call &call) {
 }
 
 /* As require, naming the session's holder where somebody else's session is in the way. */
-void require_unlocked(const Call &call, std::uint32_t status, const std::string &what) {
+void require_unlocked(const Call &call, uint32_t status, const std::string &what) {
     const auto &session = call.the_switch.model.session();
     if (status == STATUS_TDX_LOCKED && session)
         throw Refusal(status, fmt::format("{}: {}; it is held by \"{}\".", what, status_text(status),
@@ -66,7 +66,7 @@ void require_unlocked(const Call &call, std::uint32_t status, const std::string 
 
 /* What timers.set can set. The value of a word is the attribute's key, but for in-order delivery,
  * which has none. */
-constexpr std::uint32_t no_key = 0;
+constexpr uint32_t no_key = 0;
 #define TIMER_WORD(key, name, word, least, greatest, initial) {word, key},
 #define LATENCY_WORD(key, name, word, tool_word, initial) {word, key},
 constexpr Word setting_words[] = {FABRIC_TIMERS(TIMER_WORD) SWITCH_LATENCIES(LATENCY_WORD){"inorderDelivery", no_key}};
@@ -76,7 +76,7 @@ constexpr Word setting_words[] = {FABRIC_TIMERS(TIMER_WORD) SWITCH_LATENCIES(LAT
 void set_timer(Call &call, Timer timer, const std::string &what) {
     const Arguments &arguments = call.arguments;
     const auto vsan = arguments.number("vsan", vsan_numbers);
-    const std::uint32_t value = arguments.required_number("value", any_number);
+    const uint32_t value = arguments.required_number("value", any_number);
     const bool force = arguments.flag("force").value_or(false);
     require_unlocked(call,
                      vsan ? set_vsan_timer(call.the_switch, call.requester, *vsan, timer, value, force)
@@ -85,7 +85,7 @@ void set_timer(Call &call, Timer timer, const std::string &what) {
 }
 
 /* A latency, or in-order delivery. */
-void set_setting(Call &call, std::uint32_t key, const std::string &what) {
+void set_setting(Call &call, uint32_t key, const std::string &what) {
     const Arguments &arguments = call.arguments;
     if (arguments.json().contains("vsan") || arguments.json().contains("force")) {
         arguments.reader().fail("\"vsan\" and \"force\" are for timers only");
@@ -100,7 +100,7 @@ void set_setting(Call &call, std::uint32_t key, const std::string &what) {
 
 void set_timers(Call &call) {
     const Arguments &arguments = call.arguments;
-    const std::uint32_t key = arguments.required_word("setting", setting_words);
+    const uint32_t key = arguments.required_word("setting", setting_words);
     const auto vsan = arguments.number("vsan", vsan_numbers);
     const std::string what = arguments.required_text("setting", 32) + (vsan ? fmt::format(" of VSAN {}", *vsan) : "");
     const auto timer = timer_of_key(key);
@@ -133,7 +133,7 @@ void show_tdx(Call &call) {
             break;
 }
 
-void answer_tdx(Call &call, std::uint32_t status) {
+void answer_tdx(Call &call, uint32_t status) {
     require_unlocked(call, status, "Distribution service");
     show_tdx(call);
 }

@@ -10,8 +10,8 @@ namespace {
 
 /* What the record of a request names. */
 struct Named {
-    std::optional<std::uint32_t> vsan;
-    std::optional<std::uint32_t> if_index;
+    std::optional<uint32_t> vsan;
+    std::optional<uint32_t> if_index;
 };
 
 Named named_in(const Request &request) {
@@ -35,7 +35,7 @@ Named named_in(const Request &request) {
 }
 
 bool matches(const FaultMatch &match, const Request &request, const Named &named) {
-    const auto agrees = [](std::optional<std::uint32_t> wanted, std::optional<std::uint32_t> found) {
+    const auto agrees = [](std::optional<uint32_t> wanted, std::optional<uint32_t> found) {
         return !wanted || wanted == found;
     };
     return agrees(match.service, request.service) && agrees(match.opcode, request.opcode) &&
@@ -44,7 +44,7 @@ bool matches(const FaultMatch &match, const Request &request, const Named &named
 
 } // namespace
 
-std::uint32_t Faults::add(Fault fault) {
+uint32_t Faults::add(Fault fault) {
     if (faults_.size() >= max_faults)
         return 0;
     fault.number = ++last_number_;
@@ -53,12 +53,12 @@ std::uint32_t Faults::add(Fault fault) {
     return fault.number;
 }
 
-bool Faults::clear(std::uint32_t number) {
+bool Faults::clear(uint32_t number) {
     return std::erase_if(faults_, [&](const Fault &fault) { return fault.number == number; }) > 0;
 }
 
-std::size_t Faults::clear() {
-    const std::size_t count = faults_.size();
+size_t Faults::clear() {
+    const size_t count = faults_.size();
     faults_.clear();
     return count;
 }

@@ -16,11 +16,11 @@ namespace vswitch {
 /* Which requests a fault is for; what is not set matches all. A request names a VSAN or
  * an interface when the record of its opcode does, whether or not they exist. */
 struct FaultMatch {
-    std::optional<std::uint32_t> service = std::nullopt;
-    std::optional<std::uint32_t> opcode = std::nullopt;
-    std::optional<std::uint32_t> kind = std::nullopt;
-    std::optional<std::uint32_t> vsan = std::nullopt;
-    std::optional<std::uint32_t> if_index = std::nullopt;
+    std::optional<uint32_t> service = std::nullopt;
+    std::optional<uint32_t> opcode = std::nullopt;
+    std::optional<uint32_t> kind = std::nullopt;
+    std::optional<uint32_t> vsan = std::nullopt;
+    std::optional<uint32_t> if_index = std::nullopt;
 };
 
 enum class FaultAction {
@@ -34,29 +34,29 @@ enum class FaultAction {
 };
 
 struct Fault {
-    std::uint32_t number = 0; /* what the operator calls it; given by Faults::add */
+    uint32_t number = 0; /* what the operator calls it; given by Faults::add */
     FaultMatch match;
     FaultAction action = FaultAction::drop;
-    std::uint32_t value = 0;
-    bool with_data = false;                 /* of `status`: carry the request out and answer its data too */
-    std::optional<std::uint32_t> remaining; /* how often it still applies; not set: until cleared */
-    std::uint64_t applied = 0;              /* how often it has applied */
+    uint32_t value = 0;
+    bool with_data = false;            /* of `status`: carry the request out and answer its data too */
+    std::optional<uint32_t> remaining; /* how often it still applies; not set: until cleared */
+    uint64_t applied = 0;              /* how often it has applied */
 };
 
 class Faults {
   public:
-    static constexpr std::size_t max_faults = 256;
-    static constexpr std::uint32_t max_delay = 600000; /* milliseconds */
+    static constexpr size_t max_faults = 256;
+    static constexpr uint32_t max_delay = 600000; /* milliseconds */
 
     /* Adds a fault behind the others and returns its number, or 0 when there are
      * max_faults already. */
-    std::uint32_t add(Fault fault);
+    uint32_t add(Fault fault);
 
     /* Removes one fault; false when there is none of that number. */
-    bool clear(std::uint32_t number);
+    bool clear(uint32_t number);
 
     /* Removes all. Returns how many there were. */
-    std::size_t clear();
+    size_t clear();
 
     /* The first fault that matches the request, counted as applied; one that has applied
      * as often as it should is gone afterwards. Requests to the switch's own service
@@ -66,12 +66,12 @@ class Faults {
     const std::vector<Fault> &list() const { return faults_; }
 
     /* How often any fault has applied since the start. */
-    std::uint64_t applied() const { return applied_; }
+    uint64_t applied() const { return applied_; }
 
   private:
     std::vector<Fault> faults_;
-    std::uint32_t last_number_ = 0;
-    std::uint64_t applied_ = 0;
+    uint32_t last_number_ = 0;
+    uint64_t applied_ = 0;
 };
 
 /* The exit status of a daemon that a fault ended. */

@@ -9,28 +9,28 @@ namespace {
 
 /* Eight bytes that differ from switch to switch, stay the same for one and are never
  * all zero: the world wide name. */
-std::uint32_t get_switch_name(const ServedSwitch &the_switch, const Request &, Buffer &data) {
-    const std::uint64_t wwn = the_switch.model.settings().wwn;
-    append_word(data, static_cast<std::uint32_t>(wwn >> 32));
-    append_word(data, static_cast<std::uint32_t>(wwn));
+uint32_t get_switch_name(const ServedSwitch &the_switch, const Request &, Buffer &data) {
+    const uint64_t wwn = the_switch.model.settings().wwn;
+    append_word(data, static_cast<uint32_t>(wwn >> 32));
+    append_word(data, static_cast<uint32_t>(wwn));
     return STATUS_SUCCESS;
 }
 
-std::uint32_t answer_membership(const std::optional<Member> &member, std::uint32_t otherwise, Buffer &data) {
+uint32_t answer_membership(const std::optional<Member> &member, uint32_t otherwise, Buffer &data) {
     if (!member)
         return otherwise;
     append_membership_record(data, *member);
     return STATUS_SUCCESS;
 }
 
-std::uint32_t get_membership(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t get_membership(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto key = decode_membership_record(request.payload);
     if (!key)
         return STATUS_BAD_LENGTH;
     return answer_membership(the_switch.model.member(*key), STATUS_NO_SUCH_MEMBERSHIP, data);
 }
 
-std::uint32_t get_next_membership(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t get_next_membership(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto key = decode_membership_record(request.payload);
     if (!key)
         return STATUS_BAD_LENGTH;

@@ -10,7 +10,7 @@ namespace {
 
 /* Clients choose the numbers that are counted, so the table is bounded; what no
  * longer fits is counted under service, opcode and kind 0. */
-constexpr std::size_t max_counted_requests = 256;
+constexpr size_t max_counted_requests = 256;
 
 void count_request(Counters &counters, const Request &request) {
     const Counters::Key key{request.service, request.opcode, request.kind};
@@ -23,7 +23,7 @@ void count_request(Counters &counters, const Request &request) {
         ++counters.requests[{0, 0, 0}];
 }
 
-std::span<const Operation> operations_of(std::uint32_t service) {
+std::span<const Operation> operations_of(uint32_t service) {
     switch (service) {
     case MTS_SERVICE_VSAN:
         return vsan_manager_operations();
@@ -42,7 +42,7 @@ std::span<const Operation> operations_of(std::uint32_t service) {
 
 /* Finds the request's row and runs it; each way in which a request can be wrong has
  * its own status. */
-std::uint32_t perform(ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t perform(ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto operations = operations_of(request.service);
     if (operations.empty())
         return STATUS_NO_SUCH_SERVICE;
@@ -53,7 +53,7 @@ std::uint32_t perform(ServedSwitch &the_switch, const Request &request, Buffer &
         known_opcode = true;
         if (operation.kind != request.kind)
             continue;
-        const std::size_t payload_length = operation.has_payload ? request.length : 0;
+        const size_t payload_length = operation.has_payload ? request.length : 0;
         if (request.length < operation.min_length || request.length > operation.max_length ||
             request.payload.size() != payload_length)
             return STATUS_BAD_LENGTH;
@@ -67,13 +67,13 @@ std::string_view text_of(Bytes bytes) {
     return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
 }
 
-std::uint32_t answer_role_of_user(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t answer_role_of_user(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const Permission *permission = the_switch.roles.find(text_of(request.payload));
     append_word(data, permission ? 1 : 0);
     const Permission none;
     const Permission &granted = permission ? *permission : none;
     data.insert(data.end(), granted.vsans.begin(), granted.vsans.end());
-    append_word(data, static_cast<std::uint32_t>(granted.interfaces.size()));
+    append_word(data, static_cast<uint32_t>(granted.interfaces.size()));
     for (const auto &[first, last] : granted.interfaces) {
         append_word(data, first);
         append_word(data, last);
@@ -81,7 +81,7 @@ std::uint32_t answer_role_of_user(const ServedSwitch &the_switch, const Request 
     return STATUS_SUCCESS;
 }
 
-std::uint32_t answer_distribution_state(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t answer_distribution_state(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const bool known = text_of(request.payload) == MTS_TDX_TIMERS;
     append_word(data, known && the_switch.model.settings().tdx_enabled);
     append_word(data, known && the_switch.model.settings().tdx_show_run);

@@ -12,7 +12,7 @@ namespace vswitch {
 
 namespace {
 
-std::uint32_t answer_interface(const SwitchModel &model, std::uint32_t if_index, Buffer &data) {
+uint32_t answer_interface(const SwitchModel &model, uint32_t if_index, Buffer &data) {
     const Port *port = model.port(if_index);
     if (!port) {
         return STATUS_NO_SUCH_INTERFACE;
@@ -21,7 +21,7 @@ std::uint32_t answer_interface(const SwitchModel &model, std::uint32_t if_index,
     return STATUS_SUCCESS;
 }
 
-std::uint32_t get_interface(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t get_interface(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto record = decode_interface_record(request.payload);
     if (!record) {
         return STATUS_BAD_LENGTH;
@@ -29,7 +29,7 @@ std::uint32_t get_interface(const ServedSwitch &the_switch, const Request &reque
     return answer_interface(the_switch.model, record->if_index, data);
 }
 
-std::uint32_t get_next_interface(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t get_next_interface(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto record = decode_interface_record(request.payload);
     if (!record) {
         return STATUS_BAD_LENGTH;
@@ -41,7 +41,7 @@ std::uint32_t get_next_interface(const ServedSwitch &the_switch, const Request &
     return answer_interface(the_switch.model, *next, data);
 }
 
-std::uint32_t answer_vsan(const SwitchModel &model, std::uint32_t id, Buffer &data) {
+uint32_t answer_vsan(const SwitchModel &model, uint32_t id, Buffer &data) {
     const Vsan *vsan = model.vsan(id);
     if (!vsan) {
         return missing_vsan(id);
@@ -50,7 +50,7 @@ std::uint32_t answer_vsan(const SwitchModel &model, std::uint32_t id, Buffer &da
     return STATUS_SUCCESS;
 }
 
-std::uint32_t get_vsan(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t get_vsan(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto id = vsan_of_block(request.payload);
     if (!id) {
         return STATUS_BAD_LENGTH;
@@ -58,7 +58,7 @@ std::uint32_t get_vsan(const ServedSwitch &the_switch, const Request &request, B
     return answer_vsan(the_switch.model, *id, data);
 }
 
-std::uint32_t get_next_vsan(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t get_next_vsan(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto id = vsan_of_block(request.payload);
     if (!id) {
         return STATUS_BAD_LENGTH;
@@ -70,30 +70,30 @@ std::uint32_t get_next_vsan(const ServedSwitch &the_switch, const Request &reque
     return answer_vsan(the_switch.model, *next, data);
 }
 
-std::uint32_t get_vsan_count(const ServedSwitch &the_switch, const Request &, Buffer &data) {
+uint32_t get_vsan_count(const ServedSwitch &the_switch, const Request &, Buffer &data) {
     append_word(data, the_switch.model.vsan_count());
     return STATUS_SUCCESS;
 }
 
-std::uint32_t get_interface_count(const ServedSwitch &the_switch, const Request &, Buffer &data) {
+uint32_t get_interface_count(const ServedSwitch &the_switch, const Request &, Buffer &data) {
     append_word(data, the_switch.model.port_count());
     return STATUS_SUCCESS;
 }
 
-std::uint32_t get_last_change(const ServedSwitch &the_switch, const Request &, Buffer &data) {
+uint32_t get_last_change(const ServedSwitch &the_switch, const Request &, Buffer &data) {
     const Timestamp change = the_switch.last_change();
-    append_word(data, static_cast<std::uint32_t>(change.seconds));
+    append_word(data, static_cast<uint32_t>(change.seconds));
     append_word(data, change.microseconds);
     return STATUS_SUCCESS;
 }
 
-std::uint32_t get_inorder_delivery(const ServedSwitch &the_switch, const Request &, Buffer &data) {
+uint32_t get_inorder_delivery(const ServedSwitch &the_switch, const Request &, Buffer &data) {
     append_word(data, the_switch.model.settings().inorder_delivery);
     return STATUS_SUCCESS;
 }
 
 /* Decodes a latency record; returns why it cannot be one. */
-std::uint32_t decode_latency(const Request &request, LatencyRecord &record, const LatencyKind *&latency) {
+uint32_t decode_latency(const Request &request, LatencyRecord &record, const LatencyKind *&latency) {
     const auto decoded = decode_latency_record(request.payload);
     if (!decoded) {
         return STATUS_BAD_LENGTH;
@@ -103,10 +103,10 @@ std::uint32_t decode_latency(const Request &request, LatencyRecord &record, cons
     return latency == std::end(latency_kinds) ? STATUS_BAD_RECORD : STATUS_SUCCESS;
 }
 
-std::uint32_t get_latency(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t get_latency(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     LatencyRecord record;
     const LatencyKind *latency = nullptr;
-    if (const std::uint32_t status = decode_latency(request, record, latency); status != STATUS_SUCCESS) {
+    if (const uint32_t status = decode_latency(request, record, latency); status != STATUS_SUCCESS) {
         return status;
     }
     append_latency_record(data, {record.key, the_switch.model.settings().*latency->setting});
@@ -114,7 +114,7 @@ std::uint32_t get_latency(const ServedSwitch &the_switch, const Request &request
 }
 
 /* Decodes a timer record; returns why it cannot be one. Key 0 of a VSAN is no timer. */
-std::uint32_t decode_timer(const Request &request, TimerRecord &record, std::optional<Timer> &timer) {
+uint32_t decode_timer(const Request &request, TimerRecord &record, std::optional<Timer> &timer) {
     const auto decoded = decode_timer_record(request.payload);
     if (!decoded)
         return STATUS_BAD_LENGTH;
@@ -132,10 +132,10 @@ std::uint32_t decode_timer(const Request &request, TimerRecord &record, std::opt
  * VSAN, its own or the switch-wide one. Key 0 asks whether the VSAN is there and has
  * value 0.
  */
-std::uint32_t answer_timer(const SwitchModel &model, const Request &request, bool distributed, Buffer &data) {
+uint32_t answer_timer(const SwitchModel &model, const Request &request, bool distributed, Buffer &data) {
     TimerRecord record;
     std::optional<Timer> timer;
-    if (const std::uint32_t status = decode_timer(request, record, timer); status != STATUS_SUCCESS)
+    if (const uint32_t status = decode_timer(request, record, timer); status != STATUS_SUCCESS)
         return status;
     if (!record.per_vsan) {
         record.value = distributed ? distributed_switch_timer(model, *timer) : model.settings().timers[*timer];
@@ -153,14 +153,14 @@ std::uint32_t answer_timer(const SwitchModel &model, const Request &request, boo
     return STATUS_SUCCESS;
 }
 
-std::uint32_t get_timer(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t get_timer(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     return answer_timer(the_switch.model, request, false, data);
 }
 
 /* The distribution service refuses while it does not govern the timers: when it is not
  * enabled, and in show-run mode, where reads are of the running configuration. It also
  * refuses while it has no fabric. */
-std::uint32_t get_distributed_timer(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
+uint32_t get_distributed_timer(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const Settings &settings = the_switch.model.settings();
     if (the_switch.model.distribution() == Distribution::off || settings.tdx_show_run || settings.tdx_refusing)
         return STATUS_TDX_REFUSED;
@@ -173,7 +173,7 @@ Requester requester_of(const Request &request) {
     return {request.user, false};
 }
 
-std::uint32_t set_vsan(ServedSwitch &the_switch, const Request &request, Buffer &) {
+uint32_t set_vsan(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto record = decode_vsan_block(request.payload);
     if (!record)
         return STATUS_BAD_LENGTH;
@@ -184,24 +184,24 @@ std::uint32_t set_vsan(ServedSwitch &the_switch, const Request &request, Buffer 
     return change_vsan(the_switch, requester_of(request), record->id, record->vsan, true);
 }
 
-std::uint32_t remove_vsan(ServedSwitch &the_switch, const Request &request, Buffer &) {
+uint32_t remove_vsan(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto id = vsan_of_block(request.payload);
     if (!id)
         return STATUS_BAD_LENGTH;
     return delete_vsan(the_switch, requester_of(request), *id);
 }
 
-std::uint32_t set_interface(ServedSwitch &the_switch, const Request &request, Buffer &) {
+uint32_t set_interface(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto record = decode_interface_record(request.payload);
     if (!record)
         return STATUS_BAD_LENGTH;
     return change_port(the_switch, requester_of(request), record->if_index, record->vsan, record->deny_list);
 }
 
-std::uint32_t set_timer(ServedSwitch &the_switch, const Request &request, Buffer &) {
+uint32_t set_timer(ServedSwitch &the_switch, const Request &request, Buffer &) {
     TimerRecord record;
     std::optional<Timer> timer;
-    if (const std::uint32_t status = decode_timer(request, record, timer); status != STATUS_SUCCESS)
+    if (const uint32_t status = decode_timer(request, record, timer); status != STATUS_SUCCESS)
         return status;
     if (!timer || record.flag > 1)
         return STATUS_BAD_RECORD;
@@ -211,16 +211,16 @@ std::uint32_t set_timer(ServedSwitch &the_switch, const Request &request, Buffer
     return set_switch_timer(the_switch, requester_of(request), *timer, record.value, force);
 }
 
-std::uint32_t set_latency_record(ServedSwitch &the_switch, const Request &request, Buffer &) {
+uint32_t set_latency_record(ServedSwitch &the_switch, const Request &request, Buffer &) {
     LatencyRecord record;
     const LatencyKind *latency = nullptr;
-    if (const std::uint32_t status = decode_latency(request, record, latency); status != STATUS_SUCCESS) {
+    if (const uint32_t status = decode_latency(request, record, latency); status != STATUS_SUCCESS) {
         return status;
     }
     return set_latency(the_switch, requester_of(request), *latency, record.value);
 }
 
-std::uint32_t set_inorder_delivery_word(ServedSwitch &the_switch, const Request &request, Buffer &) {
+uint32_t set_inorder_delivery_word(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto value = load_word(request.payload, 0);
     if (!value)
         return STATUS_BAD_LENGTH;
@@ -228,7 +228,7 @@ std::uint32_t set_inorder_delivery_word(ServedSwitch &the_switch, const Request 
 }
 
 /* A TruthValue: whether VSAN events are published. */
-std::uint32_t set_status_trap(ServedSwitch &the_switch, const Request &request, Buffer &) {
+uint32_t set_status_trap(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto value = load_word(request.payload, 0);
     if (!value)
         return STATUS_BAD_LENGTH;

@@ -17,7 +17,7 @@ namespace vswitchctl {
 
 namespace {
 
-constexpr std::uint32_t wait_class = 40; /* ten seconds */
+constexpr uint32_t wait_class = 40; /* ten seconds */
 
 /* Who works with the tool; the switch notes who holds a distribution session. */
 std::string user_name() {
@@ -25,15 +25,15 @@ std::string user_name() {
     return entry ? entry->pw_name : fmt::format("{}", geteuid());
 }
 
-Json send(std::uint32_t kind, const std::string &command, Json arguments) {
+Json send(uint32_t kind, const std::string &command, Json arguments) {
     arguments["command"] = command;
     const std::string text = arguments.dump(-1, ' ', false, Json::error_handler_t::replace);
     if (text.size() > MTS_WIRE_MAX_PAYLOAD)
         throw Refusal("The command is too long.");
-    auto length = static_cast<std::uint32_t>(text.size());
+    auto length = static_cast<uint32_t>(text.size());
     void *data = nullptr;
-    const std::uint32_t status = cmi_req_resp(MTS_OP_SWITCH_COMMAND, kind, text.data(), &data, &length,
-                                              user_name().c_str(), 0, MTS_SERVICE_SWITCH, mts_response_q, wait_class);
+    const uint32_t status = cmi_req_resp(MTS_OP_SWITCH_COMMAND, kind, text.data(), &data, &length, user_name().c_str(),
+                                         0, MTS_SERVICE_SWITCH, mts_response_q, wait_class);
     const int reason = errno;
     const std::unique_ptr<void, decltype(&std::free)> owner(data, std::free);
     if (status == UINT32_MAX)
@@ -100,13 +100,13 @@ Json list(const std::string &command, const char *key, const char *after, Json a
     }
 }
 
-std::uint32_t find_port(const std::string &text) {
+uint32_t find_port(const std::string &text) {
     if (text.find_first_not_of("0123456789") == std::string::npos)
-        return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
+        return static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
     const Json reply = list("port.list", "ports", "ifIndex");
     for (const Json &port : reply.at("ports"))
         if (port.at("name") == text)
-            return port.at("ifIndex").get<std::uint32_t>();
+            return port.at("ifIndex").get<uint32_t>();
     throw Refusal(fmt::format("There is no port {}.", text));
 }
 

@@ -32,7 +32,7 @@ Json change(const std::string &command, Json arguments = Json::object());
 Json list(const std::string &command, const char *key, const char *after, Json arguments = Json::object());
 
 /* The ifIndex of a port given as a number or as fcN. Throws Refusal for an unknown fcN. */
-std::uint32_t find_port(const std::string &text);
+uint32_t find_port(const std::string &text);
 
 } // namespace vswitchctl
 

@@ -105,7 +105,7 @@ Json read_records(std::string_view lines, const HistoryQuestion &question) {
                            {"text", record.text}});
     }
     if (question.last > 0 && records.size() > question.last) {
-        records.erase(records.begin(), records.end() - static_cast<std::ptrdiff_t>(question.last));
+        records.erase(records.begin(), records.end() - static_cast<ptrdiff_t>(question.last));
     }
     return records;
 }

@@ -39,13 +39,13 @@ std::map<const CLI::App *, std::function<void()>> actions;
 }
 
 /* A number, decimal or after 0x hexadecimal, or a word that stands for one. */
-std::uint32_t number(const std::string &option, const std::string &text, vswitchctl::Words words) {
+uint32_t number(const std::string &option, const std::string &text, vswitchctl::Words words) {
     for (const auto &[word, value] : words)
         if (text == word)
             return value;
     const bool hexadecimal = text.starts_with("0x");
     const char *end = text.data() + text.size();
-    std::uint32_t value = 0;
+    uint32_t value = 0;
     const auto result = std::from_chars(text.data() + (hexadecimal ? 2 : 0), end, value, hexadecimal ? 16 : 10);
     if (result.ec == std::errc() && result.ptr == end)
         return value;
@@ -342,7 +342,7 @@ void add_agent(CLI::App &app) {
     history.number("--class", "class", "Only one class: failures or trace", vswitchctl::class_words);
     history.run([arguments = history.arguments(), question] {
         if (arguments->contains("class"))
-            question->event_class = arguments->at("class").get<std::uint32_t>();
+            question->event_class = arguments->at("class").get<uint32_t>();
         show(vswitchctl::read_histories(*question), print_histories);
     });
 
@@ -419,7 +419,7 @@ void add_watch(CLI::App &app) {
     command.number("--count", "count", "End after so many events");
     command.run([arguments = command.arguments()] {
         const auto count = arguments->find("count");
-        vswitchctl::watch(as_json, count == arguments->end() ? std::nullopt : std::optional<std::uint32_t>(*count));
+        vswitchctl::watch(as_json, count == arguments->end() ? std::nullopt : std::optional<uint32_t>(*count));
     });
 }
 

@@ -28,7 +28,7 @@ void print_faults(const Json &reply);
 
 /* Prints each event that the switch publishes, in words or as one JSON object a line,
  * until `count` have come, or without an end. Throws Refusal. */
-void watch(bool json, std::optional<std::uint32_t> count);
+void watch(bool json, std::optional<uint32_t> count);
 
 } // namespace vswitchctl
 

@@ -28,8 +28,8 @@ std::string time_text(std::time_t seconds) {
 /* Positions in ascending order as "fc1-fc3,fc7". */
 std::string port_ranges(const std::vector<unsigned> &positions) {
     std::string line;
-    for (std::size_t at = 0; at < positions.size();) {
-        std::size_t last = at;
+    for (size_t at = 0; at < positions.size();) {
+        size_t last = at;
         while (last + 1 < positions.size() && positions[last + 1] == positions[last] + 1)
             ++last;
         line += fmt::format("{}fc{}", line.empty() ? "" : ",", positions[at]);

@@ -14,7 +14,7 @@ std::string printable(const std::string &text) {
     return shown;
 }
 
-std::string shortened(const std::string &text, std::size_t width) {
+std::string shortened(const std::string &text, size_t width) {
     if (text.size() <= width)
         return text;
     return width <= 3 ? text.substr(0, width) : text.substr(0, width - 3) + "...";
@@ -27,16 +27,16 @@ void Table::add(std::vector<std::string> row) {
 }
 
 void Table::print() const {
-    std::vector<std::size_t> widths;
-    for (std::size_t column = 0; column < columns_.size(); ++column) {
-        std::size_t width = columns_[column].title.size();
+    std::vector<size_t> widths;
+    for (size_t column = 0; column < columns_.size(); ++column) {
+        size_t width = columns_[column].title.size();
         for (const auto &row : rows_)
             width = std::max(width, row[column].size());
         widths.push_back(width);
     }
     const auto print_line = [&](auto &&cell_of) {
         std::string line;
-        for (std::size_t column = 0; column < columns_.size(); ++column) {
+        for (size_t column = 0; column < columns_.size(); ++column) {
             std::string cell = cell_of(column);
             if (column > 0)
                 line += "  ";
@@ -48,9 +48,9 @@ void Table::print() const {
         line.erase(line.find_last_not_of(' ') + 1);
         fmt::print("{}\n", line);
     };
-    print_line([&](std::size_t column) { return columns_[column].title; });
+    print_line([&](size_t column) { return columns_[column].title; });
     for (const auto &row : rows_)
-        print_line([&](std::size_t column) { return row[column]; });
+        print_line([&](size_t column) { return row[column]; });
 }
 
 } // namespace vswitchctl

@@ -8,13 +8,13 @@
 
 namespace vswitchctl {
 
-constexpr std::size_t line_width = 80;
+constexpr size_t line_width = 80;
 
 /* A text from outside as it may be printed: without anything that moves the cursor. */
 std::string printable(const std::string &text);
 
 /* The text cut to `width` characters, with "..." where something is missing. */
-std::string shortened(const std::string &text, std::size_t width);
+std::string shortened(const std::string &text, size_t width);
 
 class Table {
   public:

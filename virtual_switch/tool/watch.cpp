@@ -17,20 +17,20 @@ namespace vswitchctl {
 
 namespace {
 
-Json unknown_event(std::uint32_t event_class) {
+Json unknown_event(uint32_t event_class) {
     return {{"event", "unknown"}, {"class", event_class}};
 }
 
-Json vsan_event(const void *payload, std::uint32_t size) {
-    std::uint32_t condition = 0, vsan = 0, created = 0;
+Json vsan_event(const void *payload, uint32_t size) {
+    uint32_t condition = 0, vsan = 0, created = 0;
     if (vsan_range_config_change_get_info(payload, size, &condition, &vsan, &created) != 0)
         return unknown_event(EVENT_VSAN_CHANGED);
-    const auto attribute = [&](std::uint32_t key) {
-        std::uint32_t value = 0, former = 0;
+    const auto attribute = [&](uint32_t key) {
+        uint32_t value = 0, former = 0;
         if (vsan_range_config_change_get_attr_values(payload, size, key, &value, &former) != 0)
             value = former = 0;
-        return std::pair(read_be32(reinterpret_cast<const std::uint8_t *>(&value)),
-                         read_be32(reinterpret_cast<const std::uint8_t *>(&former)));
+        return std::pair(read_be32(reinterpret_cast<const uint8_t *>(&value)),
+                         read_be32(reinterpret_cast<const uint8_t *>(&former)));
     };
     const auto [state, former_state] = attribute(ATTRIBUTE_ADMIN_STATE);
     const auto [oper, former_oper] = attribute(ATTRIBUTE_OPER_STATE);
@@ -45,10 +45,10 @@ Json vsan_event(const void *payload, std::uint32_t size) {
             {"formerOper", word_of(oper_words, former_oper)}};
 }
 
-Json port_event(const void *payload, std::uint32_t size) {
+Json port_event(const void *payload, uint32_t size) {
     if (!payload || size < PORT_EVENT_SIZE)
         return unknown_event(EVENT_PORT_MOVED);
-    const auto *bytes = static_cast<const std::uint8_t *>(payload);
+    const auto *bytes = static_cast<const uint8_t *>(payload);
     return {{"event", "port"},
             {"class", EVENT_PORT_MOVED},
             {"ifIndex", read_be32(bytes + PORT_EVENT_IF_INDEX)},
@@ -59,7 +59,7 @@ Json port_event(const void *payload, std::uint32_t size) {
 std::string vsan_words(const Json &event) {
     const std::string state = event["state"], former_state = event["formerState"];
     const std::string oper = event["oper"], former_oper = event["formerOper"];
-    const std::string vsan = fmt::format("VSAN {}", event["vsan"].get<std::uint32_t>());
+    const std::string vsan = fmt::format("VSAN {}", event["vsan"].get<uint32_t>());
     if (event["created"].get<bool>())
         return fmt::format("{} created, {} and {}", vsan, state, oper);
     if (event["deleted"].get<bool>())
@@ -76,9 +76,9 @@ std::string words(const Json &event) {
     if (event["event"] == "vsan")
         return vsan_words(event);
     if (event["event"] == "port")
-        return fmt::format("port {} moved from VSAN {} to VSAN {}", event["ifIndex"].get<std::uint32_t>(),
-                           event["formerVsan"].get<std::uint32_t>(), event["vsan"].get<std::uint32_t>());
-    return fmt::format("event of class {} that cannot be decoded", event["class"].get<std::uint32_t>());
+        return fmt::format("port {} moved from VSAN {} to VSAN {}", event["ifIndex"].get<uint32_t>(),
+                           event["formerVsan"].get<uint32_t>(), event["vsan"].get<uint32_t>());
+    return fmt::format("event of class {} that cannot be decoded", event["class"].get<uint32_t>());
 }
 
 std::string time_now() {
@@ -89,14 +89,14 @@ std::string time_now() {
     std::tm parts{};
     gmtime_r(&seconds, &parts);
     char line[40];
-    const std::size_t length = std::strftime(line, sizeof line, "%Y-%m-%dT%H:%M:%S", &parts);
+    const size_t length = std::strftime(line, sizeof line, "%Y-%m-%dT%H:%M:%S", &parts);
     return fmt::format("{}.{:03}Z", std::string(line, length), milliseconds);
 }
 
 void print_event(const mts_message *message, bool json) {
     const void *payload = mts_payload_get(message);
-    const std::uint32_t size = mts_payload_size(message);
-    const std::uint32_t event_class = mts_message_class(message);
+    const uint32_t size = mts_payload_size(message);
+    const uint32_t event_class = mts_message_class(message);
     Json event = event_class == EVENT_VSAN_CHANGED ? vsan_event(payload, size)
                  : event_class == EVENT_PORT_MOVED ? port_event(payload, size)
                                                    : unknown_event(event_class);
@@ -112,13 +112,13 @@ void print_event(const mts_message *message, bool json) {
 
 } // namespace
 
-void watch(bool json, std::optional<std::uint32_t> count) {
-    const std::uint32_t classes[] = {EVENT_VSAN_CHANGED, EVENT_PORT_MOVED};
+void watch(bool json, std::optional<uint32_t> count) {
+    const uint32_t classes[] = {EVENT_VSAN_CHANGED, EVENT_PORT_MOVED};
     const int descriptor = mts_events_open(classes, std::size(classes));
     if (descriptor < 0)
         throw Refusal(connection_problem(errno));
     bool confirmed = false;
-    for (std::uint32_t seen = 0; !confirmed || !count || seen < *count;) {
+    for (uint32_t seen = 0; !confirmed || !count || seen < *count;) {
         pollfd state{descriptor, POLLIN, 0};
         if (poll(&state, 1, -1) < 0 && errno != EINTR)
             throw Refusal(connection_problem(errno));

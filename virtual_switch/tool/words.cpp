@@ -7,7 +7,7 @@ namespace vswitchctl {
 namespace {
 
 struct NamedStatus {
-    std::uint32_t code;
+    uint32_t code;
     std::string name;
 };
 
