@@ -8,7 +8,7 @@ namespace ber {
 
 namespace {
 
-constexpr size_t short_length = 0x80; /* from here on a length takes octets of its own */
+constexpr size_t short_length = 0x80; // from here on a length takes octets of its own
 constexpr size_t max_length_octets = 4;
 
 } // namespace

@@ -1,7 +1,5 @@
-/*
- * The few pieces of BER that SNMP messages are made of, for clients that do not use the
- * agent's own library. Lengths are definite; what is read may have them in any form.
- */
+// The few pieces of BER that SNMP messages are made of, for clients that do not use the
+// agent's own library. Lengths are definite; what is read may have them in any form.
 #ifndef BER_H
 #define BER_H
 
@@ -29,31 +27,31 @@ enum Tag : uint8_t {
     tag_get_bulk = 0xa5
 };
 
-/* An element of the given tag around `content`. */
+// An element of the given tag around `content`.
 Octets element(uint8_t tag, View content);
 
-/* The content of an OBJECT IDENTIFIER from 1.3.6.1... in dotted form. Throws
- * std::invalid_argument for text that is none. */
+// The content of an OBJECT IDENTIFIER from 1.3.6.1... in dotted form. Throws
+// std::invalid_argument for text that is none.
 Octets oid_content(std::string_view dotted);
 
-/* Appends one arc to the content of an OBJECT IDENTIFIER. */
+// Appends one arc to the content of an OBJECT IDENTIFIER.
 void append_arc(Octets &content, uint32_t arc);
 
-/* Reads one element after the other from octets that may be anything. */
+// Reads one element after the other from octets that may be anything.
 class Reader {
   public:
     explicit Reader(View octets) : rest_(octets) {}
 
     bool at_end() const { return rest_.empty(); }
 
-    /* The tag of the next element, 0 at the end. */
+    // The tag of the next element, 0 at the end.
     uint8_t next_tag() const { return rest_.empty() ? uint8_t{0} : rest_[0]; }
 
-    /* The content of the next element, which is passed. Nothing when it is another or
-     * does not fit. */
+    // The content of the next element, which is passed. Nothing when it is another or
+    // does not fit.
     std::optional<View> take(uint8_t tag);
 
-    /* The same for an INTEGER of at most eight octets. */
+    // The same for an INTEGER of at most eight octets.
     std::optional<int64_t> take_integer();
 
   private:

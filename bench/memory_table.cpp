@@ -1,12 +1,10 @@
-/*
- * A table of 4095 names that the agent keeps in its own memory, loaded with dlmod: what the
- * VSAN table is measured against. It has the shape of vsanName: as many arcs, the same index,
- * values of the same length.
- *
- * It uses the agent's own helper for tables in memory, which finds a row by binary search. A
- * table of `table` and `add_row` lines in snmpd.conf would be no fair opponent: the agent
- * searches that one from its first row for every single value.
- */
+// A table of 4095 names that the agent keeps in its own memory, loaded with dlmod: what the
+// VSAN table is measured against. It has the shape of vsanName: as many arcs, the same index,
+// values of the same length.
+//
+// It uses the agent's own helper for tables in memory, which finds a row by binary search. A
+// table of `table` and `add_row` lines in snmpd.conf would be no fair opponent: the agent
+// searches that one from its first row for every single value.
 #include <net-snmp/net-snmp-config.h>
 
 #include <net-snmp/net-snmp-includes.h>

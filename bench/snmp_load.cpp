@@ -1,7 +1,5 @@
-/*
- * Measures streams of requests against each other: slices of the one and of the other take
- * turns, so that whatever else the machine does meets both alike.
- */
+// Measures streams of requests against each other: slices of the one and of the other take
+// turns, so that whatever else the machine does meets both alike.
 #include <algorithm>
 #include <cstdio>
 #include <fmt/format.h>
@@ -48,7 +46,7 @@ double seconds_since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/* One slice: its items per second, and how long it took. */
+// One slice: its items per second, and how long it took.
 double rate_of_slice(bench::Stream &stream, const bench::Limit &limit, double &spent) {
     const auto start = Clock::now();
     const auto items = static_cast<double>(stream.run(limit));

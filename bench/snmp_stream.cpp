@@ -1,10 +1,8 @@
-/*
- * SNMPv2c requests over UDP to an agent on this machine, a fixed number of them outstanding.
- *
- * Messages are made and checked here rather than by Net-SNMP's library: the client shares two
- * processors with the agent and the switch, and that library takes longer for a request than the
- * agent does.
- */
+// SNMPv2c requests over UDP to an agent on this machine, a fixed number of them outstanding.
+//
+// Messages are made and checked here rather than by Net-SNMP's library: the client shares two
+// processors with the agent and the switch, and that library takes longer for a request than the
+// agent does.
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
@@ -26,11 +24,11 @@ using namespace ber;
 
 namespace {
 
-constexpr uint32_t max_outstanding = 256; /* a request id's lowest octet is its slot */
+constexpr uint32_t max_outstanding = 256; // a request id's lowest octet is its slot
 constexpr size_t max_message = 65536;
-constexpr timeval patience = {20, 0}; /* what is measured may run under a simulator of the processor */
+constexpr timeval patience = {20, 0}; // what is measured may run under a simulator of the processor
 
-/* A UDP socket that is connected to an agent on loopback. */
+// A UDP socket that is connected to an agent on loopback.
 class Channel {
   public:
     explicit Channel(uint16_t port) : port_(port), descriptor_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
@@ -51,7 +49,7 @@ class Channel {
             throw Failure(fmt::format("cannot send to port {}: {}", port_, std::strerror(errno)));
     }
 
-    /* The next datagram; it stays until the next call. */
+    // The next datagram; it stays until the next call.
     View receive() {
         const ssize_t size = recv(descriptor_, buffer_.data(), buffer_.size(), 0);
         if (size < 0 && errno == EAGAIN)
@@ -68,14 +66,14 @@ class Channel {
 };
 
 struct Description {
-    uint8_t pdu; /* tag_get, tag_get_bulk or tag_set */
+    uint8_t pdu; // tag_get, tag_get_bulk or tag_set
     std::string community;
-    std::string oid;      /* the object, without instance */
-    uint32_t first;       /* the first instance */
-    uint32_t count;       /* instances, each one more than the one before */
-    uint32_t repetitions; /* of a GETBULK */
+    std::string oid;      // the object, without instance
+    uint32_t first;       // the first instance
+    uint32_t count;       // instances, each one more than the one before
+    uint32_t repetitions; // of a GETBULK
     uint32_t outstanding;
-    uint8_t type; /* what every value must have */
+    uint8_t type; // what every value must have
 };
 
 class SnmpStream : public Stream {
@@ -112,11 +110,11 @@ class SnmpStream : public Stream {
     }
 
   private:
-    /* One request that is under way. */
+    // One request that is under way.
     struct Slot {
         uint32_t id = 0;
-        uint32_t first = 0; /* the first instance that is expected, counted from 0 */
-        uint32_t count = 0; /* how many are */
+        uint32_t first = 0; // the first instance that is expected, counted from 0
+        uint32_t count = 0; // how many are
     };
 
     static View as_octets(const std::string &text) {
@@ -134,8 +132,8 @@ class SnmpStream : public Stream {
                              static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)});
     }
 
-    /* The value of a SET differs from the one that the instance had: a switch need not write
-     * down what it has already. */
+    // The value of a SET differs from the one that the instance had: a switch need not write
+    // down what it has already.
     Octets value_to_set(uint32_t instance) const {
         return element(tag_octet_string, as_octets(fmt::format("{:05}-{:04}", pass_ % 100000, what_.first + instance)));
     }
@@ -149,7 +147,7 @@ class SnmpStream : public Stream {
         slot.first = next_;
         slot.count = what_.pdu == tag_get_bulk ? std::min(what_.repetitions, what_.count - next_) : 1;
 
-        /* A GETBULK names the instance before the first that it wants. */
+        // A GETBULK names the instance before the first that it wants.
         Octets varbind;
         if (what_.pdu != tag_get_bulk)
             varbind = element(tag_oid, names_[slot.first]);
@@ -161,12 +159,12 @@ class SnmpStream : public Stream {
 
         Octets pdu;
         append_integer(pdu, slot.id);
-        append_integer(pdu, 0); /* error status, or no non-repeaters */
+        append_integer(pdu, 0); // error status, or no non-repeaters
         append_integer(pdu, what_.pdu == tag_get_bulk ? slot.count : 0);
         append(pdu, element(tag_sequence, element(tag_sequence, varbind)));
 
         Octets message;
-        append_integer(message, 1); /* version 2c */
+        append_integer(message, 1); // version 2c
         append(message, community_);
         append(message, element(what_.pdu, pdu));
         channel_.send(element(tag_sequence, message));
@@ -182,7 +180,7 @@ class SnmpStream : public Stream {
         throw Failure(fmt::format("a wrong answer to a request for {}: {}", what_.oid, why));
     }
 
-    /* Takes one answer, checks all of it, and returns how many values it has. */
+    // Takes one answer, checks all of it, and returns how many values it has.
     uint64_t receive() {
         Reader datagram(channel_.receive());
         const auto message = datagram.take(tag_sequence);
@@ -234,12 +232,12 @@ class SnmpStream : public Stream {
     Description what_;
     Octets object_;
     Octets community_;
-    std::vector<Octets> names_; /* of the instances */
+    std::vector<Octets> names_; // of the instances
     std::vector<Slot> slots_;
     std::vector<uint32_t> free_slots_;
     uint32_t sequence_ = 0;
-    uint32_t next_ = 0; /* the next instance to ask for, counted from 0 */
-    /* Which round this is through all of them; not the same in two runs of the program. */
+    uint32_t next_ = 0; // the next instance to ask for, counted from 0
+    // Which round this is through all of them; not the same in two runs of the program.
     uint64_t pass_ = static_cast<uint64_t>(Clock::now().time_since_epoch().count()) / 1000;
 };
 

@@ -1,4 +1,4 @@
-/* vswitchd, the virtual switch's daemon: command line, start and stop. */
+// vswitchd, the virtual switch's daemon: command line, start and stop.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
@@ -21,7 +21,7 @@ constexpr int exit_usage = 2;
 
 struct Options {
     std::string state_directory;
-    std::string run_directory; /* empty: the state folder */
+    std::string run_directory; // empty: the state folder
     std::string initial_file;
     bool empty = false;
     std::string socket_group;
@@ -36,13 +36,13 @@ vswitch::SwitchData new_switch(const Options &options) {
     return data;
 }
 
-/* Why a folder will not do, or nothing when it will: it is named in lines of the log. */
+// Why a folder will not do, or nothing when it will: it is named in lines of the log.
 std::string folder_problem(const std::string &folder) {
     const auto is_control = [](unsigned char byte) { return byte < ' ' || byte == 0x7f; };
     return std::any_of(folder.begin(), folder.end(), is_control) ? "a path without control characters is needed" : "";
 }
 
-/* The folder without slashes at its end, so that paths in it read well. */
+// The folder without slashes at its end, so that paths in it read well.
 std::string tidy(std::string folder) {
     while (folder.size() > 1 && folder.back() == '/')
         folder.pop_back();
@@ -67,7 +67,7 @@ void serve(const Options &options) {
     the_switch.run_directory = server_options.run_directory;
     vswitch::Server server(the_switch, server_options);
 
-    /* Whoever started the daemon waits for this line, so no log level hides it. */
+    // Whoever started the daemon waits for this line, so no log level hides it.
     fmt::print(stderr, "ready {}\n", server.socket_path());
     server.run([&] {
         try {
@@ -114,7 +114,7 @@ int main(int argc, char **argv) {
     spdlog::set_default_logger(logger);
 
     umask(077);
-    /* A client that goes away, and a file that may not grow, are errors of the call. */
+    // A client that goes away, and a file that may not grow, are errors of the call.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     options.state_directory = tidy(options.state_directory);

@@ -1,9 +1,7 @@
-/*
- * Keyed lists on the C library's balanced trees.
- *
- * One kind of list exists here: ordered, each key once. A key that the list already
- * holds is refused, so that an entry is never lost from sight by being replaced.
- */
+// Keyed lists on the C library's balanced trees.
+//
+// One kind of list exists here: ordered, each key once. A key that the list already
+// holds is refused, so that an entry is never lost from sight by being replaced.
 #include "indxobj.h"
 
 #include <cstdlib>

@@ -1,37 +1,35 @@
-/*
- * The memory that a requester and the switch may share: a second way for requests
- * and replies beside the socket, because a process that sleeps on a socket takes far
- * longer to wake up than a request takes to be served. Either side watches the
- * memory for a short while before it goes to sleep.
- *
- * The switch makes it, one for each connection that asks with a SHARE frame, and
- * sends its descriptor with the SHARED frame. It cannot change its size any more.
- * Both sides may run on different word sizes; every word is 32 bits, in the order of
- * the machine. The frames in it are those of contract/frames.h, byte for byte.
- *
- * Both sides may be of different builds, too, so that each says first which layout it
- * knows, and neither believes anything else before it has read the other's version. Where
- * they differ, requests go over the socket.
- *
- * One request at a time:
- *
- *   idle     -> posted    requester: a REQUEST frame is in `request`
- *   posted   -> idle      requester: takes it back unserved (too late, or nobody there)
- *   posted   -> taken     switch: nobody but it acts on the request from now on
- *   taken    -> answered  switch: the REPLY frame is in `reply`
- *   taken    -> elsewhere switch: the answer, if there is one, comes over the socket
- *   answered,
- *   elsewhere -> posted   requester: the next request
- *
- * Whoever goes to sleep says so first and then looks once more; whoever changes the
- * state looks afterwards whether the other side sleeps, and wakes it with a KNOCK
- * frame over the socket. These four steps are sequentially consistent, so that no
- * wake-up is lost. A KNOCK too many does no harm. One that says that the answer is
- * elsewhere comes in front of that answer.
- *
- * What the other side has written is not trusted: lengths are bounded and bytes are
- * copied before they are looked at.
- */
+// The memory that a requester and the switch may share: a second way for requests
+// and replies beside the socket, because a process that sleeps on a socket takes far
+// longer to wake up than a request takes to be served. Either side watches the
+// memory for a short while before it goes to sleep.
+//
+// The switch makes it, one for each connection that asks with a SHARE frame, and
+// sends its descriptor with the SHARED frame. It cannot change its size any more.
+// Both sides may run on different word sizes; every word is 32 bits, in the order of
+// the machine. The frames in it are those of contract/frames.h, byte for byte.
+//
+// Both sides may be of different builds, too, so that each says first which layout it
+// knows, and neither believes anything else before it has read the other's version. Where
+// they differ, requests go over the socket.
+//
+// One request at a time:
+//
+//   idle     -> posted    requester: a REQUEST frame is in `request`
+//   posted   -> idle      requester: takes it back unserved (too late, or nobody there)
+//   posted   -> taken     switch: nobody but it acts on the request from now on
+//   taken    -> answered  switch: the REPLY frame is in `reply`
+//   taken    -> elsewhere switch: the answer, if there is one, comes over the socket
+//   answered,
+//   elsewhere -> posted   requester: the next request
+//
+// Whoever goes to sleep says so first and then looks once more; whoever changes the
+// state looks afterwards whether the other side sleeps, and wakes it with a KNOCK
+// frame over the socket. These four steps are sequentially consistent, so that no
+// wake-up is lost. A KNOCK too many does no harm. One that says that the answer is
+// elsewhere comes in front of that answer.
+//
+// What the other side has written is not trusted: lengths are bounded and bytes are
+// copied before they are looked at.
 #ifndef MTS_SHARED_H
 #define MTS_SHARED_H
 
@@ -50,39 +48,37 @@ enum mts_shared_state : uint32_t {
     MTS_SHARED_ELSEWHERE = 4
 };
 
-/* Grows with each change of this layout, and of what its words mean. */
+// Grows with each change of this layout, and of what its words mean.
 #define MTS_SHARED_VERSION 1u
 
-/* The longest frame that goes through the memory; longer ones take the socket. */
+// The longest frame that goes through the memory; longer ones take the socket.
 #define MTS_SHARED_MAX_FRAME 4032u
 
-/*
- * Most of what is sent is zero, and a line of the processors' caches that goes from one
- * to the other costs more than serving the request does. So lines of zeros stay where
- * they are: bit i % 32 of word i / 32 says that line i of a frame is all zero, whatever
- * stands there.
- */
+// Most of what is sent is zero, and a line of the processors' caches that goes from one
+// to the other costs more than serving the request does. So lines of zeros stay where
+// they are: bit i % 32 of word i / 32 says that line i of a frame is all zero, whatever
+// stands there.
 #define MTS_SHARED_LINE 64u
 struct mts_shared_blanks {
     uint32_t words[2];
 };
 
 struct mts_shared_memory {
-    alignas(64) uint32_t version = MTS_SHARED_VERSION; /* the switch's */
-    std::atomic<uint32_t> requester_version;           /* the requester's, before its first request */
+    alignas(64) uint32_t version = MTS_SHARED_VERSION; // the switch's
+    std::atomic<uint32_t> requester_version;           // the requester's, before its first request
 
-    /* Grows whenever roles or settings that libraries of the agent keep have changed,
-     * before the change is answered. 0: nothing may be kept. */
+    // Grows whenever roles or settings that libraries of the agent keep have changed,
+    // before the change is answered. 0: nothing may be kept.
     std::atomic<uint32_t> generation;
 
     alignas(64) std::atomic<uint32_t> state;
-    std::atomic<uint32_t> requester_sleeps; /* 1 while it does, else 0 */
-    uint32_t request_length;                /* bytes in `request` */
-    uint32_t reply_length;                  /* bytes in `reply` */
+    std::atomic<uint32_t> requester_sleeps; // 1 while it does, else 0
+    uint32_t request_length;                // bytes in `request`
+    uint32_t reply_length;                  // bytes in `reply`
     mts_shared_blanks request_blanks;
     mts_shared_blanks reply_blanks;
 
-    alignas(64) std::atomic<uint32_t> switch_sleeps; /* 1 while it does, else 0 */
+    alignas(64) std::atomic<uint32_t> switch_sleeps; // 1 while it does, else 0
 
     alignas(64) uint8_t request[MTS_SHARED_MAX_FRAME];
     alignas(64) uint8_t reply[MTS_SHARED_MAX_FRAME];
@@ -93,7 +89,7 @@ static_assert(sizeof(mts_shared_memory) == 3 * 64 + 2 * 4032);
 static_assert(offsetof(mts_shared_memory, version) == 0);
 static_assert(MTS_SHARED_MAX_FRAME <= 8 * sizeof(mts_shared_blanks) * MTS_SHARED_LINE);
 
-/* What whoever watches the memory does between two looks. */
+// What whoever watches the memory does between two looks.
 inline void mts_shared_relax() {
 #if defined(__i386__) || defined(__x86_64__)
     __builtin_ia32_pause();
@@ -102,8 +98,8 @@ inline void mts_shared_relax() {
 #endif
 }
 
-/* Looks so many times at most whether the other side has done something. Inlined, as is the
- * next one, so that a profile shows the waiting in the function that waits. */
+// Looks so many times at most whether the other side has done something. Inlined, as is the
+// next one, so that a profile shows the waiting in the function that waits.
 template <typename Ready> [[gnu::always_inline]] inline bool mts_shared_look(Ready is_ready, int times) {
     for (int i = 0; i < times; ++i) {
         if (is_ready()) {
@@ -114,7 +110,7 @@ template <typename Ready> [[gnu::always_inline]] inline bool mts_shared_look(Rea
     return false;
 }
 
-/* Looks for that until it is time to do something else. */
+// Looks for that until it is time to do something else.
 template <typename Ready, typename Late>
 [[gnu::always_inline]] inline bool mts_shared_watch(Ready is_ready, Late is_late) {
     do {
@@ -127,7 +123,7 @@ template <typename Ready, typename Late>
     return is_ready();
 }
 
-/* Whether some whole lines are all zero. */
+// Whether some whole lines are all zero.
 template <size_t lines> inline bool mts_shared_is_blank(const uint8_t *from) {
     typedef uint64_t part __attribute__((vector_size(16), aligned(1), may_alias));
     const part *parts = reinterpret_cast<const part *>(from);
@@ -138,8 +134,8 @@ template <size_t lines> inline bool mts_shared_is_blank(const uint8_t *from) {
     return (any[0] | any[1]) == 0;
 }
 
-/* Puts a frame of at most MTS_SHARED_MAX_FRAME bytes into the `request` or `reply` of the
- * memory. Returns which of its lines were left out; a last line that is not full is not. */
+// Puts a frame of at most MTS_SHARED_MAX_FRAME bytes into the `request` or `reply` of the
+// memory. Returns which of its lines were left out; a last line that is not full is not.
 inline mts_shared_blanks mts_shared_write(uint8_t *to, const uint8_t *frame, size_t length) {
     constexpr size_t several = 4; // mostly there are many lines of zeros in a row
     const size_t lines = length / MTS_SHARED_LINE;
@@ -164,7 +160,7 @@ inline mts_shared_blanks mts_shared_write(uint8_t *to, const uint8_t *frame, siz
     return {{static_cast<uint32_t>(blank), static_cast<uint32_t>(blank >> 32)}};
 }
 
-/* Copies a frame of at most MTS_SHARED_MAX_FRAME bytes out of the memory. */
+// Copies a frame of at most MTS_SHARED_MAX_FRAME bytes out of the memory.
 inline void mts_shared_read(uint8_t *frame, size_t length, const uint8_t *from, mts_shared_blanks blanks) {
     if (length == 0) {
         return; // an empty frame may have no address

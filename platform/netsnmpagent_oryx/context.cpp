@@ -17,16 +17,14 @@ uint32_t next_number() {
     return last_number;
 }
 
-/*
- * The PDU's number, made at its first handler call and kept in the agent's own list
- * of data for the PDU: several columns, the passes of a SET and the repetitions of
- * a GETBULK all find it there. Neither the request id nor the transaction id would
- * do: clients reuse the one, and the agent leaves the other 0 on its internal
- * transport.
- *
- * The data is the number itself in place of a pointer, and nothing of ours releases it:
- * the agent may unload this library in the middle of a PDU and drop the list afterwards.
- */
+// The PDU's number, made at its first handler call and kept in the agent's own list
+// of data for the PDU: several columns, the passes of a SET and the repetitions of
+// a GETBULK all find it there. Neither the request id nor the transaction id would
+// do: clients reuse the one, and the agent leaves the other 0 on its internal
+// transport.
+//
+// The data is the number itself in place of a pointer, and nothing of ours releases it:
+// the agent may unload this library in the middle of a PDU and drop the list afterwards.
 uint32_t number_of(netsnmp_agent_request_info &request_info) {
     if (const void *stored = netsnmp_agent_get_list_data(&request_info, PDU_NUMBER_NAME))
         return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(stored));
@@ -47,8 +45,8 @@ void copy_user(PduContext &context, const void *name, size_t length) {
     context.identified = strlen(context.user) == length;
 }
 
-/* An SNMPv3 requester is its security name, an older one its community. Other
- * protocols (a master agent's AgentX) do not say who asked. */
+// An SNMPv3 requester is its security name, an older one its community. Other
+// protocols (a master agent's AgentX) do not say who asked.
 void identify(PduContext &context, const netsnmp_agent_session *asp) {
     context.session = 0;
     context.identified = false;
@@ -99,10 +97,10 @@ uint32_t get_snmp_sessionid(int) {
     return pdu ? pdu->session : 0;
 }
 
-/* Outside any PDU every call gets a number of its own, which no PDU will get: a
- * caller that keeps what it read under the number it read it with finds that number
- * gone the next time, and reads again. A constant would make two unrelated reads
- * look like one PDU. */
+// Outside any PDU every call gets a number of its own, which no PDU will get: a
+// caller that keeps what it read under the number it read it with finds that number
+// gone the next time, and reads again. A constant would make two unrelated reads
+// look like one PDU.
 uint32_t get_pdu_reqid(void) {
     const oryx::PduContext *pdu = oryx::current_pdu();
     return pdu ? pdu->number : oryx::next_number();

@@ -9,7 +9,7 @@ namespace {
 
 LastError last = {};
 
-/* Remembers an error and writes its line. `text` ends at a NUL or after `size` bytes. */
+// Remembers an error and writes its line. `text` ends at a NUL or after `size` bytes.
 void record_error(uint32_t code, uint32_t number, const char *text, size_t size) {
     static_assert(sizeof(snmp_error_record::text) < sizeof(LastError::text));
     const size_t length = strnlen(text, size < sizeof(last.text) - 1 ? size : sizeof(last.text) - 1);

@@ -5,14 +5,14 @@
 namespace oryx {
 namespace {
 
-/* The registration of an entry of the agent's list when it is the module's, or null. */
+// The registration of an entry of the agent's list when it is the module's, or null.
 netsnmp_handler_registration *ours(const netsnmp_tree_cache &entry) {
     netsnmp_handler_registration *registration = entry.subtree ? entry.subtree->reginfo : nullptr;
     return registration && is_under_root(registration->rootoid, registration->rootoid_len) ? registration : nullptr;
 }
 
-/* Whether `requests` ends with the last varbind that the agent hands to the module in
- * each phase. The end is compared: a handler in between may pass varbinds on singly. */
+// Whether `requests` ends with the last varbind that the agent hands to the module in
+// each phase. The end is compared: a handler in between may pass varbinds on singly.
 bool is_last_of_phase(const netsnmp_agent_session &asp, const netsnmp_request_info *requests) {
     const netsnmp_request_info *end = requests;
     while (end && end->next)

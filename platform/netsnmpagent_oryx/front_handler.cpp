@@ -76,14 +76,12 @@ void detach(netsnmp_handler_registration &registration) {
     }
 }
 
-/*
- * Calls `visit` with every registration under the root, in every context.
- *
- * The whole tree is looked at rather than the registration that a callback
- * announces: the agent splits a registration that overlaps another and announces
- * only the first piece, and for table rows it leaves the announcement's
- * registration pointer uninitialised.
- */
+// Calls `visit` with every registration under the root, in every context.
+//
+// The whole tree is looked at rather than the registration that a callback
+// announces: the agent splits a registration that overlaps another and announces
+// only the first piece, and for table rows it leaves the announcement's
+// registration pointer uninitialised.
 void for_each_registration(void (*visit)(netsnmp_handler_registration &)) {
     for (const subtree_context_cache *context = get_top_context_cache(); context; context = context->next)
         for (netsnmp_subtree *first = context->first_subtree; first; first = first->next)

@@ -1,15 +1,13 @@
-/*
- * What this library has hooked into the agent lives exactly as long as its code is
- * mapped. It is set up when the library is loaded, not in the entry that the agent
- * calls: the module is linked against this library and brings it in by itself when
- * it is loaded directly, and its constructor registers its objects before the agent
- * could call anything. The loader runs this constructor before the module's and
- * this destructor after it.
- *
- * Nor is anything taken down in the other entry: a module that somebody else loaded
- * as well stays in service, and without the hooks a restricted user would be nobody,
- * whom nothing is forbidden.
- */
+// What this library has hooked into the agent lives exactly as long as its code is
+// mapped. It is set up when the library is loaded, not in the entry that the agent
+// calls: the module is linked against this library and brings it in by itself when
+// it is loaded directly, and its constructor registers its objects before the agent
+// could call anything. The loader runs this constructor before the module's and
+// this destructor after it.
+//
+// Nor is anything taken down in the other entry: a module that somebody else loaded
+// as well stays in service, and without the hooks a restricted user would be nobody,
+// whom nothing is forbidden.
 #include "front_handler.h"
 #include "notifications.h"
 

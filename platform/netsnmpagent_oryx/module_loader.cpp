@@ -1,10 +1,8 @@
-/*
- * Brings the module in and out, on the agent's `dlmod netsnmpagent_oryx PATH`.
- *
- * `dlmod` opens what it is given and then calls its entry. A module that initialises
- * in its constructor would be initialised twice; this library has nothing to do in
- * its entry but to open the module, whose constructor does the rest, once.
- */
+// Brings the module in and out, on the agent's `dlmod netsnmpagent_oryx PATH`.
+//
+// `dlmod` opens what it is given and then calls its entry. A module that initialises
+// in its constructor would be initialised twice; this library has nothing to do in
+// its entry but to open the module, whose constructor does the rest, once.
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -25,8 +23,8 @@ const char MODULE_VARIABLE[] = "ORYX_MODULE";
 
 void *module_handle = nullptr;
 
-/* Where the module is: beside this library unless the environment says otherwise.
- * False when the path does not fit. */
+// Where the module is: beside this library unless the environment says otherwise.
+// False when the path does not fit.
 bool find_module(char *path, size_t size) {
     const char *named = getenv(MODULE_VARIABLE);
     if (named && *named)

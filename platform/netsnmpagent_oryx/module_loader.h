@@ -1,5 +1,5 @@
-/* The entries that the agent calls by name after loading this library and before
- * unloading it. A second call of either changes nothing. */
+// The entries that the agent calls by name after loading this library and before
+// unloading it. A second call of either changes nothing.
 #ifndef NETSNMPAGENT_ORYX_MODULE_LOADER_H
 #define NETSNMPAGENT_ORYX_MODULE_LOADER_H
 
@@ -7,12 +7,12 @@
 extern "C" {
 #endif
 
-/* Opens the module: the file that the environment variable ORYX_MODULE names, or
- * libvsanmib.so in this library's folder. Where that fails, one line goes to the
- * agent's log, and the agent goes on without the module. */
+// Opens the module: the file that the environment variable ORYX_MODULE names, or
+// libvsanmib.so in this library's folder. Where that fails, one line goes to the
+// agent's log, and the agent goes on without the module.
 void init_netsnmpagent_oryx(void);
 
-/* Closes the module; its destructor takes its objects down. */
+// Closes the module; its destructor takes its objects down.
 void deinit_netsnmpagent_oryx(void);
 
 #ifdef __cplusplus

@@ -24,22 +24,22 @@ struct Subscription {
 Subscription subscriptions[NOTIFICATION_CLASSES];
 unsigned subscription_count = 0;
 
-/* The descriptor that the agent's loop watches, unless there is a pause; or -1. */
+// The descriptor that the agent's loop watches, unless there is a pause; or -1.
 int connection = -1;
 
-/* The agent's timer that ends a pause in a storm of events, or 0. */
+// The agent's timer that ends a pause in a storm of events, or 0.
 unsigned pause_timer = 0;
 
-/* The agent's timer that tries to connect, or 0. Either it runs or there is a
- * connection or nobody has subscribed. */
+// The agent's timer that tries to connect, or 0. Either it runs or there is a
+// connection or nobody has subscribed.
 unsigned connect_timer = 0;
 
-/* Set while events are delivered: a callback that changes the subscriptions must not
- * pull the connection from under its own event. */
+// Set while events are delivered: a callback that changes the subscriptions must not
+// pull the connection from under its own event.
 bool delivering = false;
 bool subscriptions_changed = false;
 
-/* Set when a binding could not be made: its notification would be another one. */
+// Set when a binding could not be made: its notification would be another one.
 bool binding_is_missing = false;
 
 static_assert(NOTIFICATION_CLASSES <= MTS_EVENTS_MAX_CLASSES);
@@ -53,11 +53,9 @@ Subscription *find(uint32_t event_class) {
     return nullptr;
 }
 
-/*
- * Sends one notification with `bindings`. snmpTrapOID goes first and sysUpTime is
- * left to the agent: given a list that begins with sysUpTime, it compares that
- * value with an OID prefix and reads past its end.
- */
+// Sends one notification with `bindings`. snmpTrapOID goes first and sysUpTime is
+// left to the agent: given a list that begins with sysUpTime, it compares that
+// value with an OID prefix and reads past its end.
 void send_notification(const oid *trap_oid, size_t trap_length, netsnmp_variable_list *bindings) {
     netsnmp_variable_list *list = nullptr;
     if (!snmp_varlist_add_variable(&list, SNMP_TRAP_OID, OID_LENGTH(SNMP_TRAP_OID), ASN_OBJECT_ID, trap_oid,
@@ -105,8 +103,8 @@ void stop_timer() {
 
 void on_connect_timer(unsigned, void *);
 
-/* Makes the connection fit the subscriptions: a new one from the agent's next turn
- * on, or none. */
+// Makes the connection fit the subscriptions: a new one from the agent's next turn
+// on, or none.
 void renew_connection() {
     if (delivering) {
         subscriptions_changed = true;
@@ -131,7 +129,7 @@ void on_pause_over(unsigned, void *) {
         renew_connection();
 }
 
-/* Leaves the connection alone for a while; without memory for a timer it goes on. */
+// Leaves the connection alone for a while; without memory for a timer it goes on.
 void begin_pause() {
     struct timeval duration = {};
     duration.tv_usec = STORM_PAUSE * 1000;
@@ -140,7 +138,7 @@ void begin_pause() {
         unregister_readfd(connection);
 }
 
-/* The agent's loop found the connection readable. */
+// The agent's loop found the connection readable.
 void on_readable(int, void *) {
     delivering = true;
     int result = 1;

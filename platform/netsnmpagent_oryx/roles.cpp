@@ -21,21 +21,21 @@ constexpr uint32_t WAIT_CLASS = 4;
 
 static_assert(sizeof(allowed_vsan_list::bitmap) == VSAN_BITMAP_SIZE);
 
-/* The last role that the switch gave, the PDU that it was given for, and the generation
- * of the switch's settings then. PDU numbers and generations start at 1. */
+// The last role that the switch gave, the PDU that it was given for, and the generation
+// of the switch's settings then. PDU numbers and generations start at 1.
 Role role;
 uint32_t role_pdu = 0;
 uint64_t role_generation = 0;
 char role_user[MTS_WIRE_MAX_USER + 1];
 
-/* So that a switch which is down costs one line and not one for each request. */
+// So that a switch which is down costs one line and not one for each request.
 bool failure_reported = false;
 
 bool is_empty(const uint8_t (&vsans)[VSAN_BITMAP_SIZE]) {
     return std::all_of(std::begin(vsans), std::end(vsans), [](uint8_t eight) { return eight == 0; });
 }
 
-/* Without ranges, whatever `limits.ranges` holds says nothing. */
+// Without ranges, whatever `limits.ranges` holds says nothing.
 void restrict_to_nothing(Role &limits) {
     limits.restricted = true;
     memset(limits.vsans, 0, sizeof(limits.vsans));
@@ -74,12 +74,12 @@ void report_failure(const char *reason) {
     failure_reported = true;
 }
 
-/* What an errno value of the message service means to whoever reads the agent's log. */
+// What an errno value of the message service means to whoever reads the agent's log.
 const char *reason_of(int error) {
     return error == EPERM ? "who listens at its socket is not trusted" : strerror(error);
 }
 
-/* Requests then cost many times what they should, and nothing else shows it. */
+// Requests then cost many times what they should, and nothing else shows it.
 void report_other_version() {
     static bool is_reported = false;
     if (!is_reported && mts_memory_is_other_version()) {
@@ -89,7 +89,7 @@ void report_other_version() {
     }
 }
 
-/* Asks the switch for the role of `user`. False when it gave none. */
+// Asks the switch for the role of `user`. False when it gave none.
 bool fetch(const char *user) {
     bool is_given = false;
     void *reply = nullptr;
@@ -113,7 +113,7 @@ bool fetch(const char *user) {
     return is_given;
 }
 
-/* Sees to it that `role` is what the requester of `pdu` may touch. */
+// Sees to it that `role` is what the requester of `pdu` may touch.
 void refresh(const PduContext &pdu) {
     const bool is_same_user = strcmp(role_user, pdu.user) == 0;
     if (role_pdu == pdu.number && is_same_user)
@@ -134,12 +134,12 @@ bool contains_interface(const Role &limits, uint32_t if_index) {
     return range != end && range->first <= if_index;
 }
 
-/* The part of a list's bitmap that its size vouches for, and never more than is there. */
+// The part of a list's bitmap that its size vouches for, and never more than is there.
 uint32_t usable_bytes(const allowed_vsan_list &list) {
     return list.size < VSAN_BITMAP_SIZE ? list.size : VSAN_BITMAP_SIZE;
 }
 
-/* Outside any PDU the platform acts for itself, and without limits. */
+// Outside any PDU the platform acts for itself, and without limits.
 const Role &current_role() {
     const PduContext *pdu = current_pdu();
     static Role unrestricted; // zero: it restricts nothing, and takes no room in the file
@@ -169,8 +169,8 @@ const Role &role_of(const PduContext &pdu) {
 
 extern "C" {
 
-/* A role holds for the module's whole subtree, for reading and for writing alike, so
- * neither the name nor the type of the PDU makes a difference here. */
+// A role holds for the module's whole subtree, for reading and for writing alike, so
+// neither the name nor the type of the PDU makes a difference here.
 int snmp_get_allowed_vsans_subtree(allowed_vsan_list *list, const oid *, size_t, int) {
     const oryx::Role &role = oryx::current_role();
     if (!role.restricted)
@@ -209,8 +209,8 @@ int snmp_is_vsan_allowed_subtree(uint32_t vsan, const oid *, size_t, int) {
     return !role.restricted || vsan_bitmap_has(role.vsans, VSAN_BITMAP_SIZE, vsan);
 }
 
-/* Here a role names its interfaces itself, for every operation. The list serves
- * platforms on which an interface's permission follows from its VSAN's. */
+// Here a role names its interfaces itself, for every operation. The list serves
+// platforms on which an interface's permission follows from its VSAN's.
 int intf_chk_vsan_role_allowed(uint32_t if_index, int, allowed_vsan_list) {
     const oryx::Role &role = oryx::current_role();
     return role.restricted && !oryx::contains_interface(role, if_index) ? 1 : 0;

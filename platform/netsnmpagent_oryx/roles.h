@@ -1,8 +1,6 @@
-/*
- * What a user may touch. The switch knows (MTS_SERVICE_ROLES, see contract/records.h). What it
- * said is believed for as long as it publishes that nothing has changed; where it does
- * not publish that, it is asked once for each PDU that needs to know.
- */
+// What a user may touch. The switch knows (MTS_SERVICE_ROLES, see contract/records.h). What it
+// said is believed for as long as it publishes that nothing has changed; where it does
+// not publish that, it is asked once for each PDU that needs to know.
 #ifndef NETSNMPAGENT_ORYX_ROLES_H
 #define NETSNMPAGENT_ORYX_ROLES_H
 
@@ -13,33 +11,31 @@
 
 namespace oryx {
 
-/* Interfaces `first` to `last`, both included, by ifIndex. */
+// Interfaces `first` to `last`, both included, by ifIndex.
 struct InterfaceRange {
     uint32_t first;
     uint32_t last;
 };
 
 struct Role {
-    /* False: everything is allowed and the rest says nothing. */
+    // False: everything is allowed and the rest says nothing.
     bool restricted;
 
     uint8_t vsans[VSAN_BITMAP_SIZE];
 
-    /* Ascending, and none reaches into the next. */
+    // Ascending, and none reaches into the next.
     uint32_t range_count;
     InterfaceRange ranges[ROLE_MAX_RANGES];
 };
 
-/*
- * Reads the switch's reply of `length` bytes; its layout is in contract/records.h.
- *
- * Returns true when the reply is exactly one well-formed role. Otherwise `role` is
- * restricted to nothing.
- */
+// Reads the switch's reply of `length` bytes; its layout is in contract/records.h.
+//
+// Returns true when the reply is exactly one well-formed role. Otherwise `role` is
+// restricted to nothing.
 bool role_decode(const uint8_t *reply, uint32_t length, Role &role);
 
-/* The role of the requester of `pdu`: restricted to nothing when the switch cannot
- * be asked or its answer makes no sense. Valid until the next call. */
+// The role of the requester of `pdu`: restricted to nothing when the switch cannot
+// be asked or its answer makes no sense. Valid until the next call.
 const Role &role_of(const PduContext &pdu);
 
 } // namespace oryx

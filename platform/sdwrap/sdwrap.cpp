@@ -1,7 +1,5 @@
-/*
- * Every function here leaves errno as it was: callers trace a failure before they
- * look at its reason.
- */
+// Every function here leaves errno as it was: callers trace a failure before they
+// look at its reason.
 #include "sdwrap.h"
 
 #include <cctype>

@@ -1,7 +1,5 @@
-/*
- * The reference platform supervises nobody; it watches that the announcements are
- * balanced, because on a switch an agent that never comes back is restarted.
- */
+// The reference platform supervises nobody; it watches that the announcements are
+// balanced, because on a switch an agent that never comes back is restarted.
 #include "sysmgr.h"
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-/* What the system manager library knows of this process. */
+// What the system manager library knows of this process.
 #ifndef SYSMGR_STATE_H
 #define SYSMGR_STATE_H
 
@@ -6,7 +6,7 @@
 extern "C" {
 #endif
 
-/* How many announced blocking calls the process is in; 0 when it is supervised. */
+// How many announced blocking calls the process is in; 0 when it is supervised.
 int sysmgr_blocking_depth(void);
 
 #ifdef __cplusplus

@@ -1,15 +1,13 @@
-/*
- * The bytes are an event's payload: both notification callbacks must survive any, and
- * send either nothing or a notification with all of its bindings. The VSAN library
- * behind the one is the platform's own.
- *
- *   byte 0  bits 0 to 3 length of the port manager's reply, bit 4 it fails, bit 5 an
- *           event without payload, bit 6 no event at all
- *        1  the payload
- *
- * The port manager's value is all zero, which the module takes for not known yet: so it
- * asks at every event, and no input depends on an earlier one.
- */
+// The bytes are an event's payload: both notification callbacks must survive any, and
+// send either nothing or a notification with all of its bindings. The VSAN library
+// behind the one is the platform's own.
+//
+//   byte 0  bits 0 to 3 length of the port manager's reply, bit 4 it fails, bit 5 an
+//           event without payload, bit 6 no event at all
+//        1  the payload
+//
+// The port manager's value is all zero, which the module takes for not known yet: so it
+// asks at every event, and no input depends on an earlier one.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-/* What the fuzz targets share: reading an input piece by piece, and saying what broke. */
+// What the fuzz targets share: reading an input piece by piece, and saying what broke.
 #ifndef FUZZ_INPUT_H
 #define FUZZ_INPUT_H
 
@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <iterator>
 
-/* The bytes of one input, taken from the front. Behind the end there are zeros. */
+// The bytes of one input, taken from the front. Behind the end there are zeros.
 class fuzz_input {
   public:
     fuzz_input(const uint8_t *data, size_t size) : at_(data), end_(data + size) {}
@@ -26,7 +26,7 @@ class fuzz_input {
     const uint8_t *end_;
 };
 
-/* Ends the process, so that the fuzzer keeps the input, unless `condition` holds. */
+// Ends the process, so that the fuzzer keeps the input, unless `condition` holds.
 inline void require(bool condition, const char *what = "something that always holds") {
     if (condition)
         return;
@@ -34,7 +34,7 @@ inline void require(bool condition, const char *what = "something that always ho
     abort();
 }
 
-/* How many descriptors this process has open; the one that counts is among them. */
+// How many descriptors this process has open; the one that counts is among them.
 inline ptrdiff_t open_descriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }

@@ -1,23 +1,21 @@
-/*
- * The bytes are what the managers answer, and which object is asked for how: every read
- * handler must survive any reply, release each one exactly once and come to an end.
- *
- *   byte 0  object: which of the registered rows
- *        1  bit 0 GET instead of GETNEXT, bit 1 restricted user, bit 2 same PDU as
- *           before, bit 3 distribution service enabled, bits 4 to 6 form of the name,
- *           bit 7 some interfaces barred
- *        2  two bytes: the index arc of the name
- *   and for every request that this costs
- *        0  bits 0 and 1: status (0 to 2 success, 3 failed), bit 2 no data,
- *           bits 3 and 4 form of the data, bits 5 and 6 which failure, bit 7 the
- *           forms of the interface and timer tables
- *        1  then, by form: the raw data's length (two bytes) and content, or a record's
- *           numbers (two bytes each) and name
- *   or, for the port manager
- *        0  bits 0 and 1: status as above, bit 2 large numbers, bit 3 static
- *        1  the pair's VSAN and interface (two bytes each)
- *   and so on until the input ends; then the managers fail every request.
- */
+// The bytes are what the managers answer, and which object is asked for how: every read
+// handler must survive any reply, release each one exactly once and come to an end.
+//
+//   byte 0  object: which of the registered rows
+//        1  bit 0 GET instead of GETNEXT, bit 1 restricted user, bit 2 same PDU as
+//           before, bit 3 distribution service enabled, bits 4 to 6 form of the name,
+//           bit 7 some interfaces barred
+//        2  two bytes: the index arc of the name
+//   and for every request that this costs
+//        0  bits 0 and 1: status (0 to 2 success, 3 failed), bit 2 no data,
+//           bits 3 and 4 form of the data, bits 5 and 6 which failure, bit 7 the
+//           forms of the interface and timer tables
+//        1  then, by form: the raw data's length (two bytes) and content, or a record's
+//           numbers (two bytes each) and name
+//   or, for the port manager
+//        0  bits 0 and 1: status as above, bit 2 large numbers, bit 3 static
+//        1  the pair's VSAN and interface (two bytes each)
+//   and so on until the input ends; then the managers fail every request.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

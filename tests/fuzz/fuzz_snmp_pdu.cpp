@@ -1,24 +1,22 @@
-/*
- * SNMP messages against a whole agent with the module in it and a switch behind it: each
- * well-formed request gets exactly one answer that keeps the protocol's rules, a walk
- * advances, a user sees and changes nothing but what the role allows, and no SET leaves
- * anything staged, however it ends.
- *
- *   byte 0  bit 0 the distribution service governs the timers, bit 1 its show-run mode
- *   and for every message
- *        0  bits 0 and 1: GET, GETNEXT, GETBULK, SET; bit 2 SNMPv1 (not GETBULK);
- *           bits 3 and 4 whose community; bits 5 to 7 number of varbinds less one
- *        1  bits 0 to 5 which request to the switch fails, bits 6 and 7 how
- *        2  GETBULK: bits 0 to 2 non-repeaters, bits 3 to 7 most repetitions
- *        3  how many bytes of the message to damage: what this exceeds 248 by
- *   for every varbind
- *        0  bits 0 to 4 which object
- *        1  bits 0 to 2 form of the name, bits 3 to 7 type of a SET's value
- *        2  two bytes: the first index
- *   in a SET, its value: for an integer of the object's own type two bytes, for anything
- *   else a length and as many bytes
- *   and for every damaged byte two bytes where it is and one what is flipped in it.
- */
+// SNMP messages against a whole agent with the module in it and a switch behind it: each
+// well-formed request gets exactly one answer that keeps the protocol's rules, a walk
+// advances, a user sees and changes nothing but what the role allows, and no SET leaves
+// anything staged, however it ends.
+//
+//   byte 0  bit 0 the distribution service governs the timers, bit 1 its show-run mode
+//   and for every message
+//        0  bits 0 and 1: GET, GETNEXT, GETBULK, SET; bit 2 SNMPv1 (not GETBULK);
+//           bits 3 and 4 whose community; bits 5 to 7 number of varbinds less one
+//        1  bits 0 to 5 which request to the switch fails, bits 6 and 7 how
+//        2  GETBULK: bits 0 to 2 non-repeaters, bits 3 to 7 most repetitions
+//        3  how many bytes of the message to damage: what this exceeds 248 by
+//   for every varbind
+//        0  bits 0 to 4 which object
+//        1  bits 0 to 2 form of the name, bits 3 to 7 type of a SET's value
+//        2  two bytes: the first index
+//   in a SET, its value: for an integer of the object's own type two bytes, for anything
+//   else a length and as many bytes
+//   and for every damaged byte two bytes where it is and one what is flipped in it.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

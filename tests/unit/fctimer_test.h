@@ -1,5 +1,5 @@
-/* The fixture of the timer table's tests: a switch with some VSANs, a value for each
- * timer at the manager and another at the distribution service. */
+// The fixture of the timer table's tests: a switch with some VSANs, a value for each
+// timer at the manager and another at the distribution service.
 #ifndef FCTIMER_TEST_H
 #define FCTIMER_TEST_H
 
@@ -10,14 +10,14 @@
 
 #include "module_test.h"
 
-/* The table's columns, by magic. */
+// The table's columns, by magic.
 constexpr uint8_t FORCE_FLAG = 38;
 constexpr uint8_t RATOV = 39;
 constexpr uint8_t EDTOV = 40;
 constexpr uint8_t DSTOV = 41;
 constexpr uint8_t FSTOV = 42;
 
-/* Which timer a column shows. */
+// Which timer a column shows.
 constexpr std::pair<uint8_t, uint32_t> timer_of_column[] = {
     {FORCE_FLAG, 0}, {RATOV, 8}, {EDTOV, 7}, {DSTOV, 9}, {FSTOV, 10}};
 
@@ -27,26 +27,26 @@ constexpr uint32_t no_instance = 0x40490002u;
 
 class FcTimerTest : public ModuleTest {
   protected:
-    /* The force flags live as long as the process; every test starts with none. */
+    // The force flags live as long as the process; every test starts with none.
     FcTimerTest() {
         std::fill(std::begin(vsanFcTimerForceFlags), std::end(vsanFcTimerForceFlags), uint8_t{0});
         platform.add_vsans({1, 2, 20, 30, 40});
         platform.manager = [this](const sent_request &request) { return serve(request); };
     }
 
-    /* The value of a timer at the manager (kind 1) and at the service (kind 5). */
+    // The value of a timer at the manager (kind 1) and at the service (kind 5).
     static uint32_t value_of(uint32_t kind, uint32_t vsan, uint32_t key) { return kind * 1000000 + vsan * 100 + key; }
 
-    /* VSANs that have no value at the service. */
+    // VSANs that have no value at the service.
     std::set<uint32_t> without_value;
 
-    /* Answers to the next timer requests, instead of values. */
+    // Answers to the next timer requests, instead of values.
     std::deque<scripted_reply> timer_answers;
 
-    /* Answers to the next requests for a VSAN, instead of the switch's. */
+    // Answers to the next requests for a VSAN, instead of the switch's.
     std::deque<scripted_reply> vsan_answers;
 
-    /* The VSANs whose timer was asked for, and those that a search started from. */
+    // The VSANs whose timer was asked for, and those that a search started from.
     static std::vector<uint32_t> timers_asked() {
         std::vector<uint32_t> result;
         for (const sent_request &request : timer_requests())
@@ -81,7 +81,7 @@ class FcTimerTest : public ModuleTest {
         platform.debug.clear();
     }
 
-    /* The whole history since the last forget_traces. */
+    // The whole history since the last forget_traces.
     static void expect_history(const std::vector<trace_line> &wanted) {
         EXPECT_EQ(platform.history.size(), wanted.size()) << all_traces();
         for (size_t i = 0; i < std::min(wanted.size(), platform.history.size()); ++i) {
@@ -96,7 +96,7 @@ class FcTimerTest : public ModuleTest {
         fc_timer_record record;
     };
 
-    /* header_vsanFcTimerEntry in a buffer as large as the agent's. */
+    // header_vsanFcTimerEntry in a buffer as large as the agent's.
     static lookup_result look_up(const registered_object &object, const oid_name &asked, int exact, int for_set = 0) {
         oid buffer[MAX_OID_LEN];
         std::copy(asked.begin(), asked.end(), buffer);

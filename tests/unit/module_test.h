@@ -1,5 +1,5 @@
-/* The fixture of the module's tests: a module that has been initialised, and the
- * rules that hold for every exchange checked at the end. */
+// The fixture of the module's tests: a module that has been initialised, and the
+// rules that hold for every exchange checked at the end.
 #ifndef MODULE_TEST_H
 #define MODULE_TEST_H
 
@@ -13,10 +13,8 @@
 #include "scripted_platform.h"
 #include "trace_places.h"
 
-/*
- * Whether `line` is `pattern`, where every '#' of the pattern stands for a source line
- * number: one or more digits.
- */
+// Whether `line` is `pattern`, where every '#' of the pattern stands for a source line
+// number: one or more digits.
 inline bool is_trace(const std::string &line, const std::string &pattern) {
     size_t at = 0;
     for (const char wanted : pattern) {
@@ -35,7 +33,7 @@ inline bool is_trace(const std::string &line, const std::string &pattern) {
 
 class ModuleTest : public testing::Test {
   protected:
-    /* The module is registered before the members of a fixture look for its objects. */
+    // The module is registered before the members of a fixture look for its objects.
     ModuleTest() {
         platform.reset();
         agent.reset();
@@ -66,7 +64,7 @@ class ModuleTest : public testing::Test {
         agent.reset();
     }
 
-    /* How many history lines of a class have this text ('#': a source line number). */
+    // How many history lines of a class have this text ('#': a source line number).
     static int traced(uint32_t trace_class, const std::string &pattern) {
         int count = 0;
         for (const trace_line &line : platform.history) {
@@ -76,7 +74,7 @@ class ModuleTest : public testing::Test {
         return count;
     }
 
-    /* Every history line, for messages of failed expectations. */
+    // Every history line, for messages of failed expectations.
     static std::string all_traces() {
         std::string result;
         for (const trace_line &line : platform.history)
@@ -84,8 +82,8 @@ class ModuleTest : public testing::Test {
         return result;
     }
 
-    /* Calls `visit` with every answer of GETNEXT from the object itself to its end, one PDU
-     * a step. */
+    // Calls `visit` with every answer of GETNEXT from the object itself to its end, one PDU
+    // a step.
     template <typename Visit> static void walk(registered_object &object, Visit visit) {
         oid_name at = object.name();
         for (int step = 0; step < 20; ++step) {
@@ -99,7 +97,7 @@ class ModuleTest : public testing::Test {
         ADD_FAILURE() << "the walk does not end";
     }
 
-    /* The rows that a walk of a column visits, in a table whose index is one number. */
+    // The rows that a walk of a column visits, in a table whose index is one number.
     static std::vector<oid> walk_of_indexes(uint8_t magic) {
         registered_object object(magic);
         std::vector<oid> seen;
@@ -107,7 +105,7 @@ class ModuleTest : public testing::Test {
         return seen;
     }
 
-    /* That the platform was asked just so often whom it restricts, about these names. */
+    // That the platform was asked just so often whom it restricts, about these names.
     static void expect_restriction_asked(const std::vector<oid_name> &names, int pdu_type) {
         ASSERT_EQ(platform.allowed_calls.size(), names.size());
         for (size_t i = 0; i < names.size(); ++i) {
@@ -119,7 +117,7 @@ class ModuleTest : public testing::Test {
         }
     }
 
-    /* What every read has in common, whoever asks. */
+    // What every read has in common, whoever asks.
     static void expect_envelope_of_read(const sent_request &request, uint32_t opcode, uint32_t length) {
         EXPECT_EQ(request.opcode, opcode);
         EXPECT_EQ(request.length, length);

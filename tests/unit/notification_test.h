@@ -1,5 +1,5 @@
-/* The fixture of the notifications' tests: an event handed to a callback as the agent
- * extension library does it, and the notification taken apart. */
+// The fixture of the notifications' tests: an event handed to a callback as the agent
+// extension library does it, and the notification taken apart.
 #ifndef NOTIFICATION_TEST_H
 #define NOTIFICATION_TEST_H
 
@@ -9,7 +9,7 @@
 
 #include "module_test.h"
 
-/* One variable binding, compared whole. */
+// One variable binding, compared whole.
 struct binding {
     oid_name name;
     uint8_t type;
@@ -32,24 +32,24 @@ inline std::ostream &operator<<(std::ostream &out, const binding &bound) {
 struct notification {
     int send;
     bool has_list;
-    oid_name name; /* of the length that the callback gave */
+    oid_name name; // of the length that the callback gave
     std::vector<binding> bindings;
 };
 
 class NotificationTest : public ModuleTest {
   protected:
-    /* A name below the module's root. */
+    // A name below the module's root.
     static oid_name below_root(std::initializer_list<oid> arcs) {
         oid_name name = {1, 3, 6, 1, 4, 1, EXPECTED_VENDOR_PEN, 9, 282};
         name.insert(name.end(), arcs);
         return name;
     }
 
-    /* An INTEGER as the agent keeps it: one long, however many bytes were given. */
+    // An INTEGER as the agent keeps it: one long, however many bytes were given.
     static binding integer_binding(const oid_name &name, int64_t number) { return {name, 0x02, as_long(number)}; }
 
-    /* What the callback of an event class makes of an event. The send flag comes as
-     * `send`, and the length as one that must not be taken for an answer. */
+    // What the callback of an event class makes of an event. The send flag comes as
+    // `send`, and the length as one that must not be taken for an answer.
     static notification deliver(uint32_t event_class, const mts_message *message, int send = 7) {
         oid trap[MAX_OID_LEN];
         std::fill(std::begin(trap), std::end(trap), oid{0xBAD});

@@ -14,7 +14,7 @@ struct Seen {
     uint32_t number;
 };
 
-/* What the handlers of `pdu` are told about their PDU when it is handed to them in `mode`. */
+// What the handlers of `pdu` are told about their PDU when it is handed to them in `mode`.
 Seen seen_by_handler(FakeObjects &objects, Pdu &pdu, int mode = MODE_GET) {
     Seen seen = {"(not called)", 0, 0};
     objects.on_read = [&](oid *, size_t *, int) {
@@ -137,7 +137,7 @@ TEST_F(ContextTest, AWriteMethodKnowsItsPduInEveryPhase) {
     EXPECT_EQ(users, std::vector<std::string>(4, "alice"));
 }
 
-/* A name that cannot be told from another user's once it is NUL-terminated. */
+// A name that cannot be told from another user's once it is NUL-terminated.
 void expect_restricted_to_nothing(FakeObjects &objects, const std::string &community) {
     fake_switch.reply = role_reply(0, {});
     Pdu pdu = Pdu::v2c(community);

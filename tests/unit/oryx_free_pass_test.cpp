@@ -29,7 +29,7 @@ std::vector<Call> operator+(std::vector<Call> calls, const std::vector<Call> &mo
     return calls;
 }
 
-/* A writable object of another module, in the style with one handler for all. */
+// A writable object of another module, in the style with one handler for all.
 class Neighbour {
   public:
     static inline const Oid NAME = {1, 3, 6, 1, 4, 1, 99999999, 7};
@@ -70,7 +70,7 @@ class FreePassTest : public OryxTest {
         };
     }
 
-    /* Has a write method fail in one phase of one varbind. */
+    // Has a write method fail in one phase of one varbind.
     void fail(int phase, const Oid &name) { failures.emplace_back(phase, name); }
 
     std::vector<Call> calls_in(int phase) const {
@@ -137,8 +137,8 @@ TEST_F(FreePassTest, AfterAFailedReservationTheAgentsOwnPassIsTheOnlyOne) {
     }
 }
 
-/* COMMIT is where write methods release what they hold, and the agent goes through all
- * varbinds whatever one of them says. It runs neither UNDO nor FREE then. */
+// COMMIT is where write methods release what they hold, and the agent goes through all
+// varbinds whatever one of them says. It runs neither UNDO nor FREE then.
 TEST_F(FreePassTest, AFailedCommitReachesEveryVarbindAndIsNotFollowedByAnything) {
     objects.on_write = [this, inner = objects.on_write](int action, const oid *name, size_t length) {
         inner(action, name, length);
@@ -206,7 +206,7 @@ TEST_F(FreePassTest, AnActionThatFailsInAnotherModuleFreesToo) {
     EXPECT_EQ(calls_in(MODE_SET_FREE), all_in(MODE_SET_FREE, {NAME_1, STATE_1}));
 }
 
-/* An administrator may put helpers of the agent in front of any object. */
+// An administrator may put helpers of the agent in front of any object.
 TEST_F(FreePassTest, VarbindsPassedOnOneByOneAreFreedOnce) {
     for (const Oid &column : {NAME_COLUMN, STATE_COLUMN})
         netsnmp_inject_handler(registration_of(column), netsnmp_get_serialize_handler());
@@ -221,8 +221,8 @@ TEST_F(FreePassTest, VarbindsPassedOnOneByOneAreFreedOnce) {
     EXPECT_EQ(std::vector<Call>(calls.end() - static_cast<long>(end.size()), calls.end()), end);
 }
 
-/* The old-style helper gives up a column at the first row without a write method: the
- * rows behind it were never reserved. */
+// The old-style helper gives up a column at the first row without a write method: the
+// rows behind it were never reserved.
 TEST_F(FreePassTest, RowsThatWereNotReservedAreNotFreed) {
     objects.is_writable = [](const oid *name, size_t length) { return name[length - 1] != 2; };
     Pdu pdu = Pdu::v2c("private");

@@ -18,7 +18,7 @@ int answer_nothing(netsnmp_mib_handler *, netsnmp_handler_registration *, netsnm
     return SNMP_ERR_NOERROR;
 }
 
-/* An object registered by something else than the module, in a context. */
+// An object registered by something else than the module, in a context.
 class OtherObject {
   public:
     explicit OtherObject(const Oid &name, const char *context = "") : name_(name), context_(context) {

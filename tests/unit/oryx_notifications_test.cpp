@@ -11,7 +11,7 @@ namespace {
 const Oid TRAP = under_root({1, 3, 0, 1});
 const Oid VSAN_ID = under_root({1, 1, 4, 0});
 
-/* The notifications that the agent sent: the names of each one's bindings. */
+// The notifications that the agent sent: the names of each one's bindings.
 struct Sent {
     std::vector<Oid> names;
     Oid trap_oid;
@@ -33,7 +33,7 @@ int keep_notification(int, int, void *argument, void *) {
     return SNMPERR_SUCCESS;
 }
 
-/* What the callback under test does with an event. */
+// What the callback under test does with an event.
 int send_flag = 1;
 bool return_bindings = true;
 size_t returned_trap_length = 0;
@@ -76,21 +76,21 @@ class NotificationsTest : public OryxTest {
         snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_SEND_TRAP2, keep_notification, nullptr, 1);
     }
 
-    /* Lets the agent run until it has tried to connect `attempts` times in all. */
+    // Lets the agent run until it has tried to connect `attempts` times in all.
     static void run_until_attempts(int attempts) {
         for (int turn = 0; turn < 20 && fake_switch.connect_attempts < attempts; ++turn)
             agent_turn();
         ASSERT_GE(fake_switch.connect_attempts, attempts);
     }
 
-    /* Does what the agent does when the timer is due, without waiting for it. */
+    // Does what the agent does when the timer is due, without waiting for it.
     static void fire_timer() {
         const snmp_alarm *timer = sa_find_next();
         ASSERT_NE(timer, nullptr);
         timer->thecallback(timer->clientreg, timer->clientarg);
     }
 
-    /* Events of one full turn, taken by it. */
+    // Events of one full turn, taken by it.
     static void storm() {
         for (unsigned i = 0; i < oryx::EVENTS_PER_TURN; ++i)
             fake_switch.publish(145, {1});
@@ -98,7 +98,7 @@ class NotificationsTest : public OryxTest {
         ASSERT_EQ(delivered.size(), oryx::EVENTS_PER_TURN);
     }
 
-    /* What the agent's loop waits for beside requests. */
+    // What the agent's loop waits for beside requests.
     static int watched_descriptors() {
         int descriptors = 0;
         fd_set readable, writable, exceptional;

@@ -14,7 +14,7 @@ allowed_vsan_list list_of(const std::vector<uint32_t> &vsans, uint32_t size = 51
     return list;
 }
 
-/* The number after `vsan` in the list, or 9999 for none. */
+// The number after `vsan` in the list, or 9999 for none.
 uint32_t next_in(const allowed_vsan_list &list, uint32_t vsan) {
     return snmp_get_next_allowed_vsan_in_list(&vsan, list) ? vsan : 9999;
 }
@@ -66,7 +66,7 @@ TEST(VsanList, AfterTheEndThereIsNoNextNumber) {
     EXPECT_EQ(snmp_get_next_allowed_vsan_in_list(nullptr, list), 0);
 }
 
-/* The decoder is shown replies on the heap, exactly as long as they say. */
+// The decoder is shown replies on the heap, exactly as long as they say.
 bool decodes(const std::vector<uint8_t> &reply) {
     static oryx::Role role;
     memset(&role, 0xff, sizeof(role));
@@ -135,10 +135,10 @@ TEST(RoleReply, ItHoldsUpToItsMostRanges) {
     EXPECT_FALSE(decodes(role_reply(1, {}, ranges)));
 }
 
-/* The functions as a handler calls them, within a PDU of alice's. */
+// The functions as a handler calls them, within a PDU of alice's.
 class RolesTest : public OryxTest {
   protected:
-    /* Runs `body` inside the handler of a fresh PDU. */
+    // Runs `body` inside the handler of a fresh PDU.
     void in_pdu(const std::function<void()> &body, const char *user = "alice") {
         Pdu pdu = Pdu::v3(user);
         pdu.add(NAME_COLUMN);
@@ -245,8 +245,8 @@ TEST_F(RolesTest, MemoryOfAnotherVersionIsReportedOnce) {
     EXPECT_EQ(log_lines_with("memory of another version"), 1u);
 }
 
-/* Switches that publish the generation of their settings. Each test has numbers of its
- * own, for what is kept outlasts it. */
+// Switches that publish the generation of their settings. Each test has numbers of its
+// own, for what is kept outlasts it.
 class KeptRolesTest : public RolesTest {
   protected:
     void SetUp() override {
@@ -256,7 +256,7 @@ class KeptRolesTest : public RolesTest {
         fake_switch.reply = role_reply(1, {7});
     }
 
-    /* Whether a PDU of the user's may touch VSAN 7 and nothing else. */
+    // Whether a PDU of the user's may touch VSAN 7 and nothing else.
     bool may_touch_7(const char *user = "alice") {
         bool result = false;
         in_pdu(
@@ -268,7 +268,7 @@ class KeptRolesTest : public RolesTest {
         return result;
     }
 
-    /* Whether a PDU of alice's asks for her role, and may not touch anything. */
+    // Whether a PDU of alice's asks for her role, and may not touch anything.
     bool asks_in_vain() {
         const size_t before = fake_switch.requests.size();
         bool result = false;

@@ -17,7 +17,7 @@ class RowGuardTest : public OryxTest {
         };
     }
 
-    /* Makes a read of row `from` answer with row `to`. */
+    // Makes a read of row `from` answer with row `to`.
     void answer_with_other_row(oid from, oid to) {
         objects.on_read = [from, to](oid *name, size_t *length, int) {
             if (name[*length - 1] == from)

@@ -1,5 +1,5 @@
-/* What the module relies on in the types of the platform's headers. A switch that brings
- * headers of its own must agree with every line here. */
+// What the module relies on in the types of the platform's headers. A switch that brings
+// headers of its own must agree with every line here.
 #include <gtest/gtest.h>
 
 #include <cstddef>

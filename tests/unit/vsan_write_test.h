@@ -1,5 +1,5 @@
-/* The fixture of the VSAN table's write tests: a switch that takes changes, the
- * requests of a SET compared whole, and lists that must be empty in the end. */
+// The fixture of the VSAN table's write tests: a switch that takes changes, the
+// requests of a SET compared whole, and lists that must be empty in the end.
 #ifndef VSAN_WRITE_TEST_H
 #define VSAN_WRITE_TEST_H
 
@@ -12,14 +12,14 @@
 #include "module_test.h"
 #include "set_pdu.h"
 
-/* Kinds of VSAN requests. */
+// Kinds of VSAN requests.
 constexpr uint32_t kind_get = 1;
 constexpr uint32_t kind_set = 3;
 constexpr uint32_t kind_delete = 4;
 
 constexpr uint32_t no_such_vsan = 0x40190001;
 
-/* One VSAN request as it must have been sent. */
+// One VSAN request as it must have been sent.
 struct wanted_request {
     uint32_t kind;
     bytes record;
@@ -41,7 +41,7 @@ class VsanWriteTest : public ModuleTest {
         ModuleTest::TearDown();
     }
 
-    /* The VSAN numbers of the records on a list, sorted. */
+    // The VSAN numbers of the records on a list, sorted.
     static std::vector<int64_t> listed(const indxobj_list &list) {
         std::vector<int64_t> numbers;
         for (const void *data : data_on(list))
@@ -50,7 +50,7 @@ class VsanWriteTest : public ModuleTest {
         return numbers;
     }
 
-    /* The one record on a list. */
+    // The one record on a list.
     static const vsanEntry &only_record(const indxobj_list &list) {
         const std::vector<const void *> all = data_on(list);
         if (all.size() != 1)
@@ -58,21 +58,21 @@ class VsanWriteTest : public ModuleTest {
         return *static_cast<const vsanEntry *>(all[0]);
     }
 
-    /* Statuses with which the switch answers {kind, VSAN}, instead of obeying. */
+    // Statuses with which the switch answers {kind, VSAN}, instead of obeying.
     std::map<std::pair<uint32_t, uint32_t>, scripted_reply> answers;
     void refuse(uint32_t kind, uint32_t vsan, uint32_t status) { answers[{kind, vsan}] = {status, 0, std::nullopt}; }
 
-    /* The records that the module's requests must carry. Both are 2108 bytes. */
+    // The records that the module's requests must carry. Both are 2108 bytes.
 
-    /* A VSAN that the switch has, as it is sent with a change: in-order delivery and
-     * drop latency 0, everything else as it stands. */
+    // A VSAN that the switch has, as it is sent with a change: in-order delivery and
+    // drop latency 0, everything else as it stands.
     static vsan_row unchanged(uint32_t vsan) {
         vsan_row row = platform.vsans.at(vsan);
         row.inorder = 0;
         row.drop_latency = 0;
         return row;
     }
-    /* A new VSAN with its default values. */
+    // A new VSAN with its default values.
     static vsan_row created(uint32_t vsan) {
         char name[16];
         snprintf(name, sizeof name, "VSAN%.4d", static_cast<int>(vsan));
@@ -82,7 +82,7 @@ class VsanWriteTest : public ModuleTest {
     static wanted_request lookup(uint32_t vsan) { return {kind_get, number_alone(vsan)}; }
     static wanted_request change(const vsan_row &row) { return {kind_set, row_record(row)}; }
     static wanted_request deletion(const vsan_row &row) { return {kind_delete, row_record(row)}; }
-    /* The part of a record that belongs to the manager is zero in a new row. */
+    // The part of a record that belongs to the manager is zero in a new row.
     static wanted_request creation(const vsan_row &row) {
         bytes record = row_record(row);
         std::fill(record.begin() + 76, record.end(), uint8_t{0});
@@ -90,7 +90,7 @@ class VsanWriteTest : public ModuleTest {
     }
     static wanted_request deletion_of_new(uint32_t vsan) { return {kind_delete, number_alone(vsan)}; }
 
-    /* Compares all requests sent, whole, with these, and forgets them. */
+    // Compares all requests sent, whole, with these, and forgets them.
     static void expect_requests(const std::vector<wanted_request> &wanted) {
         std::string sent;
         for (const sent_request &request : platform.requests)
@@ -103,8 +103,8 @@ class VsanWriteTest : public ModuleTest {
         platform.requests.clear();
     }
 
-    /* Compares the history, but for the lookups' own lines, with these lines ('#': a
-     * source line number), and forgets it. */
+    // Compares the history, but for the lookups' own lines, with these lines ('#': a
+    // source line number), and forgets it.
     static void expect_traces(const std::vector<std::pair<uint32_t, std::string>> &wanted) {
         std::vector<trace_line> lines;
         for (const trace_line &line : platform.history) {

@@ -192,7 +192,7 @@ TEST_F(DaemonTest, process_of_a_stranger_is_refused_whatever_the_file_permission
         const auto first = daemon->said().find(line);
         ASSERT_NE(first, std::string::npos);
         EXPECT_EQ(daemon->said().find(line, first + 1), std::string::npos) << "said once";
-        /* The next daemon would not take over a folder that others may write in. */
+        // The next daemon would not take over a folder that others may write in.
         ASSERT_EQ(chmod((folder_ / "state").c_str(), 0700), 0);
     }
 }

@@ -1,15 +1,13 @@
-/*
- * boundlog FILE: writes standard input to a log until its end, and keeps the log from filling
- * the disk, whatever the programs behind it say and whoever makes them say it:
- *
- * - FILE never holds more than `max_size` bytes. When the next line would not fit, FILE becomes
- *   FILE.old, in the place of the former one, and begins anew.
- * - Beyond its first `small_size` bytes FILE grows only while the disk has `reserve` bytes left:
- *   those are the database's, which lies on the same disk. What is not written is counted, and
- *   the count is written when there is room again.
- *
- * It goes on reading whatever happens to FILE, so that nobody waits for a log.
- */
+// boundlog FILE: writes standard input to a log until its end, and keeps the log from filling
+// the disk, whatever the programs behind it say and whoever makes them say it:
+//
+// - FILE never holds more than `max_size` bytes. When the next line would not fit, FILE becomes
+//   FILE.old, in the place of the former one, and begins anew.
+// - Beyond its first `small_size` bytes FILE grows only while the disk has `reserve` bytes left:
+//   those are the database's, which lies on the same disk. What is not written is counted, and
+//   the count is written when there is room again.
+//
+// It goes on reading whatever happens to FILE, so that nobody waits for a log.
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -47,13 +45,13 @@ class BoundedLog {
     size_t append_once(std::string_view text);
 
     std::string path_;
-    int file_ = -1; /* none while the file cannot be opened */
+    int file_ = -1; // none while the file cannot be opened
     uint64_t size_ = 0;
-    uint64_t left_out_ = 0; /* bytes since the last that were written */
+    uint64_t left_out_ = 0; // bytes since the last that were written
 };
 
 void BoundedLog::open_file() {
-    /* Without O_NONBLOCK, opening a FIFO would wait for a reader. */
+    // Without O_NONBLOCK, opening a FIFO would wait for a reader.
     file_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
     struct stat status {};
     if (file_ >= 0 && (fstat(file_, &status) != 0 || !S_ISREG(status.st_mode)))
@@ -69,7 +67,7 @@ void BoundedLog::close_file() {
 
 void BoundedLog::begin_anew() {
     close_file();
-    /* Should it keep its name, it is emptied: it is the bound that counts. */
+    // Should it keep its name, it is emptied: it is the bound that counts.
     if (rename(path_.c_str(), (path_ + ".old").c_str()) != 0 && truncate(path_.c_str(), 0) != 0)
         unlink(path_.c_str());
     size_ = 0;
@@ -81,7 +79,7 @@ bool BoundedLog::has_room(size_t length) const {
                                             uint64_t{disk.f_bavail} * disk.f_frsize >= reserve + length);
 }
 
-/* Writes what the disk takes, and returns how much that was. */
+// Writes what the disk takes, and returns how much that was.
 size_t BoundedLog::append_once(std::string_view text) {
     if (file_ < 0)
         open_file();
@@ -105,7 +103,7 @@ void BoundedLog::append(std::string_view text) {
     left_out_ += text.size() - (left_out_ == 0 ? append_once(text) : 0);
 }
 
-/* A log ends where a line does, where it can. */
+// A log ends where a line does, where it can.
 void BoundedLog::write(std::string_view text) {
     while (!text.empty()) {
         const uint64_t room = max_size - std::min(size_, max_size);
@@ -132,7 +130,7 @@ int main(int argc, char **argv) {
         std::fputs("Usage: boundlog FILE\n", stderr);
         return 2;
     }
-    /* A file that may not grow is an error of the call. */
+    // A file that may not grow is an error of the call.
     std::signal(SIGXFSZ, SIG_IGN);
     BoundedLog log(argv[1]);
     char text[16384];
@@ -142,7 +140,7 @@ int main(int argc, char **argv) {
         if (got < 0 && errno == EINTR)
             continue;
         size += got > 0 ? static_cast<size_t>(got) : 0;
-        /* A line is written as a whole, unless it is longer than this or never ends. */
+        // A line is written as a whole, unless it is longer than this or never ends.
         const size_t end = std::string_view(text, size).rfind('\n') + 1;
         const size_t whole = got <= 0 || (end == 0 && size == sizeof text) ? size : end;
         log.write({text, whole});

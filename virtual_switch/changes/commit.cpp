@@ -24,7 +24,7 @@ std::optional<VsanState> state_of(const SwitchModel &model, uint32_t id) {
     return VsanState{vsan->admin_state, model.is_up(id) ? OPER_STATE_UP : OPER_STATE_DOWN};
 }
 
-/* The VSANs whose state a change may affect, with the state that they have. */
+// The VSANs whose state a change may affect, with the state that they have.
 std::map<uint32_t, std::optional<VsanState>> affected_vsans(const SwitchModel &model, const Change &change) {
     std::map<uint32_t, std::optional<VsanState>> states;
     const auto add = [&](uint32_t id) { states.emplace(id, state_of(model, id)); };

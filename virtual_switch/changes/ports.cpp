@@ -1,4 +1,4 @@
-/* Changes the ports: their VSAN, their deny list, their link. */
+// Changes the ports: their VSAN, their deny list, their link.
 #include "changes/commit.h"
 #include "contract/status_codes.h"
 #include "model/rules.h"
@@ -7,7 +7,7 @@ namespace vswitch {
 
 namespace {
 
-/* REQUIRES: the port exists. */
+// REQUIRES: the port exists.
 uint32_t replace_port(Switch &the_switch, uint32_t if_index, const Port &port) {
     if (port == *the_switch.model.port(if_index))
         return STATUS_SUCCESS;
@@ -16,7 +16,7 @@ uint32_t replace_port(Switch &the_switch, uint32_t if_index, const Port &port) {
     return commit(the_switch, change);
 }
 
-/* Changes what needs no right beyond that to the port itself. */
+// Changes what needs no right beyond that to the port itself.
 template <typename Edit>
 uint32_t edit_port(Switch &the_switch, const Requester &requester, uint32_t if_index, Edit edit) {
     if (const uint32_t status = check_interface_right(the_switch, requester, if_index); status != STATUS_SUCCESS)

@@ -1,4 +1,4 @@
-/* Adds and removes roles, in their file and in force. */
+// Adds and removes roles, in their file and in force.
 #include <algorithm>
 #include <spdlog/spdlog.h>
 
@@ -11,8 +11,8 @@ namespace vswitch {
 
 namespace {
 
-/* Has `edit` change the list of roles, which may refuse with a status, and brings the
- * result into force. */
+// Has `edit` change the list of roles, which may refuse with a status, and brings the
+// result into force.
 template <typename Edit>
 uint32_t edit_roles(Switch &the_switch, const Requester &requester, std::string *sentence, Edit edit) {
     if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS)

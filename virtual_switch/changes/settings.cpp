@@ -1,4 +1,4 @@
-/* Changes the settings of the whole switch, but for the fabric timers. */
+// Changes the settings of the whole switch, but for the fabric timers.
 #include "changes/commit.h"
 #include "contract/status_codes.h"
 #include "model/rules.h"

@@ -1,4 +1,4 @@
-/* Changes the fabric timers, at once or through a session of the distribution service. */
+// Changes the fabric timers, at once or through a session of the distribution service.
 #include <algorithm>
 
 #include "changes/commit.h"
@@ -9,7 +9,7 @@ namespace vswitch {
 
 namespace {
 
-constexpr uint32_t whole_switch = 0; /* in place of a VSAN number */
+constexpr uint32_t whole_switch = 0; // in place of a VSAN number
 
 std::optional<uint32_t> pending_timer(const SwitchModel &model, uint32_t vsan, Timer timer) {
     if (!model.session())
@@ -18,10 +18,8 @@ std::optional<uint32_t> pending_timer(const SwitchModel &model, uint32_t vsan, T
     return pending.contains(vsan) ? pending.at(vsan)[timer] : std::nullopt;
 }
 
-/*
- * The timers as they will be: what is pending counts as if it were committed. One value
- * may stand in for that of a change that is being considered.
- */
+// The timers as they will be: what is pending counts as if it were committed. One value
+// may stand in for that of a change that is being considered.
 class FutureTimers {
   public:
     FutureTimers(const SwitchModel &model, uint32_t vsan, Timer timer, uint32_t value)
@@ -33,7 +31,7 @@ class FutureTimers {
         return distributed_switch_timer(model_, timer);
     }
 
-    /* The VSAN's own value, or nothing when it follows the switch. */
+    // The VSAN's own value, or nothing when it follows the switch.
     std::optional<uint32_t> own(uint32_t vsan, Timer timer) const {
         if (vsan == vsan_ && timer == timer_)
             return value_;
@@ -56,8 +54,8 @@ class FutureTimers {
     uint32_t value_;
 };
 
-/* Whether E_D_TOV stays below R_A_TOV wherever the change is felt. A VSAN in which the
- * order was forced before, and which does not follow the changed value, is no obstacle. */
+// Whether E_D_TOV stays below R_A_TOV wherever the change is felt. A VSAN in which the
+// order was forced before, and which does not follow the changed value, is no obstacle.
 bool keeps_order(const SwitchModel &model, uint32_t vsan, Timer timer, uint32_t value) {
     if (timer != Timer::e_d_tov && timer != Timer::r_a_tov)
         return true;
@@ -72,12 +70,12 @@ bool keeps_order(const SwitchModel &model, uint32_t vsan, Timer timer, uint32_t 
     });
 }
 
-/* The requester may have the session: none is open, or it is the requester's own. */
+// The requester may have the session: none is open, or it is the requester's own.
 bool holds_session(const SwitchModel &model, const Requester &requester) {
     return model.distribution() != Distribution::in_session || model.session()->user == requester.user;
 }
 
-/* REQUIRES: the requester has the right, and the VSAN, if it is not the switch, exists. */
+// REQUIRES: the requester has the right, and the VSAN, if it is not the switch, exists.
 uint32_t set_timer(Switch &the_switch, const Requester &requester, uint32_t vsan, Timer timer, uint32_t value,
                    bool force) {
     if (const uint32_t status = check_timer(timer, value); status != STATUS_SUCCESS)
@@ -113,7 +111,7 @@ uint32_t set_timer(Switch &the_switch, const Requester &requester, uint32_t vsan
     return commit(the_switch, change);
 }
 
-/* STATUS_SUCCESS, or why the requester may not end the session. */
+// STATUS_SUCCESS, or why the requester may not end the session.
 uint32_t check_session_right(const Switch &the_switch, const Requester &requester) {
     if (the_switch.model.distribution() != Distribution::in_session)
         return STATUS_TDX_NO_SESSION;

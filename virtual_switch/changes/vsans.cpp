@@ -1,4 +1,4 @@
-/* Creates, changes and deletes VSANs. */
+// Creates, changes and deletes VSANs.
 #include "changes/commit.h"
 #include "contract/status_codes.h"
 #include "model/configuration.h"

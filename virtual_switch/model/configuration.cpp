@@ -32,7 +32,7 @@ void read_name(const JsonReader &reader, const Json &object, const std::string &
             fmt::format("{}: \"name\" must be 1 to {} printable characters without blanks", place, VSAN_NAME_MAX));
 }
 
-/* Reads a key whose value is one of two words. */
+// Reads a key whose value is one of two words.
 void read_word(const JsonReader &reader, const Json &object, const char *key, const std::string &place,
                std::span<const Word, 2> words, uint32_t &value) {
     const auto found = object.find(key);
@@ -92,11 +92,10 @@ void add_default_vsan(SwitchData &data, uint32_t id) {
     }
 }
 
-/* Makes each VSAN once, however many ranges have it. */
+// Makes each VSAN once, however many ranges have it.
 void read_vsan_ranges(const JsonReader &reader, const Json &json, SwitchData &data) {
     reader.expect_array(json, "\"vsanRange\"");
-    std::array<int32_t, VSAN_NUMBER_MAX + 2>
-        begun{}; /* ranges that begin at a number, less those that ended before it */
+    std::array<int32_t, VSAN_NUMBER_MAX + 2> begun{}; // ranges that begin at a number, less those that ended before it
     for (const Json &range : json) {
         reader.expect_object(range, "a VSAN range", {"first", "last"});
         if (!range.contains("first") || !range.contains("last"))
@@ -210,8 +209,8 @@ void read_distribution(const JsonReader &reader, const Json &json, SwitchData &d
     }
 }
 
-/* In each VSAN the timers must be in order, and in the distribution service's record of it,
- * which becomes the VSAN's own when it is committed. */
+// In each VSAN the timers must be in order, and in the distribution service's record of it,
+// which becomes the VSAN's own when it is committed.
 void check_timer_orders(const JsonReader &reader, const SwitchData &data) {
     const auto require_order = [&](const std::string &place, const auto &value_of) {
         if (!are_timers_in_order(value_of))
@@ -254,7 +253,7 @@ SwitchData parse_configuration(std::string_view text, const std::string &source)
 }
 
 SwitchData load_configuration(const std::string &path) {
-    /* The operator may name a link; it is in the daemon's own folders that there must be none. */
+    // The operator may name a link; it is in the daemon's own folders that there must be none.
     std::error_code error;
     const std::filesystem::path file = std::filesystem::canonical(path, error);
     const auto text = read_file(error ? path : file.string(), max_configuration_file);
@@ -275,7 +274,7 @@ SwitchData empty_configuration() {
 }
 
 void give_identity(SwitchData &data) {
-    /* A name of the locally assigned kind (first digit 3), so that it is nobody's. */
+    // A name of the locally assigned kind (first digit 3), so that it is nobody's.
     std::random_device random;
     const uint64_t drawn = uint64_t{random()} << 32 | random();
     data.settings.wwn = uint64_t{3} << 60 | drawn >> 4;

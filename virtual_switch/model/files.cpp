@@ -38,7 +38,7 @@ class Descriptor {
 } // namespace
 
 std::optional<std::string> read_file(const std::string &path, size_t max_size) {
-    /* Without O_NONBLOCK, opening a FIFO would wait for a writer. */
+    // Without O_NONBLOCK, opening a FIFO would wait for a writer.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     if (file.get() < 0) {
         if (errno == ENOENT)
@@ -126,7 +126,7 @@ bool ensure_directory(const std::string &path, const char *purpose) {
 }
 
 std::optional<FileState> file_state(const std::string &path) {
-    /* The call whose numbers have 64 bits on every machine. */
+    // The call whose numbers have 64 bits on every machine.
     struct statx status {};
     if (statx(AT_FDCWD, path.c_str(), 0, STATX_INO | STATX_SIZE | STATX_MTIME, &status) != 0)
         return std::nullopt;

@@ -1,6 +1,6 @@
-/* Reads the operator's JSON files strictly: a key that nobody asked for, a key given
- * twice, a value of the wrong type or outside its range is an error that names the
- * place. Included by the readers of such files only; the JSON library is heavy. */
+// Reads the operator's JSON files strictly: a key that nobody asked for, a key given
+// twice, a value of the wrong type or outside its range is an error that names the
+// place. Included by the readers of such files only; the JSON library is heavy.
 #ifndef VSWITCH_JSON_READER_H
 #define VSWITCH_JSON_READER_H
 
@@ -22,12 +22,12 @@ class JsonReader {
   public:
     using Json = nlohmann::json;
 
-    /* Far more than anything here needs; copying a value takes stack for each level. */
+    // Far more than anything here needs; copying a value takes stack for each level.
     static constexpr int max_depth = 32;
 
     explicit JsonReader(std::string source) : source_(std::move(source)) {}
 
-    /* Parses a whole text whose top is an object. Throws Refusal, as all functions here. */
+    // Parses a whole text whose top is an object. Throws Refusal, as all functions here.
     Json parse_object(std::string_view text) const {
         Check check(*this);
         Json::sax_parse(text, &check);
@@ -37,7 +37,7 @@ class JsonReader {
         return json;
     }
 
-    /* `json` must be an object with none but these keys. `place` names it in errors. */
+    // `json` must be an object with none but these keys. `place` names it in errors.
     void expect_object(const Json &json, const std::string &place, std::initializer_list<std::string_view> keys) const {
         if (!json.is_object())
             fail(place + " must be an object");
@@ -64,7 +64,7 @@ class JsonReader {
         fail(fmt::format("{} must be a whole number from {} to {}", place, allowed.least, allowed.greatest));
     }
 
-    /* Like number, for a key that may be left out. */
+    // Like number, for a key that may be left out.
     void optional_number(const Json &object, const char *key, const std::string &place, Range allowed,
                          uint32_t &value) const {
         const auto found = object.find(key);
@@ -91,7 +91,7 @@ class JsonReader {
         throw Refusal(fmt::format("Cannot use {}: {}.", source_, reason));
     }
 
-    /* A text as it may stand in an error message: one line, not too long. */
+    // A text as it may stand in an error message: one line, not too long.
     static std::string printable(std::string_view text) {
         std::string shown;
         for (const char c : text.substr(0, 64))
@@ -100,8 +100,8 @@ class JsonReader {
     }
 
   private:
-    /* Refuses what is no JSON, and what JSON allows and nobody means. The library's own
-     * parser with a callback looks at a whole list again behind each object in it. */
+    // Refuses what is no JSON, and what JSON allows and nobody means. The library's own
+    // parser with a callback looks at a whole list again behind each object in it.
     class Check final : public nlohmann::json_sax<Json> {
       public:
         explicit Check(const JsonReader &reader) : reader_(reader) {}
@@ -145,7 +145,7 @@ class JsonReader {
         }
 
         const JsonReader &reader_;
-        std::vector<std::set<std::string>> keys_; /* of each object that is open; of a list, none */
+        std::vector<std::set<std::string>> keys_; // of each object that is open; of a list, none
     };
 
     std::string source_;

@@ -18,7 +18,7 @@ constexpr size_t max_role_file = 4u << 20;
 constexpr size_t max_user_name = MTS_WIRE_MAX_USER;
 constexpr size_t max_users = 4096;
 
-/* Sorts ranges and joins those that overlap or touch. */
+// Sorts ranges and joins those that overlap or touch.
 void normalise(std::vector<Range> &ranges) {
     std::sort(ranges.begin(), ranges.end());
     std::vector<Range> joined;
@@ -31,7 +31,7 @@ void normalise(std::vector<Range> &ranges) {
     ranges = std::move(joined);
 }
 
-/* What somebody may touch who has a role besides. */
+// What somebody may touch who has a role besides.
 Permission extend(Permission permission, const Role &role) {
     for (const auto &[first, last] : role.vsans)
         for (uint32_t vsan = first; vsan <= last; ++vsan)
@@ -41,7 +41,7 @@ Permission extend(Permission permission, const Role &role) {
     return permission;
 }
 
-/* Reads "5" or "5-9". */
+// Reads "5" or "5-9".
 Range parse_range(const JsonReader &reader, const std::string &text, const std::string &place, Range allowed) {
     Range range{};
     const char *end = text.data() + text.size();
@@ -88,7 +88,7 @@ const Permission *Roles::find(std::string_view user) const {
 void Roles::add(Role role) {
     static uint64_t last_version = 0;
     version_ = ++last_version;
-    std::map<std::shared_ptr<const Permission>, std::shared_ptr<const Permission>> extended; /* by what it was */
+    std::map<std::shared_ptr<const Permission>, std::shared_ptr<const Permission>> extended; // by what it was
     for (const std::string &user : role.users) {
         std::shared_ptr<const Permission> &present = users_[user];
         std::shared_ptr<const Permission> &granted = extended[present];

@@ -24,7 +24,7 @@ std::string user_name(uid_t number) {
     return entry ? entry->pw_name : fmt::format("user {}", number);
 }
 
-/* Opens a folder, but not what a link leads to. None if it has gone meanwhile. */
+// Opens a folder, but not what a link leads to. None if it has gone meanwhile.
 Folder open_folder(int parent, const char *name, const std::string &path) {
     const int descriptor = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     Folder folder(descriptor >= 0 ? fdopendir(descriptor) : nullptr, closedir);
@@ -55,7 +55,7 @@ void check_entry(const std::string &path, const struct stat &status, bool is_ope
                                   path));
 }
 
-/* The status of what a folder was opened as. */
+// The status of what a folder was opened as.
 struct stat status_of(const Folder &folder, const std::string &path) {
     struct stat status {};
     if (fstat(dirfd(folder.get()), &status) != 0)
@@ -70,7 +70,7 @@ void check_folder(const Folder &folder, const std::string &path, bool is_open) {
         const std::string name = entry->d_name;
         const std::string inner_path = path + "/" + name;
         struct stat status {};
-        /* What comes and goes while an agent runs may have gone. */
+        // What comes and goes while an agent runs may have gone.
         if (name == "." || name == ".." || fstatat(descriptor, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
             continue;
         check_entry(inner_path, status, is_open);

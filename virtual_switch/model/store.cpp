@@ -18,11 +18,11 @@ namespace vswitch {
 
 namespace {
 
-/* "VSAN", so that another program's database is not taken for ours. */
+// "VSAN", so that another program's database is not taken for ours.
 constexpr int64_t application_id = 0x5653414e;
 constexpr int busy_milliseconds = 2000;
 
-/* Names may be empty, which is no conflict. A timer's key is that of enum Timer. */
+// Names may be empty, which is no conflict. A timer's key is that of enum Timer.
 constexpr const char *steps_since_empty[] = {
     R"sql(
     CREATE TABLE setting (
@@ -62,7 +62,7 @@ constexpr const char *steps_since_empty[] = {
         PRIMARY KEY (vsan, timer)
     ) STRICT, WITHOUT ROWID;
     )sql",
-    /* A user's name is bytes; VSAN 0 stands for the whole switch. */
+    // A user's name is bytes; VSAN 0 stands for the whole switch.
     R"sql(
     INSERT INTO setting VALUES ('tdx_fctimer_refusing', 0), ('status_events', 1);
     CREATE TABLE timer_session (
@@ -82,7 +82,7 @@ int64_t pragma(SQLite::Database &database, const char *name) {
     return database.execAndGet(fmt::format("PRAGMA {}", name)).getInt64();
 }
 
-/* A column that must hold a number from 0 to `highest`. */
+// A column that must hold a number from 0 to `highest`.
 uint32_t number(const SQLite::Column &column, uint32_t highest = UINT32_MAX) {
     const int64_t value = column.getInt64();
     if (!column.isInteger() || value < 0 || value > highest)
@@ -163,7 +163,7 @@ SwitchData read_data(SQLite::Database &database) {
     return data;
 }
 
-/* Closing a database writes its log into it and removes the log's name, unless told. */
+// Closing a database writes its log into it and removes the log's name, unless told.
 void leave_files_at_close(SQLite::Database &database) {
     sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 }
@@ -173,7 +173,7 @@ bool has_content(const std::string &path) {
     return stat(path.c_str(), &status) == 0 && status.st_size > 0;
 }
 
-/* `path` as a file URI. */
+// `path` as a file URI.
 std::string uri_of(const std::string &path, const char *parameters) {
     std::string uri = "file:";
     for (const char c : path) {
@@ -185,15 +185,13 @@ std::string uri_of(const std::string &path, const char *parameters) {
     return uri + parameters;
 }
 
-/*
- * Looks at a database without changing its files, and returns what it holds, or nothing
- * when its schema is older.
- *
- * Without a write-ahead log the file is declared immutable, so that SQLite makes no
- * files beside it. With one, left by a crash, its content counts; its index is then made in
- * memory, which takes a lock that a file opened for reading cannot have. Nobody asks for it:
- * the state folder is locked.
- */
+// Looks at a database without changing its files, and returns what it holds, or nothing
+// when its schema is older.
+//
+// Without a write-ahead log the file is declared immutable, so that SQLite makes no
+// files beside it. With one, left by a crash, its content counts; its index is then made in
+// memory, which takes a lock that a file opened for reading cannot have. Nobody asks for it:
+// the state folder is locked.
 std::optional<SwitchData> inspect(const std::string &path, SchemaSteps steps) {
     if (!has_content(path))
         throw Damage("it is empty");
@@ -218,15 +216,15 @@ std::optional<SwitchData> inspect(const std::string &path, SchemaSteps steps) {
     return read_data(database);
 }
 
-/* The lock comes first: without it, the log's index would be a file. */
+// The lock comes first: without it, the log's index would be a file.
 void configure(SQLite::Database &database) {
     database.exec("PRAGMA locking_mode = EXCLUSIVE");
     database.exec("PRAGMA journal_mode = WAL");
     database.exec("PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA trusted_schema = OFF");
 }
 
-/* A log without its database, left by somebody who has moved only that away, would be taken
- * for the log of the next one. It stays beside, for the day when the database comes back. */
+// A log without its database, left by somebody who has moved only that away, would be taken
+// for the log of the next one. It stays beside, for the day when the database comes back.
 void set_log_aside(const std::string &path) {
     for (const char *suffix : {"-wal", "-journal"}) {
         const std::string log = path + suffix;
@@ -341,7 +339,7 @@ void Store::write_once(const Change &change, const SwitchData &present) {
     transaction.commit();
 }
 
-/* On a small disk it may be the log of what has been written already that takes the room. */
+// On a small disk it may be the log of what has been written already that takes the room.
 bool Store::make_room() {
     try {
         return database_->execAndGet("PRAGMA wal_checkpoint(TRUNCATE)").getInt() == 0;

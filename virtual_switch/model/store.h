@@ -1,14 +1,12 @@
-/*
- * The switch's database, `switch.db` in the state folder.
- *
- * It is one SQLite file in write-ahead mode, synchronous FULL: what a transaction has
- * written is on the disk when it ends. `application_id` says that the file is ours,
- * `user_version` which schema it has; opening an older one migrates it.
- *
- * One process owns it: it locks the database for as long as it is open, so that the index of
- * the log is in memory of its own. In a file that others can cut off, reading it would be a
- * signal that ends the switch.
- */
+// The switch's database, `switch.db` in the state folder.
+//
+// It is one SQLite file in write-ahead mode, synchronous FULL: what a transaction has
+// written is on the disk when it ends. `application_id` says that the file is ours,
+// `user_version` which schema it has; opening an older one migrates it.
+//
+// One process owns it: it locks the database for as long as it is open, so that the index of
+// the log is in memory of its own. In a file that others can cut off, reading it would be a
+// signal that ends the switch.
 #ifndef VSWITCH_STORE_H
 #define VSWITCH_STORE_H
 
@@ -28,48 +26,44 @@ namespace vswitch {
 
 class StoreWriter;
 
-/* The steps from an empty file to the present schema. Step n, counted from 0, is SQL
- * that leads from version n to version n + 1. Steps are only ever appended. */
+// The steps from an empty file to the present schema. Step n, counted from 0, is SQL
+// that leads from version n to version n + 1. Steps are only ever appended.
 using SchemaSteps = std::span<const char *const>;
 SchemaSteps schema_steps();
 
 class Store {
   public:
-    /* Locks the state folder `directory`, which must exist, for as long as this object
-     * lives. Throws Refusal when another daemon has it. */
+    // Locks the state folder `directory`, which must exist, for as long as this object
+    // lives. Throws Refusal when another daemon has it.
     explicit Store(std::string directory);
     ~Store();
     Store(const Store &) = delete;
     Store &operator=(const Store &) = delete;
 
-    /* Whether the folder has a database. */
+    // Whether the folder has a database.
     bool exists() const;
 
-    /* Makes the database. It appears under its name only when it is complete, so that a
-     * failure half-way leaves none. REQUIRES: !exists(). Throws Refusal. */
+    // Makes the database. It appears under its name only when it is complete, so that a
+    // failure half-way leaves none. REQUIRES: !exists(). Throws Refusal.
     void create(const SwitchData &data);
 
-    /*
-     * Checks the database, migrates it when it is older, opens it and returns what it
-     * holds. Throws Refusal for a database that is damaged, newer than `steps` or not a
-     * switch's; its files are then as they were, byte for byte.
-     */
+    // Checks the database, migrates it when it is older, opens it and returns what it
+    // holds. Throws Refusal for a database that is damaged, newer than `steps` or not a
+    // switch's; its files are then as they were, byte for byte.
     SwitchData open(SchemaSteps steps = schema_steps());
 
-    /*
-     * Writes a change in one transaction and returns when it is on the disk; `present` is
-     * what the database holds. False when that failed, for instance on a full disk, or when
-     * somebody has removed, replaced or written the database or its log since the last
-     * write: the database is as it was, and a later change may succeed. The first of several
-     * failures of a kind is logged. REQUIRES: the database is open, and `change` fits what it
-     * holds.
-     */
+    // Writes a change in one transaction and returns when it is on the disk; `present` is
+    // what the database holds. False when that failed, for instance on a full disk, or when
+    // somebody has removed, replaced or written the database or its log since the last
+    // write: the database is as it was, and a later change may succeed. The first of several
+    // failures of a kind is logged. REQUIRES: the database is open, and `change` fits what it
+    // holds.
     bool write(const Change &change, const SwitchData &present);
 
     const std::string &path() const { return path_; }
 
   private:
-    /* Why changes fail. */
+    // Why changes fail.
     enum class Trouble { none, unwritable, not_ours };
 
     bool try_to_write(const Change &change, const SwitchData &present);
@@ -77,7 +71,7 @@ class Store {
     bool make_room();
     bool refuse(Trouble why, const std::string &sentence);
 
-    /* The database and its log, as they are under their names. */
+    // The database and its log, as they are under their names.
     struct Files {
         std::optional<FileState> database;
         std::optional<FileState> log;
@@ -86,7 +80,7 @@ class Store {
     };
     Files files() const;
 
-    /* Has both files expected as they are now, but not others in their places. */
+    // Has both files expected as they are now, but not others in their places.
     void expect_files();
 
     std::string directory_;
@@ -95,7 +89,7 @@ class Store {
     Lock lock_;
     std::unique_ptr<SQLite::Database> database_;
     std::unique_ptr<StoreWriter> writer_;
-    Files expected_; /* as this process has left them */
+    Files expected_; // as this process has left them
     Trouble trouble_ = Trouble::none;
 };
 

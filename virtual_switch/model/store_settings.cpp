@@ -6,7 +6,7 @@ namespace vswitch {
 
 namespace {
 
-/* A member of an object, or of a member of it. */
+// A member of an object, or of a member of it.
 template <auto First, auto... Rest> auto &member_of(auto &object) {
     if constexpr (sizeof...(Rest) == 0)
         return object.*First;

@@ -9,13 +9,13 @@ namespace vswitch {
 
 namespace {
 
-/* An empty vector has no address, and a null pointer would be bound as NULL. */
+// An empty vector has no address, and a null pointer would be bound as NULL.
 void bind_bytes(SQLite::Statement &statement, int index, const void *bytes, size_t size) {
     statement.bind(index, size == 0 ? "" : bytes, static_cast<int>(size));
 }
 
-/* Runs a statement that is ready, and makes it ready for the next time. One that failed is
- * made ready before it is bound again. */
+// Runs a statement that is ready, and makes it ready for the next time. One that failed is
+// made ready before it is bound again.
 template <typename... Values> void run(SQLite::Statement &statement, const Values &...values) {
     statement.tryReset();
     if constexpr (sizeof...(values) > 0)
@@ -53,7 +53,7 @@ void StoreWriter::TimerTable::replace(uint32_t vsan, const PartialTimers &timers
     write(vsan, timers);
 }
 
-/* A VSAN's REPLACE would delete the row first, and with it what refers to it. */
+// A VSAN's REPLACE would delete the row first, and with it what refers to it.
 StoreWriter::StoreWriter(SQLite::Database &database)
     : setting_(database, "INSERT OR REPLACE INTO setting VALUES (?, ?)"),
       vsan_(database, "INSERT INTO vsan VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10) ON CONFLICT (id) DO "
@@ -104,7 +104,7 @@ void StoreWriter::write(const SwitchData &data) {
         pending_timers_.write(vsan, timers);
 }
 
-/* The order is that of the references: rows appear before others refer to them. */
+// The order is that of the references: rows appear before others refer to them.
 void StoreWriter::write(const Change &change, const SwitchData &present) {
     if (change.settings)
         write(*change.settings, &present.settings);

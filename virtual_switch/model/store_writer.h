@@ -1,4 +1,4 @@
-/* What is written to the database, and how. */
+// What is written to the database, and how.
 #ifndef VSWITCH_STORE_WRITER_H
 #define VSWITCH_STORE_WRITER_H
 
@@ -10,21 +10,21 @@
 
 namespace vswitch {
 
-/* Its statements are prepared once: preparing one takes longer than running it. All
- * functions throw SQLite::Exception and are called within a transaction. */
+// Its statements are prepared once: preparing one takes longer than running it. All
+// functions throw SQLite::Exception and are called within a transaction.
 class StoreWriter {
   public:
-    /* `database` has the present schema and outlives the writer. */
+    // `database` has the present schema and outlives the writer.
     explicit StoreWriter(SQLite::Database &database);
 
-    /* Writes a whole switch to an empty database. */
+    // Writes a whole switch to an empty database.
     void write(const SwitchData &data);
 
-    /* Writes what differs from `present`, which the database holds. */
+    // Writes what differs from `present`, which the database holds.
     void write(const Change &change, const SwitchData &present);
 
   private:
-    /* A table with a row for each value of a VSAN's timers. */
+    // A table with a row for each value of a VSAN's timers.
     class TimerTable {
       public:
         TimerTable(SQLite::Database &database, const char *table);

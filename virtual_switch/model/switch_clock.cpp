@@ -4,7 +4,7 @@ namespace vswitch {
 
 namespace {
 
-constexpr uint32_t second = 1000000; /* microseconds */
+constexpr uint32_t second = 1000000; // microseconds
 
 uint64_t microseconds_in(std::chrono::nanoseconds duration) {
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(duration).count());

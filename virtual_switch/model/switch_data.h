@@ -1,5 +1,5 @@
-/* A switch's configuration as plain data: what the initial file describes, what the
- * database holds and what the running switch is made from. */
+// A switch's configuration as plain data: what the initial file describes, what the
+// database holds and what the running switch is made from.
 #ifndef VSWITCH_SWITCH_DATA_H
 #define VSWITCH_SWITCH_DATA_H
 
@@ -18,7 +18,7 @@
 
 namespace vswitch {
 
-/* The fabric timers, numbered as the manager's attribute keys. All are in milliseconds. */
+// The fabric timers, numbered as the manager's attribute keys. All are in milliseconds.
 enum class Timer : uint32_t {
     e_d_tov = ATTRIBUTE_E_D_TOV,
     r_a_tov = ATTRIBUTE_R_A_TOV,
@@ -45,7 +45,7 @@ constexpr const TimerKind &kind_of(Timer timer) {
 static_assert(&kind_of(Timer::e_d_tov) == timer_kinds && &kind_of(Timer::f_s_tov) == std::end(timer_kinds) - 1,
               "the keys of the timers follow each other");
 
-/* The timer of an attribute key, or nothing when the key is no timer's. */
+// The timer of an attribute key, or nothing when the key is no timer's.
 constexpr std::optional<Timer> timer_of_key(uint32_t key) {
     for (const TimerKind &kind : timer_kinds) {
         if (key == static_cast<uint32_t>(kind.timer)) {
@@ -55,7 +55,7 @@ constexpr std::optional<Timer> timer_of_key(uint32_t key) {
     return std::nullopt;
 }
 
-/* One value a timer. */
+// One value a timer.
 template <typename Value> class TimerArray {
   public:
     Value &operator[](Timer timer) { return values_[position_of(timer)]; }
@@ -76,11 +76,11 @@ struct Vsan {
     uint32_t load_balancing = LOAD_BALANCING_EXCHANGES;
     uint32_t interop = VSAN_INTEROP_NONE;
     uint32_t inorder_delivery = TRUTH_FALSE;
-    uint32_t drop_latency = 500;      /* milliseconds */
-    PartialTimers timers;             /* where unset, the switch-wide value holds */
-    PartialTimers distributed_timers; /* the distribution service's own record */
-    /* The part of the record that clients hand back as they got it: empty, which
-     * stands for zeros, or VSAN_REST_SIZE bytes. */
+    uint32_t drop_latency = 500;      // milliseconds
+    PartialTimers timers;             // where unset, the switch-wide value holds
+    PartialTimers distributed_timers; // the distribution service's own record
+    // The part of the record that clients hand back as they got it: empty, which
+    // stands for zeros, or VSAN_REST_SIZE bytes.
     std::vector<uint8_t> rest;
 
     bool operator==(const Vsan &) const = default;
@@ -94,41 +94,39 @@ struct Port {
     bool operator==(const Port &) const = default;
 };
 
-/*
- * The life of the distribution service of the fabric timers:
- *
- *              it is enabled            the first change of a timer
- *     off  ---------------------> idle -----------------------------> in session
- *          <---------------------      <-----------------------------
- *              it is disabled           commit, abort
- *
- * While it is off, a change comes into force at once. Else it waits in the session until it is
- * committed; the service is not disabled meanwhile. In any state two settings stand beside: in
- * show-run mode reads show the running configuration, and without a fabric the service refuses
- * reads and commits.
- */
+// The life of the distribution service of the fabric timers:
+//
+//              it is enabled            the first change of a timer
+//     off  ---------------------> idle -----------------------------> in session
+//          <---------------------      <-----------------------------
+//              it is disabled           commit, abort
+//
+// While it is off, a change comes into force at once. Else it waits in the session until it is
+// committed; the service is not disabled meanwhile. In any state two settings stand beside: in
+// show-run mode reads show the running configuration, and without a fabric the service refuses
+// reads and commits.
 enum class Distribution { off, idle, in_session };
 
-/* The distribution service's open session: fabric timers that are changed and not yet
- * committed. Switch-wide values stand under VSAN number 0. */
+// The distribution service's open session: fabric timers that are changed and not yet
+// committed. Switch-wide values stand under VSAN number 0.
 struct DistributionSession {
-    std::string user; /* who holds it; may be empty */
+    std::string user; // who holds it; may be empty
     std::map<uint32_t, PartialTimers> pending;
 
     bool operator==(const DistributionSession &) const = default;
 };
 
 struct Settings {
-    uint64_t wwn = 0;      /* the switch's world wide name, drawn once */
-    Timestamp last_change; /* of the VSAN table, by the clock of the run that made it */
+    uint64_t wwn = 0;      // the switch's world wide name, drawn once
+    Timestamp last_change; // of the VSAN table, by the clock of the run that made it
     Timers timers;
-    uint32_t switch_latency = 0;  /* milliseconds */
-    uint32_t network_latency = 0; /* milliseconds */
+    uint32_t switch_latency = 0;  // milliseconds
+    uint32_t network_latency = 0; // milliseconds
     uint32_t inorder_delivery = TRUTH_FALSE;
-    bool tdx_enabled = false;  /* the distribution service is not off, see Distribution */
-    bool tdx_show_run = false; /* show-run mode */
-    bool tdx_refusing = false; /* it has no fabric */
-    bool status_events = true; /* VSAN events are published */
+    bool tdx_enabled = false;  // the distribution service is not off, see Distribution
+    bool tdx_show_run = false; // show-run mode
+    bool tdx_refusing = false; // it has no fabric
+    bool status_events = true; // VSAN events are published
 
     Settings();
     bool operator==(const Settings &) const = default;
@@ -136,35 +134,35 @@ struct Settings {
 
 struct SwitchData {
     Settings settings;
-    std::map<uint32_t, Vsan> vsans; /* by VSAN number */
-    std::map<uint32_t, Port> ports; /* by ifIndex */
+    std::map<uint32_t, Vsan> vsans; // by VSAN number
+    std::map<uint32_t, Port> ports; // by ifIndex
     std::optional<DistributionSession> session;
 
     bool operator==(const SwitchData &) const = default;
 };
 
-/* One change of a switch's configuration: whole rows with their new values. It comes into
- * force as a whole or not at all. */
+// One change of a switch's configuration: whole rows with their new values. It comes into
+// force as a whole or not at all.
 struct Change {
     std::optional<Settings> settings;
-    std::map<uint32_t, Vsan> vsans;   /* new or changed */
-    std::map<uint32_t, Port> ports;   /* changed */
-    std::set<uint32_t> deleted_vsans; /* `ports` moves their ports away */
+    std::map<uint32_t, Vsan> vsans;   // new or changed
+    std::map<uint32_t, Port> ports;   // changed
+    std::set<uint32_t> deleted_vsans; // `ports` moves their ports away
 
-    /* What becomes of the distribution service's session, see Distribution; values are added to
-     * what is pending. */
+    // What becomes of the distribution service's session, see Distribution; values are added to
+    // what is pending.
     enum class Session { stays, opens, ends };
     struct PendingTimer {
-        uint32_t vsan; /* 0: switch-wide */
+        uint32_t vsan; // 0: switch-wide
         Timer timer;
         uint32_t value;
     };
     Session session = Session::stays;
-    std::string holder; /* of a session that opens */
+    std::string holder; // of a session that opens
     std::vector<PendingTimer> pending;
 };
 
-/* A latency of the whole switch, numbered as the manager's attribute keys. */
+// A latency of the whole switch, numbered as the manager's attribute keys.
 struct LatencyKind {
     uint32_t key;
     const char *word; // of configuration files and commands

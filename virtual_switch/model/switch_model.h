@@ -18,7 +18,7 @@
 
 namespace vswitch {
 
-/* A port that is in a VSAN. */
+// A port that is in a VSAN.
 struct Member {
     uint32_t vsan = 0;
     uint32_t if_index = 0;
@@ -40,27 +40,27 @@ class SwitchModel {
     const std::map<uint32_t, Vsan> &vsans() const { return data_.vsans; }
     const std::map<uint32_t, Port> &ports() const { return data_.ports; }
 
-    /* What has that very key, or null. It stays valid until the model changes. */
+    // What has that very key, or null. It stays valid until the model changes.
     const Vsan *vsan(uint32_t id) const;
     const Port *port(uint32_t if_index) const;
     std::optional<Member> member(Member key) const;
 
-    /* The number of the VSAN of that name, which is not empty. */
+    // The number of the VSAN of that name, which is not empty.
     std::optional<uint32_t> vsan_named(const std::string &name) const;
 
-    /* The first key that is greater, compared unsigned. */
+    // The first key that is greater, compared unsigned.
     std::optional<uint32_t> vsan_after(uint32_t id) const;
     std::optional<uint32_t> port_after(uint32_t if_index) const;
     std::optional<Member> member_after(Member key) const;
 
-    /* Whether the VSAN is up: it is active and one of its ports is up. REQUIRES: it exists. */
+    // Whether the VSAN is up: it is active and one of its ports is up. REQUIRES: it exists.
     bool is_up(uint32_t vsan) const;
 
-    /* The ifIndexes of a VSAN's ports, ascending. */
+    // The ifIndexes of a VSAN's ports, ascending.
     std::vector<uint32_t> ports_of(uint32_t vsan) const;
 
-    /* REQUIRES: the result is a switch: every port in `change` exists, the VSANs that ports
-     * are in remain, names are unique, and a session is open where values are pending. */
+    // REQUIRES: the result is a switch: every port in `change` exists, the VSANs that ports
+    // are in remain, names are unique, and a session is open where values are pending.
     void apply(const Change &change);
 
   private:
@@ -68,9 +68,9 @@ class SwitchModel {
     void forget_port(uint32_t if_index, const Port &port);
 
     SwitchData data_;
-    std::map<std::string, uint32_t> names_; /* VSAN numbers; without VSANs that have no name */
+    std::map<std::string, uint32_t> names_; // VSAN numbers; without VSANs that have no name
     std::set<Member> members_;
-    std::map<uint32_t, uint32_t> up_ports_; /* ports with a link, by VSAN number */
+    std::map<uint32_t, uint32_t> up_ports_; // ports with a link, by VSAN number
 };
 
 } // namespace vswitch

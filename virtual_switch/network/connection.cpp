@@ -13,11 +13,11 @@ namespace vswitch {
 
 namespace {
 
-/* More than any client sends that leaves off when nothing is read from it. */
+// More than any client sends that leaves off when nothing is read from it.
 constexpr size_t max_input = 256u << 10;
 
-/* Whether the client has not read all that was sent to it. Memory on its way to a client that
- * reads nothing is nobody's, and would add up. */
+// Whether the client has not read all that was sent to it. Memory on its way to a client that
+// reads nothing is nobody's, and would add up.
 bool has_unread(int socket) {
     int bytes = 0;
     return ioctl(socket, SIOCOUTQ, &bytes) == 0 && bytes > 0;
@@ -29,7 +29,7 @@ Connection::Connection(ConnectionHost &host, Socket socket)
     : host_(host), socket_(std::move(socket)), delay_timer_(host.context()), conversation_(host.the_switch()) {}
 
 void Connection::start() {
-    /* Events come while another connection is served; they are sent in their turn. */
+    // Events come while another connection is served; they are sent in their turn.
     conversation_.subscriber().on_events(
         [this] { asio::post(host_.context(), [self = shared_from_this()] { self->send_events(); }); });
     conversation_.on_share([this](uint32_t correlation) { return share_memory(correlation); });
@@ -77,7 +77,7 @@ void Connection::answer_over_socket(size_t used, size_t waiting) {
     if (input_.size() > max_input) {
         return drop("it put requests into the shared memory without waiting for their answers");
     }
-    /* The client must know where the answer comes before it does. */
+    // The client must know where the answer comes before it does.
     if (memory_->answer_elsewhere()) {
         Buffer knock;
         append_knock(knock);
@@ -115,7 +115,7 @@ void Connection::received(Error error) {
         return serve();
     if (error == asio::error::operation_aborted)
         return;
-    /* The client has said its last; it still gets the answers that are on their way. */
+    // The client has said its last; it still gets the answers that are on their way.
     intake_ = Intake::ended;
     if (!writing())
         leave();
@@ -187,7 +187,7 @@ bool Connection::share_memory(uint32_t correlation) {
 
 void Connection::knock() {
     append_knock(pending_);
-    /* At once: while the socket is written to, no request can be answered in the memory. */
+    // At once: while the socket is written to, no request can be answered in the memory.
     const ssize_t result = send(socket_.native_handle(), pending_.data(), pending_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     pending_.erase(pending_.begin(), pending_.begin() + std::max<ssize_t>(result, 0));
     write();
@@ -207,7 +207,7 @@ void Connection::write() {
     if (pending_.empty())
         return;
     std::swap(written_, pending_);
-    /* Called for each part that goes out: a client that reads slowly does read. */
+    // Called for each part that goes out: a client that reads slowly does read.
     const auto part_sent = [this](const Error &error, size_t) {
         update_stall(true);
         return error ? 0 : written_.size();

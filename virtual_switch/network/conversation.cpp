@@ -66,7 +66,7 @@ bool Conversation::serve_frame(const Frame &frame, Buffer &output) {
             end_broken("it sent a malformed subscription");
         }
         return true;
-    default: /* a sign without a body; the parser lets nothing else through */
+    default: // a sign without a body; the parser lets nothing else through
         if (!frame.body.empty()) {
             end_broken("it sent a malformed sign");
         } else if (frame.type == MTS_FRAME_PING || (frame.type == MTS_FRAME_SHARE && !give_memory(frame.correlation))) {

@@ -23,19 +23,17 @@ using asio::local::stream_protocol;
 using Clock = std::chrono::steady_clock;
 using Error = asio::error_code;
 
-constexpr std::chrono::milliseconds accept_pause{250}; /* while the process is out of descriptors */
+constexpr std::chrono::milliseconds accept_pause{250}; // while the process is out of descriptors
 
-/* How often the sockets are looked after while the switch watches shared memory. */
+// How often the sockets are looked after while the switch watches shared memory.
 constexpr std::chrono::microseconds socket_interval{50};
 
-/*
- * The generation of what libraries of the agent keep of the switch, in the memory of all
- * connections. While there are faults, nothing may be kept: faults are for requests, and
- * requests that are not made meet none.
- */
+// The generation of what libraries of the agent keep of the switch, in the memory of all
+// connections. While there are faults, nothing may be kept: faults are for requests, and
+// requests that are not made meet none.
 class SettingsPublisher {
   public:
-    /* Whether the generation has changed since the last call, because the switch has. */
+    // Whether the generation has changed since the last call, because the switch has.
     bool update(const ServedSwitch &the_switch) {
         const Kept present{the_switch.roles.version(), the_switch.model.settings().tdx_enabled,
                            the_switch.model.settings().tdx_show_run, !the_switch.faults.list().empty()};
@@ -102,23 +100,23 @@ class Server::Loop final : private ConnectionHost {
     void accepted(stream_protocol::socket socket);
     bool admits(int descriptor);
 
-    /* Closes a connection that its client does not use: of those without a subscription, else
-     * of all, the one that has been silent for longest. False when there is none. Who needs
-     * it again connects again; a subscriber would miss events meanwhile. */
+    // Closes a connection that its client does not use: of those without a subscription, else
+    // of all, the one that has been silent for longest. False when there is none. Who needs
+    // it again connects again; a subscriber would miss events meanwhile.
     bool give_up_an_idle_one();
     void await_signal(const std::function<void()> &reload);
     void shut_down();
 
     void drop_stalled();
 
-    /* Shared memory: whether a request waits in any, serving those that wait, and looking
-     * for them for as long as that pays. */
+    // Shared memory: whether a request waits in any, serving those that wait, and looking
+    // for them for as long as that pays.
     bool is_posted() const;
     void serve_memories();
     void watch_memories();
     void announce_sleep(bool sleeping);
 
-    /* Must have happened before a change is answered. */
+    // Must have happened before a change is answered.
     void publish_settings();
 
     ServedSwitch &switch_;
@@ -130,7 +128,7 @@ class Server::Loop final : private ConnectionHost {
     asio::steady_timer stall_timer_;
     asio::signal_set signals_;
     std::set<std::shared_ptr<Connection>> connections_;
-    std::vector<Connection *> sharing_; /* those with shared memory */
+    std::vector<Connection *> sharing_; // those with shared memory
     SpinWait spin_wait_;
     SettingsPublisher settings_;
     bool watching_stalls_ = false;
@@ -148,8 +146,8 @@ void Server::Loop::accept() {
             accepted(std::move(socket));
             return accept();
         }
-        /* Out of descriptors or memory: the client stays in the queue of the kernel,
-         * which would report it again at once. */
+        // Out of descriptors or memory: the client stays in the queue of the kernel,
+        // which would report it again at once.
         if (!out_of_descriptors_)
             spdlog::warn("cannot accept connections for now: {}", error.message());
         out_of_descriptors_ = true;
@@ -222,7 +220,7 @@ void Server::Loop::watch_stalls() {
 void Server::Loop::drop_stalled() {
     const auto latest = Clock::now() - options_.stall_timeout;
     bool waiting = false;
-    const auto connections = connections_; /* dropping changes the set */
+    const auto connections = connections_; // dropping changes the set
     for (const auto &connection : connections) {
         const auto since = connection->stalled_since();
         if (since && *since <= latest)
@@ -265,7 +263,7 @@ bool Server::Loop::is_posted() const {
 }
 
 void Server::Loop::serve_memories() {
-    /* Serving may end a connection, which then is no longer in the list. */
+    // Serving may end a connection, which then is no longer in the list.
     for (size_t i = 0; i < sharing_.size(); ++i) {
         const auto connection = sharing_[i]->shared_from_this();
         connection->serve_memory();

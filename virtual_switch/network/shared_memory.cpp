@@ -16,12 +16,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/* A longer pause is no part of a burst; how long the watches are. */
+// A longer pause is no part of a burst; how long the watches are.
 constexpr SpinWait::Clock::duration longest_gap = 250us;
 constexpr SpinWait::Clock::duration shortest_watch = 20us;
 
-/* How slowly a longer gap is forgotten: a client that reads rows in packets of fifty makes
- * one such gap for each. */
+// How slowly a longer gap is forgotten: a client that reads rows in packets of fifty makes
+// one such gap for each.
 constexpr int memory_of_gaps = 256;
 
 bool send_with_descriptor(int socket, Bytes frame, int descriptor) {
@@ -40,7 +40,7 @@ bool send_with_descriptor(int socket, Bytes frame, int descriptor) {
     return sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT) == static_cast<ssize_t>(frame.size());
 }
 
-/* New memory that nobody can make smaller: that would turn reading it into a signal. */
+// New memory that nobody can make smaller: that would turn reading it into a signal.
 mts_shared_memory *map_new(int descriptor) {
     if (ftruncate(descriptor, sizeof(mts_shared_memory)) != 0 ||
         fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0)
@@ -51,7 +51,7 @@ mts_shared_memory *map_new(int descriptor) {
     return new (mapped) mts_shared_memory{};
 }
 
-/* Whether the requester knows this layout. Says it once, of the first that does not. */
+// Whether the requester knows this layout. Says it once, of the first that does not.
 bool is_of_same_version(const mts_shared_memory &shared) {
     const uint32_t version = shared.requester_version.load(std::memory_order_relaxed);
     if (version == MTS_SHARED_VERSION)
@@ -81,7 +81,7 @@ std::unique_ptr<SharedMemory> SharedMemory::send(int socket, Bytes frame, uint32
 }
 
 SharedMemory::~SharedMemory() {
-    /* One that has refused the memory has posted nothing. */
+    // One that has refused the memory has posted nothing.
     if (shared_.requester_version.load(std::memory_order_relaxed) != 0)
         is_of_same_version(shared_);
     munmap(&shared_, sizeof shared_);
@@ -92,7 +92,7 @@ bool SharedMemory::take(Buffer &request) {
     if (!shared_.state.compare_exchange_strong(expected, MTS_SHARED_TAKEN))
         return false;
     if (!is_of_same_version(shared_)) {
-        /* Where the request lies is not known: as if its sender had taken it back. */
+        // Where the request lies is not known: as if its sender had taken it back.
         shared_.state.store(MTS_SHARED_IDLE, std::memory_order_seq_cst);
         return false;
     }

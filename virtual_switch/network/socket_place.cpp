@@ -27,7 +27,7 @@ std::optional<gid_t> find_group(const std::string &name) {
     return entry->gr_gid;
 }
 
-/* The supplementary groups of the process at the other end; none when they are not known. */
+// The supplementary groups of the process at the other end; none when they are not known.
 std::vector<gid_t> groups_of_peer(int descriptor) {
     std::vector<gid_t> groups(64);
     for (;;) {
@@ -41,8 +41,8 @@ std::vector<gid_t> groups_of_peer(int descriptor) {
     }
 }
 
-/* Whether a process listens on a socket: its kernel refuses nobody then, though there may be
- * no room for us, or no right to enter. */
+// Whether a process listens on a socket: its kernel refuses nobody then, though there may be
+// no room for us, or no right to enter.
 bool is_served(const std::string &path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -74,7 +74,7 @@ SocketPlace::SocketPlace(const std::string &run_directory, const std::string &gr
     if (lstat(path_.c_str(), &status) == 0) {
         if (!S_ISSOCK(status.st_mode))
             throw Refusal(fmt::format("The file {} is in the socket's place; move it away.", path_));
-        /* The lock does not tell when somebody has removed its file. */
+        // The lock does not tell when somebody has removed its file.
         if (is_served(path_))
             throw Refusal(busy);
         remove();
@@ -82,7 +82,7 @@ SocketPlace::SocketPlace(const std::string &run_directory, const std::string &gr
 }
 
 void SocketPlace::set_permissions() const {
-    /* Should others write in the run directory, they may have put a link there. */
+    // Should others write in the run directory, they may have put a link there.
     if ((group_ && lchown(path_.c_str(), static_cast<uid_t>(-1), *group_) != 0) ||
         fchmodat(AT_FDCWD, path_.c_str(), group_ ? 0660 : 0600, AT_SYMLINK_NOFOLLOW) != 0)
         throw Refusal(fmt::format("Cannot set the permissions of {}: {}.", path_, std::strerror(errno)));
@@ -103,8 +103,8 @@ bool SocketPlace::may_connect(int descriptor, const ucred &peer) const {
     return std::find(groups.begin(), groups.end(), *group_) != groups.end();
 }
 
-/* Lets the group enter. A folder that is not ours alone stays as it is: somebody else has
- * already decided who may enter it. */
+// Lets the group enter. A folder that is not ours alone stays as it is: somebody else has
+// already decided who may enter it.
 void SocketPlace::admit_group(const std::string &directory, bool made) const {
     struct stat status {};
     if (stat(directory.c_str(), &status) != 0)

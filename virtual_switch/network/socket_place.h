@@ -1,4 +1,4 @@
-/* Where the daemon listens, and whom it lets in. */
+// Where the daemon listens, and whom it lets in.
 #ifndef VSWITCH_SOCKET_PLACE_H
 #define VSWITCH_SOCKET_PLACE_H
 
@@ -11,10 +11,10 @@
 
 namespace vswitch {
 
-/* The run directory, its lock and the socket's name in it, for as long as one serves. */
+// The run directory, its lock and the socket's name in it, for as long as one serves.
 class SocketPlace {
   public:
-    /* `group` names who else may connect; empty for nobody. Throws Refusal. */
+    // `group` names who else may connect; empty for nobody. Throws Refusal.
     SocketPlace(const std::string &run_directory, const std::string &group);
     ~SocketPlace() { remove(); }
     SocketPlace(const SocketPlace &) = delete;
@@ -22,13 +22,13 @@ class SocketPlace {
 
     const std::string &path() const { return path_; }
 
-    /* Binding left the socket to the umask; from here on it has its final permissions. */
+    // Binding left the socket to the umask; from here on it has its final permissions.
     void set_permissions() const;
 
     void remove() const;
 
-    /* Whether a process may use the switch: one of root, of the daemon's own user, or of
-     * the group that the operator has named. */
+    // Whether a process may use the switch: one of root, of the daemon's own user, or of
+    // the group that the operator has named.
     bool may_connect(int descriptor, const ucred &peer) const;
 
   private:

@@ -1,5 +1,5 @@
-/* Commands about the file that the switch shares with the agent in the run directory: the
- * filters of its trace. */
+// Commands about the file that the switch shares with the agent in the run directory: the
+// filters of its trace.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -15,7 +15,7 @@ namespace {
 using Json = JsonReader::Json;
 
 constexpr const char *filter_file = "debug.conf";
-constexpr size_t max_filter_file = 8192; /* the agent reads no more */
+constexpr size_t max_filter_file = 8192; // the agent reads no more
 
 const std::string &required_run_directory(const Call &call) {
     if (call.the_switch.run_directory.empty())
@@ -28,7 +28,7 @@ void show_filters(Call &call) {
     const std::string text = read_file(path, max_filter_file).value_or("");
     debug_filters filters{};
     const debug_filters_errors errors = debug_filters_parse({text.data(), text.size()}, filters);
-    /* These two classes are the module's own. */
+    // These two classes are the module's own.
     for (const uint32_t known : {100u, 101u})
         if (std::none_of(filters.classes, filters.classes + filters.count,
                          [&](const debug_filter &filter) { return filter.event_class == known; }) &&
@@ -46,7 +46,7 @@ void show_filters(Call &call) {
     call.reply["unusableLines"] = errors.count;
 }
 
-/* Whether a line of the filter file is a setting of `what` for `event_class`. */
+// Whether a line of the filter file is a setting of `what` for `event_class`.
 bool sets(std::string_view line, std::string_view what, uint32_t event_class) {
     const size_t start = line.find_first_not_of(" \t\r");
     debug_filters filters{};
@@ -55,7 +55,7 @@ bool sets(std::string_view line, std::string_view what, uint32_t event_class) {
            filters.classes[0].event_class == event_class;
 }
 
-/* Sets one filter. The file's other lines stay, those that somebody wrote by hand, too. */
+// Sets one filter. The file's other lines stay, those that somebody wrote by hand, too.
 void set_filter(Call &call) {
     const std::string path = required_run_directory(call) + "/" + filter_file;
     const uint32_t event_class = call.arguments.required_number("class", any_number);

@@ -25,18 +25,18 @@
 
 namespace vswitch {
 
-/* The error table's text of a status, for instance "VSAN does not exist". */
+// The error table's text of a status, for instance "VSAN does not exist".
 const char *status_text(uint32_t status);
 
-/* Throws Refusal unless the status is 0. The sentence is `what` and the status's text:
- * "VSAN 7: VSAN does not exist." */
+// Throws Refusal unless the status is 0. The sentence is `what` and the status's text:
+// "VSAN 7: VSAN does not exist."
 void require(uint32_t status, const std::string &what);
 
-/* The VSAN of that number. Throws Refusal when there is none. */
+// The VSAN of that number. Throws Refusal when there is none.
 const Vsan &require_vsan(const Switch &the_switch, uint32_t id);
 
-/* A command's arguments. Each function throws Refusal when the argument has the wrong type
- * or is out of range; those named required_ also when it is missing. */
+// A command's arguments. Each function throws Refusal when the argument has the wrong type
+// or is out of range; those named required_ also when it is missing.
 class Arguments {
   public:
     using Json = JsonReader::Json;
@@ -50,12 +50,12 @@ class Arguments {
     std::optional<bool> flag(const char *key) const;
     bool required_flag(const char *key) const;
 
-    /* An argument that is one of these words; returns the word's value. */
+    // An argument that is one of these words; returns the word's value.
     std::optional<uint32_t> word(const char *key, Words words) const;
     uint32_t required_word(const char *key, Words words) const;
 
-    /* The ifIndex of the port that "ifIndex" means: a number, or "fc3" for the switch's third
-     * port. The port exists, or Refusal is thrown. */
+    // The ifIndex of the port that "ifIndex" means: a number, or "fc3" for the switch's third
+    // port. The port exists, or Refusal is thrown.
     uint32_t required_port(const Switch &the_switch) const;
 
     const Json &json() const { return json_; }
@@ -69,7 +69,7 @@ class Arguments {
     const Json &json_;
 };
 
-/* What a command knows. `reply` is an empty object at first. */
+// What a command knows. `reply` is an empty object at first.
 struct Call {
     ServedSwitch &the_switch;
     Requester requester;
@@ -79,21 +79,21 @@ struct Call {
 
 struct Command {
     const char *name;
-    uint32_t kind; /* MTS_KIND_GET when it only looks, MTS_KIND_SET when it does anything else */
+    uint32_t kind; // MTS_KIND_GET when it only looks, MTS_KIND_SET when it does anything else
     void (*run)(Call &);
-    std::initializer_list<std::string_view> arguments; /* beside "command" */
+    std::initializer_list<std::string_view> arguments; // beside "command"
 };
 
-/* Rows of a reply, as many as one reply may carry. */
+// Rows of a reply, as many as one reply may carry.
 class Page {
   public:
     static constexpr uint32_t max_rows = 256;
-    static constexpr size_t max_bytes = 90000; /* leaves room for the rest of a reply */
+    static constexpr size_t max_bytes = 90000; // leaves room for the rest of a reply
 
-    /* Takes "limit" from the call's arguments; the rows go into the reply under `key`. */
+    // Takes "limit" from the call's arguments; the rows go into the reply under `key`.
     Page(Call &call, const char *key);
 
-    /* Adds a row. False, with "more" set in the reply, when there is no room. */
+    // Adds a row. False, with "more" set in the reply, when there is no room.
     bool add(JsonReader::Json row);
 
   private:
@@ -103,11 +103,11 @@ class Page {
     size_t bytes_left_ = max_bytes;
 };
 
-std::span<const Command> configuration_commands(); /* VSANs, ports, roles */
-std::span<const Command> timer_commands();         /* timers, latencies, distribution */
-std::span<const Command> status_commands();        /* the whole switch, events */
+std::span<const Command> configuration_commands(); // VSANs, ports, roles
+std::span<const Command> timer_commands();         // timers, latencies, distribution
+std::span<const Command> status_commands();        // the whole switch, events
 std::span<const Command> fault_commands();
-std::span<const Command> agent_file_commands(); /* the agent's trace filters */
+std::span<const Command> agent_file_commands(); // the agent's trace filters
 
 } // namespace vswitch
 

@@ -22,7 +22,7 @@ const Command *find_command(std::string_view name) {
     return nullptr;
 }
 
-/* Runs a command and returns its reply's data. */
+// Runs a command and returns its reply's data.
 Json run(ServedSwitch &the_switch, const Request &request) {
     const JsonReader unnamed("the command");
     const std::string_view text(reinterpret_cast<const char *>(request.payload.data()), request.payload.size());
@@ -69,7 +69,7 @@ uint32_t answer_counters(const ServedSwitch &the_switch, const Request &, Buffer
     return STATUS_SUCCESS;
 }
 
-/* Appends the reply's data and returns the status. */
+// Appends the reply's data and returns the status.
 uint32_t answer_command(ServedSwitch &the_switch, const Request &request, Buffer &data) {
     Json json;
     uint32_t status = STATUS_SUCCESS;
@@ -79,7 +79,7 @@ uint32_t answer_command(ServedSwitch &the_switch, const Request &request, Buffer
         status = refusal.status;
         json = refusal_json(status, refusal.what());
     }
-    /* Names of VSANs and trace texts come from outside and may be no UTF-8. */
+    // Names of VSANs and trace texts come from outside and may be no UTF-8.
     std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
     if (text.size() > max_answer) {
         status = STATUS_BAD_LENGTH;
@@ -208,7 +208,7 @@ uint32_t Arguments::required_word(const char *key, Words words) const {
 
 namespace {
 
-/* The position in a port's name, counted from 1, or nothing when it is no such name. */
+// The position in a port's name, counted from 1, or nothing when it is no such name.
 std::optional<uint32_t> position_of(const std::string &name) {
     uint32_t position = 0;
     const char *end = name.data() + name.size();
@@ -253,7 +253,7 @@ Page::Page(Call &call, const char *key) : reply_(call.reply), key_(key) {
 
 bool Page::add(Json row) {
     const size_t size = row.dump(-1, ' ', false, Json::error_handler_t::replace).size() + 1;
-    /* A single row always fits. */
+    // A single row always fits.
     if (rows_left_ == 0 || (size > bytes_left_ && !reply_[key_].empty())) {
         reply_["more"] = true;
         return false;

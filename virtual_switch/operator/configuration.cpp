@@ -1,4 +1,4 @@
-/* Commands about VSANs, ports and roles. */
+// Commands about VSANs, ports and roles.
 #include "model/configuration.h"
 #include "operator/command_table.h"
 
@@ -59,7 +59,7 @@ void show_vsan(Call &call) {
     call.reply = vsan_json(call.the_switch.model, required_vsan(call));
 }
 
-/* Puts into `vsan` what the command says about it. */
+// Puts into `vsan` what the command says about it.
 void read_vsan(const Arguments &arguments, Vsan &vsan) {
     vsan.name = arguments.text("name", max_text).value_or(vsan.name);
     vsan.admin_state = arguments.word("state", admin_state_words).value_or(vsan.admin_state);
@@ -68,7 +68,7 @@ void read_vsan(const Arguments &arguments, Vsan &vsan) {
     vsan.interop = arguments.number("interop", any_number).value_or(vsan.interop);
     if (const auto in_order = arguments.flag("inorderDelivery"))
         vsan.inorder_delivery = *in_order ? TRUTH_TRUE : TRUTH_FALSE;
-    /* 0 would mean that nothing is said about it. */
+    // 0 would mean that nothing is said about it.
     vsan.drop_latency = arguments.number("networkDropLatency", {1, UINT32_MAX}).value_or(vsan.drop_latency);
 }
 
@@ -118,7 +118,7 @@ void list_ports(Call &call) {
     }
 }
 
-/* Makes a change of the call's port and answers how the port is then. */
+// Makes a change of the call's port and answers how the port is then.
 template <typename Change> void change_required_port(Call &call, const Change &change_to) {
     const uint32_t if_index = call.arguments.required_port(call.the_switch);
     require(change_to(if_index), fmt::format("Port {}", if_index));
@@ -187,7 +187,7 @@ void set_role(Call &call) {
     Json role = call.arguments.json();
     role.erase("command");
     role.erase("replace");
-    /* Read as the role file is, so that both have one grammar. */
+    // Read as the role file is, so that both have one grammar.
     const Roles read = parse_roles(Json{{"roles", {role}}}.dump(), "the role");
     std::string sentence;
     require_role_change(add_role(call.the_switch, call.requester, read.list().front(),

@@ -1,4 +1,4 @@
-/* Commands that make the switch do something wrong. */
+// Commands that make the switch do something wrong.
 #include "contract/frames.h"
 #include "operator/command_table.h"
 
@@ -18,7 +18,7 @@ constexpr Word actions[] = {
     {"exit", static_cast<uint32_t>(FaultAction::exit)},
 };
 
-/* The members of a fault's JSON that say which requests it is for. */
+// The members of a fault's JSON that say which requests it is for.
 constexpr std::pair<const char *, std::optional<uint32_t> FaultMatch::*> match_keys[] = {
     {"service", &FaultMatch::service}, {"opcode", &FaultMatch::opcode},    {"kind", &FaultMatch::kind},
     {"vsan", &FaultMatch::vsan},       {"ifIndex", &FaultMatch::if_index},

@@ -1,4 +1,4 @@
-/* Commands about the switch as a whole and its events. */
+// Commands about the switch as a whole and its events.
 #include <unistd.h>
 
 #include "operator/command_table.h"
@@ -10,7 +10,7 @@ namespace {
 using Json = JsonReader::Json;
 
 constexpr uint32_t max_injected = 100000;
-constexpr size_t max_subscribers = 64; /* so many are shown */
+constexpr size_t max_subscribers = 64; // so many are shown
 
 Json subscribers_json(const EventHub &events) {
     Json list = Json::array();
@@ -69,7 +69,7 @@ void show_switch(Call &call) {
         call.reply["tdx"]["heldBy"] = model.session()->user;
 }
 
-/* Publishes events that nothing has caused: the storm that a receiver should survive. */
+// Publishes events that nothing has caused: the storm that a receiver should survive.
 void inject_events(Call &call) {
     const SwitchModel &model = call.the_switch.model;
     const uint32_t count = call.arguments.required_number("count", {1, max_injected});

@@ -1,4 +1,4 @@
-/* Commands about the fabric timers, the latencies and the distribution service. */
+// Commands about the fabric timers, the latencies and the distribution service.
 #include <algorithm>
 
 #include "operator/command_table.h"
@@ -30,7 +30,7 @@ Json vsan_timers_json(const SwitchModel &model, uint32_t id) {
     return json;
 }
 
-/* With "vsan" the values of that VSAN, without it the switch's and those of all VSANs. */
+// With "vsan" the values of that VSAN, without it the switch's and those of all VSANs.
 void show_timers(Call &call) {
     const SwitchModel &model = call.the_switch.model;
     const Settings &settings = model.settings();
@@ -55,7 +55,7 @@ void show_timers(Call &call) {
     }
 }
 
-/* As require, naming the session's holder where somebody else's session is in the way. */
+// As require, naming the session's holder where somebody else's session is in the way.
 void require_unlocked(const Call &call, uint32_t status, const std::string &what) {
     const auto &session = call.the_switch.model.session();
     if (status == STATUS_TDX_LOCKED && session)
@@ -64,8 +64,8 @@ void require_unlocked(const Call &call, uint32_t status, const std::string &what
     require(status, what);
 }
 
-/* What timers.set can set. The value of a word is the attribute's key, but for in-order delivery,
- * which has none. */
+// What timers.set can set. The value of a word is the attribute's key, but for in-order delivery,
+// which has none.
 constexpr uint32_t no_key = 0;
 #define TIMER_WORD(key, name, word, least, greatest, initial) {word, key},
 #define LATENCY_WORD(key, name, word, tool_word, initial) {word, key},
@@ -84,7 +84,7 @@ void set_timer(Call &call, Timer timer, const std::string &what) {
                      what);
 }
 
-/* A latency, or in-order delivery. */
+// A latency, or in-order delivery.
 void set_setting(Call &call, uint32_t key, const std::string &what) {
     const Arguments &arguments = call.arguments;
     if (arguments.json().contains("vsan") || arguments.json().contains("force")) {
@@ -116,7 +116,7 @@ void set_timers(Call &call) {
     call.reply["pending"] = timer && call.the_switch.model.session().has_value();
 }
 
-/* The service's settings, its session's holder, and by VSAN what is pending. */
+// The service's settings, its session's holder, and by VSAN what is pending.
 void show_tdx(Call &call) {
     const SwitchModel &model = call.the_switch.model;
     const Settings &settings = model.settings();

@@ -8,7 +8,7 @@ namespace vswitch {
 
 namespace {
 
-/* What the record of a request names. */
+// What the record of a request names.
 struct Named {
     std::optional<uint32_t> vsan;
     std::optional<uint32_t> if_index;

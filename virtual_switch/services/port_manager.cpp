@@ -1,4 +1,4 @@
-/* The port manager: which interface is a member of which VSAN, and the switch's name. */
+// The port manager: which interface is a member of which VSAN, and the switch's name.
 #include "contract/status_codes.h"
 #include "services/records.h"
 #include "services/services.h"
@@ -7,8 +7,8 @@ namespace vswitch {
 
 namespace {
 
-/* Eight bytes that differ from switch to switch, stay the same for one and are never
- * all zero: the world wide name. */
+// Eight bytes that differ from switch to switch, stay the same for one and are never
+// all zero: the world wide name.
 uint32_t get_switch_name(const ServedSwitch &the_switch, const Request &, Buffer &data) {
     const uint64_t wwn = the_switch.model.settings().wwn;
     append_word(data, static_cast<uint32_t>(wwn >> 32));

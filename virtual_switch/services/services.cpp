@@ -8,8 +8,8 @@ namespace vswitch {
 
 namespace {
 
-/* Clients choose the numbers that are counted, so the table is bounded; what no
- * longer fits is counted under service, opcode and kind 0. */
+// Clients choose the numbers that are counted, so the table is bounded; what no
+// longer fits is counted under service, opcode and kind 0.
 constexpr size_t max_counted_requests = 256;
 
 void count_request(Counters &counters, const Request &request) {
@@ -40,8 +40,8 @@ std::span<const Operation> operations_of(uint32_t service) {
     }
 }
 
-/* Finds the request's row and runs it; each way in which a request can be wrong has
- * its own status. */
+// Finds the request's row and runs it; each way in which a request can be wrong has
+// its own status.
 uint32_t perform(ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto operations = operations_of(request.service);
     if (operations.empty())

@@ -1,4 +1,4 @@
-/* The VSAN manager: VSANs, the interfaces' VSANs, the fabric timers and latencies. */
+// The VSAN manager: VSANs, the interfaces' VSANs, the fabric timers and latencies.
 #include <algorithm>
 
 #include "changes/changes.h"
@@ -92,7 +92,7 @@ uint32_t get_inorder_delivery(const ServedSwitch &the_switch, const Request &, B
     return STATUS_SUCCESS;
 }
 
-/* Decodes a latency record; returns why it cannot be one. */
+// Decodes a latency record; returns why it cannot be one.
 uint32_t decode_latency(const Request &request, LatencyRecord &record, const LatencyKind *&latency) {
     const auto decoded = decode_latency_record(request.payload);
     if (!decoded) {
@@ -113,7 +113,7 @@ uint32_t get_latency(const ServedSwitch &the_switch, const Request &request, Buf
     return STATUS_SUCCESS;
 }
 
-/* Decodes a timer record; returns why it cannot be one. Key 0 of a VSAN is no timer. */
+// Decodes a timer record; returns why it cannot be one. Key 0 of a VSAN is no timer.
 uint32_t decode_timer(const Request &request, TimerRecord &record, std::optional<Timer> &timer) {
     const auto decoded = decode_timer_record(request.payload);
     if (!decoded)
@@ -126,12 +126,10 @@ uint32_t decode_timer(const Request &request, TimerRecord &record, std::optional
     return STATUS_SUCCESS;
 }
 
-/*
- * Answers a timer read. `distributed` asks for what the distribution service knows of a
- * VSAN, where a timer may be missing; the running configuration has a value for every
- * VSAN, its own or the switch-wide one. Key 0 asks whether the VSAN is there and has
- * value 0.
- */
+// Answers a timer read. `distributed` asks for what the distribution service knows of a
+// VSAN, where a timer may be missing; the running configuration has a value for every
+// VSAN, its own or the switch-wide one. Key 0 asks whether the VSAN is there and has
+// value 0.
 uint32_t answer_timer(const SwitchModel &model, const Request &request, bool distributed, Buffer &data) {
     TimerRecord record;
     std::optional<Timer> timer;
@@ -157,9 +155,9 @@ uint32_t get_timer(const ServedSwitch &the_switch, const Request &request, Buffe
     return answer_timer(the_switch.model, request, false, data);
 }
 
-/* The distribution service refuses while it does not govern the timers: when it is not
- * enabled, and in show-run mode, where reads are of the running configuration. It also
- * refuses while it has no fabric. */
+// The distribution service refuses while it does not govern the timers: when it is not
+// enabled, and in show-run mode, where reads are of the running configuration. It also
+// refuses while it has no fabric.
 uint32_t get_distributed_timer(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const Settings &settings = the_switch.model.settings();
     if (the_switch.model.distribution() == Distribution::off || settings.tdx_show_run || settings.tdx_refusing)
@@ -167,8 +165,8 @@ uint32_t get_distributed_timer(const ServedSwitch &the_switch, const Request &re
     return answer_timer(the_switch.model, request, true, data);
 }
 
-/* Who is behind a request of the managers. Its user, if it has one, is one of the
- * management protocol. */
+// Who is behind a request of the managers. Its user, if it has one, is one of the
+// management protocol.
 Requester requester_of(const Request &request) {
     return {request.user, false};
 }
@@ -177,8 +175,8 @@ uint32_t set_vsan(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto record = decode_vsan_block(request.payload);
     if (!record)
         return STATUS_BAD_LENGTH;
-    /* Whether this creates the VSAN follows from whether it is there: a record that
-     * changes one says "active", too. */
+    // Whether this creates the VSAN follows from whether it is there: a record that
+    // changes one says "active", too.
     if (record->row_status != ROW_STATUS_ACTIVE && record->row_status != ROW_STATUS_CREATE_AND_GO)
         return STATUS_BAD_ROW_STATUS;
     return change_vsan(the_switch, requester_of(request), record->id, record->vsan, true);
@@ -227,7 +225,7 @@ uint32_t set_inorder_delivery_word(ServedSwitch &the_switch, const Request &requ
     return set_inorder_delivery(the_switch, requester_of(request), *value);
 }
 
-/* A TruthValue: whether VSAN events are published. */
+// A TruthValue: whether VSAN events are published.
 uint32_t set_status_trap(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto value = load_word(request.payload, 0);
     if (!value)

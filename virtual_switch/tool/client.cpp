@@ -17,9 +17,9 @@ namespace vswitchctl {
 
 namespace {
 
-constexpr uint32_t wait_class = 40; /* ten seconds */
+constexpr uint32_t wait_class = 40; // ten seconds
 
-/* Who works with the tool; the switch notes who holds a distribution session. */
+// Who works with the tool; the switch notes who holds a distribution session.
 std::string user_name() {
     const passwd *entry = getpwuid(geteuid());
     return entry ? entry->pw_name : fmt::format("{}", geteuid());

@@ -13,25 +13,25 @@ namespace vswitchctl {
 
 using Json = nlohmann::json;
 
-/* The switch refuses, or cannot be reached. The text is one sentence for the operator. */
+// The switch refuses, or cannot be reached. The text is one sentence for the operator.
 class Refusal : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-/* What the sentence of an errno value of the message service is. */
+// What the sentence of an errno value of the message service is.
 std::string connection_problem(int reason);
 
-/* Sends one command and returns its reply. Throws Refusal. */
+// Sends one command and returns its reply. Throws Refusal.
 Json look(const std::string &command, Json arguments = Json::object());
 Json change(const std::string &command, Json arguments = Json::object());
 
-/* Asks for a list until the switch has no more of it, and returns {key: all rows} beside
- * what else the last reply has. `after` is the row's member, or the reply's, that the next
- * request starts behind. Throws Refusal. */
+// Asks for a list until the switch has no more of it, and returns {key: all rows} beside
+// what else the last reply has. `after` is the row's member, or the reply's, that the next
+// request starts behind. Throws Refusal.
 Json list(const std::string &command, const char *key, const char *after, Json arguments = Json::object());
 
-/* The ifIndex of a port given as a number or as fcN. Throws Refusal for an unknown fcN. */
+// The ifIndex of a port given as a number or as fcN. Throws Refusal for an unknown fcN.
 uint32_t find_port(const std::string &text);
 
 } // namespace vswitchctl

@@ -1,4 +1,4 @@
-/* vswitchctl, the operator's tool: its command line. */
+// vswitchctl, the operator's tool: its command line.
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
@@ -31,14 +31,14 @@ void show(const Json &reply, Printer print) {
         print(reply);
 }
 
-/* What the words of the command line make of one command of the tool. */
+// What the words of the command line make of one command of the tool.
 std::map<const CLI::App *, std::function<void()>> actions;
 
 [[noreturn]] void wrong_value(const std::string &option, const std::string &text, const std::string &wanted) {
     throw CLI::ValidationError(option, fmt::format("'{}' is not {}", text, wanted));
 }
 
-/* A number, decimal or after 0x hexadecimal, or a word that stands for one. */
+// A number, decimal or after 0x hexadecimal, or a word that stands for one.
 uint32_t number(const std::string &option, const std::string &text, vswitchctl::Words words) {
     for (const auto &[word, value] : words)
         if (text == word)
@@ -61,7 +61,7 @@ bool on_or_off(const std::string &option, const std::string &text) {
     return text == "on";
 }
 
-/* A port as the switch takes it: its ifIndex, or its name. */
+// A port as the switch takes it: its ifIndex, or its name.
 Json port(const std::string &option, const std::string &text) {
     if (text.starts_with("fc") && text.size() > 2 && text.size() < 8 &&
         text.find_first_not_of("0123456789", 2) == std::string::npos)
@@ -71,7 +71,7 @@ Json port(const std::string &option, const std::string &text) {
     return number(option, text, {});
 }
 
-/* One command of the tool: its options, and with them the arguments of the switch's command. */
+// One command of the tool: its options, and with them the arguments of the switch's command.
 class Command {
   public:
     Command(CLI::App &parent, const std::string &name, const std::string &description, const std::string &examples)
@@ -105,7 +105,7 @@ class Command {
         app_->add_flag_callback(
             option, [arguments = arguments_, key] { (*arguments)[key] = true; }, help);
     }
-    /* Texts separated by commas. */
+    // Texts separated by commas.
     void texts(const std::string &option, const char *key, const std::string &help, const char *type) {
         text_option(option, key, help, type, [](const std::string &, const std::string &given) {
             Json list = Json::array();
@@ -144,7 +144,7 @@ class Command {
     std::shared_ptr<Json> arguments_;
 };
 
-/* A command that only groups others. Given alone, it does what `otherwise` does. */
+// A command that only groups others. Given alone, it does what `otherwise` does.
 CLI::App &add_group(CLI::App &app, const char *name, const char *description, const char *examples) {
     CLI::App *group = app.add_subcommand(name, description);
     group->fallthrough();

@@ -1,4 +1,4 @@
-/* The switch's replies in words. Each function prints one reply to standard output. */
+// The switch's replies in words. Each function prints one reply to standard output.
 #ifndef VSWITCHCTL_PRINT_H
 #define VSWITCHCTL_PRINT_H
 
@@ -8,7 +8,7 @@
 
 namespace vswitchctl {
 
-/* Prints a reply as JSON text. */
+// Prints a reply as JSON text.
 void print_json(const Json &reply);
 
 void print_vsans(const Json &reply);
@@ -17,7 +17,7 @@ void print_ports(const Json &reply);
 void print_port(const Json &reply);
 void print_roles(const Json &reply);
 
-/* `reply` is that of switch.show with the members "vsanList" and "portList" added. */
+// `reply` is that of switch.show with the members "vsanList" and "portList" added.
 void print_switch(const Json &reply);
 void print_timers(const Json &reply);
 void print_tdx(const Json &reply);
@@ -26,8 +26,8 @@ void print_history(const Json &reply);
 void print_filters(const Json &reply);
 void print_faults(const Json &reply);
 
-/* Prints each event that the switch publishes, in words or as one JSON object a line,
- * until `count` have come, or without an end. Throws Refusal. */
+// Prints each event that the switch publishes, in words or as one JSON object a line,
+// until `count` have come, or without an end. Throws Refusal.
 void watch(bool json, std::optional<uint32_t> count);
 
 } // namespace vswitchctl

@@ -1,4 +1,4 @@
-/* VSANs, ports and roles in words. */
+// VSANs, ports and roles in words.
 #include <cstdio>
 #include <fmt/format.h>
 

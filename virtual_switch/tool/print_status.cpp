@@ -1,4 +1,4 @@
-/* The whole switch, timers, the distribution service, the agent's trace and faults in words. */
+// The whole switch, timers, the distribution service, the agent's trace and faults in words.
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -25,7 +25,7 @@ std::string time_text(std::time_t seconds) {
     return {line, std::strftime(line, sizeof line, "%Y-%m-%d %H:%M:%S UTC", &parts)};
 }
 
-/* Positions in ascending order as "fc1-fc3,fc7". */
+// Positions in ascending order as "fc1-fc3,fc7".
 std::string port_ranges(const std::vector<unsigned> &positions) {
     std::string line;
     for (size_t at = 0; at < positions.size();) {

@@ -1,4 +1,4 @@
-/* The switch's events as they are published. */
+// The switch's events as they are published.
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -106,7 +106,7 @@ void print_event(const mts_message *message, bool json) {
     } else {
         fmt::print("{} {}\n", time_now(), words(event));
     }
-    /* Who reads from a pipe wants each event at once. */
+    // Who reads from a pipe wants each event at once.
     std::fflush(stdout);
 }
 
@@ -126,7 +126,7 @@ void watch(bool json, std::optional<uint32_t> count) {
         const int result = mts_events_next(&message);
         if (result < 0)
             throw Refusal(connection_problem(errno));
-        /* The first that comes is the switch's confirmation: from then on nothing is missed. */
+        // The first that comes is the switch's confirmation: from then on nothing is missed.
         if (!confirmed)
             fmt::print(stderr, "watching; Ctrl-C ends\n");
         confirmed = true;

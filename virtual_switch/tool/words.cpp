@@ -11,7 +11,7 @@ struct NamedStatus {
     std::string name;
 };
 
-/* STATUS_NO_SUCH_VSAN is "no-such-vsan" to the operator. */
+// STATUS_NO_SUCH_VSAN is "no-such-vsan" to the operator.
 std::string operator_name(std::string_view name) {
     std::string result;
     for (const char c : name.substr(sizeof "STATUS_" - 1))
