@@ -42,8 +42,9 @@ class CommitStream : public Stream {
         SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
         vsan_.bind(1, fmt::format("{:05}-{:04}", next_ / count_ % 100000, id));
         vsan_.bind(2, id);
-        if (vsan_.exec() != 1)
+        if (vsan_.exec() != 1) {
             throw Failure(fmt::format("the copy of the database has no VSAN {}", id));
+        }
         vsan_.reset();
         set("change_seconds", static_cast<int64_t>(next_));
         set("change_microseconds", static_cast<int64_t>(next_ % 1000000));

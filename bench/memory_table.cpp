@@ -27,10 +27,11 @@ int answer(netsnmp_mib_handler *, netsnmp_handler_registration *, netsnmp_agent_
            netsnmp_request_info *requests) {
     for (netsnmp_request_info *request = requests; request != nullptr; request = request->next) {
         const auto *row = static_cast<const row_data *>(netsnmp_tdata_extract_entry(request));
-        if (row == nullptr)
+        if (row == nullptr) {
             netsnmp_set_request_error(request_info, request, SNMP_NOSUCHINSTANCE);
-        else
+        } else {
             snmp_set_var_typed_value(request->requestvb, ASN_OCTET_STR, row->name, strlen(row->name));
+        }
     }
     return SNMP_ERR_NOERROR;
 }
@@ -54,12 +55,14 @@ extern "C" void init_memory_table(void) {
         snprintf(rows[i].name, NAME_SIZE, "bench-%04d", i + 1);
         const long index = i + 1;
         netsnmp_tdata_row *row = netsnmp_tdata_create_row();
-        if (row == nullptr)
+        if (row == nullptr) {
             continue;
+        }
         row->data = &rows[i];
         netsnmp_tdata_row_add_index(row, ASN_INTEGER, &index, sizeof index);
         netsnmp_tdata_add_row(table, row);
     }
-    if (netsnmp_tdata_register(registration, table, columns) != SNMPERR_SUCCESS)
+    if (netsnmp_tdata_register(registration, table, columns) != SNMPERR_SUCCESS) {
         snmp_log(LOG_ERR, "memory_table: the agent refuses the table\n");
+    }
 }

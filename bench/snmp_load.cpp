@@ -37,8 +37,9 @@ DESCRIPTION is a JSON object:
 )";
 
 std::unique_ptr<bench::Stream> make_stream(const json &description) {
-    if (description.at("kind") == "commit")
+    if (description.at("kind") == "commit") {
         return bench::make_commit_stream(description);
+    }
     return bench::make_snmp_stream(description);
 }
 
@@ -57,8 +58,9 @@ double rate_of_slice(bench::Stream &stream, const bench::Limit &limit, double &s
 
 json measure(const json &description) {
     std::vector<std::unique_ptr<bench::Stream>> streams;
-    for (const json &stream : description.at("streams"))
+    for (const json &stream : description.at("streams")) {
         streams.push_back(make_stream(stream));
+    }
     std::vector<std::vector<double>> rates(streams.size());
     std::vector<double> spent(streams.size(), 0.0);
 
@@ -76,11 +78,14 @@ json measure(const json &description) {
     const double wanted = description["seconds"];
     const auto slice = std::chrono::duration_cast<Clock::duration>(
         std::chrono::duration<double>(std::min(description.value("slice", 0.1), wanted)));
-    for (const auto &stream : streams)
+    for (const auto &stream : streams) {
         stream->run({.operations = description.value("warm_up", uint64_t{20})});
-    while (*std::ranges::min_element(spent) < wanted)
-        for (size_t i = 0; i < streams.size(); ++i)
+    }
+    while (*std::ranges::min_element(spent) < wanted) {
+        for (size_t i = 0; i < streams.size(); ++i) {
             rates[i].push_back(rate_of_slice(*streams[i], {.until = Clock::now() + slice}, spent[i]));
+        }
+    }
     return rates;
 }
 

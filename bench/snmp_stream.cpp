@@ -37,25 +37,29 @@ class Channel {
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         if (descriptor_ == -1 || setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) != 0 ||
-            connect(descriptor_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+            connect(descriptor_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
             throw Failure(fmt::format("no socket for port {}: {}", port, std::strerror(errno)));
+        }
     }
     ~Channel() { close(descriptor_); }
     Channel(const Channel &) = delete;
     Channel &operator=(const Channel &) = delete;
 
     void send(View message) {
-        if (::send(descriptor_, message.data(), message.size(), 0) != static_cast<ssize_t>(message.size()))
+        if (::send(descriptor_, message.data(), message.size(), 0) != static_cast<ssize_t>(message.size())) {
             throw Failure(fmt::format("cannot send to port {}: {}", port_, std::strerror(errno)));
+        }
     }
 
     // The next datagram; it stays until the next call.
     View receive() {
         const ssize_t size = recv(descriptor_, buffer_.data(), buffer_.size(), 0);
-        if (size < 0 && errno == EAGAIN)
+        if (size < 0 && errno == EAGAIN) {
             throw Failure(fmt::format("port {} has not answered for {} seconds", port_, patience.tv_sec));
-        if (size < 0)
+        }
+        if (size < 0) {
             throw Failure(fmt::format("cannot receive from port {}: {}", port_, std::strerror(errno)));
+        }
         return View(buffer_).first(static_cast<size_t>(size));
     }
 
@@ -81,8 +85,9 @@ class SnmpStream : public Stream {
     SnmpStream(uint16_t port, Description description)
         : channel_(port), what_(std::move(description)), object_(oid_content(what_.oid)),
           community_(element(tag_octet_string, as_octets(what_.community))), slots_(what_.outstanding) {
-        for (uint32_t slot = 0; slot < what_.outstanding; ++slot)
+        for (uint32_t slot = 0; slot < what_.outstanding; ++slot) {
             free_slots_.push_back(slot);
+        }
         names_.reserve(what_.count);
         for (uint32_t i = 0; i < what_.count; ++i) {
             names_.push_back(object_);
@@ -98,8 +103,9 @@ class SnmpStream : public Stream {
                 send_next();
                 ++started;
             }
-            if (free_slots_.size() == slots_.size())
+            if (free_slots_.size() == slots_.size()) {
                 return items;
+            }
             items += receive();
         }
     }
@@ -149,12 +155,13 @@ class SnmpStream : public Stream {
 
         // A GETBULK names the instance before the first that it wants.
         Octets varbind;
-        if (what_.pdu != tag_get_bulk)
+        if (what_.pdu != tag_get_bulk) {
             varbind = element(tag_oid, names_[slot.first]);
-        else if (slot.first > 0)
+        } else if (slot.first > 0) {
             varbind = element(tag_oid, names_[slot.first - 1]);
-        else
+        } else {
             varbind = element(tag_oid, object_);
+        }
         append(varbind, what_.pdu == tag_set ? value_to_set(slot.first) : element(tag_null, {}));
 
         Octets pdu;
@@ -184,27 +191,32 @@ class SnmpStream : public Stream {
     uint64_t receive() {
         Reader datagram(channel_.receive());
         const auto message = datagram.take(tag_sequence);
-        if (!message || !datagram.at_end())
+        if (!message || !datagram.at_end()) {
             wrong("not a message");
+        }
         Reader parts(*message);
         const auto version = parts.take_integer();
         const auto community = parts.take(tag_octet_string);
         const auto pdu = parts.take(tag_response);
-        if (version != 1 || !community || !pdu || !parts.at_end())
+        if (version != 1 || !community || !pdu || !parts.at_end()) {
             wrong("not a response");
+        }
 
         Reader fields(*pdu);
         const auto id = fields.take_integer();
         const auto status = fields.take_integer();
         const auto index = fields.take_integer();
         const auto varbinds = fields.take(tag_sequence);
-        if (!id || !status || !index || !varbinds || !fields.at_end())
+        if (!id || !status || !index || !varbinds || !fields.at_end()) {
             wrong("not a PDU");
+        }
         const uint32_t at = static_cast<uint32_t>(*id) & (max_outstanding - 1);
-        if (at >= slots_.size() || slots_[at].id != *id)
+        if (at >= slots_.size() || slots_[at].id != *id) {
             wrong("its request id is not that of a request under way");
-        if (*status != 0)
+        }
+        if (*status != 0) {
             wrong(fmt::format("error status {}", *status).c_str());
+        }
         check_varbinds(*varbinds, slots_[at]);
         slots_[at].id = 0;
         free_slots_.push_back(at);
@@ -215,17 +227,21 @@ class SnmpStream : public Stream {
         Reader list(varbinds);
         for (uint32_t i = 0; i < slot.count; ++i) {
             const auto varbind = list.take(tag_sequence);
-            if (!varbind)
+            if (!varbind) {
                 wrong("too few varbinds");
+            }
             Reader parts(*varbind);
             const auto name = parts.take(tag_oid);
-            if (!name || !std::ranges::equal(*name, names_[slot.first + i]))
+            if (!name || !std::ranges::equal(*name, names_[slot.first + i])) {
                 wrong("another name");
-            if (parts.next_tag() != what_.type || !parts.take(what_.type) || !parts.at_end())
+            }
+            if (parts.next_tag() != what_.type || !parts.take(what_.type) || !parts.at_end()) {
                 wrong("a value of another type");
+            }
         }
-        if (!list.at_end())
+        if (!list.at_end()) {
             wrong("too many varbinds");
+        }
     }
 
     Channel channel_;
@@ -242,12 +258,15 @@ class SnmpStream : public Stream {
 };
 
 uint8_t pdu_of_kind(const std::string &kind) {
-    if (kind == "get")
+    if (kind == "get") {
         return tag_get;
-    if (kind == "getbulk")
+    }
+    if (kind == "getbulk") {
         return tag_get_bulk;
-    if (kind == "set")
+    }
+    if (kind == "set") {
         return tag_set;
+    }
     throw Failure(fmt::format("'{}' is no kind of stream", kind));
 }
 
@@ -263,8 +282,9 @@ std::unique_ptr<Stream> make_snmp_stream(const nlohmann::json &description) {
     what.repetitions = description.value("repetitions", 50u);
     what.outstanding = description.value("outstanding", 1u);
     what.type = description.value("type", uint8_t{tag_octet_string});
-    if (what.count == 0 || what.repetitions == 0 || what.outstanding == 0 || what.outstanding > max_outstanding)
+    if (what.count == 0 || what.repetitions == 0 || what.outstanding == 0 || what.outstanding > max_outstanding) {
         throw Failure("a count in a stream's description is out of range");
+    }
     return std::make_unique<SnmpStream>(description.at("port").get<uint16_t>(), std::move(what));
 }
 

@@ -56,7 +56,7 @@ mapfile -t SCRIPTS < <(files '*.sh' .ci/run)
 mapfile -t PYTHON < <(files '*.py')
 
 say "checking format and code"
-check "format of C and C++" clang-format-14 --dry-run -Werror "${SOURCES[@]}"
+check "format of C and C++" clang-format-16 --dry-run -Werror "${SOURCES[@]}"
 check "cppcheck" cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portability \
     --inline-suppr --suppressions-list=tools/cppcheck.suppressions --error-exitcode=1 -j "$(nproc)" \
     -I platform/include -I . -I virtual_switch contract feature platform virtual_switch

@@ -44,8 +44,9 @@ std::string folder_problem(const std::string &folder) {
 
 // The folder without slashes at its end, so that paths in it read well.
 std::string tidy(std::string folder) {
-    while (folder.size() > 1 && folder.back() == '/')
+    while (folder.size() > 1 && folder.back() == '/') {
         folder.pop_back();
+    }
     return folder;
 }
 
@@ -55,10 +56,11 @@ void serve(const Options &options) {
     vswitch::Store store(options.state_directory);
     const std::string role_file = options.state_directory + "/roles.json";
     vswitch::Roles roles = vswitch::load_roles(role_file);
-    if (!store.exists())
+    if (!store.exists()) {
         store.create(new_switch(options));
-    else if (options.empty || !options.initial_file.empty())
+    } else if (options.empty || !options.initial_file.empty()) {
         spdlog::info("{} exists; the initial configuration is ignored", store.path());
+    }
     vswitch::ServedSwitch the_switch(store.open(), std::move(roles), &store, role_file);
 
     vswitch::ServerOptions server_options;

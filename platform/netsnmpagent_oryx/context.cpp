@@ -26,21 +26,24 @@ uint32_t next_number() {
 // The data is the number itself in place of a pointer, and nothing of ours releases it:
 // the agent may unload this library in the middle of a PDU and drop the list afterwards.
 uint32_t number_of(netsnmp_agent_request_info &request_info) {
-    if (const void *stored = netsnmp_agent_get_list_data(&request_info, PDU_NUMBER_NAME))
+    if (const void *stored = netsnmp_agent_get_list_data(&request_info, PDU_NUMBER_NAME)) {
         return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(stored));
+    }
     // Without memory the PDU gets a new number at each call: requests are repeated,
     // but nothing stale is served.
     const uint32_t number = next_number();
     void *stored = reinterpret_cast<void *>(static_cast<uintptr_t>(number));
-    if (netsnmp_data_list *node = netsnmp_create_data_list(PDU_NUMBER_NAME, stored, nullptr))
+    if (netsnmp_data_list *node = netsnmp_create_data_list(PDU_NUMBER_NAME, stored, nullptr)) {
         netsnmp_agent_add_list_data(&request_info, node);
+    }
     return number;
 }
 
 void copy_user(PduContext &context, const void *name, size_t length) {
     const size_t copied = length < MTS_WIRE_MAX_USER ? length : MTS_WIRE_MAX_USER;
-    if (copied > 0)
+    if (copied > 0) {
         memcpy(context.user, name, copied);
+    }
     context.user[copied] = '\0';
     context.identified = strlen(context.user) == length;
 }
@@ -51,19 +54,24 @@ void identify(PduContext &context, const netsnmp_agent_session *asp) {
     context.session = 0;
     context.identified = false;
     context.user[0] = '\0';
-    if (!asp)
+    if (!asp) {
         return;
-    if (asp->session)
+    }
+    if (asp->session) {
         context.session = static_cast<uint32_t>(asp->session->sessid);
+    }
     const netsnmp_pdu *pdu = asp->pdu;
-    if (!pdu)
+    if (!pdu) {
         return;
+    }
     if (pdu->version == SNMP_VERSION_3) {
-        if (pdu->securityName)
+        if (pdu->securityName) {
             copy_user(context, pdu->securityName, pdu->securityNameLen);
+        }
     } else if (pdu->version == SNMP_VERSION_1 || pdu->version == SNMP_VERSION_2c) {
-        if (pdu->community || pdu->community_len == 0)
+        if (pdu->community || pdu->community_len == 0) {
             copy_user(context, pdu->community, pdu->community_len);
+        }
     }
 }
 

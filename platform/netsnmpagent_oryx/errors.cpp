@@ -40,8 +40,9 @@ void log_set_error(uint32_t code, uint32_t number) {
 }
 
 void log_snmp_error(const snmp_error_record *record) {
-    if (record)
+    if (record) {
         oryx::record_error(record->code, 0, record->text, sizeof(record->text));
+    }
 }
 
 } // extern "C"

@@ -15,11 +15,14 @@ netsnmp_handler_registration *ours(const netsnmp_tree_cache &entry) {
 // each phase. The end is compared: a handler in between may pass varbinds on singly.
 bool is_last_of_phase(const netsnmp_agent_session &asp, const netsnmp_request_info *requests) {
     const netsnmp_request_info *end = requests;
-    while (end && end->next)
+    while (end && end->next) {
         end = end->next;
-    for (int i = asp.treecache_num; i >= 0; --i)
-        if (ours(asp.treecache[i]))
+    }
+    for (int i = asp.treecache_num; i >= 0; --i) {
+        if (ours(asp.treecache[i])) {
             return end && asp.treecache[i].requests_end == end;
+        }
+    }
     return false;
 }
 
@@ -45,12 +48,16 @@ void free_varbind(netsnmp_handler_registration &registration, netsnmp_agent_requ
 
 void free_after_last_undo(netsnmp_agent_request_info &request_info, const netsnmp_request_info *requests) {
     const netsnmp_agent_session *asp = request_info.asp;
-    if (!asp || !is_last_of_phase(*asp, requests))
+    if (!asp || !is_last_of_phase(*asp, requests)) {
         return;
-    for (int i = 0; i <= asp->treecache_num; ++i)
-        if (netsnmp_handler_registration *registration = ours(asp->treecache[i]))
-            for (netsnmp_request_info *request = asp->treecache[i].requests_begin; request; request = request->next)
+    }
+    for (int i = 0; i <= asp->treecache_num; ++i) {
+        if (netsnmp_handler_registration *registration = ours(asp->treecache[i])) {
+            for (netsnmp_request_info *request = asp->treecache[i].requests_begin; request; request = request->next) {
                 free_varbind(*registration, request_info, *request);
+            }
+        }
+    }
 }
 
 } // namespace oryx

@@ -27,11 +27,13 @@ void *module_handle = nullptr;
 // False when the path does not fit.
 bool find_module(char *path, size_t size) {
     const char *named = getenv(MODULE_VARIABLE);
-    if (named && *named)
+    if (named && *named) {
         return static_cast<size_t>(snprintf(path, size, "%s", named)) < size;
+    }
     Dl_info self;
-    if (dladdr(MODULE_FILE, &self) == 0 || !self.dli_fname)
+    if (dladdr(MODULE_FILE, &self) == 0 || !self.dli_fname) {
         return static_cast<size_t>(snprintf(path, size, "%s", MODULE_FILE)) < size;
+    }
     const char *slash = strrchr(self.dli_fname, '/');
     const int folder = slash ? static_cast<int>(slash + 1 - self.dli_fname) : 0;
     return static_cast<size_t>(snprintf(path, size, "%.*s%s", folder, self.dli_fname, MODULE_FILE)) < size;
@@ -44,8 +46,9 @@ extern "C" {
 
 void init_netsnmpagent_oryx(void) {
     using namespace oryx;
-    if (module_handle)
+    if (module_handle) {
         return;
+    }
     char path[PATH_MAX];
     if (!find_module(path, sizeof(path))) {
         snmp_log(LOG_ERR, "netsnmpagent_oryx: the path of %s is too long; its objects are not served\n", MODULE_FILE);
@@ -61,8 +64,9 @@ void init_netsnmpagent_oryx(void) {
 
 void deinit_netsnmpagent_oryx(void) {
     using namespace oryx;
-    if (!module_handle)
+    if (!module_handle) {
         return;
+    }
     dlclose(module_handle);
     module_handle = nullptr;
 }

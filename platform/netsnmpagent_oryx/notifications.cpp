@@ -47,9 +47,11 @@ static_assert(NOTIFICATION_CLASSES <= MTS_EVENTS_MAX_CLASSES);
 const oid SNMP_TRAP_OID[] = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
 
 Subscription *find(uint32_t event_class) {
-    for (unsigned i = 0; i < subscription_count; ++i)
-        if (subscriptions[i].event_class == event_class)
+    for (unsigned i = 0; i < subscription_count; ++i) {
+        if (subscriptions[i].event_class == event_class) {
             return &subscriptions[i];
+        }
+    }
     return nullptr;
 }
 
@@ -71,33 +73,38 @@ void send_notification(const oid *trap_oid, size_t trap_length, netsnmp_variable
 
 void deliver(const mts_message *message) {
     const Subscription *subscription = find(mts_message_class(message));
-    if (!subscription)
+    if (!subscription) {
         return;
+    }
     oid trap_oid[MAX_OID_LEN] = {};
     size_t trap_length = 0;
     int send = 0;
     binding_is_missing = false;
     netsnmp_variable_list *bindings = subscription->callback(message, trap_oid, &trap_length, &send);
-    if (bindings && !binding_is_missing && send == 1 && trap_length > 0 && trap_length <= MAX_OID_LEN)
+    if (bindings && !binding_is_missing && send == 1 && trap_length > 0 && trap_length <= MAX_OID_LEN) {
         send_notification(trap_oid, trap_length, bindings);
+    }
     snmp_free_varbind(bindings);
 }
 
 void disconnect() {
-    if (connection < 0)
+    if (connection < 0) {
         return;
-    if (pause_timer != 0)
+    }
+    if (pause_timer != 0) {
         snmp_alarm_unregister(pause_timer);
-    else
+    } else {
         unregister_readfd(connection);
+    }
     pause_timer = 0;
     connection = -1;
     mts_events_close();
 }
 
 void stop_timer() {
-    if (connect_timer != 0)
+    if (connect_timer != 0) {
         snmp_alarm_unregister(connect_timer);
+    }
     connect_timer = 0;
 }
 
@@ -116,8 +123,9 @@ void renew_connection() {
         stop_timer();
     } else if (connect_timer == 0) {
         connect_timer = snmp_alarm_register(CONNECT_INTERVAL, SA_REPEAT, on_connect_timer, nullptr);
-        if (connect_timer == 0)
+        if (connect_timer == 0) {
             snmp_log(LOG_ERR, "netsnmpagent_oryx: no memory for a timer; notifications are off\n");
+        }
     }
 }
 
@@ -125,8 +133,9 @@ void on_readable(int, void *);
 
 void on_pause_over(unsigned, void *) {
     pause_timer = 0;
-    if (register_readfd(connection, on_readable, nullptr) != FD_REGISTERED_OK)
+    if (register_readfd(connection, on_readable, nullptr) != FD_REGISTERED_OK) {
         renew_connection();
+    }
 }
 
 // Leaves the connection alone for a while; without memory for a timer it goes on.
@@ -134,8 +143,9 @@ void begin_pause() {
     struct timeval duration = {};
     duration.tv_usec = STORM_PAUSE * 1000;
     pause_timer = snmp_alarm_register_hr(duration, 0, on_pause_over, nullptr);
-    if (pause_timer != 0)
+    if (pause_timer != 0) {
         unregister_readfd(connection);
+    }
 }
 
 // The agent's loop found the connection readable.
@@ -145,23 +155,27 @@ void on_readable(int, void *) {
     for (unsigned taken = 0; taken < EVENTS_PER_TURN && result == 1 && !subscriptions_changed; ++taken) {
         const mts_message *message = nullptr;
         result = mts_events_next(&message);
-        if (result == 1)
+        if (result == 1) {
             deliver(message);
+        }
     }
     delivering = false;
-    if (result < 0 || subscriptions_changed)
+    if (result < 0 || subscriptions_changed) {
         renew_connection();
-    else if (result == 1)
+    } else if (result == 1) {
         begin_pause();
+    }
 }
 
 void on_connect_timer(unsigned, void *) {
     uint32_t classes[NOTIFICATION_CLASSES];
-    for (unsigned i = 0; i < subscription_count; ++i)
+    for (unsigned i = 0; i < subscription_count; ++i) {
         classes[i] = subscriptions[i].event_class;
+    }
     const int descriptor = mts_events_open(classes, subscription_count);
-    if (descriptor < 0)
+    if (descriptor < 0) {
         return;
+    }
     if (register_readfd(descriptor, on_readable, nullptr) != FD_REGISTERED_OK) {
         mts_events_close();
         return;
@@ -183,14 +197,16 @@ extern "C" {
 
 int register_for_notification(uint32_t event_class, notification_callback callback) {
     using namespace oryx;
-    if (!callback)
+    if (!callback) {
         return 1;
+    }
     if (Subscription *subscription = find(event_class)) {
         subscription->callback = callback;
         return 0;
     }
-    if (subscription_count == NOTIFICATION_CLASSES)
+    if (subscription_count == NOTIFICATION_CLASSES) {
         return 1;
+    }
     subscriptions[subscription_count++] = {event_class, callback};
     renew_connection();
     return 0;
@@ -199,8 +215,9 @@ int register_for_notification(uint32_t event_class, notification_callback callba
 void unregister_for_notification(uint32_t event_class) {
     using namespace oryx;
     Subscription *subscription = find(event_class);
-    if (!subscription)
+    if (!subscription) {
         return;
+    }
     *subscription = subscriptions[--subscription_count];
     renew_connection();
 }
@@ -218,8 +235,9 @@ netsnmp_variable_list *build_varbind(netsnmp_variable_list *list, const void *va
         memcpy(&aligned, value, length);
         value = &aligned;
     }
-    if (!snmp_varlist_add_variable(&list, name, name_length, type, value, length))
+    if (!snmp_varlist_add_variable(&list, name, name_length, type, value, length)) {
         oryx::binding_is_missing = true;
+    }
     return list;
 }
 

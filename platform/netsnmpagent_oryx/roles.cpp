@@ -43,12 +43,15 @@ void restrict_to_nothing(Role &limits) {
 }
 
 bool decode(const uint8_t *reply, uint32_t length, Role &decoded) {
-    if (!reply || length < ROLE_REPLY_RANGES)
+    if (!reply || length < ROLE_REPLY_RANGES) {
         return false;
+    }
     const uint32_t restricted = read_be32(reply + ROLE_REPLY_RESTRICTED);
     const uint32_t range_count = read_be32(reply + ROLE_REPLY_RANGE_COUNT);
-    if (restricted > 1 || range_count > ROLE_MAX_RANGES || length != ROLE_REPLY_RANGES + range_count * ROLE_RANGE_SIZE)
+    if (restricted > 1 || range_count > ROLE_MAX_RANGES ||
+        length != ROLE_REPLY_RANGES + range_count * ROLE_RANGE_SIZE) {
         return false;
+    }
     decoded.restricted = restricted == 1;
     memcpy(decoded.vsans, reply + ROLE_REPLY_VSANS, VSAN_BITMAP_SIZE);
     decoded.range_count = range_count;
@@ -57,20 +60,23 @@ bool decode(const uint8_t *reply, uint32_t length, Role &decoded) {
         const uint8_t *range = reply + ROLE_REPLY_RANGES + i * ROLE_RANGE_SIZE;
         decoded.ranges[i] = {read_be32(range), read_be32(range + 4)};
         if (decoded.ranges[i].first > decoded.ranges[i].last ||
-            (i > 0 && decoded.ranges[i].first <= decoded.ranges[i - 1].last))
+            (i > 0 && decoded.ranges[i].first <= decoded.ranges[i - 1].last)) {
             return false;
+        }
     }
     // An unrestricted user with limits contradicts itself; better to believe the limits.
-    if (!decoded.restricted && (range_count > 0 || !is_empty(decoded.vsans)))
+    if (!decoded.restricted && (range_count > 0 || !is_empty(decoded.vsans))) {
         return false;
+    }
     return true;
 }
 
 void report_failure(const char *reason) {
-    if (!failure_reported)
+    if (!failure_reported) {
         snmp_log(LOG_WARNING,
                  "netsnmpagent_oryx: the switch does not say what users may touch (%s); until it does, nothing\n",
                  reason);
+    }
     failure_reported = true;
 }
 
@@ -105,8 +111,9 @@ bool fetch(const char *user) {
         report_failure("its answer is damaged");
     } else {
         is_given = true;
-        if (failure_reported)
+        if (failure_reported) {
             snmp_log(LOG_INFO, "netsnmpagent_oryx: the switch says again what users may touch\n");
+        }
         failure_reported = false;
     }
     free(reply);
@@ -116,8 +123,9 @@ bool fetch(const char *user) {
 // Sees to it that `role` is what the requester of `pdu` may touch.
 void refresh(const PduContext &pdu) {
     const bool is_same_user = strcmp(role_user, pdu.user) == 0;
-    if (role_pdu == pdu.number && is_same_user)
+    if (role_pdu == pdu.number && is_same_user) {
         return;
+    }
     // A change that comes while the switch is asked belongs to a later generation.
     const uint64_t generation = mts_settings_generation();
     if (generation == 0 || role_generation != generation || !is_same_user) {
@@ -149,8 +157,9 @@ const Role &current_role() {
 } // namespace
 
 bool role_decode(const uint8_t *reply, uint32_t length, Role &decoded) {
-    if (decode(reply, length, decoded))
+    if (decode(reply, length, decoded)) {
         return true;
+    }
     restrict_to_nothing(decoded);
     return false;
 }
@@ -173,8 +182,9 @@ extern "C" {
 // neither the name nor the type of the PDU makes a difference here.
 int snmp_get_allowed_vsans_subtree(allowed_vsan_list *list, const oid *, size_t, int) {
     const oryx::Role &role = oryx::current_role();
-    if (!role.restricted)
+    if (!role.restricted) {
         return 0;
+    }
     if (list) {
         list->size = VSAN_BITMAP_SIZE;
         memcpy(list->bitmap, role.vsans, VSAN_BITMAP_SIZE);
@@ -187,8 +197,9 @@ int snmp_is_vsan_allowed_in_list(uint32_t vsan, allowed_vsan_list list) {
 }
 
 int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
-    if (!vsan || *vsan >= VSAN_NUMBER_MAX)
+    if (!vsan || *vsan >= VSAN_NUMBER_MAX) {
         return 0;
+    }
     const uint32_t bytes = oryx::usable_bytes(list);
     uint32_t candidate = *vsan + 1;
     while (candidate / 8 < bytes) {

@@ -19,8 +19,9 @@ static const oid OBJECT[] = {1, 3, 6, 1, 4, 1, VENDOR_PEN, 9, 282, 1, 1, 5};
 static u_char *read_control(struct variable *row, oid *name, size_t *length, int exact, size_t *value_length,
                             WriteMethod **write_method) {
     static long value = 1;
-    if (header_generic(row, name, length, exact, value_length, write_method) != MATCH_SUCCEEDED)
+    if (header_generic(row, name, length, exact, value_length, write_method) != MATCH_SUCCEEDED) {
         return NULL;
+    }
     *write_method = write_vsanNotificationCntl;
     return (u_char *)&value;
 }

@@ -23,8 +23,9 @@ constexpr oid udp_domain[] = {1, 3, 6, 1, 6, 1, 1};
 int receive(netsnmp_transport *, void *buffer, int size, void **address, int *address_length) {
     *address = nullptr;
     *address_length = 0;
-    if (incoming == nullptr || incoming->size() > static_cast<size_t>(size))
+    if (incoming == nullptr || incoming->size() > static_cast<size_t>(size)) {
         return -1;
+    }
     memcpy(buffer, incoming->data(), incoming->size());
     return static_cast<int>(incoming->size());
 }
@@ -58,8 +59,9 @@ int drop_line(netsnmp_log_handler *, int, const char *) {
 // which the agent's library knows its sessions.
 netsnmp_transport *make_transport() {
     auto *made = static_cast<netsnmp_transport *>(calloc(1, sizeof(netsnmp_transport)));
-    if (made == nullptr)
+    if (made == nullptr) {
         abort();
+    }
     made->domain = udp_domain;
     made->domain_length = static_cast<int>(OID_LENGTH(udp_domain));
     made->sock = eventfd(0, EFD_CLOEXEC);

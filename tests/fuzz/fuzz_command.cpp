@@ -25,14 +25,19 @@ bool is_unchanged(const ServedSwitch &target, const SwitchData &data) {
     const SwitchModel &model = target.model;
     if (model.settings() != data.settings || model.vsan_count() != data.vsans.size() ||
         model.port_count() != data.ports.size() || model.session() || !target.events.staged().empty() ||
-        !target.faults.list().empty() || !target.roles.list().empty())
+        !target.faults.list().empty() || !target.roles.list().empty()) {
         return false;
-    for (const auto &[id, vsan] : data.vsans)
-        if (!model.vsan(id) || *model.vsan(id) != vsan)
+    }
+    for (const auto &[id, vsan] : data.vsans) {
+        if (!model.vsan(id) || *model.vsan(id) != vsan) {
             return false;
-    for (const auto &[if_index, port] : data.ports)
-        if (!model.port(if_index) || *model.port(if_index) != port)
+        }
+    }
+    for (const auto &[if_index, port] : data.ports) {
+        if (!model.port(if_index) || *model.port(if_index) != port) {
             return false;
+        }
+    }
     return true;
 }
 
@@ -41,8 +46,9 @@ bool is_unchanged(const ServedSwitch &target, const SwitchData &data) {
 // The first byte is the kind, as a digit.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
     static const SwitchData data = make_data();
-    if (size == 0)
+    if (size == 0) {
         return 0;
+    }
     ServedSwitch target(data, Roles());
     Request request;
     request.service = MTS_SERVICE_SWITCH;
@@ -56,16 +62,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
     const uint32_t status = reply.status;
     if (request.kind != MTS_KIND_GET && request.kind != MTS_KIND_SET) {
         // No command at all, so that nobody explains it.
-        if (status != STATUS_NO_SUCH_KIND)
+        if (status != STATUS_NO_SUCH_KIND) {
             abort();
+        }
         return 0;
     }
-    if (reply.data.size() > MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED)
+    if (reply.data.size() > MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED) {
         abort();
+    }
     const auto json = nlohmann::json::parse(reply.data.begin(), reply.data.end(), nullptr, false);
-    if (!json.is_object())
+    if (!json.is_object()) {
         abort();
-    if (status != 0 && (!json.contains("error") || !json["error"].is_string() || !is_unchanged(target, data)))
+    }
+    if (status != 0 && (!json.contains("error") || !json["error"].is_string() || !is_unchanged(target, data))) {
         abort();
+    }
     return 0;
 }

@@ -33,8 +33,9 @@ bool deliver(notification_callback callback, const mts_message *message, const e
     require(platform.replies_held.empty(), "a reply was kept");
     require(send == 0 || send == 1, "a send flag of another value");
     require((list != nullptr) == (send == 1), "a list without the flag, or the other way round");
-    if (send == 0)
+    if (send == 0) {
         return false;
+    }
 
     require(length == 13 && trap[12] == expected.last_arc, "another notification");
     size_t count = 0;
@@ -55,19 +56,22 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size == 0)
+    if (size == 0) {
         return 0;
+    }
     platform.reset();
     const uint8_t how = *data;
     const bytes answer(how & 15u);
-    if ((how & 0x10) != 0)
+    if ((how & 0x10) != 0) {
         platform.on(1282, 1).status_with_data(some_failure, answer);
-    else
+    } else {
         platform.on(1282, 1).reply(answer);
+    }
     const bool has_payload = (how & 0x20) == 0;
     mts_message event;
-    if (has_payload)
+    if (has_payload) {
         event.payload = bytes(data + 1, data + size);
+    }
     const mts_message *message = (how & 0x40) == 0 ? &event : nullptr;
 
     const bool vsan_sent = deliver(handle_notifications, message, {1, 3});

@@ -28,8 +28,9 @@ class fuzz_input {
 
 // Ends the process, so that the fuzzer keeps the input, unless `condition` holds.
 inline void require(bool condition, const char *what = "something that always holds") {
-    if (condition)
+    if (condition) {
         return;
+    }
     fprintf(stderr, "broken: %s\n", what);
     abort();
 }

@@ -52,8 +52,9 @@ bytes table_record(fuzz_input &in, unsigned form) {
 }
 
 membership_reply next_pair(fuzz_input &in) {
-    if (in.empty())
+    if (in.empty()) {
         return {some_failure};
+    }
     const uint8_t how = in.byte();
     const uint32_t factor = (how & 4) != 0 ? 65537 : 1;
     membership_reply reply;
@@ -65,13 +66,15 @@ membership_reply next_pair(fuzz_input &in) {
 }
 
 scripted_reply next_reply(fuzz_input &in) {
-    if (in.empty())
+    if (in.empty()) {
         return {some_failure, 0, std::nullopt};
+    }
     const uint8_t how = in.byte();
     scripted_reply reply;
     reply.status = (how & 3) == 3 ? failure(how) : 0;
-    if ((how & 4) != 0)
+    if ((how & 4) != 0) {
         return reply;
+    }
     if ((how & 0x80) != 0) {
         reply.data = table_record(in, how >> 3 & 3);
         return reply;
@@ -79,8 +82,9 @@ scripted_reply next_reply(fuzz_input &in) {
     switch (how >> 3 & 3) {
     case 0: { // bytes as they come
         bytes data(in.word16() % 4096);
-        for (uint8_t &byte : data)
+        for (uint8_t &byte : data) {
             byte = in.byte();
+        }
         reply.data = data;
         break;
     }
@@ -135,15 +139,18 @@ void read_once(fuzz_input &in) {
     registered_object object(rows[in.byte() % rows.size()].magic);
     const uint8_t flags = in.byte();
     const oid_name asked = name_for(object, flags >> 4 & 7, in.word16());
-    if ((flags & 4) == 0)
+    if ((flags & 4) == 0) {
         platform.next_pdu();
+    }
     platform.tdx_enabled = flags >> 3 & 1;
     platform.allowed_vsans.reset();
-    if ((flags & 2) != 0)
+    if ((flags & 2) != 0) {
         platform.restrict_to({1, 2, 30, 100, 4095});
+    }
     platform.barred_interfaces.clear();
-    if ((flags & 0x80) != 0)
+    if ((flags & 0x80) != 0) {
         platform.barred_interfaces = {{1, 1}, {2, -1}};
+    }
     platform.requests.clear();
     platform.membership_requests.clear();
     platform.journal.clear();
@@ -154,11 +161,13 @@ void read_once(fuzz_input &in) {
     // Passing over a VSAN without a timer costs two requests.
     require(platform.requests.size() <= 2 * 4097, "a search did not end");
     require(platform.membership_requests.size() <= 4097, "a search for a pair did not end");
-    for (const sent_request &request : platform.requests)
+    for (const sent_request &request : platform.requests) {
         require(request.wait_class == 4 && request.service == 15, "a read with another envelope");
+    }
     require(answer.name.size() <= MAX_OID_LEN, "a name too long");
-    if (!answer.present)
+    if (!answer.present) {
         return;
+    }
     require(answer.length <= 36, "a value longer than any object has");
     // The agent copies the value: all of it must be there.
     const bytes copy(answer.value, answer.value + answer.length);
@@ -179,7 +188,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz_input in(data, size);
     platform.manager = [&in](const sent_request &) { return next_reply(in); };
     platform.port_manager = [&in](const membership_request &) { return next_pair(in); };
-    while (!in.empty())
+    while (!in.empty()) {
         read_once(in);
+    }
     return 0;
 }

@@ -50,8 +50,9 @@ constexpr int64_t error_not_writable = 17;
 
 bytes octets(fuzz_input &in) {
     bytes result(in.byte() % 64);
-    for (uint8_t &octet : result)
+    for (uint8_t &octet : result) {
         octet = in.byte();
+    }
     return result;
 }
 
@@ -77,8 +78,9 @@ bool starts_with(const snmp_name &name, const snmp_name &prefix) {
 // The registered row of an instance, or null.
 const variable7 *object_of(const snmp_name &name) {
     for (size_t i = 0; i < object_names.size(); ++i) {
-        if (starts_with(name, object_names[i]))
+        if (starts_with(name, object_names[i])) {
             return &vsan_mib_variables[i];
+        }
     }
     return nullptr;
 }
@@ -143,8 +145,9 @@ bool add_value(unsigned how, const variable7 *object, fuzz_input &in, snmp_varbi
         if (varbind.type != type_octets) {
             const uint32_t number = in.word16();
             varbind.value = {static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number)};
-            if (varbind.type != type_integer)
+            if (varbind.type != type_integer) {
                 varbind.value.insert(varbind.value.begin(), 0);
+            }
             return true;
         }
     } else {
@@ -161,15 +164,17 @@ snmp_varbind next_varbind(fuzz_input &in, bool with_value, bool &is_valid) {
     const variable7 *object = choose_object(which, varbind.name);
     const uint32_t index = in.word16();
     add_index(how & 7, index, in, varbind.name);
-    if (with_value && !add_value(how >> 3, object, in, varbind))
+    if (with_value && !add_value(how >> 3, object, in, varbind)) {
         is_valid = false;
+    }
     return varbind;
 }
 
 std::string text_of(const snmp_name &name) {
     std::string text;
-    for (const uint32_t arc : name)
+    for (const uint32_t arc : name) {
         text += "." + std::to_string(arc);
+    }
     return text;
 }
 
@@ -192,10 +197,11 @@ void check_walk(const snmp_message &request, const snmp_message &answer) {
         const snmp_varbind &step = answer.varbinds[i];
         // Where a repetition begins with the end, the agent takes the name from the wrong end
         // of the request: it forgets that the varbinds that are not repeated come first.
-        if (i >= single && i < asked && step.type == type_end_of_mib_view)
+        if (i >= single && i < asked && step.type == type_end_of_mib_view) {
             check_step(request.varbinds[i - single].name, step);
-        else
+        } else {
             check_step(i < asked ? request.varbinds[i].name : answer.varbinds[i - repeated].name, step);
+        }
     }
 }
 
@@ -219,8 +225,9 @@ void check_answer(const snmp_message &request, const snmp_message &answer) {
     }
     if (request.command == pdu_set) {
         require(answer.varbinds.size() == request.varbinds.size(), "a SET answered with other varbinds");
-        for (size_t i = 0; i < answer.varbinds.size(); ++i)
+        for (size_t i = 0; i < answer.varbinds.size(); ++i) {
             require(answer.varbinds[i].name == request.varbinds[i].name, "a SET of another instance");
+        }
     } else if (request.command == pdu_get) {
         require(answer.varbinds.size() == request.varbinds.size(), "a GET answered with other varbinds");
         for (size_t i = 0; i < answer.varbinds.size(); ++i) {
@@ -237,15 +244,17 @@ void check_answer(const snmp_message &request, const snmp_message &answer) {
 void check_visible(const snmp_message &answer, const vswitch::Permission &permission) {
     for (const snmp_varbind &varbind : answer.varbinds) {
         const variable7 *row = object_of(varbind.name);
-        if (varbind.type >= 0x80 || row == nullptr || row->findVar == get_vsan_mib)
+        if (varbind.type >= 0x80 || row == nullptr || row->findVar == get_vsan_mib) {
             continue; // no such instance, or a scalar
+        }
         const size_t index_at = vsan_mib_root_length + row->namelen;
         require(varbind.name.size() > index_at, "a row without an index");
         const uint32_t index = varbind.name[index_at];
-        if (row->magic == VSANIFVSAN)
+        if (row->magic == VSANIFVSAN) {
             require(permission.allows_interface(index), "another user's interface is seen");
-        else if (row->magic != VSANIFDENYLIST) // which everybody may see
+        } else if (row->magic != VSANIFDENYLIST) { // which everybody may see
             require(permission.allows_vsan(index), "another user's VSAN is seen");
+        }
     }
 }
 
@@ -253,15 +262,18 @@ void check_visible(const snmp_message &answer, const vswitch::Permission &permis
 // move to another, whoever they belong to.
 void check_untouched(const vswitch::SwitchData &before, const vswitch::SwitchData &after,
                      const vswitch::Permission &permission) {
-    for (const auto &[id, vsan] : before.vsans)
+    for (const auto &[id, vsan] : before.vsans) {
         require(permission.allows_vsan(id) || (after.vsans.contains(id) && after.vsans.at(id) == vsan),
                 "another user's VSAN is changed");
-    for (const auto &[id, vsan] : after.vsans)
+    }
+    for (const auto &[id, vsan] : after.vsans) {
         require(permission.allows_vsan(id) || before.vsans.contains(id), "a VSAN is created for others");
-    for (const auto &[if_index, port] : before.ports)
+    }
+    for (const auto &[if_index, port] : before.ports) {
         require(permission.allows_interface(if_index) || after.ports.at(if_index) == port ||
                     !after.vsans.contains(port.vsan),
                 "another user's interface is changed");
+    }
     require(after.settings.timers == before.settings.timers &&
                 after.settings.switch_latency == before.settings.switch_latency &&
                 after.settings.network_latency == before.settings.network_latency &&
@@ -271,10 +283,12 @@ void check_untouched(const vswitch::SwitchData &before, const vswitch::SwitchDat
 
 void check_switch(const vswitch::SwitchData &data) {
     require(data.vsans.contains(VSAN_NUMBER_DEFAULT), "the default VSAN is gone");
-    for (const auto &[id, vsan] : data.vsans)
+    for (const auto &[id, vsan] : data.vsans) {
         require(id >= 1 && id <= VSAN_NUMBER_MAX, "a VSAN that cannot be");
-    for (const auto &[if_index, port] : data.ports)
+    }
+    for (const auto &[if_index, port] : data.ports) {
         require(data.vsans.contains(port.vsan), "an interface in no VSAN");
+    }
 }
 
 bool fails_before_any_change(int64_t error) {
@@ -291,8 +305,9 @@ void converse(fuzz_input &in, int64_t number) {
     snmp_message request;
     request.command = commands[kind & 3];
     const bool is_set = request.command == pdu_set;
-    if ((kind & 4) != 0 && request.command != pdu_get_bulk)
+    if ((kind & 4) != 0 && request.command != pdu_get_bulk) {
         request.version = 0;
+    }
     request.community = users[kind >> 3 & 3];
     request.request_id = number;
     if (request.command == pdu_get_bulk) {
@@ -300,18 +315,21 @@ void converse(fuzz_input &in, int64_t number) {
         request.index = repetitions >> 3;
     }
     bool is_valid = true;
-    for (unsigned left = (kind >> 5) + 1u; left > 0; --left)
+    for (unsigned left = (kind >> 5) + 1u; left > 0; --left) {
         request.varbinds.push_back(next_varbind(in, is_set, is_valid));
+    }
     bytes message = encode(request);
     const unsigned damaged = damage > 248 ? damage - 248u : 0;
-    for (unsigned left = damaged; left > 0; --left)
+    for (unsigned left = damaged; left > 0; --left) {
         message[in.word16() % message.size()] ^= in.byte();
+    }
 
     vswitch::ServedSwitch &target = *the_switch.target;
     const vswitch::Permission *permission = target.roles.find(request.community);
     std::optional<vswitch::SwitchData> before;
-    if (is_set && permission != nullptr)
+    if (is_set && permission != nullptr) {
         before = target.model.data();
+    }
     the_switch.failing = failing & 63u;
     the_switch.how = static_cast<failure>(failing >> 6);
     the_switch.requests = 0;
@@ -322,23 +340,28 @@ void converse(fuzz_input &in, int64_t number) {
     require(!agent_is_blocking(), "the agent says that it blocks");
     check_switch(target.model.data());
     require(answers.size() <= 1, "two answers");
-    for (const bytes &answer : answers)
+    for (const bytes &answer : answers) {
         require(decode(answer).has_value(), "an answer that is no message");
-    if (damaged != 0)
+    }
+    if (damaged != 0) {
         return;
+    }
 
     require(answers.size() == 1 || !is_valid, "no answer");
-    if (answers.empty())
+    if (answers.empty()) {
         return;
+    }
     const snmp_message answer = *decode(answers[0]);
     check_answer(request, answer);
     require(is_set || the_switch.changes == 0, "a read that changes something");
-    if (is_set && request.version == 1 && fails_before_any_change(answer.error))
+    if (is_set && request.version == 1 && fails_before_any_change(answer.error)) {
         require(the_switch.changes == 0, "a SET that was refused has changed something");
-    if (before)
+    }
+    if (before) {
         check_untouched(*before, target.model.data(), *permission);
-    else if (permission != nullptr && answer.error == 0)
+    } else if (permission != nullptr && answer.error == 0) {
         check_visible(answer, *permission);
+    }
 }
 
 vswitch::SwitchData make_data() {
@@ -374,7 +397,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     start.settings.tdx_enabled = (mode & 1) != 0;
     start.settings.tdx_show_run = (mode & 2) != 0;
     the_switch.target.emplace(start, roles);
-    for (int64_t number = 1; number <= most_messages && !in.empty(); ++number)
+    for (int64_t number = 1; number <= most_messages && !in.empty(); ++number) {
         converse(in, number);
+    }
     return 0;
 }

@@ -75,11 +75,13 @@ class HostileClient {
             message.msg_control = control;
             message.msg_controllen = sizeof control;
             const ssize_t got = recvmsg(socket_, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-            if (got <= 0)
+            if (got <= 0) {
                 return;
+            }
             received.insert(received.end(), chunk.begin(), chunk.begin() + got);
-            if (const cmsghdr *first = CMSG_FIRSTHDR(&message))
+            if (const cmsghdr *first = CMSG_FIRSTHDR(&message)) {
                 map(first);
+            }
         }
     }
 
@@ -98,8 +100,9 @@ class HostileClient {
     }
 
     void unmap() {
-        if (shared_)
+        if (shared_) {
             munmap(shared_, sizeof *shared_);
+        }
         shared_ = nullptr;
     }
 
@@ -118,8 +121,9 @@ void check(std::vector<uint8_t> &bytes) {
         const bool is_sign = type == MTS_FRAME_PONG || type == MTS_FRAME_SHARED || type == MTS_FRAME_KNOCK;
         require((type == MTS_FRAME_REPLY && size >= MTS_WIRE_REPLY_FIXED) ||
                 (type == MTS_FRAME_EVENT && size >= MTS_WIRE_EVENT_FIXED) || (is_sign && size == 0));
-        if (rest.size() < size_t{MTS_WIRE_HEADER} + size)
+        if (rest.size() < size_t{MTS_WIRE_HEADER} + size) {
             break;
+        }
         used += size_t{MTS_WIRE_HEADER} + size;
     }
     bytes.erase(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(used));
@@ -162,10 +166,12 @@ void check_answer(const mts_shared_memory &shared, Bytes request) {
 void check_served(const mts_shared_memory &shared, bool connected) {
     const std::vector<uint8_t> request = request_in(shared);
     const bool is_taken = shared.state != MTS_SHARED_POSTED; // not where the daemon has given other memory since
-    if (is_taken && !is_one_request(request))
+    if (is_taken && !is_one_request(request)) {
         require(!connected, "a client that posts no request stays connected");
-    if (shared.state == MTS_SHARED_ANSWERED)
+    }
+    if (shared.state == MTS_SHARED_ANSWERED) {
         check_answer(shared, request);
+    }
 }
 
 // Steps, each one of: byte 0 what, bytes 1 and 2 a length, then that many bytes.
@@ -191,15 +197,17 @@ void converse(Bytes input) {
                 client.send(bytes);
                 break;
             case 1:
-                if (!shared)
+                if (!shared) {
                     break;
+                }
                 shared->requester_sleeps = step >> 2 & 1;
                 post(*shared, bytes, (step >> 4) * 0x11110000u);
                 posts = true;
                 break;
             case 2: // words that are the daemon's
-                if (!shared)
+                if (!shared) {
                     break;
+                }
                 shared->state = step >> 2 & 7;
                 shared->generation = step;
                 shared->reply_length = step * 0x01010101u;
@@ -207,17 +215,21 @@ void converse(Bytes input) {
             default: // an answer is not read
                 break;
             }
-            if (host.shares())
+            if (host.shares()) {
                 connection->serve_memory();
-            if (posts)
+            }
+            if (posts) {
                 check_served(*shared, host.connected());
+            }
             host.poll();
-            if (step % 4 != 3)
+            if (step % 4 != 3) {
                 client.receive(received);
+            }
             check(received);
         }
-        if (host.connected())
+        if (host.connected()) {
             connection->drop("the input ends");
+        }
     }
     host.poll(); // what was under way lets the connection go
 }

@@ -27,12 +27,14 @@ void check(Bytes output) {
         const auto magic = load_word(output, 0);
         const auto type = load_word(output, 4);
         const auto size = load_word(output, 12);
-        if (magic != MTS_WIRE_MAGIC || !size || *size > MTS_WIRE_MAX_BODY || output.size() - MTS_WIRE_HEADER < *size)
+        if (magic != MTS_WIRE_MAGIC || !size || *size > MTS_WIRE_MAX_BODY || output.size() - MTS_WIRE_HEADER < *size) {
             abort();
+        }
         const bool is_reply = type == MTS_FRAME_REPLY && *size >= MTS_WIRE_REPLY_FIXED;
         const bool is_event = type == MTS_FRAME_EVENT && *size >= MTS_WIRE_EVENT_FIXED;
-        if (!is_reply && !is_event && !(type == MTS_FRAME_PONG && *size == 0))
+        if (!is_reply && !is_event && !(type == MTS_FRAME_PONG && *size == 0)) {
             abort();
+        }
         output = output.subspan(size_t{MTS_WIRE_HEADER} + *size);
     }
 }
@@ -41,8 +43,9 @@ void check(Bytes output) {
 
 // The first byte says into how large portions the rest is cut.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size == 0)
+    if (size == 0) {
         return 0;
+    }
     ServedSwitch target = make_switch(); // a new one, for requests change it
     const size_t portion = data[0] == 0 ? size : data[0];
     Bytes input(data + 1, size - 1);
@@ -58,19 +61,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         do {
             output.clear();
             used = conversation.serve(received, output);
-            if (used > received.size() || output.size() > vswitch::Conversation::output_limit + MTS_WIRE_MAX_BODY)
+            if (used > received.size() || output.size() > vswitch::Conversation::output_limit + MTS_WIRE_MAX_BODY) {
                 abort();
+            }
             check(output);
             output.clear();
             conversation.subscriber().take(output, vswitch::Conversation::output_limit);
             check(output);
             held_up = conversation.delay().has_value();
-            if (held_up)
+            if (held_up) {
                 conversation.resume();
+            }
             received.erase(received.begin(), received.begin() + static_cast<ptrdiff_t>(used));
         } while (used > 0 || held_up);
-        if (received.size() > MTS_WIRE_HEADER + MTS_WIRE_MAX_BODY && !conversation.broken() && !conversation.is_ended())
+        if (received.size() > MTS_WIRE_HEADER + MTS_WIRE_MAX_BODY && !conversation.broken() &&
+            !conversation.is_ended()) {
             abort(); // a whole frame must not be left unserved
+        }
     }
     return 0;
 }

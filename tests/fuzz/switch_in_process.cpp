@@ -32,8 +32,9 @@ bool asks_for_change(uint32_t kind) {
 // A reply's data in memory of just its size.
 void *copy_of(const vswitch::Buffer &data) {
     void *copy = malloc(data.empty() ? 1 : data.size());
-    if (copy != nullptr && !data.empty())
+    if (copy != nullptr && !data.empty()) {
         memcpy(copy, data.data(), data.size());
+    }
     return copy;
 }
 
@@ -53,33 +54,40 @@ mts_queue *mts_response_q = reinterpret_cast<mts_queue *>(&queue_storage);
 uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void **reply, uint32_t *length,
                       const char *user_name, uint32_t, uint32_t service, mts_queue *, uint32_t) {
     const uint32_t sent = *length;
-    if (reply != nullptr)
+    if (reply != nullptr) {
         *reply = nullptr;
+    }
     *length = 0;
 
     ++the_switch.requests;
     the_switch.changes += asks_for_change(kind);
     const bool fails = the_switch.requests == the_switch.failing;
-    if (fails && the_switch.how == failure::refused)
+    if (fails && the_switch.how == failure::refused) {
         return any_refusal;
-    if (fails && the_switch.how == failure::unanswered)
+    }
+    if (fails && the_switch.how == failure::unanswered) {
         return timed_out();
+    }
 
     vswitch::Request request;
     request.service = service;
     request.opcode = opcode;
     request.kind = kind;
     request.length = sent;
-    if (payload != nullptr)
+    if (payload != nullptr) {
         request.payload = vswitch::Bytes(static_cast<const uint8_t *>(payload), sent);
-    if (user_name != nullptr)
+    }
+    if (user_name != nullptr) {
         request.user = user_name;
+    }
     vswitch::Reply answer;
     vswitch::answer_request(*the_switch.target, request, answer);
-    if (fails && the_switch.how == failure::lost)
+    if (fails && the_switch.how == failure::lost) {
         return timed_out();
-    if (fails)
+    }
+    if (fails) {
         answer.data.resize(answer.data.size() / 2);
+    }
     if (reply != nullptr && answer.has_data) {
         *reply = copy_of(answer.data);
         *length = static_cast<uint32_t>(answer.data.size());
@@ -126,8 +134,9 @@ int sdwrap_hist_event_subtype_check(uint32_t, uint32_t) {
 }
 void sdwrap_hist_event(uint32_t, uint32_t length, const void *record) {
     // Its length counts the class before the text and the NUL behind it.
-    if (strlen(static_cast<const char *>(record) + sizeof(uint32_t)) + 5 != length)
+    if (strlen(static_cast<const char *>(record) + sizeof(uint32_t)) + 5 != length) {
         abort();
+    }
 }
 int sdwrap_chk_int(uint32_t, uint32_t, uint32_t, uint32_t) {
     return 1;
@@ -136,8 +145,9 @@ void buginf(const char *, const char *format, ...) {
     char text[1024];
     va_list arguments;
     va_start(arguments, format);
-    if (vsnprintf(text, sizeof text, format, arguments) < 0)
+    if (vsnprintf(text, sizeof text, format, arguments) < 0) {
         abort();
+    }
     va_end(arguments);
 }
 

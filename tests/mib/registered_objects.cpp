@@ -30,8 +30,9 @@ std::vector<oid> root;
 
 std::string suffix_of(const variable7 &row) {
     std::string text;
-    for (u_char arc = 0; arc < row.namelen; ++arc)
+    for (u_char arc = 0; arc < row.namelen; ++arc) {
         text += (arc == 0 ? "" : ".") + std::to_string(row.name[arc]);
+    }
     return text;
 }
 
@@ -50,8 +51,9 @@ WriteMethod *write_method_of(void *module, const variable7 &row, oid *name, size
     WriteMethod *method = nullptr;
     row.findVar(&var, asked, &length, 1, &value_length, &method);
     void *select = dlsym(module, "set_if_table_set_methods");
-    if (method == nullptr && select != nullptr)
+    if (method == nullptr && select != nullptr) {
         reinterpret_cast<void (*)(int, WriteMethod **)>(select)(row.magic, &method);
+    }
     return method;
 }
 
@@ -59,8 +61,9 @@ int reserve(WriteMethod *method, const variable7 &row, oid *name, size_t length,
     const auto value = static_cast<long>(strtoll(number, nullptr, 10));
     std::vector<u_char> bytes(sizeof value);
     memcpy(bytes.data(), &value, sizeof value);
-    if (row.type == ASN_OCTET_STR)
+    if (row.type == ASN_OCTET_STR) {
         bytes.assign(static_cast<size_t>(value), 'x');
+    }
     bytes.reserve(1);
     const int status = method(RESERVE1, bytes.data(), row.type, bytes.size(), nullptr, name, length);
     method(FREE, bytes.data(), row.type, bytes.size(), nullptr, name, length);
@@ -69,17 +72,19 @@ int reserve(WriteMethod *method, const variable7 &row, oid *name, size_t length,
 
 bool set(void *module, const std::string &suffix, int count, char **numbers) {
     for (const variable7 &row : objects) {
-        if (suffix_of(row) != suffix)
+        if (suffix_of(row) != suffix) {
             continue;
+        }
         std::vector<oid> name = root;
         name.insert(name.end(), row.name, row.name + row.namelen);
         // A scalar has three arcs and one instance; of a table any row will do.
         name.push_back(row.namelen == 3 ? 0 : 10);
         WriteMethod *method = write_method_of(module, row, name.data(), name.size());
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < count; ++i) {
             printf("set %s %d\n", numbers[i],
                    method == nullptr ? SNMP_ERR_NOTWRITABLE
                                      : reserve(method, row, name.data(), name.size(), numbers[i]));
+        }
         return true;
     }
     return false;
@@ -108,16 +113,19 @@ int snmp_get_allowed_vsans_subtree(allowed_vsan_list *, const oid *, size_t, int
 } // extern "C"
 
 int main(int argc, char **argv) {
-    if (argc < 2)
+    if (argc < 2) {
         return 2;
+    }
     void *module = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr) {
         fprintf(stderr, "%s\n", dlerror());
         return 1;
     }
-    if (argc > 2)
+    if (argc > 2) {
         return set(module, argv[2], argc - 3, argv + 3) ? 0 : 1;
-    for (const variable7 &row : objects)
+    }
+    for (const variable7 &row : objects) {
         printf("object %s %d %d\n", suffix_of(row).c_str(), static_cast<int>(row.type), static_cast<int>(row.acl));
+    }
     return 0;
 }

@@ -72,18 +72,21 @@ void __wrap_debugmsg(const char *token, const char *format, ...) {
 
 // Whether the allocation about to be made is the one that has to fail.
 static bool allocation_fails() {
-    if (!agent.allocations_before_failure)
+    if (!agent.allocations_before_failure) {
         return false;
-    if ((*agent.allocations_before_failure)-- != 0)
+    }
+    if ((*agent.allocations_before_failure)-- != 0) {
         return false;
+    }
     agent.allocations_before_failure.reset();
     ++agent.allocations_failed;
     return true;
 }
 
 static void *watch(void *memory, size_t size) {
-    if (size == sizeof(vsanEntry) && memory != nullptr)
+    if (size == sizeof(vsanEntry) && memory != nullptr) {
         agent.records_held.insert(memory);
+    }
     return memory;
 }
 
@@ -111,8 +114,9 @@ void __wrap_free(void *memory) {
 } // extern "C"
 
 int64_t read_answer::number() const {
-    if (!present || length != 4)
+    if (!present || length != 4) {
         return INT64_MIN;
+    }
     int32_t number;
     memcpy(&number, value, sizeof number);
     return number;
@@ -123,12 +127,14 @@ std::string read_answer::text() const {
 }
 
 registered_object::registered_object(uint8_t magic) : var() {
-    if (agent.registrations.empty())
+    if (agent.registrations.empty()) {
         throw std::logic_error("nothing is registered");
+    }
     const registration &made = agent.registrations.back();
     for (const variable7 &row : made.rows) {
-        if (row.magic != magic)
+        if (row.magic != magic) {
             continue;
+        }
         var.magic = row.magic;
         var.type = static_cast<decltype(var.type)>(row.type);
         var.acl = row.acl;
@@ -186,8 +192,9 @@ int write(WriteMethod *method, int phase, uint8_t type, const bytes &value, cons
     const auto arcs = std::make_unique<oid[]>(name.size());
     std::copy(name.begin(), name.end(), arcs.get());
     const int error = method(phase, buffer.get(), type, value.size(), nullptr, arcs.get(), name.size());
-    if (!std::equal(name.begin(), name.end(), arcs.get()))
+    if (!std::equal(name.begin(), name.end(), arcs.get())) {
         throw std::logic_error("a write method changed its name");
+    }
     return error;
 }
 

@@ -223,8 +223,9 @@ TEST_F(Channel, ALongerReplyIsFine) {
 TEST_F(Channel, UnexpectedOpcodesReleaseTheReplyAndGiveNull) {
     std::vector<uint32_t> unexpected = {0, 1, 124, 141, 149, 1282, 8018, UINT32_MAX};
     for (uint32_t opcode = 129; opcode <= 139; ++opcode) {
-        if (opcode != 136)
+        if (opcode != 136) {
             unexpected.push_back(opcode);
+        }
     }
     for (const uint32_t opcode : unexpected) {
         SCOPED_TRACE(opcode);
@@ -257,8 +258,9 @@ TEST_F(Channel, LastChangeIsZeroExactlyWhenTheAgentsUptimeIsANegativeLong) {
     for (const long uptime : {0L, 1L, LONG_MAX - 1, LONG_MAX, LONG_MIN, LONG_MIN + 1, -2L, -1L}) {
         agent.uptime = static_cast<u_long>(uptime);
         const uint32_t shown = uptime < 0 ? 0 : static_cast<uint32_t>(uptime);
-        for (const uint32_t seconds : {0u, 999999u, 1000000u, 1000001u, 0xFFFFFFFFu})
+        for (const uint32_t seconds : {0u, 999999u, 1000000u, 1000001u, 0xFFFFFFFFu}) {
             EXPECT_EQ(last_change(seconds, 0), shown) << uptime << " for " << seconds << ": no clock says otherwise";
+        }
     }
 }
 
@@ -307,8 +309,9 @@ TEST_F(Channel, LastChangeLeavesTheUptimeItselfInTheCountsCell) {
 TEST_F(Channel, LastChangeSurvivesAnyReply) {
     agent_started_at(1000000, 0);
     for (const uint32_t seconds : {0u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
-        for (const uint32_t microseconds : {0u, 999999u, 0x80000000u, 0xFFFFFFFFu})
+        for (const uint32_t microseconds : {0u, 999999u, 0x80000000u, 0xFFFFFFFFu}) {
             EXPECT_TRUE(last_change(seconds, microseconds));
+        }
     }
 }
 
@@ -316,8 +319,9 @@ TEST_F(Channel, ErrorStatusOfEveryManagerStatus) {
     EXPECT_EQ(to_snmp_error_code(0, 3), SNMP_ERR_NOERROR);
     for (const uint32_t name_status : {0x40190001u, 0x40190004u}) {
         EXPECT_EQ(to_snmp_error_code(name_status, 3), 18);
-        for (const int mode : {0, 1, 2, 4, -1})
+        for (const int mode : {0, 1, 2, 4, -1}) {
             EXPECT_EQ(to_snmp_error_code(name_status, mode), 2) << mode;
+        }
     }
     for (const uint32_t other : {1u, 0x40190000u, 0x40190002u, 0x40190003u, 0x40190005u, 0x40190028u, 0x4049002Cu,
                                  0x40490002u, 0x00190001u, 0xC0190001u, UINT32_MAX}) {

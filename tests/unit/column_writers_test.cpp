@@ -142,8 +142,9 @@ class ColumnWriter : public VsanWriteTest, public testing::WithParamInterface<co
         std::vector<trace_line> own;
         const std::string name = GetParam().name;
         for (const trace_line &line : platform.history) {
-            if (line.text.compare(0, name.size(), name) == 0)
+            if (line.text.compare(0, name.size(), name) == 0) {
                 own.push_back(line);
+            }
         }
         return own;
     }
@@ -161,12 +162,15 @@ class ColumnWriter : public VsanWriteTest, public testing::WithParamInterface<co
     static void expect_texts(const result &refused, const texts &wanted) {
         EXPECT_EQ(refused.standard_error, wanted.standard_error);
         std::vector<std::string> lines;
-        if (GetParam().magic == 3)
+        if (GetParam().magic == 3) {
             lines.emplace_back("set_vsanName(#) : In the RESERVE1 phase \n");
-        if (GetParam().method == set_vsanInterOperMode)
+        }
+        if (GetParam().method == set_vsanInterOperMode) {
             lines = mode_call;
-        if (*wanted.trace != '\0')
+        }
+        if (*wanted.trace != '\0') {
             lines.emplace_back(wanted.trace);
+        }
         expect_own_traces(lines);
         EXPECT_EQ(platform.history.size(), lines.size()) << all_traces();
     }
@@ -181,20 +185,24 @@ TEST_P(ColumnWriter, IsHandedOutByItsColumn) {
 }
 
 TEST_P(ColumnWriter, AcceptsItsValuesAndNoneBeyond) {
-    if (!is_integer())
+    if (!is_integer()) {
         return;
+    }
     const column_writer &tested = GetParam();
-    for (int64_t value = tested.lowest; value <= std::min(tested.highest, tested.lowest + 10); ++value)
+    for (int64_t value = tested.lowest; value <= std::min(tested.highest, tested.lowest + 10); ++value) {
         EXPECT_EQ(reserve_number(value), 0) << value;
+    }
     EXPECT_EQ(reserve_number(tested.highest), 0);
     EXPECT_EQ(reserve_number(tested.highest + 1), 10);
     if (tested.lowest == 1) {
         EXPECT_EQ(reserve_number(0), tested.magic == 14 ? 5 : 10);
     }
-    for (const int64_t beyond : {int64_t{-1}, int64_t{INT32_MAX}, int64_t{INT32_MIN}})
+    for (const int64_t beyond : {int64_t{-1}, int64_t{INT32_MAX}, int64_t{INT32_MIN}}) {
         EXPECT_EQ(reserve_number(beyond), 10) << beyond;
-    for (const uint32_t beyond : {0xFFFFFFFFu, 0x80000000u, 0x80000001u})
+    }
+    for (const uint32_t beyond : {0xFFFFFFFFu, 0x80000000u, 0x80000001u}) {
         EXPECT_EQ(reserve(tested.type, as_word(beyond)).status, 10) << beyond;
+    }
     EXPECT_TRUE(platform.requests.empty()) << "checks send nothing";
 }
 
@@ -208,8 +216,9 @@ TEST_P(ColumnWriter, AWrongValueIsReportedAsTheColumnDoes) {
 
 TEST_P(ColumnWriter, AnyOtherTypeIsRefusedWithItsText) {
     for (const uint8_t type : bytes{0x02, 0x04, 0x05, 0x06, 0x40, 0x41, 0x42, 0x43, 0x44, 0x46, 0x00, 0xFF}) {
-        if (type == GetParam().type)
+        if (type == GetParam().type) {
             continue;
+        }
         SCOPED_TRACE(int{type});
         const result refused = reserve(type, good_value());
         EXPECT_EQ(refused.status, 7);
@@ -220,8 +229,9 @@ TEST_P(ColumnWriter, AnyOtherTypeIsRefusedWithItsText) {
 TEST_P(ColumnWriter, AnyOtherLengthIsRefusedWithItsText) {
     const size_t longest = is_integer() ? 4 : 32;
     for (size_t length = longest + 1; length <= longest + 12; ++length) {
-        if (is_integer() && length == sizeof(long))
+        if (is_integer() && length == sizeof(long)) {
             continue;
+        }
         SCOPED_TRACE(length);
         bytes value(length, 'x');
         value[0] = 1;
@@ -232,24 +242,27 @@ TEST_P(ColumnWriter, AnyOtherLengthIsRefusedWithItsText) {
 }
 
 TEST_P(ColumnWriter, AnIntegerOfUpToFourBytesIsReadFromTheBytesThereAre) {
-    if (!is_integer())
+    if (!is_integer()) {
         return;
+    }
     for (size_t length = 0; length <= 4; ++length) {
         SCOPED_TRACE(length);
         const uint32_t mask = length == 0 ? 0 : 0xFFFFFFFFu >> (32 - 8 * length);
         for (const uint32_t number : {0u, 1u, 2u, 3u, 4u, 5u, 0x0101u, 60000u, 60001u, 0x010001u, 0x01000001u}) {
             const int64_t read = number & mask;
             int wanted = read >= GetParam().lowest && read <= GetParam().highest ? 0 : 10;
-            if (GetParam().magic == 14 && read == 0)
+            if (GetParam().magic == 14 && read == 0) {
                 wanted = 5;
+            }
             EXPECT_EQ(reserve(GetParam().type, as_word(number, length)).status, wanted) << number;
         }
     }
 }
 
 TEST_P(ColumnWriter, EightBytesCountForTheirLowWordWhereALongHasThem) {
-    if (!is_integer())
+    if (!is_integer()) {
         return;
+    }
     const bool is_long = sizeof(long) == 8;
     for (const int64_t high : {int64_t{1}, int64_t{-1}, int64_t{INT32_MAX}, int64_t{INT32_MIN}}) {
         const auto reserve_wide = [&](int64_t low) {
@@ -388,8 +401,9 @@ TEST_P(ColumnWriter, UndoDoesNothing) {
 }
 
 TEST_P(ColumnWriter, AnUnknownPhaseDoesNothing) {
-    for (const int phase : {6, 7, 1000, INT32_MAX})
+    for (const int phase : {6, 7, 1000, INT32_MAX}) {
         EXPECT_EQ(call(phase, 0x05, bytes(33), instance({10})), 0) << phase;
+    }
     EXPECT_TRUE(platform.requests.empty());
 }
 

@@ -112,8 +112,9 @@ const enumeration enumerations[] = {
 };
 
 std::string in_lower_case(std::string text) {
-    for (char &letter : text)
+    for (char &letter : text) {
         letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    }
     return text;
 }
 
@@ -140,8 +141,9 @@ TEST_P(Enumerations, Str2enumKnowsEveryNameInAnyCase) {
 
 TEST_P(Enumerations, Str2enumGivesZeroForAnythingElse) {
     const enumeration &tested = GetParam();
-    for (const char *unknown : {"", "vsan", "unknown_word", "VSAN_", " VSAN_ACTIVE", "VSAN_TDX_LOCK"})
+    for (const char *unknown : {"", "vsan", "unknown_word", "VSAN_", " VSAN_ACTIVE", "VSAN_TDX_LOCK"}) {
         EXPECT_EQ(tested.str2enum(unknown), 0) << unknown;
+    }
     // One letter too many or too few is another word.
     for (const auto &[value, name] : tested.members) {
         EXPECT_EQ(tested.str2enum((name + "X").c_str()), 0) << name;

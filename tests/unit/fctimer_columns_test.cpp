@@ -125,8 +125,9 @@ TEST_F(FcTimerColumns, AnyOtherMagicIsABadThingBehindTheLookup) {
 }
 
 TEST_F(FcTimerColumns, WalkSeesEveryVsan) {
-    for (const auto &[magic, key] : timer_of_column)
+    for (const auto &[magic, key] : timer_of_column) {
         EXPECT_EQ(walk_of_indexes(magic), (std::vector<oid>{1, 2, 20, 30, 40})) << int{magic};
+    }
 }
 
 using FcTimerRestriction = FcTimerColumns;
@@ -227,8 +228,9 @@ TEST_F(FcTimerRestriction, GetNextEndsAgainstAManagerThatDoesNotAdvance) {
         platform.requests.clear();
         vsan_row row;
         row.index = stuck;
-        for (int i = 0; i < 50; ++i)
+        for (int i = 0; i < 50; ++i) {
             vsan_answers.push_back({0, 0, row_reply(row)});
+        }
         EXPECT_FALSE(get_next(RATOV, {}).present);
         EXPECT_LE(platform.requests.size(), 4u);
         vsan_answers.clear();
@@ -238,8 +240,9 @@ TEST_F(FcTimerRestriction, GetNextEndsAgainstAManagerThatDoesNotAdvance) {
 TEST_F(FcTimerRestriction, GetNextEndsAgainstTimersOfOtherVsans) {
     platform.restrict_to({10, 35});
     for (const uint32_t vsan : {0u, 4096u, 0xFFFFFFFFu}) {
-        for (int i = 0; i < 50; ++i)
+        for (int i = 0; i < 50; ++i) {
             timer_answers.push_back({0, 0, timer_record(8, 1, 1, 0, vsan, 0)});
+        }
         EXPECT_FALSE(get_next(RATOV, {}).present);
         EXPECT_GE(timer_answers.size(), 46u);
         timer_answers.clear();

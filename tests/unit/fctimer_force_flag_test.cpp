@@ -36,8 +36,9 @@ class ForceFlagWrite : public FcTimerTest {
     static std::vector<std::pair<uint32_t, int>> forced() {
         std::vector<std::pair<uint32_t, int>> result;
         for (const sent_request &request : timer_requests()) {
-            if (request.kind == 3)
+            if (request.kind == 3) {
                 result.emplace_back(get_word(request.payload, 0), int{request.payload[9]});
+            }
         }
         return result;
     }
@@ -86,8 +87,9 @@ TEST_F(ForceFlagWrite, AnEmptyValueIsTakenForItsFirstByte) {
 TEST_F(ForceFlagWrite, NoValueAtAllSetsNoFlag) {
     EXPECT_EQ(act(0x80), 0);
     oid_name name = instance(10);
-    for (const int phase : {RESERVE1_PHASE, ACTION_PHASE})
+    for (const int phase : {RESERVE1_PHASE, ACTION_PHASE}) {
         EXPECT_EQ(set_vsanFcTimerForceFlag(phase, nullptr, OCTETS, 0, nullptr, name.data(), name.size()), 0) << phase;
+    }
     EXPECT_EQ(vsanFcTimerForceFlags[10], 0);
 }
 
@@ -172,8 +174,9 @@ TEST_F(ForceFlagWrite, ActionIsTraced) {
         {101, "get_vsanFcTimerEntry_instance : Exit with success "}};
     const auto wanted = [&](const std::vector<std::string> &texts) {
         std::vector<trace_line> lines = instance_found;
-        for (const std::string &text : texts)
+        for (const std::string &text : texts) {
             lines.push_back({101, function + text});
+        }
         return lines;
     };
     act(0xFF);
@@ -213,8 +216,9 @@ TEST_F(ForceFlagWrite, AnotherVsanIsNotAffected) {
     set_all_three(9);
     set_all_three(11);
     set_all_three(4095);
-    for (const auto &[key, force] : forced())
+    for (const auto &[key, force] : forced()) {
         EXPECT_EQ(force, 0) << key;
+    }
     EXPECT_EQ(forced().size(), 9u);
 }
 
@@ -231,8 +235,9 @@ TEST_F(ForceFlagWrite, InOnePduItCountsForTheTimersThatFollow) {
 TEST_F(ForceFlagWrite, ItStaysWhenATimerOfThePduFails) {
     set_pdu pdu({flag_of(10, 0x80), unsigned32(RATOV, 10, 10000)});
     pdu.before = [this](set_phase next) {
-        if (next == ACTION_PHASE)
+        if (next == ACTION_PHASE) {
             timer_answers = {{some_failure, 0, std::nullopt}};
+        }
     };
     EXPECT_EQ(pdu.run(), (set_outcome{5, 2}));
     EXPECT_EQ(vsanFcTimerForceFlags[10], 0x80);
@@ -270,8 +275,9 @@ TEST_F(TimerFunctions, AForceBitIsAddedForItsTimerWhenEnabled) {
             const int bit = key == 8 ? 0x80 : key == 7 ? 0x40 : key == 9 ? 0x20 : 0;
             const auto before = static_cast<uint8_t>(flags);
             EXPECT_EQ(set_mib_vsanFcTimerForceFlag(before, key, 0), before);
-            for (const int enable : {1, 2, -1, 256})
+            for (const int enable : {1, 2, -1, 256}) {
                 EXPECT_EQ(set_mib_vsanFcTimerForceFlag(before, key, enable), flags | bit) << key;
+            }
         }
     }
 }

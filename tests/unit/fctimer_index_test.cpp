@@ -40,8 +40,9 @@ TEST_F(FcTimerIndex, GetTakesExactlyOneArcFrom1To4095WithoutARequest) {
         EXPECT_EQ(answer.record.flag, 0);
         EXPECT_EQ(answer.record.tail, 0);
     }
-    for (const oid arc : {oid{0}, oid{4096}, oid{65537}, oid{0x7FFFFFFF}, oid{0x80000000}, largest_arc})
+    for (const oid arc : {oid{0}, oid{4096}, oid{65537}, oid{0x7FFFFFFF}, oid{0x80000000}, largest_arc}) {
         EXPECT_EQ(find(column.instance({arc}), 1).status, no_instance) << arc;
+    }
     EXPECT_TRUE(platform.journal.empty());
 }
 

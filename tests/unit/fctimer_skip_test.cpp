@@ -111,10 +111,12 @@ TEST_F(FcTimerSkip, AVsanWithoutAValueAtTheManagerItselfIsPassedOverForASetToo) 
 TEST_F(FcTimerSkip, AServiceSwitchedOffInTheMiddleIsNoticed) {
     without_value = {20};
     platform.manager = [](const sent_request &request) -> scripted_reply {
-        if (request.opcode == 149)
+        if (request.opcode == 149) {
             return {0, 0, row_reply(platform.vsans.at(30))};
-        if (request.kind == 1)
+        }
+        if (request.kind == 1) {
             return {0, 0, timer_record(8, 4711, 1, 0, 30, 0)};
+        }
         platform.tdx_enabled = 0;
         return {no_such_attribute, 0, std::nullopt};
     };
@@ -143,8 +145,9 @@ TEST_F(FcTimerSkip, TheSearchIsTraced) {
     };
     std::vector<trace_line> wanted = found("20", "30");
     wanted.push_back({101, lookup + "attr not found for vsan-id : 30 "});
-    for (const trace_line &line : found("30", "40"))
+    for (const trace_line &line : found("30", "40")) {
         wanted.push_back(line);
+    }
     wanted.push_back({101, lookup + "Received  TDX_GET_REQ response from VSAN mgr  vsanIndex = 40 Timer_type  = 8, "
                                     "timer_value =5004008 \n"});
     expect_history(wanted);
@@ -204,8 +207,9 @@ TEST_F(FcTimerSkip, FourThousandAndNinetyFiveVsansWithoutAValueNeedNoDeepStack) 
     platform.history_unwanted = platform.debug_unwanted = {101, 100};
     on_a_small_stack([this] { EXPECT_FALSE(column.get_next(column.name()).present); });
     std::vector<uint32_t> all;
-    for (uint32_t vsan = 1; vsan <= 4095; ++vsan)
+    for (uint32_t vsan = 1; vsan <= 4095; ++vsan) {
         all.push_back(vsan);
+    }
     EXPECT_EQ(timers_asked(), all) << "each once";
 
     platform.requests.clear();

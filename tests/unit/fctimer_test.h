@@ -49,30 +49,34 @@ class FcTimerTest : public ModuleTest {
     // The VSANs whose timer was asked for, and those that a search started from.
     static std::vector<uint32_t> timers_asked() {
         std::vector<uint32_t> result;
-        for (const sent_request &request : timer_requests())
+        for (const sent_request &request : timer_requests()) {
             result.push_back(get_word(request.payload, 10));
+        }
         return result;
     }
     static std::vector<int64_t> starts_asked() {
         std::vector<int64_t> result;
         for (const sent_request &request : platform.requests) {
-            if (request.opcode == 149)
+            if (request.opcode == 149) {
                 result.push_back(request.vsan());
+            }
         }
         return result;
     }
     static std::vector<sent_request> timer_requests() {
         std::vector<sent_request> result;
         for (const sent_request &request : platform.requests) {
-            if (request.opcode == 127)
+            if (request.opcode == 127) {
                 result.push_back(request);
+            }
         }
         return result;
     }
     static std::vector<uint32_t> timer_kinds() {
         std::vector<uint32_t> result;
-        for (const sent_request &request : timer_requests())
+        for (const sent_request &request : timer_requests()) {
             result.push_back(request.kind);
+        }
         return result;
     }
 
@@ -110,21 +114,26 @@ class FcTimerTest : public ModuleTest {
   private:
     scripted_reply serve(const sent_request &request) {
         if (request.opcode == 149) {
-            if (!vsan_answers.empty())
+            if (!vsan_answers.empty()) {
                 return take(vsan_answers);
+            }
             const auto row = platform.vsans.upper_bound(static_cast<uint32_t>(request.vsan()));
-            if (row == platform.vsans.end())
+            if (row == platform.vsans.end()) {
                 return {0x40190001u, 0, std::nullopt};
+            }
             return {0, 0, row_reply(row->second)};
         }
-        if (!timer_answers.empty())
+        if (!timer_answers.empty()) {
             return take(timer_answers);
-        if (request.kind == 3)
+        }
+        if (request.kind == 3) {
             return {};
+        }
         const uint32_t key = get_word(request.payload, 0);
         const uint32_t vsan = get_word(request.payload, 10);
-        if (request.kind == 5 && without_value.count(vsan) != 0)
+        if (request.kind == 5 && without_value.count(vsan) != 0) {
             return {no_such_attribute, 0, std::nullopt};
+        }
         return {0, 0, timer_record(key, value_of(request.kind, vsan, key), 1, 0, vsan, 0)};
     }
 

@@ -85,8 +85,9 @@ class FcTimerWrite : public FcTimerTest, public testing::WithParamInterface<writ
 TEST_P(FcTimerWrite, AcceptsItsBoundsAndNothingOutside) {
     const uint32_t lowest = GetParam().lowest;
     for (const int64_t number :
-         {int64_t{lowest}, int64_t{lowest} + 1, int64_t{50000}, int64_t{highest} - 1, int64_t{highest}})
+         {int64_t{lowest}, int64_t{lowest} + 1, int64_t{50000}, int64_t{highest} - 1, int64_t{highest}}) {
         EXPECT_EQ(reserve_number(number), 0) << number;
+    }
     for (const int64_t number :
          {int64_t{0}, int64_t{lowest} - 1, int64_t{highest} + 1, int64_t{-1}, int64_t{INT32_MAX}, int64_t{INT32_MIN}}) {
         EXPECT_EQ(reserve_number(number), 10) << number;
@@ -107,8 +108,9 @@ TEST_P(FcTimerWrite, RefusesEveryOtherTypeWithItsText) {
 
 TEST_P(FcTimerWrite, RefusesEveryOtherLengthWithItsText) {
     for (size_t length = 5; length <= 16; ++length) {
-        if (length == sizeof(long))
+        if (length == sizeof(long)) {
             continue;
+        }
         EXPECT_EQ(reserve(UNSIGNED, bytes(length, 0x10)), 8) << length;
         expect_refusal_text(GetParam().length_text);
     }
@@ -143,10 +145,12 @@ TEST_P(FcTimerWrite, ChecksTypeLengthValueInstanceAndUserInThatOrder) {
 }
 
 TEST_P(FcTimerWrite, InstancesBeginAtVsan1AndEndAt4095) {
-    for (const oid vsan : {oid{1}, oid{77}, oid{4095}})
+    for (const oid vsan : {oid{1}, oid{77}, oid{4095}}) {
         EXPECT_EQ(reserve(UNSIGNED, as_long(10000), vsan), 0);
-    for (const oid vsan : {oid{0}, oid{4096}, oid{0x80000001}, largest_arc})
+    }
+    for (const oid vsan : {oid{0}, oid{4096}, oid{0x80000001}, largest_arc}) {
         EXPECT_EQ(reserve(UNSIGNED, as_long(10000), vsan), 18) << vsan;
+    }
     EXPECT_TRUE(platform.requests.empty()) << "whether the VSAN exists is the manager's to say";
 }
 
@@ -268,8 +272,9 @@ TEST_P(FcTimerWrite, EveryPhaseIsTracedAsItsWriterDoes) {
             }
         }
         std::vector<std::string> wanted;
-        if (!phase_text(phase).empty())
+        if (!phase_text(phase).empty()) {
             wanted.push_back(phase_text(phase));
+        }
         EXPECT_EQ(seen, wanted) << phase;
     }
 }
@@ -280,8 +285,9 @@ TEST_P(FcTimerWrite, TheOtherPhasesDoNothingElse) {
         EXPECT_EQ(call(phase, 0x04, bytes(5, 0xFF), instance(0)), 0);
         EXPECT_LE(platform.history.size(), 1u) << all_traces();
     }
-    for (const int phase : {-1, 6, 100})
+    for (const int phase : {-1, 6, 100}) {
         EXPECT_EQ(call(phase, UNSIGNED, as_long(10000), instance(20)), 0);
+    }
     EXPECT_TRUE(platform.journal.empty());
 }
 
@@ -341,8 +347,9 @@ TEST_P(FcTimerWrite, TheLastStatusIsKeptForRatovOnlyAndByNobodyElse) {
 TEST_P(FcTimerWrite, AVsanDeletedBetweenThePhasesIsTheManagersToRefuse) {
     set_pdu pdu({unsigned32(GetParam().magic, 20, 10000)});
     pdu.before = [this](set_phase next) {
-        if (next == ACTION_PHASE)
+        if (next == ACTION_PHASE) {
             timer_answers = {{0x40190001, 0, std::nullopt}};
+        }
     };
     EXPECT_EQ(pdu.run(), (set_outcome{18, 1}));
     EXPECT_EQ(platform.heartbeats, (std::vector<int>{1, 0}));

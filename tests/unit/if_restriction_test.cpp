@@ -21,15 +21,17 @@ class IfRestriction : public ModuleTest {
     }
 
     static void interface_nine_is_in_vsan(uint32_t vsan) {
-        for (const uint32_t kind : {1u, 2u})
+        for (const uint32_t kind : {1u, 2u}) {
             platform.on(124, kind) = reply_script().reply(if_record(9, vsan, 3));
+        }
     }
 };
 
 TEST_F(IfRestriction, AnUnrestrictedUserIsAllowedWithoutAnyTest) {
     platform.barred_interfaces = {{9, 1}};
-    for (const int operation : {to_move, to_read, 0, 2, -1})
+    for (const int operation : {to_move, to_read, 0, 2, -1}) {
         EXPECT_EQ(process(operation, 20, for_set), 0);
+    }
     EXPECT_EQ(platform.allowed_calls.size(), 5u);
     EXPECT_TRUE(platform.role_checks.empty());
     EXPECT_TRUE(platform.vsan_checks.empty());
@@ -65,8 +67,9 @@ TEST_F(IfRestriction, TheRoleTestsResultIsReturnedAsItIs) {
     platform.restrict_to({20});
     for (const int barred : {1, -1, 77, INT32_MIN}) {
         platform.barred_interfaces = {{9, barred}};
-        for (const int operation : {to_move, to_read})
+        for (const int operation : {to_move, to_read}) {
             EXPECT_EQ(process(operation, 20, for_set), barred);
+        }
     }
     EXPECT_TRUE(platform.vsan_checks.empty()) << "the VSAN is not looked at";
     EXPECT_TRUE(platform.errors_set.empty());
@@ -81,14 +84,16 @@ TEST_F(IfRestriction, TheRoleTestGetsInterfaceOperationAndList) {
     EXPECT_EQ(platform.role_checks[0].operation, to_read);
     EXPECT_EQ(platform.role_checks[1].if_index, 5u);
     EXPECT_EQ(platform.role_checks[1].operation, to_move);
-    for (const role_check &check : platform.role_checks)
+    for (const role_check &check : platform.role_checks) {
         EXPECT_EQ(check.list_size, 512u);
+    }
 }
 
 TEST_F(IfRestriction, OnlyMovingNeedsTheTargetVsan) {
     platform.restrict_to({20});
-    for (const int operation : {to_read, 0, 2, 4, -1})
+    for (const int operation : {to_read, 0, 2, 4, -1}) {
         EXPECT_EQ(process(operation, 30, for_get), 0) << operation;
+    }
     EXPECT_TRUE(platform.vsan_checks.empty());
     EXPECT_TRUE(platform.errors_set.empty());
 }

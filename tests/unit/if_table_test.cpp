@@ -162,8 +162,9 @@ TEST_F(IfTable, EveryShortReplyIsRefusedAndReleased) {
         SCOPED_TRACE(length);
         bytes cut = interface_record(9);
         cut.resize(length);
-        for (const uint32_t kind : {1u, 2u})
+        for (const uint32_t kind : {1u, 2u}) {
             platform.on(124, kind) = reply_script().reply(cut);
+        }
         const read_answer answer = get(VSAN_COLUMN, {9});
         EXPECT_FALSE(answer.present);
         EXPECT_EQ(answer.write_method, nullptr);
@@ -197,8 +198,9 @@ TEST_F(IfTable, SuccessWithoutAReplyKeepsTheNameAndAnswersTheIndexAlone) {
 TEST_F(IfTable, AFailureIsNullKeepsTheNameAndReleasesTheReply) {
     for (const uint32_t status : {0x40190001u, 0x40190002u, 0x40490002u, some_failure}) {
         SCOPED_TRACE(status);
-        for (const uint32_t kind : {1u, 2u})
+        for (const uint32_t kind : {1u, 2u}) {
             platform.on(124, kind) = reply_script().status(status).status_with_data(status, interface_record(9));
+        }
         for (int i = 0; i < 2; ++i) {
             const read_answer found = get(VSAN_COLUMN, {9});
             EXPECT_FALSE(found.present);
@@ -266,8 +268,9 @@ TEST_F(IfTable, AWalkEndsBehindTheLastInterface) {
     platform.manager = [](const sent_request &request) -> scripted_reply {
         const uint32_t asked = get_word(request.payload, 0);
         for (const uint32_t if_index : {5u, 16777216u, 0xFFFFFFFFu}) {
-            if (if_index > asked)
+            if (if_index > asked) {
                 return {0, 0, interface_record(if_index)};
+            }
         }
         return {0x40190001u, 0, std::nullopt};
     };

@@ -20,8 +20,9 @@ class MembershipSummary : public ModuleTest {
     // The pairs that the port manager was asked about, in order.
     static pairs asked() {
         pairs result;
-        for (const membership_request &request : platform.membership_requests)
+        for (const membership_request &request : platform.membership_requests) {
             result.emplace_back(request.vsan, request.if_index);
+        }
         return result;
     }
 
@@ -161,8 +162,9 @@ TEST_F(MembershipSummary, LookupReturnsThePortManagersStatusAndKeepsTheName) {
 
 TEST_F(MembershipSummary, AFailureIsNullAndTraced) {
     platform.port_manager = [](const membership_request &request) -> membership_reply {
-        if (request.kind == 2)
+        if (request.kind == 2) {
             return {UINT32_MAX, 0, 0, 0, ETIMEDOUT};
+        }
         return {some_failure};
     };
     EXPECT_FALSE(object.get(object.instance({20, 8})).present);
@@ -222,8 +224,9 @@ TEST_F(MembershipSummary, RestrictedGetIsDecidedByVsanZeroAlone) {
     }
     EXPECT_FALSE(object.get(object.instance({20, 8})).present) << "but not of a missing pair";
     EXPECT_TRUE(platform.errors_set.empty());
-    for (const std::string &entry : platform.journal_of("is allowed"))
+    for (const std::string &entry : platform.journal_of("is allowed")) {
         EXPECT_EQ(entry, "is allowed 0");
+    }
 }
 
 TEST_F(MembershipSummary, RestrictedGetAsksBeforeItTests) {
@@ -268,8 +271,9 @@ TEST_F(MembershipSummary, RestrictedGetNextJumpsToThePermittedVsanWithoutAnIfInd
     EXPECT_EQ(platform.journal,
               (std::vector<std::string>{"allowed vsans", "port membership kind 2", "is allowed 1",
                                         "next allowed after 1", "port membership kind 2", "is allowed 20"}));
-    for (const uint32_t size : platform.list_sizes_passed)
+    for (const uint32_t size : platform.list_sizes_passed) {
         EXPECT_EQ(size, 512u);
+    }
 }
 
 TEST_F(MembershipSummary, ThePermittedVsanItselfIsAskedForNotTheOneBefore) {

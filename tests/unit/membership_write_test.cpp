@@ -43,10 +43,12 @@ class MembershipWrite : public ModuleTest {
 };
 
 TEST_F(MembershipWrite, AcceptsVsans1To4095AndNothingElse) {
-    for (const int64_t vsan : {1, 2, 20, 4094, 4095})
+    for (const int64_t vsan : {1, 2, 20, 4094, 4095}) {
         EXPECT_EQ(reserve_number(vsan), 0) << vsan;
-    for (const int64_t vsan : {0, 4096, -1, 65537, INT32_MAX, INT32_MIN})
+    }
+    for (const int64_t vsan : {0, 4096, -1, 65537, INT32_MAX, INT32_MIN}) {
         EXPECT_EQ(reserve_number(vsan), 10) << vsan;
+    }
     EXPECT_EQ(reserve(INTEGER, as_word(0xFFFFFFFF)).status, 10);
     EXPECT_EQ(reserve(INTEGER, as_word(0x80000001)).status, 10);
     EXPECT_TRUE(platform.requests.empty());
@@ -70,8 +72,9 @@ TEST_F(MembershipWrite, RefusesEveryOtherTypeOnStandardError) {
 
 TEST_F(MembershipWrite, RefusesEveryOtherLengthOnStandardError) {
     for (size_t length = 5; length <= 16; ++length) {
-        if (length == sizeof(long))
+        if (length == sizeof(long)) {
             continue;
+        }
         bytes value(length);
         value[0] = 20;
         const refusal refused = reserve(INTEGER, value);
@@ -189,8 +192,9 @@ TEST_F(MembershipWrite, ActionReadsAWordAsItReadsALong) {
     EXPECT_EQ(write(set_vsanIfVsan, ACTION_PHASE, INTEGER, as_word(30, 2), name), 0);
     EXPECT_EQ(act(30), 0);
     ASSERT_EQ(platform.requests.size(), 6u);
-    for (const size_t sent : {1u, 3u, 5u})
+    for (const size_t sent : {1u, 3u, 5u}) {
         EXPECT_EQ(platform.requests[sent].payload, moved_record(30)) << sent;
+    }
 }
 
 TEST_F(MembershipWrite, ActionSendsTheRecordThatCameBack) {
@@ -215,8 +219,9 @@ TEST_F(MembershipWrite, AnInterfaceWhoseRecordCannotBeReadFailsInAction) {
     EXPECT_EQ(act(30), 5);
     platform.on(124, 1) = reply_script().reply(bytes(15));
     EXPECT_EQ(act(30), 5) << "a short record is no record";
-    for (const sent_request &request : platform.requests)
+    for (const sent_request &request : platform.requests) {
         EXPECT_EQ(request.kind, 1u);
+    }
     EXPECT_TRUE(platform.errors_set.empty()) << "a failed read is only mapped";
 }
 
@@ -246,15 +251,17 @@ TEST_F(MembershipWrite, TheOtherPhasesDoNothing) {
 
 TEST_F(MembershipWrite, EachVarbindOfAPduSendsExactlyOneSet) {
     platform.manager = [](const sent_request &request) -> scripted_reply {
-        if (request.kind == 3)
+        if (request.kind == 3) {
             return {};
+        }
         return {0, 0, if_record(get_word(request.payload, 0), 1, 0)};
     };
     EXPECT_EQ(set_pdu({integer(16, 5, 30), integer(16, 6, 31)}).run(), set_outcome{});
     std::vector<bytes> sent;
     for (const sent_request &request : platform.requests) {
-        if (request.kind == 3)
+        if (request.kind == 3) {
             sent.push_back(request.payload);
+        }
     }
     EXPECT_EQ(sent, (std::vector<bytes>{if_record(5, 30, 0), if_record(6, 31, 0)}));
 }
@@ -262,16 +269,18 @@ TEST_F(MembershipWrite, EachVarbindOfAPduSendsExactlyOneSet) {
 TEST_F(MembershipWrite, AMoveIsNotTakenBackWhenALaterOneFails) {
     platform.manager = [](const sent_request &request) -> scripted_reply {
         const uint32_t if_index = get_word(request.payload, 0);
-        if (request.kind == 3)
+        if (request.kind == 3) {
             return {if_index == 6 ? some_failure : 0, 0, std::nullopt};
+        }
         return {0, 0, if_record(if_index, 1, 0)};
     };
     set_pdu pdu({integer(16, 5, 30), integer(16, 6, 31), integer(16, 7, 32)});
     EXPECT_EQ(pdu.run(), (set_outcome{5, 2}));
     std::vector<uint32_t> sent;
     for (const sent_request &request : platform.requests) {
-        if (request.kind == 3)
+        if (request.kind == 3) {
             sent.push_back(get_word(request.payload, 0));
+        }
     }
     EXPECT_EQ(sent, (std::vector<uint32_t>{5, 6, 7})) << "once each, and nothing to undo";
     EXPECT_EQ(pdu.later_errors, (std::vector<int>{0, 0}));
@@ -294,12 +303,13 @@ TEST_F(FixedResults, InterfaceColumnsGetTheirWriteMethods) {
     for (int magic = -1; magic <= 256; ++magic) {
         WriteMethod *slot = other_method;
         set_if_table_set_methods(magic, &slot);
-        if (magic == 16)
+        if (magic == 16) {
             EXPECT_EQ(slot, set_vsanIfVsan);
-        else if (magic == 17)
+        } else if (magic == 17) {
             EXPECT_EQ(slot, nullptr);
-        else
+        } else {
             EXPECT_EQ(slot, other_method) << magic;
+        }
     }
 }
 

@@ -40,8 +40,9 @@ TEST(ModuleLoad, LoadsAgainAndAgain) {
     const std::string printed = testing::internal::GetCapturedStdout();
     size_t starts = 0;
     for (size_t at = printed.find("EXIT init_vsan_mib"); at != std::string::npos;
-         at = printed.find("EXIT init_vsan_mib", at + 1))
+         at = printed.find("EXIT init_vsan_mib", at + 1)) {
         ++starts;
+    }
     EXPECT_EQ(starts, 3u) << printed;
 }
 

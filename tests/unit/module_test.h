@@ -20,10 +20,12 @@ inline bool is_trace(const std::string &line, const std::string &pattern) {
     for (const char wanted : pattern) {
         if (wanted == '#') {
             const size_t start = at;
-            while (at < line.size() && std::isdigit(static_cast<unsigned char>(line[at])) != 0)
+            while (at < line.size() && std::isdigit(static_cast<unsigned char>(line[at])) != 0) {
                 ++at;
-            if (at == start)
+            }
+            if (at == start) {
                 return false;
+            }
         } else if (at >= line.size() || line[at++] != wanted) {
             return false;
         }
@@ -52,14 +54,18 @@ class ModuleTest : public testing::Test {
         EXPECT_EQ(platform.unscripted_requests, 0u) << "a request was sent that the test does not expect";
         EXPECT_EQ(platform.malformed_history_records, 0u);
         EXPECT_LE(platform.journal.size(), longest_journal) << "a search did not end";
-        for (const uint32_t module : platform.history_modules)
+        for (const uint32_t module : platform.history_modules) {
             EXPECT_EQ(module, 0x730000u);
-        for (const std::string &name : platform.debug_names)
+        }
+        for (const std::string &name : platform.debug_names) {
             EXPECT_EQ(name, "scripted");
-        for (const std::string &text : platform.history_texts)
+        }
+        for (const std::string &text : platform.history_texts) {
             EXPECT_TRUE(stands_where_it_says(text)) << "stands on another line: " << text;
-        if (platform.history_unwanted.empty() && platform.debug_unwanted.empty())
+        }
+        if (platform.history_unwanted.empty() && platform.debug_unwanted.empty()) {
             expect_both_ways_alike();
+        }
         platform.reset();
         agent.reset();
     }
@@ -68,8 +74,9 @@ class ModuleTest : public testing::Test {
     static int traced(uint32_t trace_class, const std::string &pattern) {
         int count = 0;
         for (const trace_line &line : platform.history) {
-            if (line.trace_class == trace_class && is_trace(line.text, pattern))
+            if (line.trace_class == trace_class && is_trace(line.text, pattern)) {
                 ++count;
+            }
         }
         return count;
     }
@@ -77,8 +84,9 @@ class ModuleTest : public testing::Test {
     // Every history line, for messages of failed expectations.
     static std::string all_traces() {
         std::string result;
-        for (const trace_line &line : platform.history)
+        for (const trace_line &line : platform.history) {
             result += std::to_string(line.trace_class) + " " + line.text;
+        }
         return result;
     }
 
@@ -89,8 +97,9 @@ class ModuleTest : public testing::Test {
         for (int step = 0; step < 20; ++step) {
             platform.next_pdu();
             const read_answer answer = object.get_next(at);
-            if (!answer.present)
+            if (!answer.present) {
                 return;
+            }
             at = answer.name;
             visit(answer);
         }

@@ -51,8 +51,9 @@ TEST_F(NotificationControl, RefusesEveryOtherTypeOnStandardError) {
 
 TEST_F(NotificationControl, RefusesEveryOtherLengthOnStandardError) {
     for (size_t length = 5; length <= 16; ++length) {
-        if (length == sizeof(long))
+        if (length == sizeof(long)) {
             continue;
+        }
         const refusal refused = call(RESERVE1_PHASE, INTEGER, bytes(length, 0xFF));
         EXPECT_EQ(refused.status, 8) << length;
         EXPECT_EQ(refused.standard_error, "write to vsanNotificationCntl: bad length\n");
@@ -65,8 +66,9 @@ TEST_F(NotificationControl, RemembersWhereTheLastValueOfItsTypeAndLengthLay) {
     for (bytes &value : values) {
         write_vsanNotificationCntl(RESERVE1_PHASE, value.data(), INTEGER, value.size(), nullptr, name, 2);
         EXPECT_EQ(last_notification_control, value.data());
-        for (const int phase : {int{RESERVE1_PHASE}, int{UNDO_PHASE}})
+        for (const int phase : {int{RESERVE1_PHASE}, int{UNDO_PHASE}}) {
             call(phase, 0x04, as_long(1));
+        }
         call(RESERVE1_PHASE, INTEGER, bytes(5));
         EXPECT_EQ(last_notification_control, value.data());
     }
@@ -98,8 +100,9 @@ TEST_F(NotificationControl, ActionSendsOneWhateverWasWritten) {
 
 TEST_F(NotificationControl, AnyRefusalIsAGeneralErrorThatIsNotRecorded) {
     platform.on(8018, 3).status(0x40190001).status(some_failure).fails(ETIMEDOUT);
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(call(ACTION_PHASE, INTEGER, as_long(1)).status, 5);
+    }
     EXPECT_TRUE(platform.errors_set.empty());
 }
 

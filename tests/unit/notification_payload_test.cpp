@@ -32,8 +32,9 @@ class VsanPayload : public NotificationTest {
     // So many attributes, none of them one that is wanted.
     static std::vector<attribute> others(size_t count) {
         std::vector<attribute> result;
-        for (uint32_t i = 0; i < count; ++i)
+        for (uint32_t i = 0; i < count; ++i) {
             result.push_back({100 + i, 77});
+        }
         return result;
     }
 
@@ -89,17 +90,20 @@ TEST_F(VsanPayload, ACountThatTheSizeBeliesSendsNothing) {
 }
 
 TEST_F(VsanPayload, ANumberThatIsNoVsanSendsNothing) {
-    for (const uint32_t vsan : {0u, 4096u, 0x10007u, UINT32_MAX})
+    for (const uint32_t vsan : {0u, 4096u, 0x10007u, UINT32_MAX}) {
         expect_nothing_sent(deliver_payload(event({{admin_key, 1}, {oper_key, 1}}, vsan)));
-    for (const uint32_t vsan : {1u, 4095u})
+    }
+    for (const uint32_t vsan : {1u, 4095u}) {
         EXPECT_EQ(deliver_payload(event({{admin_key, 1}, {oper_key, 1}}, vsan)).bindings, bindings(vsan, 1, 1));
+    }
 }
 
 TEST_F(VsanPayload, BothStatesAreFoundInEveryPosition) {
     for (size_t admin_at = 0; admin_at < most_attributes; ++admin_at) {
         for (const size_t oper_at : {size_t{0}, size_t{15}, size_t{most_attributes - 1}}) {
-            if (admin_at == oper_at)
+            if (admin_at == oper_at) {
                 continue;
+            }
             std::vector<attribute> attributes = others(most_attributes);
             attributes[admin_at] = {admin_key, 2};
             attributes[oper_at] = {oper_key, 1};

@@ -21,11 +21,13 @@ inline bool operator==(const binding &a, const binding &b) {
 }
 
 inline std::ostream &operator<<(std::ostream &out, const binding &bound) {
-    for (const oid arc : bound.name)
+    for (const oid arc : bound.name) {
         out << '.' << arc;
+    }
     out << " type " << int{bound.type} << " value";
-    for (const uint8_t byte : bound.value)
+    for (const uint8_t byte : bound.value) {
         out << ' ' << int{byte};
+    }
     return out;
 }
 

@@ -28,11 +28,13 @@ int write_fake(int action, u_char *, u_char, size_t, u_char *, oid *name, size_t
 
 u_char *read_fake(variable *, oid *name, size_t *length, int exact, size_t *value_length, WriteMethod **write_method) {
     static long value = 1;
-    if (!objects->is_writable || objects->is_writable(name, *length))
+    if (!objects->is_writable || objects->is_writable(name, *length)) {
         *write_method = write_fake;
+    }
     *value_length = sizeof(value);
-    if (objects->on_read)
+    if (objects->on_read) {
         objects->on_read(name, length, exact);
+    }
     return reinterpret_cast<u_char *>(&value);
 }
 
@@ -69,8 +71,9 @@ Oid under_root(const Oid &suffix) {
 
 size_t log_lines_with(const std::string &text) {
     size_t count = 0;
-    for (const std::string &line : agent_log)
+    for (const std::string &line : agent_log) {
         count += line.find(text) != std::string::npos;
+    }
     return count;
 }
 
@@ -83,8 +86,9 @@ FakeObjects::FakeObjects() {
 }
 
 FakeObjects::~FakeObjects() {
-    for (Oid column : {NAME_COLUMN, STATE_COLUMN})
+    for (Oid column : {NAME_COLUMN, STATE_COLUMN}) {
         unregister_mib(column.data(), column.size());
+    }
     objects = nullptr;
 }
 
@@ -95,8 +99,9 @@ netsnmp_handler_registration *registration_of(const Oid &name, const char *conte
 
 std::vector<std::string> handler_chain(const netsnmp_handler_registration &registration) {
     std::vector<std::string> names;
-    for (const netsnmp_mib_handler *handler = registration.handler; handler; handler = handler->next)
+    for (const netsnmp_mib_handler *handler = registration.handler; handler; handler = handler->next) {
         names.emplace_back(handler->handler_name);
+    }
     return names;
 }
 
@@ -145,17 +150,19 @@ int Pdu::call(int mode) {
     asp_->mode = mode;
     asp_->reqinfo->mode = mode;
     netsnmp_handler_registration *registration = registration_of(name(0));
-    if (!registration)
+    if (!registration) {
         return SNMP_ERR_GENERR;
+    }
     return netsnmp_call_handlers(registration, asp_->reqinfo, asp_->requests);
 }
 
 void Pdu::sort_by_registration() {
     asp_->pdu->command = SNMP_MSG_SET;
     int number = 0;
-    for (netsnmp_variable_list *varbind = asp_->pdu->variables; varbind; varbind = varbind->next_variable)
+    for (netsnmp_variable_list *varbind = asp_->pdu->variables; varbind; varbind = varbind->next_variable) {
         netsnmp_add_varbind_to_cache(asp_, ++number, varbind,
                                      netsnmp_subtree_find(varbind->name, varbind->name_length, nullptr, ""));
+    }
 }
 
 int Pdu::set() {

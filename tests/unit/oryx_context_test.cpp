@@ -65,8 +65,9 @@ TEST_F(ContextTest, AllCallsOfOnePduShareItsNumber) {
     pdu.add(NAME_COLUMN);
     const uint32_t number = seen_by_handler(objects, pdu).number;
     EXPECT_NE(number, 0u);
-    for (int mode : std::initializer_list<int>{MODE_GET, MODE_GETNEXT, MODE_GETBULK, MODE_SET_RESERVE1})
+    for (int mode : std::initializer_list<int>{MODE_GET, MODE_GETNEXT, MODE_GETBULK, MODE_SET_RESERVE1}) {
         EXPECT_EQ(seen_by_handler(objects, pdu, mode).number, number) << mode;
+    }
 }
 
 TEST_F(ContextTest, AllVarbindsOfOneCallShareItsNumber) {
@@ -132,8 +133,9 @@ TEST_F(ContextTest, AWriteMethodKnowsItsPduInEveryPhase) {
         users.emplace_back(get_snmp_username(0));
         return SNMP_ERR_NOERROR;
     };
-    for (int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT})
+    for (int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_COMMIT}) {
         pdu.call(mode);
+    }
     EXPECT_EQ(users, std::vector<std::string>(4, "alice"));
 }
 

@@ -30,15 +30,17 @@ mts_message the_message;
 
 void close_pipe() {
     for (int &end : fake_switch.pipe_) {
-        if (end >= 0)
+        if (end >= 0) {
             close(end);
+        }
         end = -1;
     }
 }
 
 void put_word(std::vector<uint8_t> &bytes, uint32_t word) {
-    for (int shift = 24; shift >= 0; shift -= 8)
+    for (int shift = 24; shift >= 0; shift -= 8) {
         bytes.push_back(static_cast<uint8_t>(word >> shift));
+    }
 }
 
 } // namespace
@@ -48,21 +50,25 @@ mts_queue *mts_response_q = &the_queue;
 void FakeSwitch::publish(uint32_t event_class, std::vector<uint8_t> payload) {
     events_.emplace_back(event_class, std::move(payload));
     const char byte = 'e';
-    if (write(pipe_[1], &byte, 1) != 1)
+    if (write(pipe_[1], &byte, 1) != 1) {
         abort();
+    }
 }
 
 void FakeSwitch::hang_up() {
     hung_up_ = true;
     const char byte = 'x';
-    if (write(pipe_[1], &byte, 1) != 1)
+    if (write(pipe_[1], &byte, 1) != 1) {
         abort();
+    }
 }
 
 FakeSwitch::~FakeSwitch() {
-    for (int end : pipe_)
-        if (end >= 0)
+    for (int end : pipe_) {
+        if (end >= 0) {
             close(end);
+        }
+    }
 }
 
 void reset_fake_switch() {
@@ -77,8 +83,9 @@ std::vector<uint8_t> role_reply(uint32_t restricted, const std::vector<uint32_t>
     std::vector<uint8_t> bytes;
     put_word(bytes, restricted);
     uint8_t bitmap[512] = {};
-    for (uint32_t vsan : vsans)
+    for (uint32_t vsan : vsans) {
         bitmap[vsan / 8] = static_cast<uint8_t>(bitmap[vsan / 8] | 0x80 >> vsan % 8);
+    }
     bytes.insert(bytes.end(), bitmap, bitmap + sizeof(bitmap));
     put_word(bytes, static_cast<uint32_t>(ranges.size()));
     for (const auto &[first, last] : ranges) {
@@ -101,8 +108,9 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
         const std::vector<uint8_t> &bytes = *fake_switch.reply;
         // Exactly as large as the reply, so that a read past its end is seen.
         *reply = malloc(bytes.empty() ? 1 : bytes.size());
-        if (!bytes.empty())
+        if (!bytes.empty()) {
             memcpy(*reply, bytes.data(), bytes.size());
+        }
         *length = static_cast<uint32_t>(bytes.size());
     }
     errno = fake_switch.error_number;
@@ -127,8 +135,9 @@ int mts_events_open(const uint32_t *classes, size_t count) {
     fake_switch.hung_up_ = false;
     fake_switch.events_.clear();
     fake_switch.subscriptions.emplace_back(classes, classes + count);
-    if (pipe2(fake_switch.pipe_, O_NONBLOCK | O_CLOEXEC) != 0)
+    if (pipe2(fake_switch.pipe_, O_NONBLOCK | O_CLOEXEC) != 0) {
         abort();
+    }
     return fake_switch.pipe_[0];
 }
 
@@ -142,11 +151,13 @@ int mts_events_next(const mts_message **event) {
         errno = ECONNRESET;
         return -1;
     }
-    if (fake_switch.events_.empty())
+    if (fake_switch.events_.empty()) {
         return 0;
+    }
     char byte;
-    if (read(fake_switch.pipe_[0], &byte, 1) != 1)
+    if (read(fake_switch.pipe_[0], &byte, 1) != 1) {
         abort();
+    }
     the_message = {fake_switch.events_.front().first, fake_switch.events_.front().second};
     fake_switch.events_.pop_front();
     *event = &the_message;

@@ -19,8 +19,9 @@ const Oid STATE_1 = cell(STATE_COLUMN, 1), STATE_2 = cell(STATE_COLUMN, 2);
 
 std::vector<Call> all_in(int phase, const std::vector<Oid> &names) {
     std::vector<Call> calls;
-    for (const Oid &name : names)
+    for (const Oid &name : names) {
         calls.emplace_back(phase, name);
+    }
     return calls;
 }
 
@@ -53,8 +54,9 @@ class Neighbour {
     static int handle(netsnmp_mib_handler *, netsnmp_handler_registration *, netsnmp_agent_request_info *info,
                       netsnmp_request_info *requests) {
         phases.push_back(info->mode);
-        if (info->mode == fails_in)
+        if (info->mode == fails_in) {
             netsnmp_set_request_error(info, requests, SNMP_ERR_GENERR);
+        }
         return SNMP_ERR_NOERROR;
     }
 };
@@ -88,8 +90,9 @@ class FreePassTest : public OryxTest {
 TEST_F(FreePassTest, AfterAFailedActionEveryVarbindIsFreedOnceAfterTheLastUndo) {
     fail(MODE_SET_ACTION, STATE_1);
     Pdu pdu = Pdu::v2c("private");
-    for (const Oid &name : {NAME_1, STATE_1, NAME_2, STATE_2})
+    for (const Oid &name : {NAME_1, STATE_1, NAME_2, STATE_2}) {
         pdu.add(name);
+    }
     EXPECT_EQ(pdu.set(), SNMP_ERR_GENERR);
     EXPECT_EQ(pdu.failed(), 1);
     const std::vector<Oid> by_column = {NAME_1, NAME_2, STATE_1, STATE_2};
@@ -129,8 +132,9 @@ TEST_F(FreePassTest, AfterAFailedReservationTheAgentsOwnPassIsTheOnlyOne) {
         failures.clear();
         fail(phase, NAME_2);
         Pdu pdu = Pdu::v2c("private");
-        for (const Oid &name : {NAME_1, NAME_2, STATE_1})
+        for (const Oid &name : {NAME_1, NAME_2, STATE_1}) {
             pdu.add(name);
+        }
         EXPECT_EQ(pdu.set(), SNMP_ERR_GENERR);
         EXPECT_EQ(calls_in(MODE_SET_FREE), all_in(MODE_SET_FREE, {NAME_1, NAME_2, STATE_1}));
         EXPECT_TRUE(calls_in(MODE_SET_UNDO).empty());
@@ -145,8 +149,9 @@ TEST_F(FreePassTest, AFailedCommitReachesEveryVarbindAndIsNotFollowedByAnything)
         return action == MODE_SET_COMMIT && name[length - 1] == 1 ? SNMP_ERR_COMMITFAILED : SNMP_ERR_NOERROR;
     };
     Pdu pdu = Pdu::v2c("private");
-    for (const Oid &name : {NAME_1, NAME_2, STATE_1})
+    for (const Oid &name : {NAME_1, NAME_2, STATE_1}) {
         pdu.add(name);
+    }
     EXPECT_EQ(pdu.set(), SNMP_ERR_COMMITFAILED);
     EXPECT_EQ(calls_in(MODE_SET_COMMIT), all_in(MODE_SET_COMMIT, {NAME_1, NAME_2, STATE_1}));
     EXPECT_EQ(calls.back().first, MODE_SET_COMMIT);
@@ -186,8 +191,9 @@ TEST_F(FreePassTest, ObjectsOfOtherModulesAreLeftToTheAgent) {
         Pdu pdu = Pdu::v2c("private");
         std::vector<Oid> names = {NAME_1, STATE_1};
         names.insert(names.begin() + position, Neighbour::NAME);
-        for (const Oid &name : names)
+        for (const Oid &name : names) {
             pdu.add(name);
+        }
         pdu.set();
         EXPECT_EQ(Neighbour::phases,
                   (std::vector<int>{MODE_SET_RESERVE1, MODE_SET_RESERVE2, MODE_SET_ACTION, MODE_SET_UNDO}));
@@ -199,8 +205,9 @@ TEST_F(FreePassTest, AnActionThatFailsInAnotherModuleFreesToo) {
     Neighbour neighbour;
     Neighbour::fails_in = MODE_SET_ACTION;
     Pdu pdu = Pdu::v2c("private");
-    for (const Oid &name : {NAME_1, Neighbour::NAME, STATE_1})
+    for (const Oid &name : {NAME_1, Neighbour::NAME, STATE_1}) {
         pdu.add(name);
+    }
     EXPECT_EQ(pdu.set(), SNMP_ERR_GENERR);
     EXPECT_EQ(pdu.failed(), 1);
     EXPECT_EQ(calls_in(MODE_SET_FREE), all_in(MODE_SET_FREE, {NAME_1, STATE_1}));
@@ -208,12 +215,14 @@ TEST_F(FreePassTest, AnActionThatFailsInAnotherModuleFreesToo) {
 
 // An administrator may put helpers of the agent in front of any object.
 TEST_F(FreePassTest, VarbindsPassedOnOneByOneAreFreedOnce) {
-    for (const Oid &column : {NAME_COLUMN, STATE_COLUMN})
+    for (const Oid &column : {NAME_COLUMN, STATE_COLUMN}) {
         netsnmp_inject_handler(registration_of(column), netsnmp_get_serialize_handler());
+    }
     fail(MODE_SET_ACTION, NAME_1);
     Pdu pdu = Pdu::v2c("private");
-    for (const Oid &name : {NAME_1, NAME_2, STATE_1, STATE_2})
+    for (const Oid &name : {NAME_1, NAME_2, STATE_1, STATE_2}) {
         pdu.add(name);
+    }
     pdu.set();
     const std::vector<Oid> by_column = {NAME_1, NAME_2, STATE_1, STATE_2};
     const std::vector<Call> end = all_in(MODE_SET_UNDO, by_column) + all_in(MODE_SET_FREE, by_column);
@@ -226,8 +235,9 @@ TEST_F(FreePassTest, VarbindsPassedOnOneByOneAreFreedOnce) {
 TEST_F(FreePassTest, RowsThatWereNotReservedAreNotFreed) {
     objects.is_writable = [](const oid *name, size_t length) { return name[length - 1] != 2; };
     Pdu pdu = Pdu::v2c("private");
-    for (const Oid &name : {NAME_1, NAME_2, NAME_3})
+    for (const Oid &name : {NAME_1, NAME_2, NAME_3}) {
         pdu.add(name);
+    }
     pdu.sort_by_registration();
     pdu.call(MODE_SET_RESERVE1);
     pdu.call(MODE_SET_UNDO);

@@ -24,8 +24,9 @@ class OtherObject {
     explicit OtherObject(const Oid &name, const char *context = "") : name_(name), context_(context) {
         registration_ =
             netsnmp_create_handler_registration("other", answer_nothing, name.data(), name.size(), HANDLER_CAN_RONLY);
-        if (!context_.empty())
+        if (!context_.empty()) {
             registration_->contextName = strdup(context);
+        }
         EXPECT_EQ(netsnmp_register_handler(registration_), MIB_REGISTERED_OK);
     }
     // Not netsnmp_unregister_handler: it goes on to read the context's name from the

@@ -10,8 +10,9 @@ namespace {
 
 bool is_mapped(const char *path) {
     void *handle = dlopen(path, RTLD_NOLOAD | RTLD_NOW);
-    if (handle)
+    if (handle) {
         dlclose(handle);
+    }
     return handle != nullptr;
 }
 

@@ -24,10 +24,11 @@ int keep_notification(int, int, void *argument, void *) {
     for (const netsnmp_variable_list *binding = static_cast<const netsnmp_pdu *>(argument)->variables; binding;
          binding = binding->next_variable) {
         notification.names.emplace_back(binding->name, binding->name + binding->name_length);
-        if (binding->type == ASN_OBJECT_ID)
+        if (binding->type == ASN_OBJECT_ID) {
             notification.trap_oid.assign(binding->val.objid, binding->val.objid + binding->val_len / sizeof(oid));
-        else if (binding->type == ASN_INTEGER)
+        } else if (binding->type == ASN_INTEGER) {
             notification.integers.push_back(*binding->val.integer);
+        }
     }
     sent.push_back(notification);
     return SNMPERR_SUCCESS;
@@ -43,13 +44,15 @@ std::vector<std::vector<uint8_t>> delivered;
 netsnmp_variable_list *on_event(const mts_message *message, oid *trap_oid, size_t *trap_length, int *send) {
     const uint8_t *payload = static_cast<const uint8_t *>(mts_payload_get(message));
     delivered.emplace_back(payload, payload + mts_payload_size(message));
-    if (during_callback)
+    if (during_callback) {
         during_callback();
+    }
     std::copy(TRAP.begin(), TRAP.end(), trap_oid);
     *trap_length = returned_trap_length;
     *send = send_flag;
-    if (!return_bindings)
+    if (!return_bindings) {
         return nullptr;
+    }
     const uint32_t value = delivered.back()[0];
     return build_varbind(nullptr, &value, ASN_INTEGER, sizeof(value), VSAN_ID.data(), VSAN_ID.size());
 }
@@ -78,8 +81,9 @@ class NotificationsTest : public OryxTest {
 
     // Lets the agent run until it has tried to connect `attempts` times in all.
     static void run_until_attempts(int attempts) {
-        for (int turn = 0; turn < 20 && fake_switch.connect_attempts < attempts; ++turn)
+        for (int turn = 0; turn < 20 && fake_switch.connect_attempts < attempts; ++turn) {
             agent_turn();
+        }
         ASSERT_GE(fake_switch.connect_attempts, attempts);
     }
 
@@ -92,8 +96,9 @@ class NotificationsTest : public OryxTest {
 
     // Events of one full turn, taken by it.
     static void storm() {
-        for (unsigned i = 0; i < oryx::EVENTS_PER_TURN; ++i)
+        for (unsigned i = 0; i < oryx::EVENTS_PER_TURN; ++i) {
             fake_switch.publish(145, {1});
+        }
         agent_turn();
         ASSERT_EQ(delivered.size(), oryx::EVENTS_PER_TURN);
     }
@@ -194,14 +199,16 @@ TEST_F(NotificationsTest, EventsOfOtherClassesAreDropped) {
 
 TEST_F(NotificationsTest, OneTurnOfTheLoopTakesABoundedNumberOfEvents) {
     subscribe_and_connect();
-    for (unsigned i = 0; i < oryx::EVENTS_PER_TURN + 5; ++i)
+    for (unsigned i = 0; i < oryx::EVENTS_PER_TURN + 5; ++i) {
         fake_switch.publish(145, {1});
+    }
     agent_turn();
     EXPECT_EQ(delivered.size(), oryx::EVENTS_PER_TURN);
     agent_poll();
     EXPECT_EQ(delivered.size(), oryx::EVENTS_PER_TURN) << "then there is a pause";
-    while (delivered.size() < oryx::EVENTS_PER_TURN + 5)
+    while (delivered.size() < oryx::EVENTS_PER_TURN + 5) {
         agent_turn();
+    }
     EXPECT_EQ(sa_find_next(), nullptr) << "fewer events are no storm";
 }
 
@@ -293,8 +300,9 @@ TEST_F(NotificationsTest, ACallbackMayEndItsOwnSubscription) {
 }
 
 TEST_F(NotificationsTest, TheTableIsBounded) {
-    for (uint32_t i = 0; i < oryx::NOTIFICATION_CLASSES; ++i)
+    for (uint32_t i = 0; i < oryx::NOTIFICATION_CLASSES; ++i) {
         EXPECT_EQ(register_for_notification(1000 + i, ignore_event), 0);
+    }
     EXPECT_NE(register_for_notification(5000, ignore_event), 0);
     EXPECT_EQ(register_for_notification(1000, on_event), 0);
     unregister_for_notification(1003);

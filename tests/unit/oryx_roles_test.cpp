@@ -9,8 +9,9 @@ namespace {
 
 allowed_vsan_list list_of(const std::vector<uint32_t> &vsans, uint32_t size = 512) {
     allowed_vsan_list list = {size, {}};
-    for (uint32_t vsan : vsans)
+    for (uint32_t vsan : vsans) {
         list.bitmap[vsan / 8] = static_cast<uint8_t>(list.bitmap[vsan / 8] | 0x80 >> vsan % 8);
+    }
     return list;
 }
 
@@ -24,16 +25,18 @@ TEST(VsanList, TheFirstVsanIsTheHighestBitOfTheFirstByte) {
     list.bitmap[0] = 0x80;
     list.bitmap[1] = 0x01;
     list.bitmap[511] = 0x01;
-    for (uint32_t vsan = 0; vsan < 4096; ++vsan)
+    for (uint32_t vsan = 0; vsan < 4096; ++vsan) {
         EXPECT_EQ(snmp_is_vsan_allowed_in_list(vsan, list) != 0, vsan == 0 || vsan == 15 || vsan == 4095) << vsan;
+    }
 }
 
 TEST(VsanList, NumbersAbove4095AreNeverAllowed) {
     allowed_vsan_list list = {UINT32_MAX, {}};
     memset(list.bitmap, 0xff, sizeof(list.bitmap));
     EXPECT_NE(snmp_is_vsan_allowed_in_list(4095, list), 0);
-    for (uint32_t vsan : {4096u, 4097u, 1u << 31, UINT32_MAX})
+    for (uint32_t vsan : {4096u, 4097u, 1u << 31, UINT32_MAX}) {
         EXPECT_EQ(snmp_is_vsan_allowed_in_list(vsan, list), 0) << vsan;
+    }
 }
 
 TEST(VsanList, BytesThatTheSizeLeavesOutDoNotCount) {
@@ -71,15 +74,17 @@ bool decodes(const std::vector<uint8_t> &reply) {
     static oryx::Role role;
     memset(&role, 0xff, sizeof(role));
     uint8_t *copy = static_cast<uint8_t *>(malloc(reply.empty() ? 1 : reply.size()));
-    if (!reply.empty())
+    if (!reply.empty()) {
         memcpy(copy, reply.data(), reply.size());
+    }
     const bool good = oryx::role_decode(copy, static_cast<uint32_t>(reply.size()), role);
     free(copy);
     if (!good) {
         EXPECT_TRUE(role.restricted);
         EXPECT_EQ(role.range_count, 0u);
-        for (uint8_t byte : role.vsans)
+        for (uint8_t byte : role.vsans) {
             EXPECT_EQ(byte, 0);
+        }
     }
     return good;
 }
@@ -93,9 +98,10 @@ TEST(RoleReply, WellFormedOnesAreRead) {
 
 TEST(RoleReply, EveryShorterOneIsRestrictedToNothing) {
     const std::vector<uint8_t> whole = role_reply(1, {1, 2}, {{1, 9}});
-    for (size_t length = 0; length < whole.size(); ++length)
+    for (size_t length = 0; length < whole.size(); ++length) {
         EXPECT_FALSE(decodes(std::vector<uint8_t>(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(length))))
             << length;
+    }
 }
 
 TEST(RoleReply, ALongerOneIsRestrictedToNothing) {
@@ -128,8 +134,9 @@ TEST(RoleReply, ARangeCountThatOverflowsIsRestrictedToNothing) {
 
 TEST(RoleReply, ItHoldsUpToItsMostRanges) {
     std::vector<std::pair<uint32_t, uint32_t>> ranges;
-    for (uint32_t i = 0; i < ROLE_MAX_RANGES; ++i)
+    for (uint32_t i = 0; i < ROLE_MAX_RANGES; ++i) {
         ranges.emplace_back(3 * i, 3 * i + 1);
+    }
     EXPECT_TRUE(decodes(role_reply(1, {}, ranges)));
     ranges.emplace_back(3 * ROLE_MAX_RANGES, 3 * ROLE_MAX_RANGES);
     EXPECT_FALSE(decodes(role_reply(1, {}, ranges)));
@@ -153,12 +160,15 @@ class RolesTest : public OryxTest {
 
     static bool restricted_to_nothing() {
         allowed_vsan_list list;
-        if (fill(list) != 1)
+        if (fill(list) != 1) {
             return false;
-        for (uint32_t vsan = 0; vsan < 4096; ++vsan)
+        }
+        for (uint32_t vsan = 0; vsan < 4096; ++vsan) {
             if (snmp_is_vsan_allowed_in_list(vsan, list) ||
-                snmp_is_vsan_allowed_subtree(vsan, nullptr, 0, PDU_TYPE_SET))
+                snmp_is_vsan_allowed_subtree(vsan, nullptr, 0, PDU_TYPE_SET)) {
                 return false;
+            }
+        }
         return intf_chk_vsan_role_allowed(1, 3, list) != 0;
     }
 
@@ -240,8 +250,9 @@ TEST_F(RolesTest, EachUserHasARoleOfTheirOwn) {
 TEST_F(RolesTest, MemoryOfAnotherVersionIsReportedOnce) {
     fake_switch.reply = role_reply(0, {});
     fake_switch.has_other_memory = true;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         in_pdu([&] { snmp_is_vsan_allowed_subtree(1, nullptr, 0, PDU_TYPE_GET); });
+    }
     EXPECT_EQ(log_lines_with("memory of another version"), 1u);
 }
 
@@ -278,8 +289,9 @@ class KeptRolesTest : public RolesTest {
 };
 
 TEST_F(KeptRolesTest, ARoleIsKeptForAsLongAsNothingChanges) {
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
         EXPECT_TRUE(may_touch_7());
+    }
     EXPECT_EQ(fake_switch.requests.size(), 1u);
     fake_switch.reply = role_reply(0, {});
     EXPECT_TRUE(may_touch_7());
@@ -400,14 +412,16 @@ TEST_F(RolesTest, ASwitchThatIsDownCostsOneLineAndItsReturnOne) {
 
     fake_switch.status = UINT32_MAX;
     fake_switch.error_number = ECONNREFUSED;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         in_pdu([&] { restricted_to_nothing(); });
+    }
     ASSERT_EQ(agent_log.size(), 1u);
     EXPECT_NE(agent_log[0].find(strerror(ECONNREFUSED)), std::string::npos);
 
     fake_switch.status = 0;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         in_pdu([&] { restricted_to_nothing(); });
+    }
     EXPECT_EQ(agent_log.size(), 2u);
 }
 
@@ -416,10 +430,12 @@ TEST_F(RolesTest, InterfacesAreAllowedByTheRolesRanges) {
     in_pdu([&] {
         allowed_vsan_list list;
         fill(list);
-        for (uint32_t inside : {10u, 15u, 20u, 30u, 0xfffffff0u, 0xffffffffu})
+        for (uint32_t inside : {10u, 15u, 20u, 30u, 0xfffffff0u, 0xffffffffu}) {
             EXPECT_EQ(intf_chk_vsan_role_allowed(inside, 3, list), 0) << inside;
-        for (uint32_t outside : {0u, 9u, 21u, 29u, 31u, 0xffffffefu})
+        }
+        for (uint32_t outside : {0u, 9u, 21u, 29u, 31u, 0xffffffefu}) {
             EXPECT_NE(intf_chk_vsan_role_allowed(outside, 1, list), 0) << outside;
+        }
     });
 }
 

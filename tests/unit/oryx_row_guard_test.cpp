@@ -20,8 +20,9 @@ class RowGuardTest : public OryxTest {
     // Makes a read of row `from` answer with row `to`.
     void answer_with_other_row(oid from, oid to) {
         objects.on_read = [from, to](oid *name, size_t *length, int) {
-            if (name[*length - 1] == from)
+            if (name[*length - 1] == from) {
                 name[*length - 1] = to;
+            }
         };
     }
 
@@ -60,8 +61,9 @@ TEST_F(RowGuardTest, ANameThatGrewIsRestored) {
 TEST_F(RowGuardTest, OnlyTheMovedRowOfAPduFails) {
     answer_with_other_row(11, 12);
     Pdu pdu = Pdu::v2c("private");
-    for (oid index : {10u, 11u, 13u})
+    for (oid index : {10u, 11u, 13u}) {
         pdu.add(row(NAME_COLUMN, index));
+    }
     pdu.call(MODE_SET_RESERVE1);
     EXPECT_EQ(pdu.status(0), SNMP_ERR_NOERROR);
     EXPECT_EQ(pdu.status(1), SNMP_ERR_INCONSISTENTNAME);
@@ -81,8 +83,9 @@ TEST_F(RowGuardTest, TheMoveOutranksWhatTheOtherRowSays) {
 TEST_F(RowGuardTest, WhatWasPutAsideForTheOtherRowIsReleasedUnderItsName) {
     answer_with_other_row(10, 11);
     Pdu pdu = Pdu::v2c("private");
-    for (oid index : {10u, 13u})
+    for (oid index : {10u, 13u}) {
         pdu.add(row(NAME_COLUMN, index));
+    }
     pdu.call(MODE_SET_RESERVE1);
     const std::vector<std::pair<int, Oid>> expected = {
         {MODE_SET_RESERVE1, row(NAME_COLUMN, 11)},

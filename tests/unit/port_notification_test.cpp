@@ -138,8 +138,9 @@ TEST_F(PortNotification, AValueOfWhichOneWordIsZeroIsKnown) {
         in_child([this, &half] {
             on_query().reply(half);
             const mts_message message = event();
-            for (int i = 0; i < 2; ++i)
+            for (int i = 0; i < 2; ++i) {
                 EXPECT_EQ(deliver(port_membership, &message).bindings, bindings(half, 16777216, 20));
+            }
             EXPECT_EQ(platform.requests.size(), 1u);
         });
     }

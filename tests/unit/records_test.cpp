@@ -10,8 +10,9 @@ namespace {
 // A record whose bytes are all different from their neighbours and their mirror image.
 bytes pattern(size_t size) {
     bytes result(size);
-    for (size_t i = 0; i < size; ++i)
+    for (size_t i = 0; i < size; ++i) {
         result[i] = static_cast<uint8_t>(i * 7 + i / 256 + 1);
+    }
     return result;
 }
 
@@ -185,8 +186,9 @@ TEST(Records, DefaultsOfAVsanLeaveStatesLatencyAndRestAlone) {
     EXPECT_EQ(entry.vsanRowStatus, 0x5A5A5A5A);
     EXPECT_EQ(entry.vsanOperState, 0x5A5A5A5A);
     EXPECT_EQ(entry.vsanNetworkDropLatency, 0x5A5A5A5Au);
-    for (const uint8_t byte : entry.rest)
+    for (const uint8_t byte : entry.rest) {
         ASSERT_EQ(byte, 0x5A);
+    }
 }
 
 TEST(Records, DefaultsOfAMembershipAreVsanOneAndNoDenyList) {

@@ -72,8 +72,9 @@ TEST_F(RowStatus, RefusesEveryOtherType) {
 
 TEST_F(RowStatus, RefusesEveryOtherLength) {
     for (size_t length = 5; length <= 12; ++length) {
-        if (length == sizeof(long))
+        if (length == sizeof(long)) {
             continue;
+        }
         testing::internal::CaptureStderr();
         EXPECT_EQ(reserve(INTEGER, bytes(length, 0xFF), {0}), 8);
         fflush(stderr);
@@ -83,8 +84,9 @@ TEST_F(RowStatus, RefusesEveryOtherLength) {
 }
 
 TEST_F(RowStatus, TheVsanIsOneTo4095) {
-    for (const oid vsan : {oid{1}, oid{4094}, oid{4095}})
+    for (const oid vsan : {oid{1}, oid{4094}, oid{4095}}) {
         EXPECT_EQ(reserve(INTEGER, as_long(row_destroy), {vsan}), 0) << vsan;
+    }
     for (const oid vsan : {oid{0}, oid{4096}, oid{65536}, oid{0x80000000u}, largest_arc}) {
         EXPECT_EQ(reserve(INTEGER, as_long(row_create_and_go), {vsan}), 10) << vsan;
         expect_traces({{101, entered}, {101, "set_vsanRowStatus(#) In RESERVE1 \n"}});
@@ -110,8 +112,9 @@ TEST_F(RowStatus, OnlyActiveCreateAndGoAndDestroyAreAccepted) {
 
 TEST_F(RowStatus, TheValueIsReadFromTheBytesThereAre) {
     EXPECT_EQ(reserve(INTEGER, as_word(row_destroy, 0)), 10);
-    for (size_t length = 1; length <= 4; ++length)
+    for (size_t length = 1; length <= 4; ++length) {
         EXPECT_EQ(reserve(INTEGER, as_word(row_destroy, length)), 0) << length;
+    }
     EXPECT_EQ(reserve(INTEGER, as_eight_bytes(4294967296 + row_destroy)), sizeof(long) == 8 ? 0 : 8);
 }
 

@@ -66,12 +66,13 @@ class ScalarRead : public ModuleTest, public testing::WithParamInterface<scalar>
     // Makes the manager answer this object with 4711.
     static void manager_has_a_value() {
         const scalar &tested = GetParam();
-        if (tested.opcode == 126)
+        if (tested.opcode == 126) {
             platform.on(126, 1).reply(words({1000047, 110000}));
-        else if (tested.value_word == 1)
+        } else if (tested.value_word == 1) {
             platform.on(tested.opcode, 1).reply(words({0xDEADBEEF, 4711}));
-        else
+        } else {
             platform.on(tested.opcode, 1).reply(words({4711}));
+        }
     }
 };
 
@@ -110,16 +111,18 @@ TEST_P(ScalarRead, GetNextFromBeforeTheInstanceAnswersIt) {
 
 TEST_P(ScalarRead, GetNextFromTheInstanceOrBehindItCostsNoRequest) {
     registered_object object(GetParam().magic);
-    for (const oid_name &start : {object.instance({0}), object.instance({0, 0}), object.instance({1}), oid_name{2}})
+    for (const oid_name &start : {object.instance({0}), object.instance({0, 0}), object.instance({1}), oid_name{2}}) {
         EXPECT_FALSE(object.get_next(start).present);
+    }
     EXPECT_TRUE(platform.requests.empty());
 }
 
 TEST_P(ScalarRead, GetOfAnotherInstanceCostsNoRequest) {
     registered_object object(GetParam().magic);
     for (const oid_name &name :
-         {object.name(), object.instance({1}), object.instance({largest_arc}), object.instance({0, 0})})
+         {object.name(), object.instance({1}), object.instance({largest_arc}), object.instance({0, 0})}) {
         EXPECT_FALSE(object.get(name).present);
+    }
     EXPECT_TRUE(platform.requests.empty());
     EXPECT_TRUE(platform.history.empty());
 }
@@ -150,8 +153,9 @@ TEST_P(ScalarRead, HandsOutItsWriteMethodEvenWhenTheReadFails) {
 TEST_P(ScalarRead, AFailedOrEmptyExchangeAnswersNull) {
     reply_script &script = platform.on(GetParam().opcode, 1);
     script.fails(ETIMEDOUT).status(some_failure).no_data().reply(bytes()).status_with_data(1, bytes(16));
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
         EXPECT_FALSE(get(GetParam().magic, {0}).present) << i;
+    }
     EXPECT_TRUE(agent.details.empty()) << "nothing else is reported";
     EXPECT_TRUE(platform.errors_set.empty());
 }
@@ -167,8 +171,9 @@ TEST_P(ScalarRead, UsesTheDistributionServiceForTimersOnly) {
     manager_has_a_value();
     platform.tdx_enabled = 1;
     const bool timer = GetParam().opcode == 127;
-    if (timer)
+    if (timer) {
         platform.on(127, 5).reply(words({0, 4712}));
+    }
     EXPECT_EQ(get(GetParam().magic, {0}).number(), timer ? 4712 : 4711);
     EXPECT_EQ(platform.requests.at(0).kind, timer ? 5u : 1u);
 
@@ -185,12 +190,14 @@ using ScalarHandler = ModuleTest;
 TEST_F(ScalarHandler, ServesExactlyTheTenScalars) {
     std::vector<uint8_t> served;
     for (const variable7 &row : agent.registrations.at(0).rows) {
-        if (row.findVar == get_vsan_mib)
+        if (row.findVar == get_vsan_mib) {
             served.push_back(row.magic);
+        }
     }
     std::vector<uint8_t> wanted;
-    for (const scalar &tested : scalars)
+    for (const scalar &tested : scalars) {
         wanted.push_back(tested.magic);
+    }
     EXPECT_EQ(served, wanted);
 }
 

@@ -119,8 +119,9 @@ TEST_P(ScalarWrite, ARangeRefusalSaysNothing) {
 
 TEST_P(ScalarWrite, RefusesEveryOtherTypeWithItsText) {
     for (const uint8_t type : bytes{0x02, 0x04, 0x05, 0x06, 0x40, 0x41, 0x42, 0x43, 0x44, 0x46, 0x00, 0xFF}) {
-        if (type == GetParam().type)
+        if (type == GetParam().type) {
             continue;
+        }
         SCOPED_TRACE(int{type});
         const refusal refused = reserve(type, as_long(GetParam().lowest));
         EXPECT_EQ(refused.status, 7);
@@ -131,8 +132,9 @@ TEST_P(ScalarWrite, RefusesEveryOtherTypeWithItsText) {
 
 TEST_P(ScalarWrite, RefusesEveryOtherLengthWithItsText) {
     for (size_t length = 5; length <= 16; ++length) {
-        if (length == sizeof(long))
+        if (length == sizeof(long)) {
             continue;
+        }
         SCOPED_TRACE(length);
         bytes value(length);
         value[0] = 1;

@@ -16,18 +16,21 @@ int64_t sent_request::vsan() const {
 }
 
 scripted_reply reply_script::next() {
-    if (answers.empty())
+    if (answers.empty()) {
         return {some_failure, 0, std::nullopt};
+    }
     scripted_reply answer = answers.front();
-    if (answers.size() > 1)
+    if (answers.size() > 1) {
         answers.pop_front();
+    }
     return answer;
 }
 
 void scripted_platform::reset() {
     const uint32_t last_pdu = pdu;
-    for (void *reply : std::set<void *>(replies_held))
+    for (void *reply : std::set<void *>(replies_held)) {
         free(reply);
+    }
     *this = scripted_platform();
     pdu = last_pdu + 1;
 }
@@ -40,37 +43,43 @@ void scripted_platform::add_vsan(uint32_t index) {
 }
 
 void scripted_platform::add_vsans(std::initializer_list<uint32_t> list) {
-    for (const uint32_t index : list)
+    for (const uint32_t index : list) {
         add_vsan(index);
+    }
 }
 
 std::vector<std::string> scripted_platform::journal_of(const std::string &prefix) const {
     std::vector<std::string> result;
     for (const std::string &entry : journal) {
-        if (entry.compare(0, prefix.size(), prefix) == 0)
+        if (entry.compare(0, prefix.size(), prefix) == 0) {
             result.push_back(entry);
+        }
     }
     return result;
 }
 
 std::vector<int64_t> scripted_platform::vsans_asked() const {
     std::vector<int64_t> result;
-    for (const sent_request &request : requests)
+    for (const sent_request &request : requests) {
         result.push_back(request.vsan());
+    }
     return result;
 }
 
 scripted_reply scripted_platform::answer(const sent_request &request) {
-    if (manager)
+    if (manager) {
         return manager(request);
+    }
     const auto script = scripts.find({request.opcode, request.kind});
-    if (script != scripts.end())
+    if (script != scripts.end()) {
         return script->second.next();
+    }
     if (request.opcode == 149 && (request.kind == 1 || request.kind == 2)) {
         const auto asked = static_cast<uint32_t>(request.vsan());
         const auto row = request.kind == 1 ? vsans.find(asked) : vsans.upper_bound(asked);
-        if (row == vsans.end())
+        if (row == vsans.end()) {
             return {0x40190001u, 0, std::nullopt};
+        }
         return {0, 0, row_reply(row->second)};
     }
     ++unscripted_requests;
@@ -78,16 +87,18 @@ scripted_reply scripted_platform::answer(const sent_request &request) {
 }
 
 membership_reply scripted_platform::answer(const membership_request &request) {
-    if (port_manager)
+    if (port_manager) {
         return port_manager(request);
+    }
     if (!memberships) {
         ++unscripted_requests;
         return {some_failure};
     }
     const std::pair<uint32_t, uint32_t> asked = {request.vsan, request.if_index};
     const auto pair = request.kind == 1 ? memberships->find(asked) : memberships->upper_bound(asked);
-    if (pair == memberships->end())
+    if (pair == memberships->end()) {
         return {some_failure};
+    }
     return {0, pair->first.first, pair->first.second, pair->second};
 }
 
@@ -95,10 +106,12 @@ void *scripted_platform::make_reply(const bytes &data) {
     // Exactly as large as the data, so that reading past its end is seen.
     // Not by malloc, which a test may let fail in the module.
     void *reply = nullptr;
-    if (posix_memalign(&reply, sizeof(void *), data.size()) != 0)
+    if (posix_memalign(&reply, sizeof(void *), data.size()) != 0) {
         abort();
-    if (!data.empty())
+    }
+    if (!data.empty()) {
         memcpy(reply, data.data(), data.size());
+    }
     replies_held.insert(reply);
     ++replies_made;
     return reply;
@@ -148,8 +161,9 @@ list_content *content_of(const indxobj_list *list) {
 std::vector<const void *> data_on(const indxobj_list &list) {
     std::vector<const void *> result;
     if (list.impl != nullptr) {
-        for (const listed_entry &entry : content_of(&list)->entries)
+        for (const listed_entry &entry : content_of(&list)->entries) {
             result.push_back(entry.data);
+        }
     }
     return result;
 }
@@ -174,8 +188,9 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
         request.payload.assign(start, start + *length);
     }
     request.expects_reply = reply != nullptr;
-    if (user_name != nullptr)
+    if (user_name != nullptr) {
         request.user = user_name;
+    }
     request.session = session;
     request.service = service;
     request.queue = queue;
@@ -188,8 +203,9 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
         *reply = platform.make_reply(*answer.data);
         *length = static_cast<uint32_t>(answer.data->size());
     }
-    if (answer.error_number != 0)
+    if (answer.error_number != 0) {
         errno = answer.error_number;
+    }
     return answer.status;
 }
 
@@ -208,8 +224,9 @@ int indxobj_create(indxobj_list *list, int base, int unique, indxobj_comparator 
     if (!platform.list_results.empty()) {
         const int result = platform.list_results.front();
         platform.list_results.pop_front();
-        if (result != INDXOBJ_CREATED)
+        if (result != INDXOBJ_CREATED) {
             return result;
+        }
     }
     delete content_of(list);
     list->impl = new list_content{comparator, {}};
@@ -217,40 +234,46 @@ int indxobj_create(indxobj_list *list, int base, int unique, indxobj_comparator 
 }
 
 int indxobj_add(indxobj_list *list, const void *key, void *data) {
-    if (list->impl == nullptr)
+    if (list->impl == nullptr) {
         return 0;
+    }
     if (!platform.add_results.empty()) {
         const int result = platform.add_results.front();
         platform.add_results.pop_front();
-        if (result == 0)
+        if (result == 0) {
             return 0;
+        }
     }
     auto &entries = content_of(list)->entries;
     const auto present = std::find_if(entries.begin(), entries.end(), [&](const listed_entry &entry) {
         return content_of(list)->comparator(entry.key, key) == 0;
     });
-    if (present == entries.end() || platform.list_reading == present_key::is_doubled)
+    if (present == entries.end() || platform.list_reading == present_key::is_doubled) {
         entries.push_back({key, data});
-    else if (platform.list_reading == present_key::is_refused)
+    } else if (platform.list_reading == present_key::is_refused) {
         return 0;
-    else
+    } else {
         *present = {key, data};
+    }
     return 1;
 }
 
 void *indxobj_find(indxobj_list *list, const void *key, int) {
-    if (list->impl == nullptr)
+    if (list->impl == nullptr) {
         return nullptr;
+    }
     for (const listed_entry &entry : content_of(list)->entries) {
-        if (content_of(list)->comparator(entry.key, key) == 0)
+        if (content_of(list)->comparator(entry.key, key) == 0) {
             return entry.data;
+        }
     }
     return nullptr;
 }
 
 void *indxobj_remove(indxobj_list *list, const void *key) {
-    if (list->impl == nullptr)
+    if (list->impl == nullptr) {
         return nullptr;
+    }
     auto &entries = content_of(list)->entries;
     for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
         if (content_of(list)->comparator(entry->key, key) == 0) {
@@ -298,8 +321,9 @@ void sdwrap_hist_event(uint32_t module_id, uint32_t length, const void *record) 
 int sdwrap_chk_int(uint32_t event_class, uint32_t qualifier1, uint32_t qualifier2, uint32_t qualifier3) {
     errno = EDOM;
     debug_class = event_class;
-    if (qualifier1 != 0 || qualifier2 != 0 || qualifier3 != 1)
+    if (qualifier1 != 0 || qualifier2 != 0 || qualifier3 != 1) {
         return 0;
+    }
     return platform.debug_unwanted.count(event_class) != 0 ? 0 : 1;
 }
 
@@ -337,16 +361,18 @@ void sysmgr_heartbeat(int blocking) {
 uint32_t is_tdx_enabled(const char *feature, uint32_t *enabled) {
     note("tdx enabled");
     platform.tdx_features.emplace_back(feature);
-    if (platform.tdx_enabled_status == 0)
+    if (platform.tdx_enabled_status == 0) {
         *enabled = platform.tdx_enabled;
+    }
     return platform.tdx_enabled_status;
 }
 
 uint32_t get_tdx_show_run_mode(const char *feature, uint32_t *mode) {
     note("tdx show-run mode");
     platform.tdx_features.emplace_back(feature);
-    if (platform.tdx_show_run_status == 0)
+    if (platform.tdx_show_run_status == 0) {
         *mode = platform.tdx_show_run;
+    }
     return platform.tdx_show_run_status;
 }
 
@@ -369,16 +395,19 @@ uint32_t vsan_range_config_change_get_info(const void *, uint32_t, uint32_t *con
 uint32_t vsan_range_config_change_get_attr_values(const void *payload, uint32_t size, uint32_t key, uint32_t *value,
                                                   uint32_t *old_value) {
     attribute_read read = {payload, size, key, std::nullopt};
-    if (platform.send_flag != nullptr)
+    if (platform.send_flag != nullptr) {
         read.send = *platform.send_flag;
+    }
     platform.attribute_reads.push_back(read);
     *value = *old_value = scribble;
-    if (!platform.vsan_event)
+    if (!platform.vsan_event) {
         return some_failure;
+    }
     const auto &attributes = platform.vsan_event->attributes;
     const auto attribute = attributes.find(key);
-    if (attribute == attributes.end())
+    if (attribute == attributes.end()) {
         return some_failure;
+    }
     *value = htonl(attribute->second);
     return 0;
 }
@@ -388,8 +417,9 @@ uint32_t pm_cmi_get_active_vsan_port_membership(mts_queue *queue, uint32_t kind,
                                                 uint32_t wait_class) {
     note("port membership kind %u", kind);
     membership_request request = {queue, kind, *vsan, *if_index, *is_static, std::nullopt, session, wait_class};
-    if (user_name != nullptr)
+    if (user_name != nullptr) {
         request.user = user_name;
+    }
     platform.membership_requests.push_back(request);
     const membership_reply reply = platform.answer(request);
     if (reply.status == 0) {
@@ -397,8 +427,9 @@ uint32_t pm_cmi_get_active_vsan_port_membership(mts_queue *queue, uint32_t kind,
         *if_index = reply.if_index;
         *is_static = reply.is_static;
     }
-    if (reply.error_number != 0)
+    if (reply.error_number != 0) {
         errno = reply.error_number;
+    }
     return reply.status;
 }
 
@@ -447,13 +478,16 @@ void log_snmp_error(const snmp_error_record *record) {
 int snmp_get_allowed_vsans_subtree(allowed_vsan_list *list, const oid *name, size_t length, int pdu_type) {
     note("allowed vsans");
     bool zero = true;
-    for (const uint8_t byte : list->bitmap)
+    for (const uint8_t byte : list->bitmap) {
         zero = zero && byte == 0;
+    }
     platform.allowed_calls.push_back({list->size, zero, std::vector<oid>(name, name + length), pdu_type});
-    if (!platform.allowed_vsans)
+    if (!platform.allowed_vsans) {
         return 0;
-    for (const uint32_t vsan : *platform.allowed_vsans)
+    }
+    for (const uint32_t vsan : *platform.allowed_vsans) {
         list->bitmap[vsan / 8] = static_cast<uint8_t>(list->bitmap[vsan / 8] | 1u << vsan % 8);
+    }
     return platform.restriction_result;
 }
 
@@ -470,11 +504,13 @@ int snmp_is_vsan_allowed_in_list(uint32_t vsan, allowed_vsan_list list) {
 int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
     note("next allowed after %u", *vsan);
     platform.list_sizes_passed.push_back(list.size);
-    if (platform.journal.size() > longest_journal)
+    if (platform.journal.size() > longest_journal) {
         return 0;
+    }
     for (; *vsan < 4096; ++*vsan) {
-        if (vsan_is_listed(*vsan, list))
+        if (vsan_is_listed(*vsan, list)) {
             return platform.permitted_result;
+        }
     }
     return 0;
 }

@@ -47,14 +47,16 @@ set_pdu::set_pdu(std::vector<varbind> varbinds) {
     platform.next_pdu();
     std::vector<uint8_t> columns;
     for (const varbind &bound : varbinds) {
-        if (std::find(columns.begin(), columns.end(), bound.magic) == columns.end())
+        if (std::find(columns.begin(), columns.end(), bound.magic) == columns.end()) {
             columns.push_back(bound.magic);
+        }
     }
     for (const uint8_t column : columns) {
         for (size_t i = 0; i < varbinds.size(); ++i) {
             const varbind &bound = varbinds[i];
-            if (bound.magic != column)
+            if (bound.magic != column) {
                 continue;
+            }
             bound_object object = {};
             object.position = i + 1;
             object.magic = bound.magic;
@@ -82,13 +84,15 @@ int set_pdu::reserve1(bound_object &object) {
     const read_answer answer = registered.get(object.name);
     object.method = answer.write_method;
     object.current = const_cast<u_char *>(answer.value);
-    if (object.method == nullptr)
+    if (object.method == nullptr) {
         return SNMP_ERR_NOTWRITABLE;
+    }
     const oid_name before_reading = object.name;
     object.name = answer.name;
     const int error = call(object, RESERVE1_PHASE);
-    if (object.name == before_reading)
+    if (object.name == before_reading) {
         return error;
+    }
     later_errors.push_back(call(object, FREE_PHASE));
     object.name = before_reading;
     return error == 0 ? SNMP_ERR_INCONSISTENTNAME : error;
@@ -98,19 +102,22 @@ set_outcome set_pdu::phase(set_phase phase) {
     set_outcome outcome;
     for (bound_object &object : objects) {
         int error;
-        if (phase == RESERVE1_PHASE)
+        if (phase == RESERVE1_PHASE) {
             error = reserve1(object);
-        else
+        } else {
             error = object.method == nullptr ? SNMP_ERR_NOTWRITABLE : call(object, phase);
-        if (error != 0 && outcome.error == 0)
+        }
+        if (error != 0 && outcome.error == 0) {
             outcome = {error, object.position};
+        }
     }
     return outcome;
 }
 
 void set_pdu::begin(set_phase next) {
-    if (before)
+    if (before) {
         before(next);
+    }
 }
 
 set_outcome set_pdu::run() {

@@ -132,8 +132,9 @@ TEST_F(Staging, ANameLongerThanItsFieldStaysInside) {
 }
 
 TEST_F(Staging, MediaTypeAndMtuAreNotWritable) {
-    for (const int magic : {4, 6})
+    for (const int magic : {4, 6}) {
         EXPECT_EQ(stage(magic, 10, as_long(1)), 17) << magic;
+    }
     release({10});
 }
 
@@ -176,8 +177,9 @@ TEST_F(Staging, TheFirstColumnTakesTheRowAsPendingAndAsUndoCopy) {
     EXPECT_EQ(undo.vsanInorderDelivery, 1);
     EXPECT_EQ(undo.vsanNetworkDropLatency, 500u);
     EXPECT_STREQ(undo.vsanName, "storage");
-    for (const vsanEntry *record : {&pending, &undo})
+    for (const vsanEntry *record : {&pending, &undo}) {
         EXPECT_TRUE(std::all_of(record->rest, record->rest + sizeof record->rest, [](auto b) { return b == 0xA5; }));
+    }
     expect_traces({
         {101, "handle_onepdu_undo_vsanEntryList(#) : Creating an entry (vsanIndex = 10) in vsanEntry_list\n"},
         {101, "handle_onepdu_undo_vsanEntryList(#):  Adding UNDO entry (vsanIndex= 10 to the vsanEntry_undo_list\n"},

@@ -15,8 +15,9 @@ class Trace : public ModuleTest {
 
     static std::vector<std::string> texts(const std::vector<trace_line> &lines) {
         std::vector<std::string> result;
-        for (const trace_line &line : lines)
+        for (const trace_line &line : lines) {
             result.push_back(std::to_string(line.trace_class) + " " + line.text);
+        }
         return result;
     }
 };

@@ -75,8 +75,9 @@ TEST_F(VsanCache, AnotherWayToTheSameIndexHits) {
 
 TEST_F(VsanCache, GetBulkOrderCostsOneRequestARow) {
     for (const oid start : {oid{0}, oid{1}, oid{10}}) {
-        for (const uint8_t magic : bytes{3, 4, 5, 6, 8, 10, 11, 12, 13, 14})
+        for (const uint8_t magic : bytes{3, 4, 5, 6, 8, 10, 11, 12, 13, 14}) {
             EXPECT_TRUE(get_next(magic, {start}).present);
+        }
     }
     EXPECT_EQ(platform.vsans_asked(), (std::vector<int64_t>{0, 1, 10}));
 }

@@ -19,8 +19,9 @@ class VsanNotification : public NotificationTest {
 
     static std::vector<uint32_t> attributes_read() {
         std::vector<uint32_t> keys;
-        for (const attribute_read &read : platform.attribute_reads)
+        for (const attribute_read &read : platform.attribute_reads) {
             keys.push_back(read.key);
+        }
         return keys;
     }
 
@@ -109,8 +110,9 @@ TEST_F(VsanNotification, OnlyAFurtherConditionWithdrawsTheNotificationBeforeTheS
         platform.vsan_event->condition = condition;
         EXPECT_EQ(deliver(vsan_config, &message, 7).send, 1);
         ASSERT_EQ(platform.attribute_reads.size(), 2u);
-        for (const attribute_read &read : platform.attribute_reads)
+        for (const attribute_read &read : platform.attribute_reads) {
             EXPECT_EQ(read.send, condition == 0 ? 7 : 0);
+        }
     }
 }
 

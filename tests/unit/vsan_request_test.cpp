@@ -84,8 +84,9 @@ TEST_F(VsanRequest, ReplyRecordIsTakenFromByte520InHostOrder) {
     EXPECT_EQ(entry.vsanOperState, 8);
     EXPECT_STREQ(entry.vsanName, "tape");
     EXPECT_EQ(entry.vsanNetworkDropLatency, 0xFFFFFFFFu);
-    for (const uint8_t byte : entry.rest)
+    for (const uint8_t byte : entry.rest) {
         ASSERT_EQ(byte, 0xA5) << "the manager's own part is carried unchanged";
+    }
 }
 
 TEST_F(VsanRequest, NameOfTheAnswerIsTheColumnAndTheRowReturned) {
@@ -251,8 +252,9 @@ TEST_F(VsanRequest, UnterminatedNameIsBoundedByItsField) {
 
 TEST_F(VsanRequest, NoErrorIsSetOnTheReadPath) {
     platform.on(149, 1).status(some_failure).no_data().reply(bytes(5));
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         get(3, {10});
+    }
     EXPECT_TRUE(platform.errors_set.empty());
     EXPECT_TRUE(agent.details.empty());
     EXPECT_TRUE(platform.heartbeats.empty());

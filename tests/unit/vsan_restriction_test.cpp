@@ -32,8 +32,9 @@ TEST_F(VsanRestriction, TheListKeepsItsSizeWhenPassedOn) {
     get(3, {30});
     get_next(3, {});
     ASSERT_FALSE(platform.list_sizes_passed.empty());
-    for (const uint32_t size : platform.list_sizes_passed)
+    for (const uint32_t size : platform.list_sizes_passed) {
         EXPECT_EQ(size, 512u);
+    }
 }
 
 TEST_F(VsanRestriction, GetOfAnAllowedVsanIsAnswered) {
@@ -140,8 +141,9 @@ TEST_F(VsanRestriction, AnAllowedNumberRightBehindTheHiddenOneIsAskedForFromIt) 
 TEST_F(VsanRestriction, AnswerIsUnderTheNameOfTheAllowedRow) {
     platform.restrict_to({40});
     registered_object object(5);
-    for (const oid_name &start : {object.name(), object.instance({20}), object.instance({20, 5}), oid_name{1, 3}})
+    for (const oid_name &start : {object.name(), object.instance({20}), object.instance({20, 5}), oid_name{1, 3}}) {
         EXPECT_EQ(object.get_next(start).name, object.instance({40}));
+    }
 }
 
 TEST_F(VsanRestriction, ANameOutsideTheColumnStartsFromItsFirstRow) {
@@ -182,8 +184,9 @@ TEST_F(VsanRestriction, AnEmptyListHidesEverything) {
 
 TEST_F(VsanRestriction, AFullListHidesNothing) {
     std::set<uint32_t> all;
-    for (uint32_t vsan = 0; vsan < 4096; ++vsan)
+    for (uint32_t vsan = 0; vsan < 4096; ++vsan) {
         all.insert(vsan);
+    }
     platform.restrict_to(all);
     EXPECT_EQ(walk_of_indexes(3), (std::vector<oid>{1, 2, 20, 30, 40}));
 }

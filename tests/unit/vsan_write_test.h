@@ -44,8 +44,9 @@ class VsanWriteTest : public ModuleTest {
     // The VSAN numbers of the records on a list, sorted.
     static std::vector<int64_t> listed(const indxobj_list &list) {
         std::vector<int64_t> numbers;
-        for (const void *data : data_on(list))
+        for (const void *data : data_on(list)) {
             numbers.push_back(static_cast<const vsanEntry *>(data)->vsanIndex);
+        }
         std::sort(numbers.begin(), numbers.end());
         return numbers;
     }
@@ -53,8 +54,9 @@ class VsanWriteTest : public ModuleTest {
     // The one record on a list.
     static const vsanEntry &only_record(const indxobj_list &list) {
         const std::vector<const void *> all = data_on(list);
-        if (all.size() != 1)
+        if (all.size() != 1) {
             throw std::logic_error("the list does not hold one record");
+        }
         return *static_cast<const vsanEntry *>(all[0]);
     }
 
@@ -93,8 +95,9 @@ class VsanWriteTest : public ModuleTest {
     // Compares all requests sent, whole, with these, and forgets them.
     static void expect_requests(const std::vector<wanted_request> &wanted) {
         std::string sent;
-        for (const sent_request &request : platform.requests)
+        for (const sent_request &request : platform.requests) {
             sent += " " + std::to_string(request.kind) + ":" + std::to_string(request.vsan());
+        }
         EXPECT_EQ(platform.requests.size(), wanted.size()) << "sent:" << sent;
         for (size_t i = 0; i < std::min(wanted.size(), platform.requests.size()); ++i) {
             SCOPED_TRACE("request " + std::to_string(i) + " of" + sent);
@@ -108,8 +111,9 @@ class VsanWriteTest : public ModuleTest {
     static void expect_traces(const std::vector<std::pair<uint32_t, std::string>> &wanted) {
         std::vector<trace_line> lines;
         for (const trace_line &line : platform.history) {
-            if (line.text.compare(0, 16, "header_vsanEntry") != 0)
+            if (line.text.compare(0, 16, "header_vsanEntry") != 0) {
                 lines.push_back(line);
+            }
         }
         EXPECT_EQ(lines.size(), wanted.size()) << all_traces();
         for (size_t i = 0; i < std::min(lines.size(), wanted.size()); ++i) {
@@ -125,8 +129,9 @@ class VsanWriteTest : public ModuleTest {
 
     static std::string sent_kinds() {
         std::string kinds;
-        for (const sent_request &request : platform.requests)
+        for (const sent_request &request : platform.requests) {
             kinds += std::to_string(request.kind);
+        }
         return kinds;
     }
 
@@ -165,13 +170,15 @@ class VsanWriteTest : public ModuleTest {
     scripted_reply serve(const sent_request &request) {
         const auto vsan = static_cast<uint32_t>(request.vsan());
         const auto scripted = answers.find({request.kind, vsan});
-        if (scripted != answers.end())
+        if (scripted != answers.end()) {
             return scripted->second;
+        }
         const auto row = platform.vsans.find(vsan);
         switch (request.kind) {
         case kind_get:
-            if (row == platform.vsans.end())
+            if (row == platform.vsans.end()) {
                 return {no_such_vsan, 0, std::nullopt};
+            }
             return {0, 0, row_reply(row->second)};
         case kind_set:
             platform.vsans[vsan] = row_in(request.payload);

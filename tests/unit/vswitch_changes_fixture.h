@@ -55,8 +55,9 @@ class ChangeTest : public testing::Test {
     }
 
     void start() {
-        if (!store_)
+        if (!store_) {
             store_ = std::make_unique<vswitch::Store>(folder_.path());
+        }
         const std::string role_file = folder_ / "roles.json";
         target_ = std::make_unique<vswitch::ServedSwitch>(store_->open(), vswitch::load_roles(role_file), store_.get(),
                                                           role_file);
@@ -91,8 +92,9 @@ class ChangeTest : public testing::Test {
 
     // The block that the manager answers for a VSAN; without one, a new VSAN's.
     Buffer block_of(uint32_t id) {
-        if (send(149, MTS_KIND_GET, vsan_block(id)) == STATUS_SUCCESS)
+        if (send(149, MTS_KIND_GET, vsan_block(id)) == STATUS_SUCCESS) {
             return reply_.data;
+        }
         Buffer block;
         vswitch::append_vsan_block(block, id, vswitch::new_vsan(id), 0);
         return block;
@@ -131,8 +133,9 @@ class ChangeTest : public testing::Test {
         std::vector<std::string> lines;
         for (const vswitch::Event &event : target_->events.staged()) {
             std::string line = std::to_string(event.event_class) + ":";
-            for (size_t at = 0; at < event.payload.size(); at += 4)
+            for (size_t at = 0; at < event.payload.size(); at += 4) {
                 line += " " + std::to_string(word(event.payload, at));
+            }
             lines.push_back(line);
         }
         target_->events.deliver();

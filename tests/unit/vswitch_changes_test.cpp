@@ -35,10 +35,12 @@ TEST_F(ChangeTest, port_moves_only_to_a_vsan_that_exists) {
     const SwitchData before = data();
     EXPECT_EQ(set_port(101, 11), STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(set_port(101, 4095), STATUS_NO_SUCH_VSAN);
-    for (const uint32_t vsan : {0u, 4096u, 0xffffffffu})
+    for (const uint32_t vsan : {0u, 4096u, 0xffffffffu}) {
         EXPECT_EQ(set_port(101, vsan), STATUS_VSAN_OUT_OF_RANGE) << vsan;
-    for (const uint32_t if_index : {0u, 100u, 0xffffffffu})
+    }
+    for (const uint32_t if_index : {0u, 100u, 0xffffffffu}) {
         EXPECT_EQ(set_port(if_index, 20), STATUS_NO_SUCH_INTERFACE) << if_index;
+    }
     EXPECT_EQ(data(), before);
 }
 
@@ -70,11 +72,14 @@ TEST_F(ChangeTest, latencies_are_0_to_60000) {
         EXPECT_EQ(word(reply_.data, 4), value);
     }
     EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(18, 1234)), STATUS_SUCCESS);
-    for (const uint32_t value : {60001u, 0xffffffffu})
-        for (const uint32_t key : {17u, 18u})
+    for (const uint32_t value : {60001u, 0xffffffffu}) {
+        for (const uint32_t key : {17u, 18u}) {
             EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(key, value)), STATUS_BAD_LATENCY) << value;
-    for (const uint32_t key : {0u, 16u, 19u, 0xffffffffu})
+        }
+    }
+    for (const uint32_t key : {0u, 16u, 19u, 0xffffffffu}) {
         EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(key, 1)), STATUS_BAD_RECORD) << key;
+    }
     const Settings settings = restarted().settings;
     EXPECT_EQ(settings.switch_latency, 0u);
     EXPECT_EQ(settings.network_latency, 1234u);
@@ -83,8 +88,9 @@ TEST_F(ChangeTest, latencies_are_0_to_60000) {
 TEST_F(ChangeTest, switch_wide_inorder_delivery_is_1_or_2) {
     EXPECT_EQ(send(140, MTS_KIND_SET, words({1})), STATUS_SUCCESS);
     EXPECT_EQ(restarted().settings.inorder_delivery, 1u);
-    for (const uint32_t value : {0u, 3u, 0xffffffffu})
+    for (const uint32_t value : {0u, 3u, 0xffffffffu}) {
         EXPECT_EQ(send(140, MTS_KIND_SET, words({value})), STATUS_BAD_INORDER_DELIVERY) << value;
+    }
     EXPECT_EQ(send(140, MTS_KIND_SET, words({2})), STATUS_SUCCESS);
     EXPECT_EQ(send(140, MTS_KIND_GET, {}), STATUS_BAD_LENGTH) << "a read has a length and no payload";
     EXPECT_EQ(data().settings.inorder_delivery, 2u);
@@ -100,8 +106,9 @@ TEST_F(ChangeTest, status_events_are_switched_and_kept) {
     ASSERT_EQ(send(8018, MTS_KIND_SET, words({1})), STATUS_SUCCESS);
     ASSERT_EQ(delete_vsan(40), STATUS_SUCCESS);
     EXPECT_EQ(events().size(), 1u);
-    for (const uint32_t value : {0u, 3u})
+    for (const uint32_t value : {0u, 3u}) {
         EXPECT_EQ(send(8018, MTS_KIND_SET, words({value})), STATUS_BAD_RECORD) << value;
+    }
 }
 
 TEST_F(ChangeTest, restricted_user_changes_nothing_of_the_whole_switch) {
@@ -110,8 +117,9 @@ TEST_F(ChangeTest, restricted_user_changes_nothing_of_the_whole_switch) {
     EXPECT_EQ(send(140, MTS_KIND_SET, words({1}), "alice"), STATUS_SWITCH_RESTRICTED);
     EXPECT_EQ(send(8018, MTS_KIND_SET, words({2}), "alice"), STATUS_SWITCH_RESTRICTED);
     EXPECT_EQ(send(127, MTS_KIND_SET, timer_record(8, 0, 0, 20000), "alice"), STATUS_SWITCH_RESTRICTED);
-    for (const auto change : {tdx_enable, tdx_show_run, tdx_refuse})
+    for (const auto change : {tdx_enable, tdx_show_run, tdx_refuse}) {
         EXPECT_EQ(change(*target_, {"alice", false}, true), STATUS_SWITCH_RESTRICTED);
+    }
     EXPECT_EQ(data(), before);
     EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, 1), "bob"), STATUS_SUCCESS);
 }

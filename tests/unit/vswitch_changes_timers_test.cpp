@@ -67,8 +67,9 @@ TEST_F(TimerTest, record_that_is_no_timer_s_is_refused) {
     EXPECT_EQ(send(127, MTS_KIND_SET, timer_record(r_a_tov, 2, 10, 6000)), STATUS_BAD_RECORD);
     EXPECT_EQ(send(127, MTS_KIND_SET, timer_record(r_a_tov, 1, 10, 6000, 2)), STATUS_BAD_RECORD) << "the force flag";
     EXPECT_EQ(set_of(11, r_a_tov, 6000), STATUS_NO_SUCH_VSAN);
-    for (const uint32_t vsan : {0u, 4096u, 0xffffffffu})
+    for (const uint32_t vsan : {0u, 4096u, 0xffffffffu}) {
         EXPECT_EQ(set_of(vsan, r_a_tov, 6000), STATUS_VSAN_OUT_OF_RANGE) << vsan;
+    }
 }
 
 TEST_F(TimerTest, e_d_tov_stays_below_r_a_tov_unless_forced) {

@@ -25,8 +25,9 @@ TEST_F(ChangeTest, set_of_a_missing_vsan_creates_it) {
 }
 
 TEST_F(ChangeTest, vsan_numbers_begin_at_1_and_end_at_4095) {
-    for (const uint32_t id : {1u, 2u, 4094u, 4095u})
+    for (const uint32_t id : {1u, 2u, 4094u, 4095u}) {
         EXPECT_EQ(set_vsan(block_of(id)), STATUS_SUCCESS) << id;
+    }
     for (const uint32_t id : {0u, 4096u, 0x80000001u, 0xffffffffu}) {
         EXPECT_EQ(set_vsan(block_of(id)), STATUS_VSAN_OUT_OF_RANGE) << id;
         EXPECT_EQ(delete_vsan(id), STATUS_VSAN_OUT_OF_RANGE) << id;
@@ -36,19 +37,22 @@ TEST_F(ChangeTest, vsan_numbers_begin_at_1_and_end_at_4095) {
 TEST_F(ChangeTest, record_may_say_active_or_create_and_go) {
     EXPECT_EQ(set_word(40, row_status, 4), STATUS_SUCCESS);
     EXPECT_EQ(set_word(10, row_status, 4), STATUS_SUCCESS) << "also when the VSAN is there";
-    for (const uint32_t status : {0u, 2u, 3u, 5u, 6u, 0xffffffffu})
+    for (const uint32_t status : {0u, 2u, 3u, 5u, 6u, 0xffffffffu}) {
         EXPECT_EQ(set_word(10, row_status, status), STATUS_BAD_ROW_STATUS) << status;
+    }
 }
 
 TEST_F(ChangeTest, every_field_is_changed_and_kept) {
     Buffer block = block_of(10);
     const std::pair<size_t, uint32_t> fields[] = {{admin_state, 2}, {mtu, 2048},         {inorder_delivery, 1},
                                                   {interop, 4},     {load_balancing, 1}, {drop_latency, 60000}};
-    for (const auto &[offset, value] : fields)
+    for (const auto &[offset, value] : fields) {
         store_word(block, VSAN_RECORD_AT + offset, value);
+    }
     std::memcpy(&block[VSAN_RECORD_AT + 36], "x\0left over", 11);
-    for (size_t at = 0; at < VSAN_REST_SIZE; ++at)
+    for (size_t at = 0; at < VSAN_REST_SIZE; ++at) {
         block[VSAN_RECORD_AT + 76 + at] = static_cast<uint8_t>(at * 3 + 1);
+    }
     ASSERT_EQ(set_vsan(block), STATUS_SUCCESS);
 
     Buffer expected = block;
@@ -115,8 +119,9 @@ TEST_F(ChangeTest, name_is_at_most_32_printable_characters) {
     EXPECT_EQ(set_name(20, ""), STATUS_SUCCESS) << "having no name is no conflict";
     EXPECT_EQ(restarted().vsans.at(20).name, "");
     for (const std::string &name : {std::string(33, 'n'), std::string(36, 'n'), std::string("a b"), std::string("a\tb"),
-                                    std::string("a\x7f"), std::string("\xc3\xbc")})
+                                    std::string("a\x7f"), std::string("\xc3\xbc")}) {
         EXPECT_EQ(set_name(10, name), STATUS_BAD_NAME) << name;
+    }
     EXPECT_EQ(vsan(10).name, "");
 }
 

@@ -121,16 +121,18 @@ TEST_F(Commands, list_is_paged_in_order) {
 
 TEST_F(Commands, list_of_4095_vsans_with_the_worst_names_comes_in_replies_that_fit) {
     SwitchData data = parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}]})", "test");
-    for (auto &[id, vsan] : data.vsans)
+    for (auto &[id, vsan] : data.vsans) {
         vsan.name = std::string(32, '\x01');
+    }
     target_.model = SwitchModel(data);
     uint32_t after = 0;
     uint32_t count = 0;
     for (bool more = true; more;) {
         const Json page = look("vsan.list", {{"after", after}});
         ASSERT_LE(reply_.data.size(), MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED);
-        for (const Json &vsan : page["vsans"])
+        for (const Json &vsan : page["vsans"]) {
             ASSERT_EQ(vsan["id"], ++count);
+        }
         after = count;
         more = page["more"];
     }
@@ -186,8 +188,9 @@ TEST_F(Commands, port_is_known_by_its_number_and_by_its_position) {
     EXPECT_EQ(change("port.deny", {{"ifIndex", "fc3"}, {"denyList", 9}})["denyList"], 9);
     EXPECT_EQ(refusal(3, R"({"command": "port.up", "ifIndex": "fc4"})").first, STATUS_NO_SUCH_INTERFACE);
     EXPECT_EQ(refusal(3, R"({"command": "port.up", "ifIndex": 6})").first, STATUS_NO_SUCH_INTERFACE);
-    for (const char *name : {"fc", "fc0", "fc-1", "fc1x", "gc1", "fc99999999999"})
+    for (const char *name : {"fc", "fc0", "fc-1", "fc1x", "gc1", "fc99999999999"}) {
         EXPECT_EQ(refusal(3, Json{{"command", "port.up"}, {"ifIndex", name}}.dump()).first, STATUS_BAD_RECORD) << name;
+    }
     EXPECT_EQ(refusal(3, R"({"command": "port.move", "ifIndex": 5, "vsan": 99})").first, STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(look("port.list", {{"vsan", 10}})["ports"].size(), 2u);
     EXPECT_EQ(look("port.list", {{"vsan", 10}, {"after", 5}})["ports"][0]["name"], "fc3");
@@ -254,8 +257,9 @@ TEST_F(Commands, pending_timers_of_4095_vsans_come_in_replies_that_fit) {
     target_.model = SwitchModel(parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}]})", "test"));
     change("tdx.enable");
     change("timers.set", {{"setting", "ratov"}, {"value", 20000}});
-    for (uint32_t id = 1; id <= VSAN_NUMBER_MAX; ++id)
+    for (uint32_t id = 1; id <= VSAN_NUMBER_MAX; ++id) {
         ASSERT_EQ(set_vsan_timer(target_, {"operator", true}, id, Timer::r_a_tov, 30000, false), 0u);
+    }
     Json page = look("tdx.show");
     size_t count = page["pending"].size();
     EXPECT_EQ(page["pending"][0]["vsan"], 0) << "the switch's own value";
@@ -270,8 +274,9 @@ TEST_F(Commands, pending_timers_of_4095_vsans_come_in_replies_that_fit) {
 TEST_F(Commands, answer_longer_than_a_reply_is_refused) {
     Role role;
     role.name = "crowd";
-    for (unsigned number = 0; number < 600; ++number)
+    for (unsigned number = 0; number < 600; ++number) {
         role.users.push_back(std::string(250, 'u') + std::to_string(number));
+    }
     target_.roles.add(role);
     EXPECT_EQ(refusal(1, R"({"command": "role.list"})").first, STATUS_BAD_LENGTH);
 }
@@ -339,8 +344,9 @@ TEST_F(Commands, debug_filters_are_set_and_other_lines_stay) {
 }
 
 TEST_F(Commands, debug_filters_have_room_for_32_classes) {
-    for (unsigned number = 1; number <= 32; ++number)
+    for (unsigned number = 1; number <= 32; ++number) {
         change("debug.set", {{"class", number}, {"what", "debug"}, {"on", true}});
+    }
     const std::string before = file_content(folder_ / "debug.conf");
     EXPECT_TRUE(contains(refusal(3, R"({"command": "debug.set", "class": 33, "what": "debug", "on": true})").second,
                          "no room"));

@@ -25,8 +25,9 @@ TEST(Configuration, demo_has_telling_names_suspended_vsans_and_48_ports) {
     EXPECT_EQ(demo.vsans.at(1).name, "default");
     EXPECT_EQ(demo.vsans.at(4094).name, "replication");
     size_t suspended = 0;
-    for (const auto &[id, vsan] : demo.vsans)
+    for (const auto &[id, vsan] : demo.vsans) {
         suspended += vsan.admin_state == ADMIN_STATE_SUSPENDED;
+    }
     EXPECT_EQ(suspended, 2u);
     EXPECT_EQ(demo.ports.size(), 48u);
     std::set<uint32_t> used_vsans;
@@ -75,16 +76,18 @@ TEST(Configuration, ranges_may_overlap_and_touch) {
     const SwitchData data = parse(R"({"vsanRange": [{"first": 5, "last": 9}, {"first": 7, "last": 12},
         {"first": 8, "last": 8}, {"first": 13, "last": 13}, {"first": 20, "last": 20}]})");
     std::string made;
-    for (const auto &[id, vsan] : data.vsans)
+    for (const auto &[id, vsan] : data.vsans) {
         made += std::to_string(id) + " ";
+    }
     EXPECT_EQ(made, "1 5 6 7 8 9 10 11 12 13 20 ");
 }
 
 // The processor time of this thread for a file with so many ranges, in nanoseconds.
 double cost_of_ranges(int count, const std::string &range) {
     std::string text = R"({"vsanRange": [)" + range;
-    for (int number = 1; number < count; ++number)
+    for (int number = 1; number < count; ++number) {
         text += "," + range;
+    }
     text += "]}";
     const auto now = [] {
         timespec time{};
@@ -135,14 +138,16 @@ TEST(Configuration, fields_of_a_vsan_are_those_that_a_set_would_take) {
                   {"interop", &Vsan::interop, 0},
                   {"inorderDelivery", &Vsan::inorder_delivery, 1},
                   {"networkDropLatency", &Vsan::drop_latency, 1}};
-    for (const auto &field : fields)
+    for (const auto &field : fields) {
         for (const uint32_t value : {0u, 1u, 2u, 3u, 4u, 5u, 99u, 100u, 101u, 60000u, 60001u, 65535u, 65536u}) {
-            if (value < field.least)
+            if (value < field.least) {
                 continue;
+            }
             Vsan vsan = new_vsan(10);
             vsan.*field.member = value;
             EXPECT_EQ(is_in_file(field.key, value), is_set(vsan)) << field.key << " " << value;
         }
+    }
     for (const std::string &name : {std::string("x"), std::string(32, 'x'), std::string(33, 'x'), std::string("a b"),
                                     std::string("\x7f"), std::string("\t")}) {
         Vsan vsan = new_vsan(10);
@@ -163,8 +168,9 @@ class TimersOfAPlace : public testing::TestWithParam<TimerPlace> {
 
     bool file_is_accepted(const Values &values) {
         nlohmann::json timers = nlohmann::json::object();
-        for (const auto &[timer, value] : values)
+        for (const auto &[timer, value] : values) {
             timers[names.at(timer)] = value;
+        }
         std::string text = GetParam().text;
         return parse_error(text.replace(text.find(".."), 2, timers.dump())).empty();
     }
@@ -188,17 +194,20 @@ class TimersOfAPlace : public testing::TestWithParam<TimerPlace> {
 
 TEST_P(TimersOfAPlace, are_those_that_sets_would_make) {
     constexpr uint32_t edges[] = {0, 999, 1000, 4999, 5000, 9999, 10000, 10001, 100000, 100001, UINT32_MAX};
-    for (const TimerKind &kind : timer_kinds)
-        for (const uint32_t value : edges)
+    for (const TimerKind &kind : timer_kinds) {
+        for (const uint32_t value : edges) {
             EXPECT_EQ(file_is_accepted({{kind.timer, value}}), sets_are_accepted({{kind.timer, value}}))
                 << kind.word << " " << value;
-    for (const uint32_t e_d_tov : edges)
+        }
+    }
+    for (const uint32_t e_d_tov : edges) {
         for (const uint32_t r_a_tov : edges) {
             const Values values = {{Timer::e_d_tov, e_d_tov}, {Timer::r_a_tov, r_a_tov}};
             EXPECT_EQ(file_is_accepted(values),
                       sets_are_accepted(values) || sets_are_accepted({values.rbegin(), values.rend()}))
                 << e_d_tov << " and " << r_a_tov;
         }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -326,8 +335,9 @@ TEST(RoleFile, user_of_several_roles_has_the_union) {
         {"name": "b", "vsans": ["0", "30-31"], "interfaces": ["15-30", "31", "40"], "users": ["bob"]}]})",
                                     "roles.json");
     const Permission &bob = *roles.find("bob");
-    for (const uint32_t vsan : {0u, 1u, 30u, 31u})
+    for (const uint32_t vsan : {0u, 1u, 30u, 31u}) {
         EXPECT_TRUE(permits(bob, vsan)) << vsan;
+    }
     EXPECT_FALSE(permits(bob, 2));
     EXPECT_FALSE(permits(bob, 29));
     EXPECT_FALSE(permits(bob, 32));
@@ -393,8 +403,9 @@ INSTANTIATE_TEST_SUITE_P(Every, RoleMistake, testing::ValuesIn(role_mistakes));
 
 TEST(RoleFile, number_of_ranges_is_bounded) {
     std::string ranges;
-    for (int n = 1; n <= 4097; ++n)
+    for (int n = 1; n <= 4097; ++n) {
         ranges += (n > 1 ? ", \"" : "\"") + std::to_string(2 * n) + "\"";
+    }
     const std::string text = R"({"roles": [{"name": "r", "interfaces": [)" + ranges + "]}]}";
     EXPECT_TRUE(contains(refusal_of([&] { parse_roles(text, "roles.json"); }), "more than 4096"));
 }

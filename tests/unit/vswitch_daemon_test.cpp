@@ -24,12 +24,14 @@ class Daemon {
             (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "vswitchd").string();
         arguments.insert(arguments.begin(), program);
         std::vector<char *> argv;
-        for (std::string &argument : arguments)
+        for (std::string &argument : arguments) {
             argv.push_back(argument.data());
+        }
         argv.push_back(nullptr);
         int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
+        if (pipe2(ends, O_CLOEXEC) != 0) {
             throw std::runtime_error("no pipe");
+        }
         process_ = fork();
         if (process_ == 0) {
             dup2(ends[1], STDERR_FILENO);
@@ -58,12 +60,14 @@ class Daemon {
     bool says(const std::string &text) {
         while (!contains(said_, text)) {
             pollfd state{output_, POLLIN, 0};
-            if (poll(&state, 1, Client::patience) != 1)
+            if (poll(&state, 1, Client::patience) != 1) {
                 return false;
+            }
             char chunk[4096];
             const ssize_t got = read(output_, chunk, sizeof chunk);
-            if (got <= 0)
+            if (got <= 0) {
                 return false;
+            }
             said_.append(chunk, static_cast<size_t>(got));
         }
         return true;
@@ -139,8 +143,9 @@ TEST_F(DaemonTest, files_are_for_the_owner_only) {
 
 TEST_F(DaemonTest, socket_group_may_connect) {
     const struct group *own = getgrgid(getegid());
-    if (!own)
+    if (!own) {
         GTEST_SKIP() << "this process's group has no name";
+    }
     const auto daemon = start_ready({"--socket-group", own->gr_name});
     EXPECT_EQ(mode_of(folder_ / "state"), 0750u);
     EXPECT_EQ(mode_of(socket_path()), 0660u);
@@ -154,8 +159,9 @@ Welcome visit_as_stranger(const std::string &socket_path, gid_t group, std::vect
     const pid_t visitor = fork();
     if (visitor == 0) {
         constexpr uid_t nobody = 65534;
-        if (setgroups(more_groups.size(), more_groups.data()) != 0 || setgid(group) != 0 || setuid(nobody) != 0)
+        if (setgroups(more_groups.size(), more_groups.data()) != 0 || setgid(group) != 0 || setuid(nobody) != 0) {
             _exit(static_cast<int>(Welcome::failed));
+        }
         try {
             Client client(socket_path);
             client.send(request_frame(1, MANAGER_SAP_VSAN, 125, 1, {}, 4));
@@ -170,16 +176,19 @@ Welcome visit_as_stranger(const std::string &socket_path, gid_t group, std::vect
 }
 
 TEST_F(DaemonTest, process_of_a_stranger_is_refused_whatever_the_file_permissions) {
-    if (geteuid() != 0)
+    if (geteuid() != 0) {
         GTEST_SKIP() << "only root can be somebody else";
+    }
     const struct group *admitted = getgrnam("daemon");
-    if (!admitted)
+    if (!admitted) {
         GTEST_SKIP() << "there is no group to admit";
+    }
     constexpr gid_t nogroup = 65534;
     for (const bool with_group : {false, true}) {
         const auto daemon = with_group ? start_ready({"--socket-group", "daemon"}) : start_ready();
-        for (const std::string &path : {folder_.path(), folder_ / "state", socket_path()})
+        for (const std::string &path : {folder_.path(), folder_ / "state", socket_path()}) {
             ASSERT_EQ(chmod(path.c_str(), 0777), 0);
+        }
         EXPECT_EQ(visit_as_stranger(socket_path(), nogroup, {}), Welcome::disconnected);
         EXPECT_EQ(visit_as_stranger(socket_path(), nogroup, {}), Welcome::disconnected);
         const Welcome member = with_group ? Welcome::answered : Welcome::disconnected;
@@ -219,8 +228,9 @@ TEST_F(DaemonTest, full_disk_refuses_changes_and_the_switch_goes_on) {
     ASSERT_EQ(prlimit(daemon->process(), RLIMIT_FSIZE, &tight, nullptr), 0);
     Buffer block;
     vswitch::append_vsan_block(block, 77, vswitch::new_vsan(77), 0);
-    for (int attempt = 0; attempt < 2; ++attempt)
+    for (int attempt = 0; attempt < 2; ++attempt) {
         EXPECT_EQ(connect().request(MANAGER_SAP_VSAN, 149, 3, block).status, STATUS_STORE_FAILED);
+    }
     EXPECT_EQ(connect().vsan_count(), 1u);
     EXPECT_TRUE(daemon->says("Cannot write the database"));
 
@@ -318,8 +328,9 @@ TEST_F(DaemonTest, client_that_goes_away_before_its_answer_harms_nobody) {
     const auto daemon = start_ready();
     for (int count = 0; count < 50; ++count) {
         Client hasty = connect();
-        for (int request = 0; request < 20; ++request)
+        for (int request = 0; request < 20; ++request) {
             hasty.send(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
+        }
     }
     EXPECT_EQ(connect().vsan_count(), 7u);
 }
@@ -330,8 +341,9 @@ TEST_F(DaemonTest, running_out_of_descriptors_only_delays_new_clients) {
 #endif
     const auto daemon = start_ready({}, 24);
     std::vector<std::unique_ptr<Client>> clients;
-    for (int count = 0; count < 40; ++count)
+    for (int count = 0; count < 40; ++count) {
         clients.push_back(std::make_unique<Client>(socket_path()));
+    }
     EXPECT_TRUE(daemon->says("cannot accept connections for now"));
     EXPECT_EQ(clients.front()->vsan_count(), 7u);
     clients.erase(clients.begin(), clients.begin() + 35);

@@ -112,17 +112,20 @@ TEST(Events, event_that_nobody_wanted_is_counted_as_missed) {
 TEST(Events, storm_within_the_bound_is_kept_and_what_is_beyond_is_dropped_and_counted) {
     EventHub hub;
     Subscriber slow(hub), fast(hub);
-    for (Subscriber *subscriber : {&slow, &fast})
+    for (Subscriber *subscriber : {&slow, &fast}) {
         subscriber->subscribe({EVENT_PORT_MOVED});
+    }
     constexpr uint32_t excess = 10;
-    for (uint32_t number = 0; number < Subscriber::max_queued_events; ++number)
+    for (uint32_t number = 0; number < Subscriber::max_queued_events; ++number) {
         hub.publish(port_event(number, 1, 2));
+    }
     hub.deliver();
     Buffer taken;
     fast.take(taken, SIZE_MAX);
     EXPECT_EQ(fast.delivered(), Subscriber::max_queued_events);
-    for (uint32_t number = 0; number < excess; ++number)
+    for (uint32_t number = 0; number < excess; ++number) {
         hub.publish(port_event(0x80000000u + number, 1, 2));
+    }
     hub.deliver();
     EXPECT_EQ(slow.queued(), Subscriber::max_queued_events);
     EXPECT_EQ(slow.dropped(), excess);
@@ -134,8 +137,9 @@ TEST(Events, storm_within_the_bound_is_kept_and_what_is_beyond_is_dropped_and_co
     slow.take(kept, SIZE_MAX);
     constexpr size_t frame = MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED + 12;
     ASSERT_EQ(kept.size(), frame * Subscriber::max_queued_events);
-    for (uint32_t number = 0; number < Subscriber::max_queued_events; ++number)
+    for (uint32_t number = 0; number < Subscriber::max_queued_events; ++number) {
         ASSERT_EQ(word(kept, frame * number + MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED), number);
+    }
 }
 
 TEST(Events, events_that_a_subscriber_leaves_behind_are_counted) {
@@ -154,8 +158,9 @@ TEST(Events, queue_is_bounded_in_bytes_too) {
     EventHub hub;
     Subscriber subscriber(hub);
     subscriber.subscribe({7});
-    for (int number = 0; number < 100; ++number)
+    for (int number = 0; number < 100; ++number) {
         hub.publish({7, Buffer(100000)});
+    }
     hub.deliver();
     EXPECT_EQ(subscriber.queued(), Subscriber::max_queued_bytes / (100000 + MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED));
     EXPECT_EQ(subscriber.queued() + subscriber.dropped(), 100u);
@@ -172,8 +177,9 @@ TEST(Events, taking_stops_at_the_limit) {
     int wakes = 0;
     subscriber.on_events([&] { ++wakes; });
     subscriber.subscribe({EVENT_PORT_MOVED});
-    for (uint32_t number = 0; number < 3; ++number)
+    for (uint32_t number = 0; number < 3; ++number) {
         hub.publish(port_event(number, 1, 2));
+    }
     hub.deliver();
     EXPECT_EQ(wakes, 1) << "when the first event came";
     Buffer output(5);
@@ -238,10 +244,12 @@ TEST_F(EventServerTest, ten_thousand_events_at_once_reach_a_subscriber_that_read
     uint32_t expected = 0;
     for (const uint32_t vsan : {10u, 1u, 10u}) {
         for (uint32_t number = 0; number < ports; number += 512) {
-            for (uint32_t at = number; at < number + 512; ++at)
+            for (uint32_t at = number; at < number + 512; ++at) {
                 client->send(request_frame(at, MANAGER_SAP_VSAN, 124, 3, port_record(at, vsan)));
-            for (uint32_t at = number; at < number + 512; ++at)
+            }
+            for (uint32_t at = number; at < number + 512; ++at) {
                 ASSERT_EQ(client->receive_answer().status, STATUS_SUCCESS);
+            }
         }
         expected += ports;
     }

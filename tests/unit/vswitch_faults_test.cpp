@@ -111,8 +111,9 @@ TEST(Faults, numbers_are_not_used_again_and_clearing_finds_them) {
 
 TEST(Faults, are_bounded) {
     Faults faults;
-    for (size_t number = 0; number < Faults::max_faults; ++number)
+    for (size_t number = 0; number < Faults::max_faults; ++number) {
         EXPECT_NE(faults.add(fault_for({})), 0u);
+    }
     EXPECT_EQ(faults.add(fault_for({})), 0u);
     EXPECT_EQ(faults.list().size(), Faults::max_faults);
 }
@@ -142,12 +143,13 @@ class FaultySession : public testing::Test {
         std::vector<Answer> list;
         for (size_t at = 0; at < output_.size();) {
             const uint32_t size = word(output_, at + 12);
-            if (word(output_, at + 4) == MTS_FRAME_REPLY)
+            if (word(output_, at + 4) == MTS_FRAME_REPLY) {
                 list.push_back({word(output_, at + 8), word(output_, at + 16), word(output_, at + 20),
                                 Buffer(output_.begin() + static_cast<ptrdiff_t>(at + 24),
                                        output_.begin() + static_cast<ptrdiff_t>(at + 16 + size))});
-            else
+            } else {
                 list.push_back({word(output_, at + 8), 0, 0, {}});
+            }
             at += 16 + size;
         }
         output_.clear();
@@ -235,8 +237,9 @@ TEST_F(FaultySession, delayed_request_waits_and_those_behind_it_wait_in_their_or
     Buffer frames = request_frame(1, MANAGER_SAP_VSAN, op_vsan_count, 1, {}, 4);
     for (const Buffer &frame :
          {request_frame(2, MANAGER_SAP_VSAN, op_vsan, 1, vsan_block(10)),
-          request_frame(3, MANAGER_SAP_VSAN, op_vsan_count, 1, {}, 4), words({MTS_WIRE_MAGIC, MTS_FRAME_PING, 4, 0})})
+          request_frame(3, MANAGER_SAP_VSAN, op_vsan_count, 1, {}, 4), words({MTS_WIRE_MAGIC, MTS_FRAME_PING, 4, 0})}) {
         frames.insert(frames.end(), frame.begin(), frame.end());
+    }
     auto answered = ask(frames);
     ASSERT_EQ(answered.size(), 1u);
     EXPECT_EQ(answered[0].correlation, 1u);
@@ -248,8 +251,9 @@ TEST_F(FaultySession, delayed_request_waits_and_those_behind_it_wait_in_their_or
     EXPECT_FALSE(conversation_.delay());
     answered = ask({});
     ASSERT_EQ(answered.size(), 3u);
-    for (uint32_t at = 0; at < 3; ++at)
+    for (uint32_t at = 0; at < 3; ++at) {
         EXPECT_EQ(answered[at].correlation, at + 2);
+    }
     EXPECT_EQ(answered[0].data.size(), VSAN_BLOCK_SIZE);
 }
 

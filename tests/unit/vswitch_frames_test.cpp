@@ -19,9 +19,10 @@ Parsed parse(const Buffer &input, Frame *frame = nullptr) {
 
 TEST(Frames, frame_is_incomplete_until_its_last_byte) {
     const Buffer whole = request_frame(7, 15, 125, 1, {}, 4);
-    for (size_t size = 0; size < whole.size(); ++size)
+    for (size_t size = 0; size < whole.size(); ++size) {
         ASSERT_EQ(parse(Buffer(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size))), Parsed::incomplete)
             << size;
+    }
     Frame frame;
     ASSERT_EQ(parse(whole, &frame), Parsed::complete);
     EXPECT_EQ(frame.type, MTS_FRAME_REQUEST);
@@ -37,10 +38,12 @@ TEST(Frames, garbage_is_recognised_at_its_first_wrong_byte) {
 }
 
 TEST(Frames, types_that_clients_do_not_send_are_invalid) {
-    for (const uint32_t type : {0u, 2u, 4u, 6u, 8u, 10u, 0xffffffffu})
+    for (const uint32_t type : {0u, 2u, 4u, 6u, 8u, 10u, 0xffffffffu}) {
         EXPECT_EQ(parse(words({MTS_WIRE_MAGIC, type, 0, 0})), Parsed::invalid) << type;
-    for (const uint32_t type : {1u, 3u, 5u, 7u, 9u})
+    }
+    for (const uint32_t type : {1u, 3u, 5u, 7u, 9u}) {
         EXPECT_EQ(parse(words({MTS_WIRE_MAGIC, type, 0, 0})), Parsed::complete) << type;
+    }
 }
 
 TEST(Frames, body_length_is_bounded) {
@@ -56,8 +59,9 @@ bool decodes(Buffer body, Request *request = nullptr) {
 
 TEST(Frames, request_body_is_decoded_field_by_field) {
     Buffer body = words({15, 149, 2, 4, 99, 4, 5, 0x01020304});
-    for (const char c : std::string("alice"))
+    for (const char c : std::string("alice")) {
         body.push_back(static_cast<uint8_t>(c));
+    }
     Request request;
     ASSERT_TRUE(decode_request(body, request));
     EXPECT_EQ(request.service, 15u);
@@ -128,8 +132,9 @@ TEST_F(Conversation, serving_pauses_when_the_output_is_full_and_loses_nothing) {
     vswitch::Conversation conversation(target_);
     const Buffer request = request_frame(1, 15, 149, 1, vsan_block(1));
     Buffer input;
-    for (int count = 0; count < 200; ++count)
+    for (int count = 0; count < 200; ++count) {
         input.insert(input.end(), request.begin(), request.end());
+    }
     size_t used = conversation.serve(input, output_);
     EXPECT_LT(used, input.size());
     EXPECT_LT(output_.size(), vswitch::Conversation::output_limit + 3000);
@@ -184,8 +189,9 @@ TEST_F(Conversation, subscription_is_bounded) {
     for (const uint32_t count : {64u, 65u}) {
         vswitch::Conversation conversation(target_);
         Buffer frame = words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 1, count * 4});
-        for (uint32_t event_class = 0; event_class < count; ++event_class)
+        for (uint32_t event_class = 0; event_class < count; ++event_class) {
             append_word(frame, event_class);
+        }
         conversation.serve(frame, output_);
         EXPECT_EQ(conversation.broken() == nullptr, count == 64);
     }
@@ -195,8 +201,9 @@ TEST(Records, word_that_is_not_wholly_there_is_not_read) {
     const Buffer bytes = {1, 2, 3, 4, 5};
     EXPECT_EQ(load_word(bytes, 0), 0x01020304u);
     EXPECT_EQ(load_word(bytes, 1), 0x02030405u);
-    for (const size_t offset : {size_t{2}, size_t{5}, size_t{6}, SIZE_MAX})
+    for (const size_t offset : {size_t{2}, size_t{5}, size_t{6}, SIZE_MAX}) {
         EXPECT_FALSE(load_word(bytes, offset).has_value()) << offset;
+    }
 }
 
 TEST(Records, timer_record_has_its_vsan_at_byte_10) {

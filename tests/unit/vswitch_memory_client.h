@@ -48,16 +48,18 @@ class MemoryClient {
         message.msg_control = control;
         message.msg_controllen = sizeof control;
         if (recvmsg(socket.descriptor(), &message, MSG_CMSG_CLOEXEC) != sizeof frame || !CMSG_FIRSTHDR(&message) ||
-            Buffer(frame, frame + sizeof frame) != sign(MTS_FRAME_SHARED, correlation_))
+            Buffer(frame, frame + sizeof frame) != sign(MTS_FRAME_SHARED, correlation_)) {
             throw std::runtime_error("the daemon gives no memory");
+        }
         if (shared_) {
             munmap(shared_, sizeof *shared_);
             close(descriptor_);
         }
         std::memcpy(&descriptor_, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof descriptor_);
         void *mapped = mmap(nullptr, sizeof *shared_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor_, 0);
-        if (mapped == MAP_FAILED)
+        if (mapped == MAP_FAILED) {
             throw std::runtime_error("the daemon's memory cannot be mapped");
+        }
         shared_ = static_cast<mts_shared_memory *>(mapped);
         shared_->requester_version = MTS_SHARED_VERSION;
     }
@@ -78,8 +80,9 @@ class MemoryClient {
     uint32_t await_end() const {
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(Client::patience);
         while (shared_->state == MTS_SHARED_POSTED || shared_->state == MTS_SHARED_TAKEN) {
-            if (std::chrono::steady_clock::now() > end)
+            if (std::chrono::steady_clock::now() > end) {
                 throw std::runtime_error("the daemon does not serve the memory");
+            }
             std::this_thread::yield();
         }
         return shared_->state;
@@ -92,8 +95,9 @@ class MemoryClient {
     }
 
     Client::Answer receive_answer() {
-        if (await_end() == MTS_SHARED_ANSWERED)
+        if (await_end() == MTS_SHARED_ANSWERED) {
             return Client::answer_in(reply());
+        }
         return socket.receive_answer();
     }
 

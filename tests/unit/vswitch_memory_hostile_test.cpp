@@ -132,12 +132,14 @@ TEST_F(HostileClientTest, states_and_lengths_that_keep_changing_harm_nobody_else
             (*client)->state = number % 5;
             (*client)->switch_sleeps = number % 3;
             (*client)->generation = number;
-            if (number % 100 == 0)
+            if (number % 100 == 0) {
                 std::this_thread::yield();
+            }
         }
     });
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 300; ++i) {
         ASSERT_EQ(sound->vsan_count(), 1u);
+    }
     is_over = true;
     changing.join();
     EXPECT_EQ(connect()->vsan_count(), 1u);
@@ -153,8 +155,9 @@ TEST_F(HostileClientTest, requests_without_end_while_one_is_held_up_end_the_conn
     int posted = 0;
     for (; posted < 1000 && !is_cut(*client); ++posted) {
         client->post(large);
-        while ((*client)->state != MTS_SHARED_ELSEWHERE && !is_cut(*client))
+        while ((*client)->state != MTS_SHARED_ELSEWHERE && !is_cut(*client)) {
             std::this_thread::yield();
+        }
     }
     EXPECT_LT(posted, 1000);
     EXPECT_GT(posted, 10);
@@ -195,8 +198,9 @@ TEST_F(HostileClientTest, client_that_goes_away_with_a_request_posted_is_forgott
     start();
     for (int i = 0; i < 100; ++i) {
         const auto client = share();
-        if (i % 3 == 0)
+        if (i % 3 == 0) {
             client->vsan_count();
+        }
         i % 2 == 0 ? (void)client->post(vsan_count_request(1)) : (void)((*client)->state = MTS_SHARED_POSTED);
     }
     EXPECT_EQ(share()->vsan_count(), 1u);

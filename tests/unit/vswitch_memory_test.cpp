@@ -27,8 +27,9 @@ Buffer new_vsan_block(uint32_t id) {
 // A user's role of more bytes than the memory takes.
 Roles large_roles() {
     std::string interfaces;
-    for (int i = 1; i <= 600; ++i)
+    for (int i = 1; i <= 600; ++i) {
         interfaces += (i == 1 ? "\"" : ", \"") + std::to_string(3 * i) + "\"";
+    }
     return parse_roles(R"({"roles": [{"name": "r", "interfaces": [)" + interfaces + R"(], "users": ["al"]}]})", "test");
 }
 
@@ -79,10 +80,12 @@ TEST_F(SharedMemoryTest, is_not_given_again_while_the_last_was_not_fetched) {
     for (int round = 0; round < 2; ++round) {
         client->send(sign(MTS_FRAME_SHARE, 1) + sign(MTS_FRAME_SHARE, 2) + sign(MTS_FRAME_SHARE, 3));
         // Fetched only when all three are answered: the daemon may be at the second by then.
-        while (client->waiting_bytes() < 3 * MTS_WIRE_HEADER)
+        while (client->waiting_bytes() < 3 * MTS_WIRE_HEADER) {
             std::this_thread::yield();
-        for (const auto type : {MTS_FRAME_SHARED, MTS_FRAME_PONG, MTS_FRAME_PONG})
+        }
+        for (const auto type : {MTS_FRAME_SHARED, MTS_FRAME_PONG, MTS_FRAME_PONG}) {
             EXPECT_EQ(client->receive_answer().type, static_cast<uint32_t>(type));
+        }
     }
 }
 
@@ -112,8 +115,8 @@ TEST_F(SharedMemoryTest, answers_every_request_as_the_socket_does) {
                                text_bytes("al"),
                                text_bytes("fctimer")};
     int with_data = 0;
-    for (const auto &[service, opcode] : numbers)
-        for (const uint32_t kind : {0u, 1u, 2u, 5u})
+    for (const auto &[service, opcode] : numbers) {
+        for (const uint32_t kind : {0u, 1u, 2u, 5u}) {
             for (const Buffer &payload : payloads) {
                 auto expected = by_socket->request(service, opcode, kind, payload);
                 auto got = by_memory->request(service, opcode, kind, payload);
@@ -122,6 +125,8 @@ TEST_F(SharedMemoryTest, answers_every_request_as_the_socket_does) {
                 EXPECT_EQ(got, expected) << service << ' ' << opcode << ' ' << kind;
                 with_data += got.has_data;
             }
+        }
+    }
     EXPECT_GT(with_data, 10);
     EXPECT_FALSE(by_memory->socket.has_input());
 }
@@ -166,8 +171,9 @@ TEST_F(SharedMemoryTest, keeps_the_order_of_what_was_asked_on_the_socket) {
     command(R"({"command": "fault.add", "service": 15, "opcode": 149, "action": "delay", "value": 1500, "times": 1})");
     client->socket.send(request_frame(1, MANAGER_SAP_VSAN, 149, 3, new_vsan_block(10)) + sign(MTS_FRAME_PING, 2));
     // The fault is gone, and things may be kept again, once the request has met it.
-    while ((*client)->generation == 0)
+    while ((*client)->generation == 0) {
         std::this_thread::yield();
+    }
     client->post(request_frame(3, MANAGER_SAP_VSAN, 125, 1, {}, 4));
     EXPECT_EQ(client->await_end(), MTS_SHARED_ELSEWHERE);
     client->post(request_frame(4, MANAGER_SAP_VSAN, 125, 1, {}, 4));
@@ -180,8 +186,9 @@ TEST_F(SharedMemoryTest, keeps_the_order_of_what_was_asked_on_the_socket) {
         }
     }
     // The daemon may not have noticed yet that the last of them has gone out.
-    for (int asked = 0; asked < 100 && (*client)->state != MTS_SHARED_ANSWERED; ++asked)
+    for (int asked = 0; asked < 100 && (*client)->state != MTS_SHARED_ANSWERED; ++asked) {
         EXPECT_EQ(client->vsan_count(), 2u);
+    }
     EXPECT_EQ((*client)->state, MTS_SHARED_ANSWERED);
 }
 
@@ -241,13 +248,16 @@ TEST_F(SharedMemoryTest, events_come_over_the_socket) {
 TEST_F(SharedMemoryTest, serves_many_clients_at_once) {
     start();
     std::vector<std::unique_ptr<MemoryClient>> clients;
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 100; ++i) {
         clients.push_back(share());
+    }
     for (int round = 0; round < 20; ++round) {
-        for (uint32_t i = 0; i < clients.size(); ++i)
+        for (uint32_t i = 0; i < clients.size(); ++i) {
             clients[i]->post(request_frame(i, MANAGER_SAP_VSAN, 125, 1, {}, 4));
-        for (uint32_t i = 0; i < clients.size(); ++i)
+        }
+        for (uint32_t i = 0; i < clients.size(); ++i) {
             EXPECT_EQ(clients[i]->receive_answer().correlation, i);
+        }
         clients.pop_back();
     }
     EXPECT_EQ(connect()->vsan_count(), 1u);
@@ -305,18 +315,21 @@ TEST_F(SharedMemoryTest, generation_changes_when_roles_are_read_again) {
     EXPECT_EQ(watcher->vsan_count(), 1u);
     kill(getpid(), SIGHUP);
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(Client::patience);
-    while ((*watcher)->generation == generation && std::chrono::steady_clock::now() < end)
+    while ((*watcher)->generation == generation && std::chrono::steady_clock::now() < end) {
         std::this_thread::yield();
+    }
     EXPECT_GT((*watcher)->generation, generation);
 }
 
 TEST_F(SharedMemoryTest, costs_nothing_while_nobody_asks) {
     start();
     std::vector<std::unique_ptr<MemoryClient>> clients;
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < 8; ++i) {
         clients.push_back(share());
-    for (int i = 0; i < 200; ++i)
+    }
+    for (int i = 0; i < 200; ++i) {
         clients[static_cast<size_t>(i) % clients.size()]->vsan_count();
+    }
     clockid_t clock;
     ASSERT_EQ(pthread_getcpuclockid(thread_.native_handle(), &clock), 0);
     const auto used = [&] {
@@ -324,8 +337,9 @@ TEST_F(SharedMemoryTest, costs_nothing_while_nobody_asks) {
         clock_gettime(clock, &time);
         return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
     };
-    while (std::ranges::any_of(clients, [](const auto &client) { return (*client)->switch_sleeps == 0; }))
+    while (std::ranges::any_of(clients, [](const auto &client) { return (*client)->switch_sleeps == 0; })) {
         std::this_thread::yield();
+    }
     const auto before = used();
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_LT(used() - before, std::chrono::milliseconds(20));

@@ -112,8 +112,9 @@ TEST_F(Requests, vsan_is_up_when_active_with_a_port_that_is_up) {
 TEST_F(Requests, vsan_get_tells_missing_from_impossible_numbers) {
     EXPECT_EQ(vsan_manager(149, 1, vsan_block(11)).status, STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(vsan_manager(149, 1, vsan_block(4094)).status, STATUS_NO_SUCH_VSAN);
-    for (const uint32_t id : {0u, 4096u, 0x80000000u, 0xffffffffu})
+    for (const uint32_t id : {0u, 4096u, 0x80000000u, 0xffffffffu}) {
         EXPECT_EQ(vsan_manager(149, 1, vsan_block(id)).status, STATUS_VSAN_OUT_OF_RANGE) << id;
+    }
 }
 
 TEST_F(Requests, vsan_get_next_gives_the_first_greater_number) {
@@ -121,8 +122,9 @@ TEST_F(Requests, vsan_get_next_gives_the_first_greater_number) {
     EXPECT_EQ(vsan_after(1), 10u);
     EXPECT_EQ(vsan_after(11), 20u);
     EXPECT_EQ(vsan_after(4094), 4095u);
-    for (const uint32_t id : {4095u, 4096u, 0x7fffffffu, 0x80000000u, 0xffffffffu})
+    for (const uint32_t id : {4095u, 4096u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
         EXPECT_EQ(vsan_manager(149, 2, vsan_block(id)).status, STATUS_NO_MORE_VSANS) << id;
+    }
 }
 
 TEST_F(Requests, vsan_get_next_is_ordered_and_complete_with_4095_vsans) {
@@ -139,8 +141,9 @@ TEST_F(Requests, vsan_get_next_is_ordered_and_complete_with_4095_vsans) {
 TEST_F(Requests, vsan_rest_of_the_record_is_handed_back_unchanged) {
     SwitchData data = empty_configuration();
     std::vector<uint8_t> rest(VSAN_REST_SIZE);
-    for (size_t at = 0; at < rest.size(); ++at)
+    for (size_t at = 0; at < rest.size(); ++at) {
         rest[at] = static_cast<uint8_t>(at * 7 + 1);
+    }
     data.vsans.at(1).rest = rest;
     target_.model = SwitchModel(std::move(data));
     const Reply &reply = vsan_manager(149, 1, vsan_block(1));
@@ -252,8 +255,9 @@ TEST_F(Requests, interface_record_leaves_the_row_status_in_machine_order) {
 TEST_F(Requests, interface_get_next_is_ordered_unsigned_and_ends) {
     std::vector<uint32_t> seen;
     uint32_t if_index = 0;
-    while (seen.size() < 10 && vsan_manager(124, 2, words({if_index, 0, 0, 0})).status == 0)
+    while (seen.size() < 10 && vsan_manager(124, 2, words({if_index, 0, 0, 0})).status == 0) {
         seen.push_back(if_index = word(reply_.data, 0));
+    }
     EXPECT_EQ(seen, (std::vector<uint32_t>{5, 16777216, 16781312, 4294967295}));
     EXPECT_EQ(reply_.status, STATUS_NO_MORE_INTERFACES);
     EXPECT_EQ(word(vsan_manager(124, 2, words({4294967294, 0, 0, 0})).data, 0), 4294967295u);
@@ -357,8 +361,9 @@ TEST_F(Requests, unknown_service_opcode_and_kind_have_distinct_statuses) {
     EXPECT_EQ(vsan_manager(123, 1, {}).status, STATUS_NO_SUCH_OPCODE);
     EXPECT_EQ(vsan_manager(1282, 1, {}).status, STATUS_NO_SUCH_OPCODE) << "the port manager's";
     EXPECT_EQ(ask(MANAGER_SAP_PORT, 149, 1, vsan_block(1)).status, STATUS_NO_SUCH_OPCODE);
-    for (const uint32_t kind : {0u, 5u, 6u, 0xffffffffu})
+    for (const uint32_t kind : {0u, 5u, 6u, 0xffffffffu}) {
         EXPECT_EQ(vsan_manager(149, kind, vsan_block(1)).status, STATUS_NO_SUCH_KIND) << kind;
+    }
     EXPECT_EQ(vsan_manager(125, 2, {}, 4).status, STATUS_NO_SUCH_KIND);
     EXPECT_EQ(vsan_manager(125, 3, {}, 4).status, STATUS_NO_SUCH_KIND);
     EXPECT_EQ(vsan_manager(8018, 1, Buffer(4)).status, STATUS_NO_SUCH_KIND);
@@ -414,12 +419,14 @@ TEST_F(Requests, counters_count_by_service_opcode_and_kind_but_not_themselves) {
 }
 
 TEST_F(Requests, counters_stay_bounded_whatever_clients_ask) {
-    for (uint32_t opcode = 0; opcode < 100000; opcode += 10)
+    for (uint32_t opcode = 0; opcode < 100000; opcode += 10) {
         ask(77, opcode, 1, {});
+    }
     EXPECT_LE(target_.counters.requests.size(), 257u);
     uint64_t total = 0;
-    for (const auto &[key, count] : target_.counters.requests)
+    for (const auto &[key, count] : target_.counters.requests) {
         total += count;
+    }
     EXPECT_EQ(total, 10000u);
 }
 

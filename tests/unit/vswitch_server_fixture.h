@@ -24,8 +24,9 @@ class ServerTest : public testing::Test {
     }
 
     void stop() {
-        if (!server_)
+        if (!server_) {
             return;
+        }
         server_->stop();
         thread_.join();
         server_.reset();

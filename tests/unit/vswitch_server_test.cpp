@@ -24,8 +24,9 @@ TEST_F(ServerTest, requests_of_several_clients_are_answered) {
 TEST_F(ServerTest, frame_that_arrives_byte_by_byte_is_answered) {
     start();
     const auto client = connect();
-    for (const uint8_t byte : request_frame(5, MANAGER_SAP_VSAN, 125, 1, {}, 4))
+    for (const uint8_t byte : request_frame(5, MANAGER_SAP_VSAN, 125, 1, {}, 4)) {
         ASSERT_TRUE(client->send({byte}));
+    }
     EXPECT_EQ(client->receive_answer().correlation, 5u);
 }
 
@@ -34,8 +35,9 @@ TEST_F(ServerTest, many_requests_at_once_are_answered_in_order) {
     const auto client = connect();
     constexpr uint32_t count = 300;
     std::thread sender([&] {
-        for (uint32_t number = 0; number < count; ++number)
+        for (uint32_t number = 0; number < count; ++number) {
             client->send(request_frame(number, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
+        }
     });
     for (uint32_t number = 0; number < count; ++number) {
         const auto answer = client->receive_answer();

@@ -134,8 +134,9 @@ TEST_F(StoreTest, second_daemon_is_refused_whatever_is_removed_from_the_state_fo
     Store first(folder_.path());
     first.create(sample());
     first.open();
-    for (const auto &entry : std::filesystem::directory_iterator(folder_.path()))
+    for (const auto &entry : std::filesystem::directory_iterator(folder_.path())) {
         std::filesystem::remove(entry.path());
+    }
     EXPECT_TRUE(contains(refusal_of([&] { Store second(folder_.path()); }), "Another vswitchd"));
 }
 
@@ -172,8 +173,9 @@ class StoreTampering : public StoreTest {
         Change change;
         change.settings = data_.settings;
         change.settings->switch_latency = milliseconds;
-        if (!store_->write(change, data_))
+        if (!store_->write(change, data_)) {
             return false;
+        }
         data_.settings = *change.settings;
         return true;
     }
@@ -232,9 +234,9 @@ TEST_F(StoreTampering, change_is_refused_once_somebody_has_written_a_file_in_its
     for (const std::string &file : {log_, database_}) {
         const std::string content = file_content(file);
         const auto written = std::filesystem::last_write_time(file);
-        do // until the clock of the file system has moved on
+        do { // until the clock of the file system has moved on
             write_file(file, content);
-        while (std::filesystem::last_write_time(file) == written);
+        } while (std::filesystem::last_write_time(file) == written);
         EXPECT_FALSE(set_latency(200)) << file;
     }
 }

@@ -37,8 +37,9 @@ using vswitch::Bytes;
 
 inline Buffer words(std::initializer_list<uint32_t> values) {
     Buffer buffer;
-    for (const uint32_t value : values)
+    for (const uint32_t value : values) {
         vswitch::append_word(buffer, value);
+    }
     return buffer;
 }
 
@@ -93,8 +94,9 @@ class TemporaryFolder {
   public:
     TemporaryFolder() {
         std::string name = (std::filesystem::temp_directory_path() / "vswitch_test.XXXXXX").string();
-        if (!mkdtemp(name.data()))
+        if (!mkdtemp(name.data())) {
             throw std::runtime_error("no temporary folder");
+        }
         path_ = name;
     }
     ~TemporaryFolder() {
@@ -126,9 +128,11 @@ inline void write_file(const std::string &path, const std::string &content) {
 // All files of a folder with their content.
 inline std::map<std::string, std::string> folder_content(const std::string &path) {
     std::map<std::string, std::string> content;
-    for (const auto &entry : std::filesystem::directory_iterator(path))
-        if (entry.is_regular_file())
+    for (const auto &entry : std::filesystem::directory_iterator(path)) {
+        if (entry.is_regular_file()) {
             content[entry.path().filename().string()] = file_content(entry.path().string());
+        }
+    }
     return content;
 }
 
@@ -141,8 +145,9 @@ class Client {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, socket_path.c_str(), sizeof address.sun_path - 1);
-        if (connect(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+        if (connect(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
             throw std::runtime_error("cannot connect to " + socket_path + ": " + std::strerror(errno));
+        }
     }
     ~Client() { close(socket_); }
     Client(const Client &) = delete;
@@ -153,8 +158,9 @@ class Client {
         size_t sent = 0;
         while (sent < bytes.size()) {
             const ssize_t result = ::send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-            if (result <= 0)
+            if (result <= 0) {
                 return false;
+            }
             sent += static_cast<size_t>(result);
         }
         return true;
@@ -168,8 +174,9 @@ class Client {
         while (total < limit && poll(&state, 1, quiet) == 1) {
             const ssize_t result =
                 ::send(socket_, bytes.data() + offset, bytes.size() - offset, MSG_NOSIGNAL | MSG_DONTWAIT);
-            if (result <= 0)
+            if (result <= 0) {
                 break;
+            }
             total += static_cast<size_t>(result);
             offset = (offset + static_cast<size_t>(result)) % bytes.size();
         }
@@ -198,12 +205,14 @@ class Client {
         Buffer bytes;
         while (bytes.size() < size) {
             pollfd state{socket_, POLLIN, 0};
-            if (poll(&state, 1, patience) != 1)
+            if (poll(&state, 1, patience) != 1) {
                 throw std::runtime_error("the daemon does not answer");
+            }
             uint8_t chunk[65536];
             const ssize_t result = recv(socket_, chunk, std::min(sizeof chunk, size - bytes.size()), 0);
-            if (result <= 0)
+            if (result <= 0) {
                 break;
+            }
             bytes.insert(bytes.end(), chunk, chunk + result);
         }
         return bytes;
@@ -227,8 +236,9 @@ class Client {
 
     Answer receive_answer() {
         Buffer frame = receive(MTS_WIRE_HEADER);
-        if (frame.size() < MTS_WIRE_HEADER)
+        if (frame.size() < MTS_WIRE_HEADER) {
             throw std::runtime_error("the daemon closed the connection");
+        }
         const Buffer body = receive(word(frame, 12));
         frame.insert(frame.end(), body.begin(), body.end());
         return answer_in(frame);
@@ -253,8 +263,9 @@ class Client {
 
     Answer request(uint32_t service, uint32_t opcode, uint32_t kind, const Buffer &payload,
                    std::optional<uint32_t> length = std::nullopt) {
-        if (!send(request_frame(++correlation_, service, opcode, kind, payload, length)))
+        if (!send(request_frame(++correlation_, service, opcode, kind, payload, length))) {
             throw std::runtime_error("the daemon closed the connection");
+        }
         return receive_answer();
     }
 
@@ -264,8 +275,9 @@ class Client {
             words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, ++correlation_, static_cast<uint32_t>(4 * classes.size())});
         const Buffer body = words(classes);
         frame.insert(frame.end(), body.begin(), body.end());
-        if (!send(frame))
+        if (!send(frame)) {
             throw std::runtime_error("the daemon closed the connection");
+        }
         receive_answer();
     }
 

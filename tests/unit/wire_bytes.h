@@ -16,15 +16,17 @@ constexpr size_t row_offset = 520;
 
 // Writes one 32-bit word in network order at `offset`.
 inline void put_word(bytes &to, size_t offset, uint32_t word) {
-    for (size_t i = 0; i < 4; ++i)
+    for (size_t i = 0; i < 4; ++i) {
         to.at(offset + i) = static_cast<uint8_t>(word >> (24 - 8 * i));
+    }
 }
 
 // The 32-bit word in network order at `offset`.
 inline uint32_t get_word(const bytes &from, size_t offset) {
     uint32_t word = 0;
-    for (size_t i = 0; i < 4; ++i)
+    for (size_t i = 0; i < 4; ++i) {
         word = word << 8 | from.at(offset + i);
+    }
     return word;
 }
 
@@ -64,8 +66,9 @@ inline bytes row_record(const vsan_row &row) {
         put_word(record, offset, number);
         offset += 4;
     }
-    for (size_t i = 0; i < 36; ++i)
+    for (size_t i = 0; i < 36; ++i) {
         record[36 + i] = i < row.name.size() ? static_cast<uint8_t>(row.name[i]) : uint8_t{0};
+    }
     put_word(record, 72, row.drop_latency);
     return record;
 }
@@ -75,8 +78,9 @@ inline bytes row_record(const vsan_row &row) {
 inline bytes row_reply(const vsan_row &row) {
     bytes block(row_block_size, 0xEE);
     const bytes record = row_record(row);
-    for (size_t i = 0; i < record.size(); ++i)
+    for (size_t i = 0; i < record.size(); ++i) {
         block[row_offset + i] = record[i];
+    }
     return block;
 }
 

@@ -94,8 +94,9 @@ class WriteResources : public VsanWriteTest, public testing::WithParamInterface<
         start_over();
         set_pdu pdu(GetParam().varbinds());
         const set_outcome outcome = pdu.run();
-        for (const int error : pdu.later_errors)
+        for (const int error : pdu.later_errors) {
             EXPECT_EQ(error, 0);
+        }
         expect_nothing_left();
         return outcome;
     }
@@ -172,8 +173,9 @@ TEST_P(WriteResources, EachRequestThatFailsLeavesNothingWhateverTheReading) {
                 size_t number = 0;
                 platform.manager = [&](const sent_request &request) {
                     const size_t this_one = number++;
-                    if (this_one == failing || (ever_after && this_one > failing))
+                    if (this_one == failing || (ever_after && this_one > failing)) {
                         return scripted_reply{some_failure, 0, std::nullopt};
+                    }
                     return serve(request);
                 };
                 SCOPED_TRACE(failing);

@@ -87,8 +87,9 @@ TEST_F(WriteSelection, AWriterIsHandedOutWhenTheManagerIsAway) {
 
 TEST_F(WriteSelection, MediaTypeAndMtuAnswerTwoInEveryPhase) {
     for (WriteMethod *method : {set_vsanMediaType, set_vsanMtu}) {
-        for (int phase = 0; phase <= 6; ++phase)
+        for (int phase = 0; phase <= 6; ++phase) {
             EXPECT_EQ(write(method, phase, 0x02, as_long(1)), 2) << phase;
+        }
     }
     EXPECT_TRUE(platform.journal.empty());
     EXPECT_TRUE(platform.history.empty()) << all_traces();

@@ -10,16 +10,18 @@ namespace {
 class WriteSequence : public VsanWriteTest {
   protected:
     WriteSequence() {
-        for (const uint32_t vsan : {1u, 2u, 3u, 10u, 20u})
+        for (const uint32_t vsan : {1u, 2u, 3u, 10u, 20u}) {
             platform.vsans[vsan] = {vsan, 1, 1, 2112, 1, 100, 2, 1, 1, "vsan" + std::to_string(vsan), 500 + vsan};
+        }
     }
 
     // A row with a new name staged into it: what lies behind the terminator stays.
     static vsan_row with_name(vsan_row row, const std::string &name) {
         const std::string before = row.name;
         row.name = name + '\0';
-        if (before.size() > row.name.size())
+        if (before.size() > row.name.size()) {
             row.name += before.substr(row.name.size());
+        }
         return row;
     }
     static vsan_row renamed(uint32_t vsan, const std::string &name) { return with_name(unchanged(vsan), name); }
@@ -30,8 +32,9 @@ class WriteSequence : public VsanWriteTest {
     // Runs a PDU. UNDO and the phases that release never fail.
     static set_outcome run(set_pdu &pdu) {
         const set_outcome outcome = pdu.run();
-        for (const int error : pdu.later_errors)
+        for (const int error : pdu.later_errors) {
             EXPECT_EQ(error, 0);
+        }
         return outcome;
     }
     static set_outcome run(std::vector<varbind> varbinds) {
@@ -214,8 +217,9 @@ TEST_F(WriteSequence, ACheckThatFailsReleasesWhatOthersHaveStaged) {
 TEST_F(WriteSequence, ARowCreatedBySomebodyElseMeanwhileIsInconsistentAndIsDeletedByUndo) {
     set_pdu pdu({row_status_of(99, row_create_and_go), name_of(99, "mine")});
     pdu.before = [](set_phase next) {
-        if (next == ACTION_PHASE)
+        if (next == ACTION_PHASE) {
             platform.add_vsan(99);
+        }
     };
     EXPECT_EQ(run(pdu), (set_outcome{12, 1}));
     // The column finds its row still waiting for the row status and sends nothing.
@@ -226,8 +230,9 @@ TEST_F(WriteSequence, ARowCreatedBySomebodyElseMeanwhileIsInconsistentAndIsDelet
 TEST_F(WriteSequence, ARowDestroyedBySomebodyElseBeforeReserve2StagesNothing) {
     set_pdu pdu({name_of(10, "a"), name_of(20, "b")});
     pdu.before = [](set_phase next) {
-        if (next == RESERVE2_PHASE)
+        if (next == RESERVE2_PHASE) {
             platform.vsans.erase(10);
+        }
     };
     EXPECT_EQ(run(pdu), (set_outcome{18, 1}));
     expect_requests({lookup(10), lookup(20), lookup(10), lookup(20)});
@@ -246,8 +251,9 @@ TEST_F(WriteSequence, RowStatusesOfARowDestroyedBySomebodyElse) {
     const vsan_row twenty = row(20);
     const auto destroyed_before_action = [](set_pdu &pdu) {
         pdu.before = [](set_phase next) {
-            if (next == ACTION_PHASE)
+            if (next == ACTION_PHASE) {
                 platform.vsans.erase(10);
+            }
         };
     };
     // Another row has taken the cache, so ACTION sees what happened.
@@ -369,8 +375,9 @@ TEST_F(WriteSequence, CreationOfARowWhoseReadFailedEndsInItsDeletion) {
     set_pdu pdu({row_status_of(10, row_create_and_go)});
     answers[{kind_get, 10}] = {UINT32_MAX, ETIMEDOUT, std::nullopt};
     pdu.before = [this](set_phase next) {
-        if (next == ACTION_PHASE)
+        if (next == ACTION_PHASE) {
             answers.clear();
+        }
     };
     EXPECT_EQ(run(pdu), (set_outcome{12, 1}));
     expect_requests({lookup(10), lookup(10), deletion_of_new(10)});

@@ -54,22 +54,25 @@ void BoundedLog::open_file() {
     // Without O_NONBLOCK, opening a FIFO would wait for a reader.
     file_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
     struct stat status {};
-    if (file_ >= 0 && (fstat(file_, &status) != 0 || !S_ISREG(status.st_mode)))
+    if (file_ >= 0 && (fstat(file_, &status) != 0 || !S_ISREG(status.st_mode))) {
         close_file();
+    }
     size_ = file_ >= 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 void BoundedLog::close_file() {
-    if (file_ >= 0)
+    if (file_ >= 0) {
         close(file_);
+    }
     file_ = -1;
 }
 
 void BoundedLog::begin_anew() {
     close_file();
     // Should it keep its name, it is emptied: it is the bound that counts.
-    if (rename(path_.c_str(), (path_ + ".old").c_str()) != 0 && truncate(path_.c_str(), 0) != 0)
+    if (rename(path_.c_str(), (path_ + ".old").c_str()) != 0 && truncate(path_.c_str(), 0) != 0) {
         unlink(path_.c_str());
+    }
     size_ = 0;
 }
 
@@ -81,14 +84,16 @@ bool BoundedLog::has_room(size_t length) const {
 
 // Writes what the disk takes, and returns how much that was.
 size_t BoundedLog::append_once(std::string_view text) {
-    if (file_ < 0)
+    if (file_ < 0) {
         open_file();
-    if (file_ < 0 || !has_room(text.size()))
+    }
+    if (file_ < 0 || !has_room(text.size())) {
         return 0;
+    }
     ssize_t written;
-    do
+    do {
         written = ::write(file_, text.data(), text.size());
-    while (written < 0 && errno == EINTR);
+    } while (written < 0 && errno == EINTR);
     const size_t length = written > 0 ? static_cast<size_t>(written) : 0;
     size_ += length;
     return length;
@@ -97,8 +102,9 @@ size_t BoundedLog::append_once(std::string_view text) {
 void BoundedLog::append(std::string_view text) {
     if (left_out_ != 0) {
         const std::string gap = "boundlog: " + std::to_string(left_out_) + " bytes were left out, for want of room\n";
-        if (append_once(gap) == gap.size())
+        if (append_once(gap) == gap.size()) {
             left_out_ = 0;
+        }
     }
     left_out_ += text.size() - (left_out_ == 0 ? append_once(text) : 0);
 }
@@ -108,8 +114,9 @@ void BoundedLog::write(std::string_view text) {
     while (!text.empty()) {
         const uint64_t room = max_size - std::min(size_, max_size);
         std::string_view part = text.substr(0, static_cast<size_t>(std::min<uint64_t>(room, text.size())));
-        if (part.size() < text.size())
+        if (part.size() < text.size()) {
             part = part.substr(0, part.rfind('\n') + 1);
+        }
         if (part.empty()) {
             begin_anew();
             continue;
@@ -137,15 +144,17 @@ int main(int argc, char **argv) {
     size_t size = 0;
     for (;;) {
         const ssize_t got = read(STDIN_FILENO, text + size, sizeof text - size);
-        if (got < 0 && errno == EINTR)
+        if (got < 0 && errno == EINTR) {
             continue;
+        }
         size += got > 0 ? static_cast<size_t>(got) : 0;
         // A line is written as a whole, unless it is longer than this or never ends.
         const size_t end = std::string_view(text, size).rfind('\n') + 1;
         const size_t whole = got <= 0 || (end == 0 && size == sizeof text) ? size : end;
         log.write({text, whole});
-        if (got <= 0)
+        if (got <= 0) {
             return 0;
+        }
         size -= whole;
         std::memmove(text, text + whole, size);
     }

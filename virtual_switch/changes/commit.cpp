@@ -19,8 +19,9 @@ struct VsanState {
 
 std::optional<VsanState> state_of(const SwitchModel &model, uint32_t id) {
     const Vsan *vsan = model.vsan(id);
-    if (!vsan)
+    if (!vsan) {
         return std::nullopt;
+    }
     return VsanState{vsan->admin_state, model.is_up(id) ? OPER_STATE_UP : OPER_STATE_DOWN};
 }
 
@@ -28,14 +29,16 @@ std::optional<VsanState> state_of(const SwitchModel &model, uint32_t id) {
 std::map<uint32_t, std::optional<VsanState>> affected_vsans(const SwitchModel &model, const Change &change) {
     std::map<uint32_t, std::optional<VsanState>> states;
     const auto add = [&](uint32_t id) { states.emplace(id, state_of(model, id)); };
-    for (const auto &[id, vsan] : change.vsans)
+    for (const auto &[id, vsan] : change.vsans) {
         add(id);
+    }
     for (const auto &[if_index, port] : change.ports) {
         add(model.port(if_index)->vsan);
         add(port.vsan);
     }
-    for (const uint32_t id : change.deleted_vsans)
+    for (const uint32_t id : change.deleted_vsans) {
         add(id);
+    }
     return states;
 }
 
@@ -56,28 +59,33 @@ VsanEvent difference(uint32_t id, const std::optional<VsanState> &before, const 
 } // namespace
 
 uint32_t commit(Switch &the_switch, const Change &change) {
-    if (the_switch.store && !the_switch.store->write(change, the_switch.model.data()))
+    if (the_switch.store && !the_switch.store->write(change, the_switch.model.data())) {
         return STATUS_STORE_FAILED;
+    }
 
     const auto before = affected_vsans(the_switch.model, change);
     for (const auto &[if_index, port] : change.ports) {
         const uint32_t former = the_switch.model.port(if_index)->vsan;
-        if (former != port.vsan)
+        if (former != port.vsan) {
             the_switch.events.publish(port_event(if_index, former, port.vsan));
+        }
     }
     the_switch.model.apply(change);
-    if (the_switch.model.settings().status_events)
+    if (the_switch.model.settings().status_events) {
         for (const auto &[id, former] : before) {
             const auto present = state_of(the_switch.model, id);
-            if (present != former)
+            if (present != former) {
                 the_switch.events.publish(vsan_event(difference(id, former, present)));
+            }
         }
+    }
     return STATUS_SUCCESS;
 }
 
 void touch_vsan_table(const Switch &the_switch, Change &change) {
-    if (!change.settings)
+    if (!change.settings) {
         change.settings = the_switch.model.settings();
+    }
     change.settings->last_change = the_switch.clock.now();
 }
 

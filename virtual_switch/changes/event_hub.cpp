@@ -52,34 +52,41 @@ void Subscriber::offer(const Frame &frame) {
     const bool was_empty = queue_.empty();
     queue_.push_back(frame);
     queued_bytes_ += frame->size();
-    if (was_empty && wake_)
+    if (was_empty && wake_) {
         wake_();
+    }
 }
 
 void EventHub::deliver() {
-    if (staged_.empty())
+    if (staged_.empty()) {
         return;
+    }
     const std::deque<Event> events = std::exchange(staged_, {});
     for (const Event &event : events) {
         ++totals_.published;
         Subscriber::Frame frame;
         for (Subscriber *subscriber : subscribers_) {
-            if (!subscriber->classes_.contains(event.event_class))
+            if (!subscriber->classes_.contains(event.event_class)) {
                 continue;
-            if (!frame)
+            }
+            if (!frame) {
                 frame = std::make_shared<const Buffer>(event_frame(event));
+            }
             subscriber->offer(frame);
         }
-        if (!frame)
+        if (!frame) {
             ++totals_.missed;
+        }
     }
 }
 
 std::vector<const Subscriber *> EventHub::subscribers() const {
     std::vector<const Subscriber *> result;
-    for (const Subscriber *subscriber : subscribers_)
-        if (!subscriber->classes_.empty())
+    for (const Subscriber *subscriber : subscribers_) {
+        if (!subscriber->classes_.empty()) {
             result.push_back(subscriber);
+        }
+    }
     return result;
 }
 

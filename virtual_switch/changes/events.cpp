@@ -24,8 +24,9 @@ Event vsan_event(const VsanEvent &event) {
 
 Event port_event(uint32_t if_index, uint32_t former_vsan, uint32_t vsan) {
     Event result{EVENT_PORT_MOVED, {}};
-    for (const uint32_t word : {if_index, former_vsan, vsan})
+    for (const uint32_t word : {if_index, former_vsan, vsan}) {
         append_word(result.payload, word);
+    }
     return result;
 }
 

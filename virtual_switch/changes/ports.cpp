@@ -9,8 +9,9 @@ namespace {
 
 // REQUIRES: the port exists.
 uint32_t replace_port(Switch &the_switch, uint32_t if_index, const Port &port) {
-    if (port == *the_switch.model.port(if_index))
+    if (port == *the_switch.model.port(if_index)) {
         return STATUS_SUCCESS;
+    }
     Change change;
     change.ports.emplace(if_index, port);
     return commit(the_switch, change);
@@ -19,11 +20,13 @@ uint32_t replace_port(Switch &the_switch, uint32_t if_index, const Port &port) {
 // Changes what needs no right beyond that to the port itself.
 template <typename Edit>
 uint32_t edit_port(Switch &the_switch, const Requester &requester, uint32_t if_index, Edit edit) {
-    if (const uint32_t status = check_interface_right(the_switch, requester, if_index); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_interface_right(the_switch, requester, if_index); status != STATUS_SUCCESS) {
         return status;
+    }
     const Port *present = the_switch.model.port(if_index);
-    if (!present)
+    if (!present) {
         return STATUS_NO_SUCH_INTERFACE;
+    }
     Port port = *present;
     edit(port);
     return replace_port(the_switch, if_index, port);
@@ -33,17 +36,22 @@ uint32_t edit_port(Switch &the_switch, const Requester &requester, uint32_t if_i
 
 uint32_t change_port(Switch &the_switch, const Requester &requester, uint32_t if_index, uint32_t vsan,
                      uint32_t deny_list) {
-    if (const uint32_t status = check_interface_right(the_switch, requester, if_index); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_interface_right(the_switch, requester, if_index); status != STATUS_SUCCESS) {
         return status;
-    if (const uint32_t status = check_vsan_number(vsan); status != STATUS_SUCCESS)
+    }
+    if (const uint32_t status = check_vsan_number(vsan); status != STATUS_SUCCESS) {
         return status;
-    if (const uint32_t status = check_vsan_right(the_switch, requester, vsan); status != STATUS_SUCCESS)
+    }
+    if (const uint32_t status = check_vsan_right(the_switch, requester, vsan); status != STATUS_SUCCESS) {
         return status;
+    }
     const Port *present = the_switch.model.port(if_index);
-    if (!present)
+    if (!present) {
         return STATUS_NO_SUCH_INTERFACE;
-    if (!the_switch.model.vsan(vsan))
+    }
+    if (!the_switch.model.vsan(vsan)) {
         return STATUS_NO_SUCH_VSAN;
+    }
     Port port = *present;
     port.vsan = vsan;
     port.deny_list = deny_list;

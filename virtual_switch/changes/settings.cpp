@@ -9,10 +9,12 @@ namespace {
 
 template <typename Value>
 uint32_t change_setting(Switch &the_switch, const Requester &requester, Value Settings::*setting, Value value) {
-    if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS) {
         return status;
-    if (the_switch.model.settings().*setting == value)
+    }
+    if (the_switch.model.settings().*setting == value) {
         return STATUS_SUCCESS;
+    }
     Change change;
     change.settings = the_switch.model.settings();
     (*change.settings).*setting = value;
@@ -22,14 +24,16 @@ uint32_t change_setting(Switch &the_switch, const Requester &requester, Value Se
 } // namespace
 
 uint32_t set_latency(Switch &the_switch, const Requester &requester, const LatencyKind &which, uint32_t milliseconds) {
-    if (const uint32_t status = check_latency(milliseconds); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_latency(milliseconds); status != STATUS_SUCCESS) {
         return status;
+    }
     return change_setting(the_switch, requester, which.setting, milliseconds);
 }
 
 uint32_t set_inorder_delivery(Switch &the_switch, const Requester &requester, uint32_t value) {
-    if (const uint32_t status = check_inorder_delivery(value); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_inorder_delivery(value); status != STATUS_SUCCESS) {
         return status;
+    }
     return change_setting(the_switch, requester, &Settings::inorder_delivery, value);
 }
 
@@ -39,8 +43,9 @@ uint32_t set_status_events(Switch &the_switch, const Requester &requester, bool 
 
 uint32_t tdx_enable(Switch &the_switch, const Requester &requester, bool enabled) {
     if (!enabled && the_switch.model.distribution() == Distribution::in_session &&
-        check_switch_right(the_switch, requester) == STATUS_SUCCESS)
+        check_switch_right(the_switch, requester) == STATUS_SUCCESS) {
         return STATUS_TDX_SESSION_OPEN;
+    }
     return change_setting(the_switch, requester, &Settings::tdx_enabled, enabled);
 }
 

@@ -12,8 +12,9 @@ namespace {
 constexpr uint32_t whole_switch = 0; // in place of a VSAN number
 
 std::optional<uint32_t> pending_timer(const SwitchModel &model, uint32_t vsan, Timer timer) {
-    if (!model.session())
+    if (!model.session()) {
         return std::nullopt;
+    }
     const auto &pending = model.session()->pending;
     return pending.contains(vsan) ? pending.at(vsan)[timer] : std::nullopt;
 }
@@ -26,15 +27,17 @@ class FutureTimers {
         : model_(model), vsan_(vsan), timer_(timer), value_(value) {}
 
     uint32_t of_switch(Timer timer) const {
-        if (vsan_ == whole_switch && timer == timer_)
+        if (vsan_ == whole_switch && timer == timer_) {
             return value_;
+        }
         return distributed_switch_timer(model_, timer);
     }
 
     // The VSAN's own value, or nothing when it follows the switch.
     std::optional<uint32_t> own(uint32_t vsan, Timer timer) const {
-        if (vsan == vsan_ && timer == timer_)
+        if (vsan == vsan_ && timer == timer_) {
             return value_;
+        }
         const auto pending = pending_timer(model_, vsan, timer);
         return pending ? pending : model_.vsan(vsan)->timers[timer];
     }
@@ -57,13 +60,16 @@ class FutureTimers {
 // Whether E_D_TOV stays below R_A_TOV wherever the change is felt. A VSAN in which the
 // order was forced before, and which does not follow the changed value, is no obstacle.
 bool keeps_order(const SwitchModel &model, uint32_t vsan, Timer timer, uint32_t value) {
-    if (timer != Timer::e_d_tov && timer != Timer::r_a_tov)
+    if (timer != Timer::e_d_tov && timer != Timer::r_a_tov) {
         return true;
+    }
     const FutureTimers future(model, vsan, timer, value);
-    if (vsan != whole_switch)
+    if (vsan != whole_switch) {
         return future.in_order(vsan);
-    if (!future.in_order())
+    }
+    if (!future.in_order()) {
         return false;
+    }
     return std::ranges::all_of(model.vsans(), [&](const auto &row) {
         const auto &[id, vsan_of_id] = row;
         return future.own(id, timer) || future.in_order(id);
@@ -78,33 +84,39 @@ bool holds_session(const SwitchModel &model, const Requester &requester) {
 // REQUIRES: the requester has the right, and the VSAN, if it is not the switch, exists.
 uint32_t set_timer(Switch &the_switch, const Requester &requester, uint32_t vsan, Timer timer, uint32_t value,
                    bool force) {
-    if (const uint32_t status = check_timer(timer, value); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_timer(timer, value); status != STATUS_SUCCESS) {
         return status;
+    }
     const SwitchModel &model = the_switch.model;
     const bool distributed = model.distribution() != Distribution::off;
-    if (distributed && !holds_session(model, requester))
+    if (distributed && !holds_session(model, requester)) {
         return STATUS_TDX_LOCKED;
-    if (!force && !keeps_order(model, vsan, timer, value))
+    }
+    if (!force && !keeps_order(model, vsan, timer, value)) {
         return STATUS_TIMER_ORDER;
+    }
 
     Change change;
     if (distributed) {
-        if (pending_timer(model, vsan, timer) == value)
+        if (pending_timer(model, vsan, timer) == value) {
             return STATUS_SUCCESS;
+        }
         if (model.distribution() == Distribution::idle) {
             change.session = Change::Session::opens;
             change.holder = requester.user;
         }
         change.pending.push_back({vsan, timer, value});
     } else if (vsan == whole_switch) {
-        if (model.settings().timers[timer] == value)
+        if (model.settings().timers[timer] == value) {
             return STATUS_SUCCESS;
+        }
         change.settings = model.settings();
         change.settings->timers[timer] = value;
     } else {
         const Vsan &present = *model.vsan(vsan);
-        if (present.timers[timer] == value)
+        if (present.timers[timer] == value) {
             return STATUS_SUCCESS;
+        }
         change.vsans[vsan] = present;
         change.vsans[vsan].timers[timer] = value;
     }
@@ -113,8 +125,9 @@ uint32_t set_timer(Switch &the_switch, const Requester &requester, uint32_t vsan
 
 // STATUS_SUCCESS, or why the requester may not end the session.
 uint32_t check_session_right(const Switch &the_switch, const Requester &requester) {
-    if (the_switch.model.distribution() != Distribution::in_session)
+    if (the_switch.model.distribution() != Distribution::in_session) {
         return STATUS_TDX_NO_SESSION;
+    }
     return requester.is_operator || holds_session(the_switch.model, requester) ? STATUS_SUCCESS : STATUS_TDX_LOCKED;
 }
 
@@ -122,19 +135,23 @@ uint32_t check_session_right(const Switch &the_switch, const Requester &requeste
 
 uint32_t set_switch_timer(Switch &the_switch, const Requester &requester, Timer timer, uint32_t milliseconds,
                           bool force) {
-    if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS) {
         return status;
+    }
     return set_timer(the_switch, requester, whole_switch, timer, milliseconds, force);
 }
 
 uint32_t set_vsan_timer(Switch &the_switch, const Requester &requester, uint32_t vsan, Timer timer,
                         uint32_t milliseconds, bool force) {
-    if (const uint32_t status = check_vsan_number(vsan); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_vsan_number(vsan); status != STATUS_SUCCESS) {
         return status;
-    if (const uint32_t status = check_vsan_right(the_switch, requester, vsan); status != STATUS_SUCCESS)
+    }
+    if (const uint32_t status = check_vsan_right(the_switch, requester, vsan); status != STATUS_SUCCESS) {
         return status;
-    if (!the_switch.model.vsan(vsan))
+    }
+    if (!the_switch.model.vsan(vsan)) {
         return STATUS_NO_SUCH_VSAN;
+    }
     return set_timer(the_switch, requester, vsan, timer, milliseconds, force);
 }
 
@@ -152,21 +169,25 @@ uint32_t distributed_switch_timer(const SwitchModel &model, Timer timer) {
 }
 
 uint32_t tdx_commit(Switch &the_switch, const Requester &requester) {
-    if (const uint32_t status = check_session_right(the_switch, requester); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_session_right(the_switch, requester); status != STATUS_SUCCESS) {
         return status;
-    if (the_switch.model.settings().tdx_refusing)
+    }
+    if (the_switch.model.settings().tdx_refusing) {
         return STATUS_TDX_NO_FABRIC;
+    }
     Change change;
     change.session = Change::Session::ends;
-    for (const auto &[vsan, timers] : the_switch.model.session()->pending)
+    for (const auto &[vsan, timers] : the_switch.model.session()->pending) {
         for (const TimerKind &kind : timer_kinds) {
             const Timer timer = kind.timer;
             const auto value = timers[timer];
-            if (!value)
+            if (!value) {
                 continue;
+            }
             if (vsan == whole_switch) {
-                if (!change.settings)
+                if (!change.settings) {
                     change.settings = the_switch.model.settings();
+                }
                 change.settings->timers[timer] = *value;
             } else {
                 change.vsans.emplace(vsan, *the_switch.model.vsan(vsan));
@@ -175,12 +196,14 @@ uint32_t tdx_commit(Switch &the_switch, const Requester &requester) {
                 changed.distributed_timers[timer] = *value;
             }
         }
+    }
     return commit(the_switch, change);
 }
 
 uint32_t tdx_abort(Switch &the_switch, const Requester &requester) {
-    if (const uint32_t status = check_session_right(the_switch, requester); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_session_right(the_switch, requester); status != STATUS_SUCCESS) {
         return status;
+    }
     Change change;
     change.session = Change::Session::ends;
     return commit(the_switch, change);

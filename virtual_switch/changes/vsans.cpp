@@ -14,34 +14,43 @@ Vsan new_vsan(uint32_t id) {
 
 uint32_t change_vsan(Switch &the_switch, const Requester &requester, uint32_t id, const Vsan &wanted,
                      bool create_allowed) {
-    if (const uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS) {
         return status;
+    }
     const Vsan *former = the_switch.model.vsan(id);
-    if (!former && !create_allowed)
+    if (!former && !create_allowed) {
         return STATUS_NO_SUCH_VSAN;
-    if (check_vsan_right(the_switch, requester, id) != STATUS_SUCCESS)
+    }
+    if (check_vsan_right(the_switch, requester, id) != STATUS_SUCCESS) {
         return former ? STATUS_VSAN_RESTRICTED : STATUS_VSAN_NOT_ALLOWED;
-    if (const uint32_t status = check_vsan(wanted); status != STATUS_SUCCESS)
+    }
+    if (const uint32_t status = check_vsan(wanted); status != STATUS_SUCCESS) {
         return status;
+    }
     if (!wanted.name.empty()) {
         const auto namesake = the_switch.model.vsan_named(wanted.name);
-        if (namesake && *namesake != id)
+        if (namesake && *namesake != id) {
             return STATUS_NAME_CONFLICT;
+        }
     }
 
     const Vsan present = former ? *former : Vsan();
     Vsan changed = wanted;
     changed.timers = present.timers;
     changed.distributed_timers = present.distributed_timers;
-    if (changed.inorder_delivery == 0)
+    if (changed.inorder_delivery == 0) {
         changed.inorder_delivery = present.inorder_delivery;
-    if (changed.drop_latency == 0)
+    }
+    if (changed.drop_latency == 0) {
         changed.drop_latency = present.drop_latency;
+    }
     static const std::vector<uint8_t> zeros(VSAN_REST_SIZE);
-    if (changed.rest == zeros)
+    if (changed.rest == zeros) {
         changed.rest.clear();
-    if (former && changed == present)
+    }
+    if (former && changed == present) {
         return STATUS_SUCCESS;
+    }
 
     Change change;
     change.vsans.emplace(id, std::move(changed));
@@ -50,14 +59,18 @@ uint32_t change_vsan(Switch &the_switch, const Requester &requester, uint32_t id
 }
 
 uint32_t delete_vsan(Switch &the_switch, const Requester &requester, uint32_t id) {
-    if (const uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS)
+    if (const uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS) {
         return status;
-    if (check_vsan_right(the_switch, requester, id) != STATUS_SUCCESS)
+    }
+    if (check_vsan_right(the_switch, requester, id) != STATUS_SUCCESS) {
         return STATUS_VSAN_NOT_ALLOWED;
-    if (id == VSAN_NUMBER_DEFAULT)
+    }
+    if (id == VSAN_NUMBER_DEFAULT) {
         return STATUS_DEFAULT_VSAN;
-    if (!the_switch.model.vsan(id))
+    }
+    if (!the_switch.model.vsan(id)) {
         return STATUS_NO_SUCH_VSAN;
+    }
 
     Change change;
     change.deleted_vsans.insert(id);

@@ -24,12 +24,14 @@ constexpr uint32_t max_port_count = 4096;
 
 void read_name(const JsonReader &reader, const Json &object, const std::string &place, std::string &name) {
     const auto found = object.find("name");
-    if (found == object.end())
+    if (found == object.end()) {
         return;
+    }
     name = reader.text(*found, place + ": \"name\"");
-    if (name.empty() || !is_vsan_name(name))
+    if (name.empty() || !is_vsan_name(name)) {
         reader.fail(
             fmt::format("{}: \"name\" must be 1 to {} printable characters without blanks", place, VSAN_NAME_MAX));
+    }
 }
 
 // Reads a key whose value is one of two words.
@@ -61,12 +63,14 @@ void read_vsan(const JsonReader &reader, const Json &json, SwitchData &data, std
     reader.expect_object(
         json, "a VSAN",
         {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency", "timers"});
-    if (!json.contains("id"))
+    if (!json.contains("id")) {
         reader.fail("a VSAN has no \"id\"");
+    }
     const uint32_t id = reader.number(json["id"], "a VSAN's \"id\"", vsan_numbers);
     const std::string place = fmt::format("VSAN {}", id);
-    if (listed.contains(id))
+    if (listed.contains(id)) {
         reader.fail(place + " is listed twice");
+    }
     listed.insert(id);
 
     Vsan vsan;
@@ -76,13 +80,15 @@ void read_vsan(const JsonReader &reader, const Json &json, SwitchData &data, std
     reader.optional_number(json, "mtu", place, mtus, vsan.mtu);
     read_word(reader, json, "loadBalancing", place, load_balancing_words, vsan.load_balancing);
     reader.optional_number(json, "interop", place, {VSAN_INTEROP_MIN, VSAN_INTEROP_NONE}, vsan.interop);
-    if (!is_interop(vsan.interop))
+    if (!is_interop(vsan.interop)) {
         reader.fail(fmt::format("{}: \"interop\" must be {} to {}, or {} for none", place, VSAN_INTEROP_MIN,
                                 VSAN_INTEROP_MAX, VSAN_INTEROP_NONE));
+    }
     reader.optional_number(json, "inorderDelivery", place, truth_values, vsan.inorder_delivery);
     reader.optional_number(json, "networkDropLatency", place, drop_latencies, vsan.drop_latency);
-    if (json.contains("timers"))
+    if (json.contains("timers")) {
         read_timers(reader, json["timers"], place + ": \"timers\"", vsan.timers);
+    }
     data.vsans.insert_or_assign(id, std::move(vsan));
 }
 
@@ -98,8 +104,9 @@ void read_vsan_ranges(const JsonReader &reader, const Json &json, SwitchData &da
     std::array<int32_t, VSAN_NUMBER_MAX + 2> begun{}; // ranges that begin at a number, less those that ended before it
     for (const Json &range : json) {
         reader.expect_object(range, "a VSAN range", {"first", "last"});
-        if (!range.contains("first") || !range.contains("last"))
+        if (!range.contains("first") || !range.contains("last")) {
             reader.fail("a VSAN range must have \"first\" and \"last\"");
+        }
         const uint32_t first = reader.number(range["first"], "a VSAN range's \"first\"", vsan_numbers);
         const uint32_t last = reader.number(range["last"], "a VSAN range's \"last\"", {first, VSAN_NUMBER_MAX});
         ++begun[first];
@@ -108,20 +115,23 @@ void read_vsan_ranges(const JsonReader &reader, const Json &json, SwitchData &da
     int32_t ranges = 0;
     for (uint32_t id = 1; id <= VSAN_NUMBER_MAX; ++id) {
         ranges += begun[id];
-        if (ranges > 0)
+        if (ranges > 0) {
             add_default_vsan(data, id);
+        }
     }
 }
 
 void read_vsans(const JsonReader &reader, const Json &json, SwitchData &data) {
-    if (json.contains("vsanRange"))
+    if (json.contains("vsanRange")) {
         read_vsan_ranges(reader, json["vsanRange"], data);
+    }
     add_default_vsan(data, VSAN_NUMBER_DEFAULT);
     if (json.contains("vsans")) {
         reader.expect_array(json["vsans"], "\"vsans\"");
         std::set<uint32_t> listed;
-        for (const Json &vsan : json["vsans"])
+        for (const Json &vsan : json["vsans"]) {
             read_vsan(reader, vsan, data, listed);
+        }
     }
     std::map<std::string_view, uint32_t> names;
     for (const auto &[id, vsan] : data.vsans) {
@@ -136,8 +146,9 @@ void read_vsans(const JsonReader &reader, const Json &json, SwitchData &data) {
 void add_ports_without_link(SwitchData &data, uint32_t count) {
     Port port;
     port.link_up = false;
-    for (uint32_t number = 0; number < count; ++number)
+    for (uint32_t number = 0; number < count; ++number) {
         data.ports.emplace(port_if_index(number), port);
+    }
 }
 
 void read_ports(const JsonReader &reader, const Json &json, SwitchData &data) {
@@ -147,13 +158,15 @@ void read_ports(const JsonReader &reader, const Json &json, SwitchData &data) {
         add_ports_without_link(data, count);
         return;
     }
-    if (json.contains("portCount"))
+    if (json.contains("portCount")) {
         reader.fail("\"ports\" and \"portCount\" exclude each other");
+    }
     reader.expect_array(json["ports"], "\"ports\"");
     for (const Json &item : json["ports"]) {
         reader.expect_object(item, "a port", {"ifIndex", "vsan", "link", "denyList"});
-        if (!item.contains("ifIndex"))
+        if (!item.contains("ifIndex")) {
             reader.fail("a port has no \"ifIndex\"");
+        }
         const uint32_t if_index = reader.number(item["ifIndex"], "a port's \"ifIndex\"", if_indexes);
         const std::string place = fmt::format("port {}", if_index);
         Port port;
@@ -162,13 +175,16 @@ void read_ports(const JsonReader &reader, const Json &json, SwitchData &data) {
         uint32_t link = OPER_STATE_UP;
         read_word(reader, item, "link", place, oper_state_words, link);
         port.link_up = link == OPER_STATE_UP;
-        if (!data.vsans.contains(port.vsan))
+        if (!data.vsans.contains(port.vsan)) {
             reader.fail(fmt::format("{} is in VSAN {}, which does not exist", place, port.vsan));
-        if (data.ports.contains(if_index))
+        }
+        if (data.ports.contains(if_index)) {
             reader.fail(place + " is listed twice");
+        }
         data.ports[if_index] = port;
-        if (data.ports.size() > max_port_count)
+        if (data.ports.size() > max_port_count) {
             reader.fail(fmt::format("it lists more than {} ports", max_port_count));
+        }
     }
 }
 
@@ -189,22 +205,26 @@ void read_settings(const JsonReader &reader, const Json &json, Settings &setting
 void read_distribution(const JsonReader &reader, const Json &json, SwitchData &data) {
     reader.expect_object(json, "\"tdx\"", {"fctimer"});
     const auto feature = json.find("fctimer");
-    if (feature == json.end())
+    if (feature == json.end()) {
         return;
+    }
     reader.expect_object(*feature, "\"fctimer\"", {"enabled", "showRun", "timers"});
     reader.optional_boolean(*feature, "enabled", "\"fctimer\"", data.settings.tdx_enabled);
     reader.optional_boolean(*feature, "showRun", "\"fctimer\"", data.settings.tdx_show_run);
     const auto timers = feature->find("timers");
-    if (timers == feature->end())
+    if (timers == feature->end()) {
         return;
-    if (!timers->is_object())
+    }
+    if (!timers->is_object()) {
         reader.fail("\"fctimer\": \"timers\" must be an object");
+    }
     for (const auto &[key, values] : timers->items()) {
         const std::string place = fmt::format("\"fctimer\": timers of \"{}\"", JsonReader::printable(key));
         uint32_t id = 0;
         const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), id);
-        if (error != std::errc() || end != key.data() + key.size() || key.front() == '0' || !data.vsans.contains(id))
+        if (error != std::errc() || end != key.data() + key.size() || key.front() == '0' || !data.vsans.contains(id)) {
             reader.fail(place + ": the key must be the number of a VSAN that exists");
+        }
         read_timers(reader, values, place, data.vsans.at(id).distributed_timers);
     }
 }
@@ -213,8 +233,9 @@ void read_distribution(const JsonReader &reader, const Json &json, SwitchData &d
 // which becomes the VSAN's own when it is committed.
 void check_timer_orders(const JsonReader &reader, const SwitchData &data) {
     const auto require_order = [&](const std::string &place, const auto &value_of) {
-        if (!are_timers_in_order(value_of))
+        if (!are_timers_in_order(value_of)) {
             reader.fail(place + ": \"edtov\" must be less than \"ratov\"");
+        }
     };
     const auto of_switch = [&](Timer timer) { return data.settings.timers[timer]; };
     require_order("the switch-wide timers", of_switch);
@@ -246,8 +267,9 @@ SwitchData parse_configuration(std::string_view text, const std::string &source)
     read_vsans(reader, json, data);
     read_ports(reader, json, data);
     read_settings(reader, json, data.settings);
-    if (json.contains("tdx"))
+    if (json.contains("tdx")) {
         read_distribution(reader, json["tdx"], data);
+    }
     check_timer_orders(reader, data);
     return data;
 }
@@ -257,8 +279,9 @@ SwitchData load_configuration(const std::string &path) {
     std::error_code error;
     const std::filesystem::path file = std::filesystem::canonical(path, error);
     const auto text = read_file(error ? path : file.string(), max_configuration_file);
-    if (!text)
+    if (!text) {
         throw Refusal(fmt::format("Cannot read {}: there is no such file.", path));
+    }
     return parse_configuration(*text, path);
 }
 

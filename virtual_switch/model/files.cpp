@@ -19,8 +19,9 @@ class Descriptor {
   public:
     explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
     ~Descriptor() {
-        if (descriptor_ >= 0)
+        if (descriptor_ >= 0) {
             close(descriptor_);
+        }
     }
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;
@@ -41,35 +42,43 @@ std::optional<std::string> read_file(const std::string &path, size_t max_size) {
     // Without O_NONBLOCK, opening a FIFO would wait for a writer.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     if (file.get() < 0) {
-        if (errno == ENOENT)
+        if (errno == ENOENT) {
             return std::nullopt;
+        }
         throw Refusal(fmt::format("Cannot read {}: {}.", path, errno == ELOOP ? "it is a link" : std::strerror(errno)));
     }
     struct stat status {};
-    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         throw Refusal(fmt::format("Cannot read {}: it is not a regular file.", path));
+    }
     std::string content;
     char chunk[16384];
     for (;;) {
         const ssize_t got = read(file.get(), chunk, sizeof chunk);
-        if (got < 0 && errno == EINTR)
+        if (got < 0 && errno == EINTR) {
             continue;
-        if (got < 0)
+        }
+        if (got < 0) {
             throw Refusal(fmt::format("Cannot read {}: {}.", path, std::strerror(errno)));
-        if (got == 0)
+        }
+        if (got == 0) {
             return content;
+        }
         content.append(chunk, static_cast<size_t>(got));
-        if (content.size() > max_size)
+        if (content.size() > max_size) {
             throw Refusal(fmt::format("Cannot use {}: it is larger than {} bytes.", path, max_size));
+        }
     }
 }
 
 void sync_directory(const std::string &directory) {
     const Descriptor folder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.get() < 0)
+    if (folder.get() < 0) {
         throw Refusal(fmt::format("Cannot open {}: {}.", directory, std::strerror(errno)));
-    if (fsync(folder.get()) != 0)
+    }
+    if (fsync(folder.get()) != 0) {
         throw Refusal(fmt::format("Cannot write {}: {}.", directory, std::strerror(errno)));
+    }
 }
 
 namespace {
@@ -120,16 +129,18 @@ void replace_file(const std::string &path, std::string_view content, Readers rea
 bool ensure_directory(const std::string &path, const char *purpose) {
     std::error_code error;
     const bool made = std::filesystem::create_directories(path, error);
-    if (error)
+    if (error) {
         throw Refusal(fmt::format("Cannot make the {} {}: {}.", purpose, path, error.message()));
+    }
     return made;
 }
 
 std::optional<FileState> file_state(const std::string &path) {
     // The call whose numbers have 64 bits on every machine.
     struct statx status {};
-    if (statx(AT_FDCWD, path.c_str(), 0, STATX_INO | STATX_SIZE | STATX_MTIME, &status) != 0)
+    if (statx(AT_FDCWD, path.c_str(), 0, STATX_INO | STATX_SIZE | STATX_MTIME, &status) != 0) {
         return std::nullopt;
+    }
     return FileState{status.stx_dev_major, status.stx_dev_minor,    status.stx_ino,
                      status.stx_size,      status.stx_mtime.tv_sec, status.stx_mtime.tv_nsec};
 }
@@ -137,11 +148,13 @@ std::optional<FileState> file_state(const std::string &path) {
 Lock::Lock(On what, const std::string &path, const std::string &busy) : descriptor_(-1) {
     Descriptor file(what == On::folder ? open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)
                                        : open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (file.get() < 0)
+    if (file.get() < 0) {
         throw Refusal(fmt::format("Cannot open {}: {}.", path, std::strerror(errno)));
+    }
     if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EWOULDBLOCK)
+        if (errno == EWOULDBLOCK) {
             throw Refusal(busy);
+        }
         throw Refusal(fmt::format("Cannot lock {}: {}.", path, std::strerror(errno)));
     }
     descriptor_ = file.release();

@@ -32,34 +32,40 @@ class JsonReader {
         Check check(*this);
         Json::sax_parse(text, &check);
         Json json = Json::parse(text);
-        if (!json.is_object())
+        if (!json.is_object()) {
             fail("it must hold one JSON object");
+        }
         return json;
     }
 
     // `json` must be an object with none but these keys. `place` names it in errors.
     void expect_object(const Json &json, const std::string &place, std::initializer_list<std::string_view> keys) const {
-        if (!json.is_object())
+        if (!json.is_object()) {
             fail(place + " must be an object");
+        }
         for (const auto &[key, value] : json.items()) {
             bool known = false;
-            for (const std::string_view candidate : keys)
+            for (const std::string_view candidate : keys) {
                 known = known || candidate == key;
-            if (!known)
+            }
+            if (!known) {
                 fail(fmt::format("{} has the unknown key \"{}\"", place, printable(key)));
+            }
         }
     }
 
     void expect_array(const Json &json, const std::string &place) const {
-        if (!json.is_array())
+        if (!json.is_array()) {
             fail(place + " must be a list");
+        }
     }
 
     uint32_t number(const Json &json, const std::string &place, Range allowed) const {
         if (json.is_number_unsigned()) {
             const auto value = json.get<uint64_t>();
-            if (value >= allowed.least && value <= allowed.greatest)
+            if (value >= allowed.least && value <= allowed.greatest) {
                 return static_cast<uint32_t>(value);
+            }
         }
         fail(fmt::format("{} must be a whole number from {} to {}", place, allowed.least, allowed.greatest));
     }
@@ -68,22 +74,26 @@ class JsonReader {
     void optional_number(const Json &object, const char *key, const std::string &place, Range allowed,
                          uint32_t &value) const {
         const auto found = object.find(key);
-        if (found != object.end())
+        if (found != object.end()) {
             value = number(*found, fmt::format("{}: \"{}\"", place, key), allowed);
+        }
     }
 
     void optional_boolean(const Json &object, const char *key, const std::string &place, bool &value) const {
         const auto found = object.find(key);
-        if (found == object.end())
+        if (found == object.end()) {
             return;
-        if (!found->is_boolean())
+        }
+        if (!found->is_boolean()) {
             fail(fmt::format("{}: \"{}\" must be true or false", place, key));
+        }
         value = found->get<bool>();
     }
 
     const std::string &text(const Json &json, const std::string &place) const {
-        if (!json.is_string())
+        if (!json.is_string()) {
             fail(place + " must be a text");
+        }
         return json.get_ref<const std::string &>();
     }
 
@@ -94,8 +104,9 @@ class JsonReader {
     // A text as it may stand in an error message: one line, not too long.
     static std::string printable(std::string_view text) {
         std::string shown;
-        for (const char c : text.substr(0, 64))
+        for (const char c : text.substr(0, 64)) {
             shown += c >= ' ' && c < 0x7f ? c : '?';
+        }
         return text.size() > 64 ? shown + "..." : shown;
     }
 
@@ -119,8 +130,9 @@ class JsonReader {
         bool end_array() override { return close(); }
 
         bool key(std::string &name) override {
-            if (keys_.back().contains(name))
+            if (keys_.back().contains(name)) {
                 reader_.fail(fmt::format("the key \"{}\" is given twice in one object", printable(name)));
+            }
             keys_.back().insert(name);
             return true;
         }
@@ -134,8 +146,9 @@ class JsonReader {
 
       private:
         bool open() {
-            if (keys_.size() > max_depth)
+            if (keys_.size() > max_depth) {
                 reader_.fail("it is nested too deeply");
+            }
             keys_.emplace_back();
             return true;
         }

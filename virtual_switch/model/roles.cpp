@@ -23,19 +23,22 @@ void normalise(std::vector<Range> &ranges) {
     std::sort(ranges.begin(), ranges.end());
     std::vector<Range> joined;
     for (const auto &range : ranges) {
-        if (!joined.empty() && (range.least <= joined.back().greatest || range.least - joined.back().greatest == 1))
+        if (!joined.empty() && (range.least <= joined.back().greatest || range.least - joined.back().greatest == 1)) {
             joined.back().greatest = std::max(joined.back().greatest, range.greatest);
-        else
+        } else {
             joined.push_back(range);
+        }
     }
     ranges = std::move(joined);
 }
 
 // What somebody may touch who has a role besides.
 Permission extend(Permission permission, const Role &role) {
-    for (const auto &[first, last] : role.vsans)
-        for (uint32_t vsan = first; vsan <= last; ++vsan)
+    for (const auto &[first, last] : role.vsans) {
+        for (uint32_t vsan = first; vsan <= last; ++vsan) {
             vsan_bitmap_add(permission.vsans.data(), vsan);
+        }
+    }
     permission.interfaces.insert(permission.interfaces.end(), role.interfaces.begin(), role.interfaces.end());
     normalise(permission.interfaces);
     return permission;
@@ -47,12 +50,14 @@ Range parse_range(const JsonReader &reader, const std::string &text, const std::
     const char *end = text.data() + text.size();
     auto result = std::from_chars(text.data(), end, range.least);
     range.greatest = range.least;
-    if (result.ec == std::errc() && result.ptr != end && *result.ptr == '-')
+    if (result.ec == std::errc() && result.ptr != end && *result.ptr == '-') {
         result = std::from_chars(result.ptr + 1, end, range.greatest);
+    }
     if (result.ec != std::errc() || result.ptr != end || !allowed.contains(range.least) ||
-        !allowed.contains(range.greatest) || range.least > range.greatest)
+        !allowed.contains(range.greatest) || range.least > range.greatest) {
         reader.fail(fmt::format("{} holds \"{}\", which is no number or range within {} to {}", place,
                                 JsonReader::printable(text), allowed.least, allowed.greatest));
+    }
     return range;
 }
 
@@ -60,15 +65,18 @@ std::vector<Range> parse_ranges(const JsonReader &reader, const JsonReader::Json
                                 const std::string &role_place, Range allowed) {
     std::vector<Range> ranges;
     const auto found = role.find(key);
-    if (found == role.end())
+    if (found == role.end()) {
         return ranges;
+    }
     const std::string place = fmt::format("{}: \"{}\"", role_place, key);
     reader.expect_array(*found, place);
-    for (const auto &item : *found)
+    for (const auto &item : *found) {
         ranges.push_back(parse_range(reader, reader.text(item, place), place, allowed));
+    }
     normalise(ranges);
-    if (ranges.size() > max_user_ranges)
+    if (ranges.size() > max_user_ranges) {
         reader.fail(fmt::format("{} holds more than {} separate ranges", place, max_user_ranges));
+    }
     return ranges;
 }
 
@@ -92,8 +100,9 @@ void Roles::add(Role role) {
     for (const std::string &user : role.users) {
         std::shared_ptr<const Permission> &present = users_[user];
         std::shared_ptr<const Permission> &granted = extended[present];
-        if (!granted)
+        if (!granted) {
             granted = std::make_shared<Permission>(extend(present ? *present : Permission(), role));
+        }
         present = granted;
     }
     list_.push_back(std::move(role));
@@ -105,19 +114,22 @@ Roles parse_roles(std::string_view text, const std::string &source) {
     reader.expect_object(json, "the file", {"roles"});
     Roles roles;
     const auto list = json.find("roles");
-    if (list == json.end())
+    if (list == json.end()) {
         return roles;
+    }
     reader.expect_array(*list, "\"roles\"");
     std::set<std::string> names;
     for (const auto &item : *list) {
         std::string place = "a role";
         reader.expect_object(item, place, {"name", "vsans", "interfaces", "users"});
-        if (!item.contains("name"))
+        if (!item.contains("name")) {
             reader.fail("a role has no \"name\"");
+        }
         const std::string &name = reader.text(item["name"], "a role's \"name\"");
         place = fmt::format("the role \"{}\"", JsonReader::printable(name));
-        if (names.contains(name))
+        if (names.contains(name)) {
             reader.fail(place + " is given twice");
+        }
         names.insert(name);
 
         Role role;
@@ -128,21 +140,26 @@ Roles parse_roles(std::string_view text, const std::string &source) {
             reader.expect_array(*users, place + ": \"users\"");
             for (const auto &user : *users) {
                 const std::string &user_name = reader.text(user, place + ": a user");
-                if (user_name.empty() || user_name.size() > max_user_name)
+                if (user_name.empty() || user_name.size() > max_user_name) {
                     reader.fail(fmt::format("{}: a user name must have 1 to {} bytes", place, max_user_name));
+                }
                 role.users.push_back(user_name);
-                if (role.users.size() > max_users)
+                if (role.users.size() > max_users) {
                     reader.fail(fmt::format("{} names more than {} users", place, max_users));
+                }
             }
         }
         const std::vector<std::string> users = role.users;
         roles.add(std::move(role));
-        if (roles.user_count() > max_users)
+        if (roles.user_count() > max_users) {
             reader.fail(fmt::format("it names more than {} users", max_users));
-        for (const std::string &user : users)
-            if (roles.find(user)->interfaces.size() > max_user_ranges)
+        }
+        for (const std::string &user : users) {
+            if (roles.find(user)->interfaces.size() > max_user_ranges) {
                 reader.fail(fmt::format("the user \"{}\" has more than {} separate interface ranges",
                                         JsonReader::printable(user), max_user_ranges));
+            }
+        }
     }
     return roles;
 }
@@ -155,16 +172,18 @@ Roles load_roles(const std::string &path) {
 std::string format_roles(const std::vector<Role> &roles) {
     const auto texts = [](const std::vector<Range> &ranges) {
         JsonReader::Json list = JsonReader::Json::array();
-        for (const auto &[first, last] : ranges)
+        for (const auto &[first, last] : ranges) {
             list.push_back(first == last ? fmt::format("{}", first) : fmt::format("{}-{}", first, last));
+        }
         return list;
     };
     JsonReader::Json list = JsonReader::Json::array();
-    for (const Role &role : roles)
+    for (const Role &role : roles) {
         list.push_back({{"name", role.name},
                         {"vsans", texts(role.vsans)},
                         {"interfaces", texts(role.interfaces)},
                         {"users", role.users}});
+    }
     const JsonReader::Json file{{"roles", list}};
     return file.dump(2, ' ', false, JsonReader::Json::error_handler_t::replace) + "\n";
 }

@@ -85,8 +85,9 @@ int64_t pragma(SQLite::Database &database, const char *name) {
 // A column that must hold a number from 0 to `highest`.
 uint32_t number(const SQLite::Column &column, uint32_t highest = UINT32_MAX) {
     const int64_t value = column.getInt64();
-    if (!column.isInteger() || value < 0 || value > highest)
+    if (!column.isInteger() || value < 0 || value > highest) {
         throw Damage(fmt::format("the column {} holds a value outside its range", column.getName()));
+    }
     return static_cast<uint32_t>(value);
 }
 
@@ -95,22 +96,25 @@ void read_timers(SQLite::Database &database, const char *table, SwitchData &data
     while (query.executeStep()) {
         const uint32_t vsan = number(query.getColumn(0));
         const auto timer = timer_of_key(number(query.getColumn(1)));
-        if (!data.vsans.contains(vsan) || !timer)
+        if (!data.vsans.contains(vsan) || !timer) {
             throw Damage("a timer belongs to no VSAN");
+        }
         (data.vsans.at(vsan).*timers)[*timer] = number(query.getColumn(2));
     }
 }
 
 void read_session(SQLite::Database &database, SwitchData &data) {
     SQLite::Statement session(database, "SELECT user FROM timer_session");
-    if (session.executeStep())
+    if (session.executeStep()) {
         data.session = DistributionSession{session.getColumn(0).getString(), {}};
+    }
     SQLite::Statement pending(database, "SELECT vsan, timer, value FROM pending_timer");
     while (pending.executeStep()) {
         const uint32_t vsan = number(pending.getColumn(0));
         const auto timer = timer_of_key(number(pending.getColumn(1)));
-        if (!data.session || !timer || (vsan != 0 && !data.vsans.contains(vsan)))
+        if (!data.session || !timer || (vsan != 0 && !data.vsans.contains(vsan))) {
             throw Damage("a pending timer belongs to no session or no VSAN");
+        }
         data.session->pending[vsan][*timer] = number(pending.getColumn(2));
     }
 }
@@ -120,8 +124,9 @@ SwitchData read_data(SQLite::Database &database) {
     SQLite::Statement setting(database, "SELECT value FROM setting WHERE name = ?");
     for (const SettingRow &row : setting_rows()) {
         setting.bind(1, row.name);
-        if (!setting.executeStep())
+        if (!setting.executeStep()) {
             throw Damage(fmt::format("the setting {} is missing", row.name));
+        }
         row.set(data.settings, setting.getColumn(0).getInt64());
         setting.reset();
     }
@@ -134,18 +139,21 @@ SwitchData read_data(SQLite::Database &database) {
         uint32_t *const words[] = {&vsan.media,   &vsan.admin_state,      &vsan.mtu,         &vsan.load_balancing,
                                    &vsan.interop, &vsan.inorder_delivery, &vsan.drop_latency};
         int column = 2;
-        for (uint32_t *word : words)
+        for (uint32_t *word : words) {
             *word = number(vsans.getColumn(column++));
+        }
         const SQLite::Column rest = vsans.getColumn(column);
         const auto *bytes = static_cast<const uint8_t *>(rest.getBlob());
         const auto size = static_cast<size_t>(rest.getBytes());
-        if (size != 0 && size != VSAN_REST_SIZE)
+        if (size != 0 && size != VSAN_REST_SIZE) {
             throw Damage(fmt::format("the record of VSAN {} has the wrong size", id));
+        }
         vsan.rest.assign(bytes, bytes + size);
         data.vsans.emplace(id, std::move(vsan));
     }
-    if (!data.vsans.contains(VSAN_NUMBER_DEFAULT) || data.vsans.contains(0))
+    if (!data.vsans.contains(VSAN_NUMBER_DEFAULT) || data.vsans.contains(0)) {
         throw Damage("its VSANs are not those of a switch");
+    }
     SQLite::Statement ports(database, "SELECT if_index, vsan, deny_list, link_up FROM port");
     while (ports.executeStep()) {
         Port port;
@@ -153,8 +161,9 @@ SwitchData read_data(SQLite::Database &database) {
         port.deny_list = number(ports.getColumn(2));
         port.link_up = number(ports.getColumn(3), 1) != 0;
         const uint32_t if_index = number(ports.getColumn(0));
-        if (!data.vsans.contains(port.vsan))
+        if (!data.vsans.contains(port.vsan)) {
             throw Damage(fmt::format("interface {} belongs to no VSAN", if_index));
+        }
         data.ports.emplace(if_index, port);
     }
     read_timers(database, "vsan_timer", data, &Vsan::timers);
@@ -177,10 +186,11 @@ bool has_content(const std::string &path) {
 std::string uri_of(const std::string &path, const char *parameters) {
     std::string uri = "file:";
     for (const char c : path) {
-        if (c == '%' || c == '?' || c == '#')
+        if (c == '%' || c == '?' || c == '#') {
             uri += fmt::format("%{:02x}", static_cast<unsigned char>(c));
-        else
+        } else {
             uri += c;
+        }
     }
     return uri + parameters;
 }
@@ -193,26 +203,31 @@ std::string uri_of(const std::string &path, const char *parameters) {
 // memory, which takes a lock that a file opened for reading cannot have. Nobody asks for it:
 // the state folder is locked.
 std::optional<SwitchData> inspect(const std::string &path, SchemaSteps steps) {
-    if (!has_content(path))
+    if (!has_content(path)) {
         throw Damage("it is empty");
+    }
     const bool has_log = has_content(path + "-wal");
     SQLite::Database database(uri_of(path, has_log ? "?mode=ro&vfs=unix-none" : "?immutable=1"),
                               SQLite::OPEN_READONLY | SQLite::OPEN_URI, busy_milliseconds);
     leave_files_at_close(database);
     database.exec("PRAGMA locking_mode = EXCLUSIVE; PRAGMA trusted_schema = OFF; PRAGMA cell_size_check = ON");
     const int64_t version = pragma(database, "user_version");
-    if (pragma(database, "application_id") != application_id)
+    if (pragma(database, "application_id") != application_id) {
         throw Refusal(
             fmt::format("The file {} is not a switch's database; move it away to start with a new one.", path));
-    if (version > static_cast<int64_t>(steps.size()))
+    }
+    if (version > static_cast<int64_t>(steps.size())) {
         throw Refusal(fmt::format("The database {} was written by a newer version of this program (schema {}, this "
                                   "one knows {}); start that version, or move the file away to start with a new one.",
                                   path, version, steps.size()));
+    }
     const std::string verdict = database.execAndGet("PRAGMA integrity_check(1)").getString();
-    if (version < 1 || verdict != "ok")
+    if (version < 1 || verdict != "ok") {
         throw Damage(verdict);
-    if (version < static_cast<int64_t>(steps.size()))
+    }
+    if (version < static_cast<int64_t>(steps.size())) {
         return std::nullopt;
+    }
     return read_data(database);
 }
 
@@ -229,16 +244,18 @@ void set_log_aside(const std::string &path) {
     for (const char *suffix : {"-wal", "-journal"}) {
         const std::string log = path + suffix;
         const std::string aside = log + ".old";
-        if (rename(log.c_str(), aside.c_str()) == 0)
+        if (rename(log.c_str(), aside.c_str()) == 0) {
             spdlog::warn("{} belongs to a database that is gone; it is {} now", log, aside);
-        else if (errno != ENOENT)
+        } else if (errno != ENOENT) {
             throw Refusal(fmt::format("Cannot move {} away: {}.", log, std::strerror(errno)));
+        }
     }
 }
 
 void remove_database(const std::string &path) {
-    for (const char *suffix : {"", "-wal", "-shm", "-journal"})
+    for (const char *suffix : {"", "-wal", "-shm", "-journal"}) {
         unlink((path + suffix).c_str());
+    }
 }
 
 } // namespace
@@ -253,8 +270,9 @@ Store::Store(std::string directory)
             fmt::format("Another vswitchd runs on the state folder {}; stop it first.", directory_)) {}
 
 Store::~Store() {
-    if (database_ && files() != expected_)
+    if (database_ && files() != expected_) {
         leave_files_at_close(*database_);
+    }
 }
 
 bool Store::exists() const {
@@ -270,18 +288,21 @@ void Store::create(const SwitchData &data) {
             SQLite::Database database(draft, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, busy_milliseconds);
             configure(database);
             SQLite::Transaction transaction(database);
-            for (const char *step : schema_steps())
+            for (const char *step : schema_steps()) {
                 database.exec(step);
+            }
             StoreWriter(database).write(data);
             database.exec(fmt::format("PRAGMA application_id = {}", application_id));
             database.exec(fmt::format("PRAGMA user_version = {}", schema_steps().size()));
             transaction.commit();
-            if (database.execAndGet("PRAGMA wal_checkpoint(TRUNCATE)").getInt() != 0)
+            if (database.execAndGet("PRAGMA wal_checkpoint(TRUNCATE)").getInt() != 0) {
                 throw Refusal(fmt::format("Cannot write the database {}: it is in use.", draft));
+            }
         }
         set_log_aside(path_);
-        if (rename(draft.c_str(), path_.c_str()) != 0)
+        if (rename(draft.c_str(), path_.c_str()) != 0) {
             throw Refusal(fmt::format("Cannot write the database {}: {}.", path_, std::strerror(errno)));
+        }
         sync_directory(directory_);
     } catch (const SQLite::Exception &error) {
         remove_database(draft);
@@ -314,8 +335,9 @@ SwitchData Store::open(SchemaSteps steps) {
         log_path_ = log_path ? log_path : "";
         if (!data) {
             SQLite::Transaction transaction(*database);
-            for (auto step = static_cast<size_t>(pragma(*database, "user_version")); step < steps.size(); ++step)
+            for (auto step = static_cast<size_t>(pragma(*database, "user_version")); step < steps.size(); ++step) {
                 database->exec(steps[step]);
+            }
             database->exec(fmt::format("PRAGMA user_version = {}", steps.size()));
             data = read_data(*database);
             transaction.commit();
@@ -333,8 +355,9 @@ SwitchData Store::open(SchemaSteps steps) {
 
 void Store::write_once(const Change &change, const SwitchData &present) {
     SQLite::Transaction transaction(*database_, SQLite::TransactionBehavior::IMMEDIATE);
-    if (!writer_)
+    if (!writer_) {
         writer_ = std::make_unique<StoreWriter>(*database_);
+    }
     writer_->write(change, present);
     transaction.commit();
 }
@@ -354,8 +377,9 @@ Store::Files Store::files() const {
 
 void Store::expect_files() {
     const auto update = [](std::optional<FileState> &expected, const std::optional<FileState> &present) {
-        if (expected && present && expected->is_same_file(*present))
+        if (expected && present && expected->is_same_file(*present)) {
             expected = present;
+        }
     };
     const Files present = files();
     update(expected_.database, present.database);
@@ -363,8 +387,9 @@ void Store::expect_files() {
 }
 
 bool Store::refuse(Trouble why, const std::string &sentence) {
-    if (std::exchange(trouble_, why) != why)
+    if (std::exchange(trouble_, why) != why) {
         spdlog::error("{}", sentence);
+    }
     return false;
 }
 
@@ -376,8 +401,9 @@ bool Store::try_to_write(const Change &change, const SwitchData &present) {
     try {
         write_once(change, present);
     } catch (const SQLite::Exception &error) {
-        if (error.getErrorCode() != SQLITE_FULL || !make_room())
+        if (error.getErrorCode() != SQLITE_FULL || !make_room()) {
             return refused(error);
+        }
         try {
             write_once(change, present);
         } catch (const SQLite::Exception &second_error) {
@@ -388,16 +414,18 @@ bool Store::try_to_write(const Change &change, const SwitchData &present) {
 }
 
 bool Store::write(const Change &change, const SwitchData &present) {
-    if (files() != expected_)
+    if (files() != expected_) {
         return refuse(
             Trouble::not_ours,
             fmt::format("The database {} or its log was removed, replaced or written by somebody else. Changes "
                         "are refused until both are back as they were, or the switch is started again.",
                         path_));
+    }
     const bool written = try_to_write(change, present);
     expect_files();
-    if (written && std::exchange(trouble_, Trouble::none) != Trouble::none)
+    if (written && std::exchange(trouble_, Trouble::none) != Trouble::none) {
         spdlog::info("The database {} can be written again.", path_);
+    }
     return written;
 }
 

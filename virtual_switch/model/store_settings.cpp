@@ -8,10 +8,11 @@ namespace {
 
 // A member of an object, or of a member of it.
 template <auto First, auto... Rest> auto &member_of(auto &object) {
-    if constexpr (sizeof...(Rest) == 0)
+    if constexpr (sizeof...(Rest) == 0) {
         return object.*First;
-    else
+    } else {
         return member_of<Rest...>(object.*First);
+    }
 }
 
 template <auto... Path> constexpr SettingRow setting_row(const char *name) {
@@ -19,16 +20,18 @@ template <auto... Path> constexpr SettingRow setting_row(const char *name) {
             [](Settings &settings, int64_t value) {
                 auto &setting = member_of<Path...>(settings);
                 setting = static_cast<std::remove_reference_t<decltype(setting)>>(value);
-                if (static_cast<int64_t>(setting) != value)
+                if (static_cast<int64_t>(setting) != value) {
                     throw Damage("a setting holds a value outside its range");
+                }
             }};
 }
 
 template <Timer Which> constexpr SettingRow timer_row(const char *name) {
     return {name, [](const Settings &settings) { return int64_t{settings.timers[Which]}; },
             [](Settings &settings, int64_t value) {
-                if (value < 0 || value > UINT32_MAX)
+                if (value < 0 || value > UINT32_MAX) {
                     throw Damage("a timer holds a value outside its range");
+                }
                 settings.timers[Which] = static_cast<uint32_t>(value);
             }};
 }

@@ -18,8 +18,9 @@ void bind_bytes(SQLite::Statement &statement, int index, const void *bytes, size
 // made ready before it is bound again.
 template <typename... Values> void run(SQLite::Statement &statement, const Values &...values) {
     statement.tryReset();
-    if constexpr (sizeof...(values) > 0)
+    if constexpr (sizeof...(values) > 0) {
         SQLite::bind(statement, values...);
+    }
     statement.exec();
     statement.reset();
 }
@@ -47,8 +48,9 @@ void StoreWriter::TimerTable::write(uint32_t vsan, const PartialTimers &timers) 
 }
 
 void StoreWriter::TimerTable::replace(uint32_t vsan, const PartialTimers &timers, const PartialTimers *present) {
-    if (present && *present == timers)
+    if (present && *present == timers) {
         return;
+    }
     clear(vsan);
     write(vsan, timers);
 }
@@ -67,9 +69,11 @@ StoreWriter::StoreWriter(SQLite::Database &database)
       pending_timers_(database, "pending_timer") {}
 
 void StoreWriter::write(const Settings &settings, const Settings *present) {
-    for (const SettingRow &row : setting_rows())
-        if (!present || row.get(*present) != row.get(settings))
+    for (const SettingRow &row : setting_rows()) {
+        if (!present || row.get(*present) != row.get(settings)) {
             run(setting_, row.name, row.get(settings));
+        }
+    }
 }
 
 void StoreWriter::write(uint32_t id, const Vsan &vsan, const Vsan *present) {
@@ -93,35 +97,42 @@ void StoreWriter::open_session(const std::string &user) {
 
 void StoreWriter::write(const SwitchData &data) {
     write(data.settings, nullptr);
-    for (const auto &[id, vsan] : data.vsans)
+    for (const auto &[id, vsan] : data.vsans) {
         write(id, vsan, nullptr);
-    for (const auto &[if_index, port] : data.ports)
+    }
+    for (const auto &[if_index, port] : data.ports) {
         write(if_index, port);
-    if (!data.session)
+    }
+    if (!data.session) {
         return;
+    }
     open_session(data.session->user);
-    for (const auto &[vsan, timers] : data.session->pending)
+    for (const auto &[vsan, timers] : data.session->pending) {
         pending_timers_.write(vsan, timers);
+    }
 }
 
 // The order is that of the references: rows appear before others refer to them.
 void StoreWriter::write(const Change &change, const SwitchData &present) {
-    if (change.settings)
+    if (change.settings) {
         write(*change.settings, &present.settings);
+    }
     for (const auto &[id, vsan] : change.vsans) {
         const auto former = present.vsans.find(id);
         write(id, vsan, former == present.vsans.end() ? nullptr : &former->second);
     }
-    for (const auto &[if_index, port] : change.ports)
+    for (const auto &[if_index, port] : change.ports) {
         write(if_index, port);
+    }
     if (change.session == Change::Session::ends) {
         run(session_removal_);
         run(pending_removal_);
     } else if (change.session == Change::Session::opens) {
         open_session(change.holder);
     }
-    for (const Change::PendingTimer &value : change.pending)
+    for (const Change::PendingTimer &value : change.pending) {
         pending_timers_.write(value.vsan, value.timer, value.value);
+    }
     for (const uint32_t id : change.deleted_vsans) {
         pending_timers_.clear(id);
         run(vsan_removal_, id);

@@ -17,37 +17,46 @@ template <typename Row> std::optional<uint32_t> find_key_after(const std::map<ui
 } // namespace
 
 SwitchModel::SwitchModel(SwitchData data) : data_(std::move(data)) {
-    for (const auto &[id, vsan] : data_.vsans)
-        if (!vsan.name.empty())
+    for (const auto &[id, vsan] : data_.vsans) {
+        if (!vsan.name.empty()) {
             names_.emplace(vsan.name, id);
-    for (const auto &[if_index, port] : data_.ports)
+        }
+    }
+    for (const auto &[if_index, port] : data_.ports) {
         count_port(if_index, port);
+    }
 }
 
 void SwitchModel::count_port(uint32_t if_index, const Port &port) {
     members_.insert(Member{port.vsan, if_index});
-    if (port.link_up)
+    if (port.link_up) {
         ++up_ports_[port.vsan];
+    }
 }
 
 void SwitchModel::forget_port(uint32_t if_index, const Port &port) {
     members_.erase({port.vsan, if_index});
-    if (!port.link_up)
+    if (!port.link_up) {
         return;
-    if (--up_ports_.at(port.vsan) == 0)
+    }
+    if (--up_ports_.at(port.vsan) == 0) {
         up_ports_.erase(port.vsan);
+    }
 }
 
 void SwitchModel::apply(const Change &change) {
-    if (change.settings)
+    if (change.settings) {
         data_.settings = *change.settings;
+    }
     for (const auto &[id, vsan] : change.vsans) {
         Vsan &row = data_.vsans[id];
         if (row.name != vsan.name) {
-            if (!row.name.empty())
+            if (!row.name.empty()) {
                 names_.erase(row.name);
-            if (!vsan.name.empty())
+            }
+            if (!vsan.name.empty()) {
                 names_[vsan.name] = id;
+            }
         }
         row = vsan;
     }
@@ -62,15 +71,18 @@ void SwitchModel::apply(const Change &change) {
     } else if (change.session == Change::Session::opens) {
         data_.session = DistributionSession{change.holder, {}};
     }
-    for (const Change::PendingTimer &value : change.pending)
+    for (const Change::PendingTimer &value : change.pending) {
         data_.session->pending[value.vsan][value.timer] = value.value;
+    }
     for (const uint32_t id : change.deleted_vsans) {
         const std::string &name = data_.vsans.at(id).name;
-        if (!name.empty())
+        if (!name.empty()) {
             names_.erase(name);
+        }
         data_.vsans.erase(id);
-        if (data_.session)
+        if (data_.session) {
             data_.session->pending.erase(id);
+        }
     }
 }
 

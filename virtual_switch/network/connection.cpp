@@ -93,8 +93,9 @@ void Connection::close() {
 }
 
 void Connection::drop(const char *reason) {
-    if (!leave())
+    if (!leave()) {
         return;
+    }
     ++host_.the_switch().counters.dropped_connections;
     spdlog::warn("dropped a connection: {}", reason);
 }
@@ -111,14 +112,17 @@ void Connection::read() {
 void Connection::received(Error error) {
     is_reading_ = false;
     heard_at_ = Clock::now();
-    if (!error)
+    if (!error) {
         return serve();
-    if (error == asio::error::operation_aborted)
+    }
+    if (error == asio::error::operation_aborted) {
         return;
+    }
     // The client has said its last; it still gets the answers that are on their way.
     intake_ = Intake::ended;
-    if (!writing())
+    if (!writing()) {
         leave();
+    }
 }
 
 void Connection::serve() {
@@ -128,10 +132,12 @@ void Connection::serve() {
         used = conversation_.serve(Bytes(input_).subspan(total), pending_);
         total += used;
         host_.served(false);
-        if (!writing())
+        if (!writing()) {
             write();
-        if (conversation_.broken())
+        }
+        if (conversation_.broken()) {
             return drop(conversation_.broken());
+        }
         if (conversation_.is_ended()) {
             spdlog::info("closed a connection because of a fault");
             leave();
@@ -160,8 +166,9 @@ void Connection::hold_up(std::chrono::milliseconds delay) {
     }
     delay_timer_.expires_after(delay);
     delay_timer_.async_wait([self = shared_from_this()](Error error) {
-        if (error || !self->socket_.is_open())
+        if (error || !self->socket_.is_open()) {
             return;
+        }
         if (self->intake_ == Intake::held_up) {
             self->intake_ = Intake::open;
         }
@@ -173,15 +180,18 @@ void Connection::hold_up(std::chrono::milliseconds delay) {
 bool Connection::share_memory(uint32_t correlation) {
     Buffer frame;
     append_shared(frame, correlation);
-    if (!pending_.empty() || writing() || has_unread(socket_.native_handle()))
+    if (!pending_.empty() || writing() || has_unread(socket_.native_handle())) {
         return false;
+    }
     auto memory = SharedMemory::send(socket_.native_handle(), frame, host_.generation());
-    if (!memory)
+    if (!memory) {
         return false;
+    }
     const bool is_first = !memory_;
     memory_ = std::move(memory);
-    if (is_first)
+    if (is_first) {
         host_.shares_memory(*this);
+    }
     return true;
 }
 
@@ -194,18 +204,21 @@ void Connection::knock() {
 }
 
 void Connection::send_events() {
-    if (!socket_.is_open())
+    if (!socket_.is_open()) {
         return;
+    }
     conversation_.subscriber().take(pending_, Conversation::output_limit);
-    if (writing())
+    if (writing()) {
         return;
+    }
     write();
     update_stall(true);
 }
 
 void Connection::write() {
-    if (pending_.empty())
+    if (pending_.empty()) {
         return;
+    }
     std::swap(written_, pending_);
     // Called for each part that goes out: a client that reads slowly does read.
     const auto part_sent = [this](const Error &error, size_t) {
@@ -219,8 +232,9 @@ void Connection::write() {
 }
 
 void Connection::sent(Error error) {
-    if (error == asio::error::operation_aborted)
+    if (error == asio::error::operation_aborted) {
         return;
+    }
     if (error) {
         leave();
         return;
@@ -239,18 +253,21 @@ void Connection::sent(Error error) {
 }
 
 void Connection::update_stall(bool progress) {
-    if ((input_.empty() || conversation_.delay()) && !writing())
+    if ((input_.empty() || conversation_.delay()) && !writing()) {
         stalled_since_.reset();
-    else if (progress || !stalled_since_)
+    } else if (progress || !stalled_since_) {
         stalled_since_ = Clock::now();
-    if (stalled_since_)
+    }
+    if (stalled_since_) {
         host_.watch_stalls();
+    }
 }
 
 bool Connection::leave() {
     const auto self = shared_from_this();
-    if (!host_.left(*this))
+    if (!host_.left(*this)) {
         return false;
+    }
     close();
     return true;
 }

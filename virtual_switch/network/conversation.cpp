@@ -124,11 +124,13 @@ bool Conversation::give_memory(uint32_t correlation) {
 }
 
 bool Conversation::subscribe(Bytes body) {
-    if (body.size() % 4 != 0 || body.size() / 4 > max_subscribed_classes)
+    if (body.size() % 4 != 0 || body.size() / 4 > max_subscribed_classes) {
         return false;
+    }
     std::set<uint32_t> classes;
-    for (size_t at = 0; at < body.size(); at += 4)
+    for (size_t at = 0; at < body.size(); at += 4) {
         classes.insert(*load_word(body, at));
+    }
     switch_.counters.subscriptions += classes.size();
     switch_.counters.subscriptions -= subscriber_.classes().size();
     subscriber_.subscribe(std::move(classes));

@@ -45,8 +45,9 @@ Parsed parse_frame(Bytes input, Frame &frame, const char **reason) {
 }
 
 bool decode_request(Bytes body, Request &request) {
-    if (body.size() < MTS_WIRE_REQUEST_FIXED)
+    if (body.size() < MTS_WIRE_REQUEST_FIXED) {
         return false;
+    }
     request.service = *load_word(body, 0);
     request.opcode = *load_word(body, 4);
     request.kind = *load_word(body, 8);
@@ -55,8 +56,9 @@ bool decode_request(Bytes body, Request &request) {
     const uint32_t user_size = *load_word(body, 24);
     if (payload_size > MTS_WIRE_MAX_PAYLOAD || user_size > MTS_WIRE_MAX_USER ||
         (payload_size != 0 && payload_size != request.length) ||
-        body.size() - MTS_WIRE_REQUEST_FIXED != size_t{payload_size} + user_size)
+        body.size() - MTS_WIRE_REQUEST_FIXED != size_t{payload_size} + user_size) {
         return false;
+    }
     request.payload = body.subspan(MTS_WIRE_REQUEST_FIXED, payload_size);
     const Bytes user = body.subspan(MTS_WIRE_REQUEST_FIXED + size_t{payload_size}, user_size);
     request.user = {reinterpret_cast<const char *>(user.data()), user.size()};

@@ -37,8 +37,9 @@ class SettingsPublisher {
     bool update(const ServedSwitch &the_switch) {
         const Kept present{the_switch.roles.version(), the_switch.model.settings().tdx_enabled,
                            the_switch.model.settings().tdx_show_run, !the_switch.faults.list().empty()};
-        if (count_ != 0 && present == kept_)
+        if (count_ != 0 && present == kept_) {
             return false;
+        }
         kept_ = present;
         count_ = count_ == UINT32_MAX ? 1 : count_ + 1;
         return true;
@@ -71,14 +72,16 @@ class Server::Loop final : private ConnectionHost {
         Error error;
         const stream_protocol::endpoint endpoint(place_.path());
         acceptor_.open(endpoint.protocol(), error);
-        if (!error)
+        if (!error) {
             acceptor_.bind(endpoint, error);
+        }
         if (!error) {
             place_.set_permissions();
             acceptor_.listen(asio::socket_base::max_listen_connections, error);
         }
-        if (error)
+        if (error) {
             throw Refusal(fmt::format("Cannot listen on {}: {}.", place_.path(), error.message()));
+        }
     }
 
     void run(const std::function<void()> &reload);
@@ -139,8 +142,9 @@ class Server::Loop final : private ConnectionHost {
 
 void Server::Loop::accept() {
     acceptor_.async_accept([this](Error error, stream_protocol::socket socket) {
-        if (error == asio::error::operation_aborted || !acceptor_.is_open())
+        if (error == asio::error::operation_aborted || !acceptor_.is_open()) {
             return;
+        }
         if (!error) {
             out_of_descriptors_ = false;
             accepted(std::move(socket));
@@ -148,13 +152,15 @@ void Server::Loop::accept() {
         }
         // Out of descriptors or memory: the client stays in the queue of the kernel,
         // which would report it again at once.
-        if (!out_of_descriptors_)
+        if (!out_of_descriptors_) {
             spdlog::warn("cannot accept connections for now: {}", error.message());
+        }
         out_of_descriptors_ = true;
         accept_timer_.expires_after(accept_pause);
         accept_timer_.async_wait([this](Error timer_error) {
-            if (!timer_error && acceptor_.is_open())
+            if (!timer_error && acceptor_.is_open()) {
                 accept();
+            }
         });
     });
 }
@@ -167,18 +173,21 @@ bool Server::Loop::admits(int descriptor) {
         return true;
     }
     ++switch_.counters.refused_connections;
-    if (last_stranger_ != peer.uid)
+    if (last_stranger_ != peer.uid) {
         spdlog::warn("refused a connection of process {}: user {} may not use this switch", peer.pid, peer.uid);
+    }
     last_stranger_ = peer.uid;
     return false;
 }
 
 void Server::Loop::accepted(stream_protocol::socket socket) {
-    if (!admits(socket.native_handle()))
+    if (!admits(socket.native_handle())) {
         return;
+    }
     const bool full = connections_.size() >= options_.max_connections;
-    if (full && !std::exchange(full_, true))
+    if (full && !std::exchange(full_, true)) {
         spdlog::warn("{} connections are open: those that are idle make room for others", connections_.size());
+    }
     full_ = full;
     if (full && !give_up_an_idle_one()) {
         ++switch_.counters.dropped_connections;
@@ -195,25 +204,30 @@ bool Server::Loop::give_up_an_idle_one() {
     const auto latest = Clock::now() - options_.idle_time;
     const std::shared_ptr<Connection> *idlest = nullptr;
     const auto rank = [](const auto &one) { return std::pair(one->has_subscribed(), one->heard_at()); };
-    for (const auto &connection : connections_)
-        if (connection->heard_at() <= latest && (!idlest || rank(connection) < rank(*idlest)))
+    for (const auto &connection : connections_) {
+        if (connection->heard_at() <= latest && (!idlest || rank(connection) < rank(*idlest))) {
             idlest = &connection;
-    if (!idlest)
+        }
+    }
+    if (!idlest) {
         return false;
+    }
     ++switch_.counters.dropped_connections;
     (*idlest)->give_up();
     return true;
 }
 
 void Server::Loop::watch_stalls() {
-    if (watching_stalls_)
+    if (watching_stalls_) {
         return;
+    }
     watching_stalls_ = true;
     stall_timer_.expires_after(options_.stall_timeout / 4);
     stall_timer_.async_wait([this](Error error) {
         watching_stalls_ = false;
-        if (!error)
+        if (!error) {
             drop_stalled();
+        }
     });
 }
 
@@ -223,21 +237,25 @@ void Server::Loop::drop_stalled() {
     const auto connections = connections_; // dropping changes the set
     for (const auto &connection : connections) {
         const auto since = connection->stalled_since();
-        if (since && *since <= latest)
+        if (since && *since <= latest) {
             connection->drop("its client left a frame unfinished or its answers unread for too long");
-        else
+        } else {
             waiting = waiting || since;
+        }
     }
-    if (waiting)
+    if (waiting) {
         watch_stalls();
+    }
 }
 
 void Server::Loop::await_signal(const std::function<void()> &reload) {
     signals_.async_wait([this, &reload](Error error, int signal) {
-        if (error)
+        if (error) {
             return;
-        if (signal != SIGHUP)
+        }
+        if (signal != SIGHUP) {
             return shut_down();
+        }
         reload();
         publish_settings();
         await_signal(reload);
@@ -251,8 +269,9 @@ void Server::Loop::shut_down() {
     accept_timer_.cancel();
     stall_timer_.cancel();
     signals_.cancel(ignored);
-    for (const auto &connection : connections_)
+    for (const auto &connection : connections_) {
         connection->close();
+    }
     switch_.counters.connections -= connections_.size();
     sharing_.clear();
     connections_.clear();
@@ -273,8 +292,9 @@ void Server::Loop::serve_memories() {
 void Server::Loop::watch_memories() {
     auto socket_time = SpinWait::Clock::now() + socket_interval;
     while (!context_.stopped() && !sharing_.empty() && SpinWait::Clock::now() < spin_wait_.end()) {
-        if (SpinWait::until([this] { return is_posted(); }, std::min(spin_wait_.end(), socket_time)))
+        if (SpinWait::until([this] { return is_posted(); }, std::min(spin_wait_.end(), socket_time))) {
             serve_memories();
+        }
         if (SpinWait::Clock::now() >= socket_time) {
             context_.poll();
             socket_time = SpinWait::Clock::now() + socket_interval;
@@ -283,25 +303,30 @@ void Server::Loop::watch_memories() {
 }
 
 void Server::Loop::announce_sleep(bool sleeping) {
-    for (Connection *connection : sharing_)
+    for (Connection *connection : sharing_) {
         connection->memory().announce_sleep(sleeping);
+    }
 }
 
 void Server::Loop::publish_settings() {
-    if (settings_.update(switch_))
-        for (Connection *connection : sharing_)
+    if (settings_.update(switch_)) {
+        for (Connection *connection : sharing_) {
             connection->memory().publish_generation(settings_.generation());
+        }
+    }
 }
 
 void Server::Loop::served(bool by_memory) {
     publish_settings();
-    if (by_memory)
+    if (by_memory) {
         spin_wait_.note_request(SpinWait::Clock::now());
+    }
 }
 
 bool Server::Loop::left(Connection &connection) {
-    if (connections_.erase(connection.shared_from_this()) == 0)
+    if (connections_.erase(connection.shared_from_this()) == 0) {
         return false;
+    }
     std::erase(sharing_, &connection);
     --switch_.counters.connections;
     spdlog::debug("a client is gone, {} remain", connections_.size());
@@ -315,10 +340,11 @@ void Server::Loop::run(const std::function<void()> &reload) {
     do {
         watch_memories();
         announce_sleep(true);
-        if (is_posted())
+        if (is_posted()) {
             context_.poll();
-        else
+        } else {
             context_.run_one();
+        }
         announce_sleep(false);
         serve_memories();
     } while (!context_.stopped());

@@ -43,23 +43,27 @@ bool send_with_descriptor(int socket, Bytes frame, int descriptor) {
 // New memory that nobody can make smaller: that would turn reading it into a signal.
 mts_shared_memory *map_new(int descriptor) {
     if (ftruncate(descriptor, sizeof(mts_shared_memory)) != 0 ||
-        fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0)
+        fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
         return nullptr;
+    }
     void *mapped = mmap(nullptr, sizeof(mts_shared_memory), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    if (mapped == MAP_FAILED)
+    if (mapped == MAP_FAILED) {
         return nullptr;
+    }
     return new (mapped) mts_shared_memory{};
 }
 
 // Whether the requester knows this layout. Says it once, of the first that does not.
 bool is_of_same_version(const mts_shared_memory &shared) {
     const uint32_t version = shared.requester_version.load(std::memory_order_relaxed);
-    if (version == MTS_SHARED_VERSION)
+    if (version == MTS_SHARED_VERSION) {
         return true;
+    }
     static bool is_reported = false;
-    if (!std::exchange(is_reported, true))
+    if (!std::exchange(is_reported, true)) {
         spdlog::warn("a requester knows version {} of shared memory, the switch {}; its requests come over the socket",
                      version, MTS_SHARED_VERSION);
+    }
     return false;
 }
 
@@ -67,30 +71,34 @@ bool is_of_same_version(const mts_shared_memory &shared) {
 
 std::unique_ptr<SharedMemory> SharedMemory::send(int socket, Bytes frame, uint32_t generation) {
     const int descriptor = memfd_create("vswitch-requests", MFD_CLOEXEC | MFD_ALLOW_SEALING);
-    if (descriptor == -1)
+    if (descriptor == -1) {
         return nullptr;
+    }
     std::unique_ptr<SharedMemory> memory;
     if (mts_shared_memory *shared = map_new(descriptor)) {
         memory.reset(new SharedMemory(*shared));
         memory->publish_generation(generation);
     }
-    if (memory && !send_with_descriptor(socket, frame, descriptor))
+    if (memory && !send_with_descriptor(socket, frame, descriptor)) {
         memory.reset();
+    }
     close(descriptor);
     return memory;
 }
 
 SharedMemory::~SharedMemory() {
     // One that has refused the memory has posted nothing.
-    if (shared_.requester_version.load(std::memory_order_relaxed) != 0)
+    if (shared_.requester_version.load(std::memory_order_relaxed) != 0) {
         is_of_same_version(shared_);
+    }
     munmap(&shared_, sizeof shared_);
 }
 
 bool SharedMemory::take(Buffer &request) {
     uint32_t expected = MTS_SHARED_POSTED;
-    if (!shared_.state.compare_exchange_strong(expected, MTS_SHARED_TAKEN))
+    if (!shared_.state.compare_exchange_strong(expected, MTS_SHARED_TAKEN)) {
         return false;
+    }
     if (!is_of_same_version(shared_)) {
         // Where the request lies is not known: as if its sender had taken it back.
         shared_.state.store(MTS_SHARED_IDLE, std::memory_order_seq_cst);
@@ -123,10 +131,12 @@ void SpinWait::note_request(Clock::time_point now) {
     const auto gap = now - latest_;
     latest_ = now;
     longest_recent_gap_ -= longest_recent_gap_ / memory_of_gaps;
-    if (gap <= longest_gap)
+    if (gap <= longest_gap) {
         longest_recent_gap_ = std::max(longest_recent_gap_, gap);
-    if (enabled_)
+    }
+    if (enabled_) {
         end_ = now + std::max(2 * longest_recent_gap_, shortest_watch);
+    }
 }
 
 } // namespace vswitch

@@ -18,8 +18,9 @@ constexpr const char *filter_file = "debug.conf";
 constexpr size_t max_filter_file = 8192; // the agent reads no more
 
 const std::string &required_run_directory(const Call &call) {
-    if (call.the_switch.run_directory.empty())
+    if (call.the_switch.run_directory.empty()) {
         throw Refusal(STATUS_NO_INSTANCE, "The switch has no run directory.");
+    }
     return call.the_switch.run_directory;
 }
 
@@ -29,20 +30,22 @@ void show_filters(Call &call) {
     debug_filters filters{};
     const debug_filters_errors errors = debug_filters_parse({text.data(), text.size()}, filters);
     // These two classes are the module's own.
-    for (const uint32_t known : {100u, 101u})
+    for (const uint32_t known : {100u, 101u}) {
         if (std::none_of(filters.classes, filters.classes + filters.count,
                          [&](const debug_filter &filter) { return filter.event_class == known; }) &&
             filters.count < DEBUG_FILTERS_MAX) {
             filters.classes[filters.count] = debug_filters_of({}, known);
             ++filters.count;
         }
+    }
     std::sort(filters.classes, filters.classes + filters.count,
               [](const debug_filter &left, const debug_filter &right) { return left.event_class < right.event_class; });
     call.reply["classes"] = Json::array();
-    for (size_t at = 0; at < filters.count; ++at)
+    for (size_t at = 0; at < filters.count; ++at) {
         call.reply["classes"].push_back({{"class", filters.classes[at].event_class},
                                          {"history", filters.classes[at].history},
                                          {"debug", filters.classes[at].debug}});
+    }
     call.reply["unusableLines"] = errors.count;
 }
 
@@ -68,8 +71,9 @@ void set_filter(Call &call) {
     for (std::string_view rest = former; !rest.empty();) {
         const std::string_view line = rest.substr(0, rest.find('\n'));
         rest.remove_prefix(std::min(rest.size(), line.size() + 1));
-        if (!sets(line, what, event_class))
+        if (!sets(line, what, event_class)) {
             text += fmt::format("{}\n", line);
+        }
     }
     text += fmt::format("{} {} {}\n", what, event_class, state);
     debug_filters filters{};
@@ -78,9 +82,10 @@ void set_filter(Call &call) {
         return std::any_of(filters.classes, filters.classes + filters.count,
                            [&](const debug_filter &filter) { return filter.event_class == event_class; });
     };
-    if (text.size() > max_filter_file || !known())
+    if (text.size() > max_filter_file || !known()) {
         throw Refusal(
             fmt::format("{} has no room for another setting; it may name {} classes.", path, DEBUG_FILTERS_MAX));
+    }
     replace_file(path, text, Readers::folder_group);
     show_filters(call);
 }

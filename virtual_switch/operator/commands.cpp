@@ -15,10 +15,13 @@ constexpr size_t max_answer = MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED;
 
 const Command *find_command(std::string_view name) {
     for (const auto table :
-         {configuration_commands(), timer_commands(), status_commands(), fault_commands(), agent_file_commands()})
-        for (const Command &command : table)
-            if (name == command.name)
+         {configuration_commands(), timer_commands(), status_commands(), fault_commands(), agent_file_commands()}) {
+        for (const Command &command : table) {
+            if (name == command.name) {
                 return &command;
+            }
+        }
+    }
     return nullptr;
 }
 
@@ -28,22 +31,27 @@ Json run(ServedSwitch &the_switch, const Request &request) {
     const std::string_view text(reinterpret_cast<const char *>(request.payload.data()), request.payload.size());
     const Json json = unnamed.parse_object(text);
     const auto name_given = json.find("command");
-    if (name_given == json.end())
+    if (name_given == json.end()) {
         unnamed.fail("it has no \"command\"");
+    }
     const std::string &name = unnamed.text(*name_given, "\"command\"");
     const Command *command = find_command(name);
-    if (!command)
+    if (!command) {
         throw Refusal(STATUS_NO_SUCH_OPCODE, fmt::format("There is no command \"{}\".", JsonReader::printable(name)));
-    if (request.kind != command->kind)
+    }
+    if (request.kind != command->kind) {
         throw Refusal(STATUS_NO_SUCH_KIND,
                       fmt::format("The command {} is of kind {}, not {}.", name, command->kind, request.kind));
+    }
     const JsonReader reader(fmt::format("the command {}", name));
     for (const auto &[key, value] : json.items()) {
         bool known = key == "command";
-        for (const std::string_view candidate : command->arguments)
+        for (const std::string_view candidate : command->arguments) {
             known = known || candidate == key;
-        if (!known)
+        }
+        if (!known) {
             reader.fail(fmt::format("it takes no \"{}\"", JsonReader::printable(key)));
+        }
     }
     Call call{the_switch, {request.user, true}, Arguments(reader, json)};
     command->run(call);
@@ -114,8 +122,9 @@ const char *status_text(uint32_t status) {
 }
 
 void require(uint32_t status, const std::string &what) {
-    if (status != STATUS_SUCCESS)
+    if (status != STATUS_SUCCESS) {
         throw Refusal(status, fmt::format("{}: {}.", what, status_text(status)));
+    }
 }
 
 const Vsan &require_vsan(const Switch &the_switch, uint32_t id) {
@@ -137,48 +146,56 @@ void Arguments::fail_missing(const char *key) const {
 
 std::optional<uint32_t> Arguments::number(const char *key, Range allowed) const {
     const Json *value = find(key);
-    if (!value)
+    if (!value) {
         return std::nullopt;
+    }
     return reader_.number(*value, fmt::format("\"{}\"", key), allowed);
 }
 
 uint32_t Arguments::required_number(const char *key, Range allowed) const {
     const auto value = number(key, allowed);
-    if (!value)
+    if (!value) {
         fail_missing(key);
+    }
     return *value;
 }
 
 std::optional<std::string> Arguments::text(const char *key, size_t longest) const {
     const Json *value = find(key);
-    if (!value)
+    if (!value) {
         return std::nullopt;
+    }
     const std::string &found = reader_.text(*value, fmt::format("\"{}\"", key));
-    if (found.size() > longest)
+    if (found.size() > longest) {
         reader_.fail(fmt::format("\"{}\" must have at most {} characters", key, longest));
+    }
     return found;
 }
 
 std::string Arguments::required_text(const char *key, size_t longest) const {
     auto value = text(key, longest);
-    if (!value)
+    if (!value) {
         fail_missing(key);
+    }
     return std::move(*value);
 }
 
 std::optional<bool> Arguments::flag(const char *key) const {
     const Json *value = find(key);
-    if (!value)
+    if (!value) {
         return std::nullopt;
-    if (!value->is_boolean())
+    }
+    if (!value->is_boolean()) {
         reader_.fail(fmt::format("\"{}\" must be true or false", key));
+    }
     return value->get<bool>();
 }
 
 bool Arguments::required_flag(const char *key) const {
     const auto value = flag(key);
-    if (!value)
+    if (!value) {
         fail_missing(key);
+    }
     return *value;
 }
 
@@ -201,8 +218,9 @@ std::optional<uint32_t> Arguments::word(const char *key, Words words) const {
 
 uint32_t Arguments::required_word(const char *key, Words words) const {
     const auto value = word(key, words);
-    if (!value)
+    if (!value) {
         fail_missing(key);
+    }
     return *value;
 }
 

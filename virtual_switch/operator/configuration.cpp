@@ -66,8 +66,9 @@ void read_vsan(const Arguments &arguments, Vsan &vsan) {
     vsan.mtu = arguments.number("mtu", any_number).value_or(vsan.mtu);
     vsan.load_balancing = arguments.word("loadBalancing", load_balancing_words).value_or(vsan.load_balancing);
     vsan.interop = arguments.number("interop", any_number).value_or(vsan.interop);
-    if (const auto in_order = arguments.flag("inorderDelivery"))
+    if (const auto in_order = arguments.flag("inorderDelivery")) {
         vsan.inorder_delivery = *in_order ? TRUTH_TRUE : TRUTH_FALSE;
+    }
     // 0 would mean that nothing is said about it.
     vsan.drop_latency = arguments.number("networkDropLatency", {1, UINT32_MAX}).value_or(vsan.drop_latency);
 }
@@ -80,8 +81,9 @@ void change(Call &call, uint32_t id, Vsan wanted, bool create) {
 
 void create_vsan(Call &call) {
     const uint32_t id = call.arguments.required_number("id", vsan_numbers);
-    if (call.the_switch.model.vsan(id))
+    if (call.the_switch.model.vsan(id)) {
         throw Refusal(STATUS_BAD_RECORD, fmt::format("VSAN {} exists already.", id));
+    }
     change(call, id, new_vsan(id), true);
 }
 
@@ -151,8 +153,9 @@ void deny(Call &call) {
 
 Json ranges_json(const std::vector<Range> &ranges) {
     Json json = Json::array();
-    for (const auto &[first, last] : ranges)
+    for (const auto &[first, last] : ranges) {
         json.push_back(first == last ? fmt::format("{}", first) : fmt::format("{}-{}", first, last));
+    }
     return json;
 }
 
@@ -172,13 +175,15 @@ void list_roles(Call &call) {
         role = role == roles.end() ? role : role + 1;
     }
     Page page(call, "roles");
-    while (role != roles.end() && page.add(role_json(*role)))
+    while (role != roles.end() && page.add(role_json(*role))) {
         ++role;
+    }
 }
 
 void require_role_change(uint32_t status, const std::string &sentence, const std::string &name) {
-    if (status != STATUS_SUCCESS && !sentence.empty())
+    if (status != STATUS_SUCCESS && !sentence.empty()) {
         throw Refusal(status, sentence);
+    }
     require(status, fmt::format("Role \"{}\"", JsonReader::printable(name)));
 }
 

@@ -25,25 +25,30 @@ constexpr std::pair<const char *, std::optional<uint32_t> FaultMatch::*> match_k
 };
 
 const char *name_of(FaultAction action) {
-    for (const auto &[name, value] : actions)
-        if (value == static_cast<uint32_t>(action))
+    for (const auto &[name, value] : actions) {
+        if (value == static_cast<uint32_t>(action)) {
             return name;
+        }
+    }
     return "";
 }
 
 Json fault_json(const Fault &fault) {
     Json json = {{"number", fault.number}, {"action", name_of(fault.action)}, {"applied", fault.applied}};
-    for (const auto &[key, member] : match_keys)
-        if (fault.match.*member)
+    for (const auto &[key, member] : match_keys) {
+        if (fault.match.*member) {
             json[key] = *(fault.match.*member);
+        }
+    }
     if (fault.action == FaultAction::status) {
         json["status"] = fmt::format("0x{:08x}", fault.value);
         json["withData"] = fault.with_data;
     } else if (fault.action == FaultAction::delay || fault.action == FaultAction::short_reply) {
         json["value"] = fault.value;
     }
-    if (fault.remaining)
+    if (fault.remaining) {
         json["remaining"] = *fault.remaining;
+    }
     return json;
 }
 
@@ -51,17 +56,20 @@ void list_faults(Call &call) {
     const uint32_t after = call.arguments.number("after", any_number).value_or(0);
     Page page(call, "faults");
     call.reply["applied"] = call.the_switch.faults.applied();
-    for (const Fault &fault : call.the_switch.faults.list())
-        if (fault.number > after && !page.add(fault_json(fault)))
+    for (const Fault &fault : call.the_switch.faults.list()) {
+        if (fault.number > after && !page.add(fault_json(fault))) {
             break;
+        }
+    }
 }
 
 void add_fault(Call &call) {
     const Arguments &arguments = call.arguments;
     Fault fault;
     fault.action = static_cast<FaultAction>(arguments.required_word("action", actions));
-    for (const auto &[key, member] : match_keys)
+    for (const auto &[key, member] : match_keys) {
         fault.match.*member = arguments.number(key, any_number);
+    }
     switch (fault.action) {
     case FaultAction::status:
         fault.value = arguments.required_number("value", any_number);
@@ -73,26 +81,31 @@ void add_fault(Call &call) {
         fault.value = arguments.required_number("value", {0, MTS_WIRE_MAX_BODY});
         break;
     default:
-        if (arguments.json().contains("value"))
+        if (arguments.json().contains("value")) {
             arguments.reader().fail(fmt::format("\"{}\" takes no \"value\"", name_of(fault.action)));
+        }
     }
     fault.with_data = arguments.flag("withData").value_or(false);
-    if (fault.with_data && fault.action != FaultAction::status)
+    if (fault.with_data && fault.action != FaultAction::status) {
         arguments.reader().fail("\"withData\" is for \"status\" only");
+    }
     fault.remaining = arguments.number("times", {1, UINT32_MAX});
-    if (fault.match.service == MTS_SERVICE_SWITCH)
+    if (fault.match.service == MTS_SERVICE_SWITCH) {
         arguments.reader().fail("the switch's own service always answers");
+    }
     const uint32_t number = call.the_switch.faults.add(fault);
-    if (number == 0)
+    if (number == 0) {
         throw Refusal(STATUS_BAD_RECORD,
                       fmt::format("There are {} faults already; clear some first.", Faults::max_faults));
+    }
     call.reply = fault_json(call.the_switch.faults.list().back());
 }
 
 void clear_faults(Call &call) {
     const auto number = call.arguments.number("number", {1, UINT32_MAX});
-    if (number && !call.the_switch.faults.clear(*number))
+    if (number && !call.the_switch.faults.clear(*number)) {
         throw Refusal(STATUS_BAD_RECORD, fmt::format("There is no fault {}.", *number));
+    }
     call.reply["cleared"] = number ? 1 : call.the_switch.faults.clear();
 }
 

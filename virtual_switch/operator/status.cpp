@@ -15,8 +15,9 @@ constexpr size_t max_subscribers = 64; // so many are shown
 Json subscribers_json(const EventHub &events) {
     Json list = Json::array();
     for (const Subscriber *subscriber : events.subscribers()) {
-        if (list.size() == max_subscribers)
+        if (list.size() == max_subscribers) {
             break;
+        }
         list.push_back({{"number", subscriber->number()},
                         {"classes", subscriber->classes()},
                         {"queued", subscriber->queued()},
@@ -37,15 +38,18 @@ void show_switch(Call &call) {
         up += model.is_up(id);
     }
     uint32_t ports_up = 0;
-    for (const auto &[if_index, port] : model.ports())
+    for (const auto &[if_index, port] : model.ports()) {
         ports_up += port.link_up;
+    }
     uint64_t requests = 0;
-    for (const auto &[key, count] : the_switch.counters.requests)
+    for (const auto &[key, count] : the_switch.counters.requests) {
         requests += count;
+    }
 
     std::string wwn;
-    for (int shift = 56; shift >= 0; shift -= 8)
+    for (int shift = 56; shift >= 0; shift -= 8) {
         wwn += fmt::format("{}{:02x}", shift == 56 ? "" : ":", settings.wwn >> shift & 0xff);
+    }
     call.reply = {{"wwn", wwn},
                   {"pid", getpid()},
                   {"lastChange", the_switch.last_change().seconds},
@@ -65,8 +69,9 @@ void show_switch(Call &call) {
                     {"dropped", the_switch.events.totals().dropped}}},
                   {"subscribers", subscribers_json(the_switch.events)},
                   {"faults", {{"active", the_switch.faults.list().size()}, {"applied", the_switch.faults.applied()}}}};
-    if (model.session())
+    if (model.session()) {
         call.reply["tdx"]["heldBy"] = model.session()->user;
+    }
 }
 
 // Publishes events that nothing has caused: the storm that a receiver should survive.
@@ -86,15 +91,17 @@ void inject_events(Call &call) {
         change.former_oper_state = model.is_up(id) ? OPER_STATE_DOWN : OPER_STATE_UP;
         event = vsan_event(change);
     } else if (event_class == EVENT_PORT_MOVED) {
-        if (model.ports().empty())
+        if (model.ports().empty()) {
             throw Refusal(STATUS_NO_MORE_INTERFACES, "The switch has no port.");
+        }
         const auto &[if_index, port] = *model.ports().begin();
         event = port_event(if_index, port.vsan, port.vsan);
     } else {
         call.arguments.reader().fail(fmt::format("\"class\" must be {} or {}", EVENT_PORT_MOVED, EVENT_VSAN_CHANGED));
     }
-    for (uint32_t number = 0; number < count; ++number)
+    for (uint32_t number = 0; number < count; ++number) {
         call.the_switch.events.publish(event);
+    }
     call.reply["published"] = count;
 }
 

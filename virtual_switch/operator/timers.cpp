@@ -58,9 +58,10 @@ void show_timers(Call &call) {
 // As require, naming the session's holder where somebody else's session is in the way.
 void require_unlocked(const Call &call, uint32_t status, const std::string &what) {
     const auto &session = call.the_switch.model.session();
-    if (status == STATUS_TDX_LOCKED && session)
+    if (status == STATUS_TDX_LOCKED && session) {
         throw Refusal(status, fmt::format("{}: {}; it is held by \"{}\".", what, status_text(status),
                                           JsonReader::printable(session->user)));
+    }
     require(status, what);
 }
 
@@ -125,12 +126,15 @@ void show_tdx(Call &call) {
     call.reply["enabled"] = settings.tdx_enabled;
     call.reply["showRun"] = settings.tdx_show_run;
     call.reply["refusing"] = settings.tdx_refusing;
-    if (!model.session())
+    if (!model.session()) {
         return;
+    }
     call.reply["user"] = model.session()->user;
-    for (const auto &[vsan, timers] : model.session()->pending)
-        if ((!after || vsan > *after) && !page.add({{"vsan", vsan}, {"timers", timers_json(timers)}}))
+    for (const auto &[vsan, timers] : model.session()->pending) {
+        if ((!after || vsan > *after) && !page.add({{"vsan", vsan}, {"timers", timers_json(timers)}})) {
             break;
+        }
+    }
 }
 
 void answer_tdx(Call &call, uint32_t status) {

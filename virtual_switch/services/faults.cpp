@@ -20,16 +20,19 @@ Named named_in(const Request &request) {
         named.vsan = vsan_of_block(request.payload);
     } else if (request.service == MTS_SERVICE_VSAN && request.opcode == MTS_OP_INTERFACE) {
         const auto record = decode_interface_record(request.payload);
-        if (record)
+        if (record) {
             named = {record->vsan, record->if_index};
+        }
     } else if (request.service == MTS_SERVICE_VSAN && request.opcode == MTS_OP_TIMER) {
         const auto record = decode_timer_record(request.payload);
-        if (record && record->per_vsan)
+        if (record && record->per_vsan) {
             named.vsan = record->vsan;
+        }
     } else if (request.service == MTS_SERVICE_PORT && request.opcode == MTS_OP_PORT_MEMBERSHIP) {
         const auto member = decode_membership_record(request.payload);
-        if (member)
+        if (member) {
             named = {member->vsan, member->if_index};
+        }
     }
     return named;
 }
@@ -45,8 +48,9 @@ bool matches(const FaultMatch &match, const Request &request, const Named &named
 } // namespace
 
 uint32_t Faults::add(Fault fault) {
-    if (faults_.size() >= max_faults)
+    if (faults_.size() >= max_faults) {
         return 0;
+    }
     fault.number = ++last_number_;
     fault.applied = 0;
     faults_.push_back(fault);
@@ -64,20 +68,24 @@ size_t Faults::clear() {
 }
 
 std::optional<Fault> Faults::take(const Request &request) {
-    if (faults_.empty() || request.service == MTS_SERVICE_SWITCH)
+    if (faults_.empty() || request.service == MTS_SERVICE_SWITCH) {
         return std::nullopt;
+    }
     const Named named = named_in(request);
     const auto found = std::find_if(faults_.begin(), faults_.end(),
                                     [&](const Fault &fault) { return matches(fault.match, request, named); });
-    if (found == faults_.end())
+    if (found == faults_.end()) {
         return std::nullopt;
+    }
     ++applied_;
     ++found->applied;
-    if (found->remaining)
+    if (found->remaining) {
         --*found->remaining;
+    }
     const Fault taken = *found;
-    if (taken.remaining == 0u)
+    if (taken.remaining == 0u) {
         faults_.erase(found);
+    }
     return taken;
 }
 

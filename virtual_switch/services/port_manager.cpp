@@ -17,23 +17,26 @@ uint32_t get_switch_name(const ServedSwitch &the_switch, const Request &, Buffer
 }
 
 uint32_t answer_membership(const std::optional<Member> &member, uint32_t otherwise, Buffer &data) {
-    if (!member)
+    if (!member) {
         return otherwise;
+    }
     append_membership_record(data, *member);
     return STATUS_SUCCESS;
 }
 
 uint32_t get_membership(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto key = decode_membership_record(request.payload);
-    if (!key)
+    if (!key) {
         return STATUS_BAD_LENGTH;
+    }
     return answer_membership(the_switch.model.member(*key), STATUS_NO_SUCH_MEMBERSHIP, data);
 }
 
 uint32_t get_next_membership(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto key = decode_membership_record(request.payload);
-    if (!key)
+    if (!key) {
         return STATUS_BAD_LENGTH;
+    }
     return answer_membership(the_switch.model.member_after(*key), STATUS_NO_MORE_MEMBERSHIPS, data);
 }
 

@@ -15,12 +15,13 @@ constexpr size_t max_counted_requests = 256;
 void count_request(Counters &counters, const Request &request) {
     const Counters::Key key{request.service, request.opcode, request.kind};
     const auto known = counters.requests.find(key);
-    if (known != counters.requests.end())
+    if (known != counters.requests.end()) {
         ++known->second;
-    else if (counters.requests.size() < max_counted_requests)
+    } else if (counters.requests.size() < max_counted_requests) {
         counters.requests.emplace(key, 1);
-    else
+    } else {
         ++counters.requests[{0, 0, 0}];
+    }
 }
 
 std::span<const Operation> operations_of(uint32_t service) {
@@ -44,19 +45,23 @@ std::span<const Operation> operations_of(uint32_t service) {
 // its own status.
 uint32_t perform(ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const auto operations = operations_of(request.service);
-    if (operations.empty())
+    if (operations.empty()) {
         return STATUS_NO_SUCH_SERVICE;
+    }
     bool known_opcode = false;
     for (const Operation &operation : operations) {
-        if (operation.opcode != request.opcode)
+        if (operation.opcode != request.opcode) {
             continue;
+        }
         known_opcode = true;
-        if (operation.kind != request.kind)
+        if (operation.kind != request.kind) {
             continue;
+        }
         const size_t payload_length = operation.has_payload ? request.length : 0;
         if (request.length < operation.min_length || request.length > operation.max_length ||
-            request.payload.size() != payload_length)
+            request.payload.size() != payload_length) {
             return STATUS_BAD_LENGTH;
+        }
         return operation.answer ? operation.answer(the_switch, request, data)
                                 : operation.change(the_switch, request, data);
     }
@@ -105,12 +110,14 @@ std::span<const Operation> distribution_service_operations() {
 }
 
 void answer_request(ServedSwitch &the_switch, const Request &request, Reply &reply) {
-    if (request.service != MTS_SERVICE_SWITCH)
+    if (request.service != MTS_SERVICE_SWITCH) {
         count_request(the_switch.counters, request);
+    }
     reply.data.clear();
     reply.status = perform(the_switch, request, reply.data);
-    if (reply.status != STATUS_SUCCESS && request.service != MTS_SERVICE_SWITCH)
+    if (reply.status != STATUS_SUCCESS && request.service != MTS_SERVICE_SWITCH) {
         reply.data.clear();
+    }
     reply.has_data = !reply.data.empty();
 }
 

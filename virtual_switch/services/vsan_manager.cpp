@@ -116,13 +116,15 @@ uint32_t get_latency(const ServedSwitch &the_switch, const Request &request, Buf
 // Decodes a timer record; returns why it cannot be one. Key 0 of a VSAN is no timer.
 uint32_t decode_timer(const Request &request, TimerRecord &record, std::optional<Timer> &timer) {
     const auto decoded = decode_timer_record(request.payload);
-    if (!decoded)
+    if (!decoded) {
         return STATUS_BAD_LENGTH;
+    }
     record = *decoded;
     timer = timer_of_key(record.key);
     const bool is_key_known = timer || (record.key == 0 && record.per_vsan == 1);
-    if (record.per_vsan > 1 || !is_key_known || (record.per_vsan == 0 && record.vsan != 0))
+    if (record.per_vsan > 1 || !is_key_known || (record.per_vsan == 0 && record.vsan != 0)) {
         return STATUS_BAD_RECORD;
+    }
     return STATUS_SUCCESS;
 }
 
@@ -133,18 +135,21 @@ uint32_t decode_timer(const Request &request, TimerRecord &record, std::optional
 uint32_t answer_timer(const SwitchModel &model, const Request &request, bool distributed, Buffer &data) {
     TimerRecord record;
     std::optional<Timer> timer;
-    if (const uint32_t status = decode_timer(request, record, timer); status != STATUS_SUCCESS)
+    if (const uint32_t status = decode_timer(request, record, timer); status != STATUS_SUCCESS) {
         return status;
+    }
     if (!record.per_vsan) {
         record.value = distributed ? distributed_switch_timer(model, *timer) : model.settings().timers[*timer];
     } else {
-        if (!model.vsan(record.vsan))
+        if (!model.vsan(record.vsan)) {
             return missing_vsan(record.vsan);
+        }
         const auto value = !timer        ? std::optional(0u)
                            : distributed ? distributed_timer(model, record.vsan, *timer)
                                          : running_timer(model, record.vsan, *timer);
-        if (!value)
+        if (!value) {
             return STATUS_NO_SUCH_ATTRIBUTE;
+        }
         record.value = *value;
     }
     append_timer_record(data, record);
@@ -160,8 +165,9 @@ uint32_t get_timer(const ServedSwitch &the_switch, const Request &request, Buffe
 // refuses while it has no fabric.
 uint32_t get_distributed_timer(const ServedSwitch &the_switch, const Request &request, Buffer &data) {
     const Settings &settings = the_switch.model.settings();
-    if (the_switch.model.distribution() == Distribution::off || settings.tdx_show_run || settings.tdx_refusing)
+    if (the_switch.model.distribution() == Distribution::off || settings.tdx_show_run || settings.tdx_refusing) {
         return STATUS_TDX_REFUSED;
+    }
     return answer_timer(the_switch.model, request, true, data);
 }
 
@@ -173,39 +179,46 @@ Requester requester_of(const Request &request) {
 
 uint32_t set_vsan(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto record = decode_vsan_block(request.payload);
-    if (!record)
+    if (!record) {
         return STATUS_BAD_LENGTH;
+    }
     // Whether this creates the VSAN follows from whether it is there: a record that
     // changes one says "active", too.
-    if (record->row_status != ROW_STATUS_ACTIVE && record->row_status != ROW_STATUS_CREATE_AND_GO)
+    if (record->row_status != ROW_STATUS_ACTIVE && record->row_status != ROW_STATUS_CREATE_AND_GO) {
         return STATUS_BAD_ROW_STATUS;
+    }
     return change_vsan(the_switch, requester_of(request), record->id, record->vsan, true);
 }
 
 uint32_t remove_vsan(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto id = vsan_of_block(request.payload);
-    if (!id)
+    if (!id) {
         return STATUS_BAD_LENGTH;
+    }
     return delete_vsan(the_switch, requester_of(request), *id);
 }
 
 uint32_t set_interface(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto record = decode_interface_record(request.payload);
-    if (!record)
+    if (!record) {
         return STATUS_BAD_LENGTH;
+    }
     return change_port(the_switch, requester_of(request), record->if_index, record->vsan, record->deny_list);
 }
 
 uint32_t set_timer(ServedSwitch &the_switch, const Request &request, Buffer &) {
     TimerRecord record;
     std::optional<Timer> timer;
-    if (const uint32_t status = decode_timer(request, record, timer); status != STATUS_SUCCESS)
+    if (const uint32_t status = decode_timer(request, record, timer); status != STATUS_SUCCESS) {
         return status;
-    if (!timer || record.flag > 1)
+    }
+    if (!timer || record.flag > 1) {
         return STATUS_BAD_RECORD;
+    }
     const bool force = record.flag == 1;
-    if (record.per_vsan)
+    if (record.per_vsan) {
         return set_vsan_timer(the_switch, requester_of(request), record.vsan, *timer, record.value, force);
+    }
     return set_switch_timer(the_switch, requester_of(request), *timer, record.value, force);
 }
 
@@ -220,18 +233,21 @@ uint32_t set_latency_record(ServedSwitch &the_switch, const Request &request, Bu
 
 uint32_t set_inorder_delivery_word(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto value = load_word(request.payload, 0);
-    if (!value)
+    if (!value) {
         return STATUS_BAD_LENGTH;
+    }
     return set_inorder_delivery(the_switch, requester_of(request), *value);
 }
 
 // A TruthValue: whether VSAN events are published.
 uint32_t set_status_trap(ServedSwitch &the_switch, const Request &request, Buffer &) {
     const auto value = load_word(request.payload, 0);
-    if (!value)
+    if (!value) {
         return STATUS_BAD_LENGTH;
-    if (!truth_values.contains(*value))
+    }
+    if (!truth_values.contains(*value)) {
         return STATUS_BAD_RECORD;
+    }
     return set_status_events(the_switch, requester_of(request), *value == TRUTH_TRUE);
 }
 

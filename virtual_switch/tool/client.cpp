@@ -28,22 +28,26 @@ std::string user_name() {
 Json send(uint32_t kind, const std::string &command, Json arguments) {
     arguments["command"] = command;
     const std::string text = arguments.dump(-1, ' ', false, Json::error_handler_t::replace);
-    if (text.size() > MTS_WIRE_MAX_PAYLOAD)
+    if (text.size() > MTS_WIRE_MAX_PAYLOAD) {
         throw Refusal("The command is too long.");
+    }
     auto length = static_cast<uint32_t>(text.size());
     void *data = nullptr;
     const uint32_t status = cmi_req_resp(MTS_OP_SWITCH_COMMAND, kind, text.data(), &data, &length, user_name().c_str(),
                                          0, MTS_SERVICE_SWITCH, mts_response_q, wait_class);
     const int reason = errno;
     const std::unique_ptr<void, decltype(&std::free)> owner(data, std::free);
-    if (status == UINT32_MAX)
+    if (status == UINT32_MAX) {
         throw Refusal(connection_problem(reason));
+    }
     const auto *bytes = static_cast<const char *>(data);
     Json reply = Json::parse(bytes, bytes + (data ? length : 0), nullptr, false);
-    if (status == 0 && reply.is_object())
+    if (status == 0 && reply.is_object()) {
         return reply;
-    if (reply.is_object() && reply.contains("error") && reply["error"].is_string())
+    }
+    if (reply.is_object() && reply.contains("error") && reply["error"].is_string()) {
         throw Refusal(reply["error"].get<std::string>());
+    }
     throw Refusal(fmt::format("The switch answered {} with status 0x{:08x} and no explanation.", command, status));
 }
 
@@ -87,10 +91,12 @@ Json list(const std::string &command, const char *key, const char *after, Json a
     for (;;) {
         Json reply = look(command, arguments);
         const bool more = reply.value("more", false);
-        if (!reply.contains(key) || !reply[key].is_array() || (more && reply[key].empty()))
+        if (!reply.contains(key) || !reply[key].is_array() || (more && reply[key].empty())) {
             throw Refusal(fmt::format("The switch answered {} with something else.", command));
-        for (Json &row : reply[key])
+        }
+        for (Json &row : reply[key]) {
             rows.push_back(std::move(row));
+        }
         if (!more) {
             reply.erase("more");
             reply[key] = std::move(rows);
@@ -101,12 +107,15 @@ Json list(const std::string &command, const char *key, const char *after, Json a
 }
 
 uint32_t find_port(const std::string &text) {
-    if (text.find_first_not_of("0123456789") == std::string::npos)
+    if (text.find_first_not_of("0123456789") == std::string::npos) {
         return static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
+    }
     const Json reply = list("port.list", "ports", "ifIndex");
-    for (const Json &port : reply.at("ports"))
-        if (port.at("name") == text)
+    for (const Json &port : reply.at("ports")) {
+        if (port.at("name") == text) {
             return port.at("ifIndex").get<uint32_t>();
+        }
+    }
     throw Refusal(fmt::format("There is no port {}.", text));
 }
 

@@ -25,10 +25,11 @@ constexpr int exit_usage = 2;
 bool as_json = false;
 
 void show(const Json &reply, Printer print) {
-    if (as_json)
+    if (as_json) {
         vswitchctl::print_json(reply);
-    else
+    } else {
         print(reply);
+    }
 }
 
 // What the words of the command line make of one command of the tool.
@@ -40,34 +41,41 @@ std::map<const CLI::App *, std::function<void()>> actions;
 
 // A number, decimal or after 0x hexadecimal, or a word that stands for one.
 uint32_t number(const std::string &option, const std::string &text, vswitchctl::Words words) {
-    for (const auto &[word, value] : words)
-        if (text == word)
+    for (const auto &[word, value] : words) {
+        if (text == word) {
             return value;
+        }
+    }
     const bool hexadecimal = text.starts_with("0x");
     const char *end = text.data() + text.size();
     uint32_t value = 0;
     const auto result = std::from_chars(text.data() + (hexadecimal ? 2 : 0), end, value, hexadecimal ? 16 : 10);
-    if (result.ec == std::errc() && result.ptr == end)
+    if (result.ec == std::errc() && result.ptr == end) {
         return value;
+    }
     std::string wanted = "a number from 0 to 4294967295";
-    for (const auto &[word, stands_for] : words)
+    for (const auto &[word, stands_for] : words) {
         wanted += fmt::format(", {}", word);
+    }
     wrong_value(option, text, wanted);
 }
 
 bool on_or_off(const std::string &option, const std::string &text) {
-    if (text != "on" && text != "off")
+    if (text != "on" && text != "off") {
         wrong_value(option, text, "on or off");
+    }
     return text == "on";
 }
 
 // A port as the switch takes it: its ifIndex, or its name.
 Json port(const std::string &option, const std::string &text) {
     if (text.starts_with("fc") && text.size() > 2 && text.size() < 8 &&
-        text.find_first_not_of("0123456789", 2) == std::string::npos)
+        text.find_first_not_of("0123456789", 2) == std::string::npos) {
         return text;
-    if (text.find_first_not_of("0123456789") != std::string::npos)
+    }
+    if (text.find_first_not_of("0123456789") != std::string::npos) {
         wrong_value(option, text, "an ifIndex or fc1, fc2, ...");
+    }
     return number(option, text, {});
 }
 
@@ -109,8 +117,9 @@ class Command {
     void texts(const std::string &option, const char *key, const std::string &help, const char *type) {
         text_option(option, key, help, type, [](const std::string &, const std::string &given) {
             Json list = Json::array();
-            for (const std::string &item : CLI::detail::split(given, ','))
+            for (const std::string &item : CLI::detail::split(given, ',')) {
                 list.push_back(item);
+            }
             return list;
         });
     }
@@ -188,8 +197,9 @@ void add_vsan(CLI::App &app) {
     set.number("id", "id", "VSAN number")->required();
     add_vsan_options(set);
     set.run([arguments = set.arguments()] {
-        if (arguments->size() < 2)
+        if (arguments->size() < 2) {
             throw CLI::RequiredError("One of the options that change something");
+        }
         show(vswitchctl::change("vsan.set", *arguments), vswitchctl::print_vsan);
     });
     Command remove(group, "delete", "Deletes a VSAN; its ports move to VSAN 1", "  vswitchctl vsan delete 50");
@@ -213,9 +223,11 @@ void add_port(CLI::App &app) {
     one.run([arguments = one.arguments()] {
         const Json &wanted = arguments->at("ifIndex");
         const Json reply = vswitchctl::list("port.list", "ports", "ifIndex");
-        for (const Json &port : reply.at("ports"))
-            if (port.at("ifIndex") == wanted || port.at("name") == wanted)
+        for (const Json &port : reply.at("ports")) {
+            if (port.at("ifIndex") == wanted || port.at("name") == wanted) {
                 return show(port, vswitchctl::print_port);
+            }
+        }
         throw vswitchctl::Refusal(fmt::format("There is no port {}.", wanted.dump()));
     });
     Command move(group, "move", "Moves a port to a VSAN",
@@ -327,10 +339,12 @@ void add_tdx(CLI::App &app) {
 }
 
 void print_histories(const Json &reply) {
-    if (reply.at("histories").empty())
+    if (reply.at("histories").empty()) {
         fmt::print("No agent has left an event history.\n");
-    for (const Json &history : reply.at("histories"))
+    }
+    for (const Json &history : reply.at("histories")) {
         vswitchctl::print_history(history);
+    }
 }
 
 void add_agent(CLI::App &app) {
@@ -341,8 +355,9 @@ void add_agent(CLI::App &app) {
     history.app().add_option("--last", question->last, "Only so many of the latest records")->type_name("N");
     history.number("--class", "class", "Only one class: failures or trace", vswitchctl::class_words);
     history.run([arguments = history.arguments(), question] {
-        if (arguments->contains("class"))
+        if (arguments->contains("class")) {
             question->event_class = arguments->at("class").get<uint32_t>();
+        }
         show(vswitchctl::read_histories(*question), print_histories);
     });
 
@@ -389,8 +404,9 @@ void add_fault(CLI::App &app) {
     add.run([arguments = add.arguments(), port_name] {
         const std::string action = arguments->at("action");
         const bool takes_value = action == "status" || action == "delay" || action == "short";
-        if (takes_value != arguments->contains("value"))
+        if (takes_value != arguments->contains("value")) {
             throw CLI::ValidationError(action, takes_value ? "needs a value" : "takes no value");
+        }
         if (!port_name->empty()) {
             port("--port", *port_name);
             (*arguments)["ifIndex"] = vswitchctl::find_port(*port_name);
@@ -463,8 +479,9 @@ int main(int argc, char **argv) {
     add_watch(app);
     try {
         app.parse(argc, argv);
-        if (!run_directory.empty())
+        if (!run_directory.empty()) {
             setenv(RUN_DIRECTORY_VARIABLE, run_directory.c_str(), 1);
+        }
         actions.at (&chosen(app))();
         return std::fflush(stdout) == 0 ? 0 : exit_refused;
     } catch (const CLI::ParseError &error) {

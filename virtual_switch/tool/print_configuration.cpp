@@ -36,9 +36,10 @@ void print_json(const Json &reply) {
 
 void print_vsans(const Json &reply) {
     Table table({{"VSAN", true}, {"Name"}, {"State"}, {"Oper"}, {"Ports", true}, {"Up", true}, {"Load balancing"}});
-    for (const Json &vsan : reply.at("vsans"))
+    for (const Json &vsan : reply.at("vsans")) {
         table.add({text(vsan, "id"), text(vsan, "name"), text(vsan, "state"), text(vsan, "oper"), text(vsan, "ports"),
                    text(vsan, "portsUp"), text(vsan, "loadBalancing")});
+    }
     table.print();
 }
 
@@ -57,9 +58,10 @@ void print_vsan(const Json &reply) {
 
 void print_ports(const Json &reply) {
     Table table({{"Port"}, {"ifIndex", true}, {"VSAN", true}, {"Link"}, {"Deny list", true}});
-    for (const Json &port : reply.at("ports"))
+    for (const Json &port : reply.at("ports")) {
         table.add({text(port, "name"), text(port, "ifIndex"), text(port, "vsan"), text(port, "link"),
                    text(port, "denyList")});
+    }
     table.print();
 }
 
@@ -75,8 +77,9 @@ void print_roles(const Json &reply) {
     }
     for (const Json &role : reply.at("roles")) {
         fmt::print("Role {}\n", printable(text(role, "name")));
-        for (const char *key : {"users", "vsans", "interfaces"})
+        for (const char *key : {"users", "vsans", "interfaces"}) {
             fmt::print("  {:<12}{}\n", key, shortened(printable(joined(role.at(key))), line_width - 14));
+        }
     }
 }
 

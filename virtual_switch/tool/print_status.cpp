@@ -30,11 +30,13 @@ std::string port_ranges(const std::vector<unsigned> &positions) {
     std::string line;
     for (size_t at = 0; at < positions.size();) {
         size_t last = at;
-        while (last + 1 < positions.size() && positions[last + 1] == positions[last] + 1)
+        while (last + 1 < positions.size() && positions[last + 1] == positions[last] + 1) {
             ++last;
+        }
         line += fmt::format("{}fc{}", line.empty() ? "" : ",", positions[at]);
-        if (last > at)
+        if (last > at) {
             line += fmt::format("-{}", positions[last]);
+        }
         at = last + 1;
     }
     return line.empty() ? "-" : line;
@@ -42,18 +44,22 @@ std::string port_ranges(const std::vector<unsigned> &positions) {
 
 std::string timer_line(const Json &values) {
     std::string line;
-    for (const char *timer : timer_words)
-        if (values.contains(timer))
+    for (const char *timer : timer_words) {
+        if (values.contains(timer)) {
             line += fmt::format("{}{} {}", line.empty() ? "" : ", ", timer, text(values, timer));
+        }
+    }
     return line;
 }
 
 std::string distribution(const Json &tdx) {
     std::string line = tdx.at("enabled").get<bool>() ? "on" : "off";
-    if (tdx.at("showRun").get<bool>())
+    if (tdx.at("showRun").get<bool>()) {
         line += ", reads show the running configuration";
-    if (tdx.value("refusing", false))
+    }
+    if (tdx.value("refusing", false)) {
         line += ", refusing";
+    }
     return line;
 }
 
@@ -67,27 +73,31 @@ void print_switch(const Json &reply) {
     fmt::print("  Ports         {}, {} up\n", number("ports", "total"), number("ports", "up"));
     fmt::print("  Last change   {}\n", time_text(reply.at("lastChange").get<std::time_t>()));
     fmt::print("  Distribution  {}\n", distribution(reply.at("tdx")));
-    if (reply.at("tdx").contains("heldBy"))
+    if (reply.at("tdx").contains("heldBy")) {
         fmt::print("                session of {}\n", shortened(printable(number("tdx", "heldBy")), 50));
+    }
     fmt::print("  Requests      {}\n", text(reply, "requests"));
     fmt::print("  Connections   {}, {} dropped, {} refused\n", number("connections", "open"),
                number("connections", "dropped"), number("connections", "refused"));
     fmt::print("  Events        {} published, {} without a receiver, {} dropped{}\n", number("events", "published"),
                number("events", "missed"), number("events", "dropped"),
                reply.at("statusEvents").get<bool>() ? "" : "; those of VSANs are off");
-    for (const Json &subscriber : reply.at("subscribers"))
+    for (const Json &subscriber : reply.at("subscribers")) {
         fmt::print("                receiver {}: {} delivered, {} waiting, {} dropped\n", text(subscriber, "number"),
                    text(subscriber, "delivered"), text(subscriber, "queued"), text(subscriber, "dropped"));
+    }
     fmt::print("  Faults        {} set, applied {} times\n\n", number("faults", "active"), number("faults", "applied"));
 
     std::map<unsigned, std::vector<unsigned>> positions;
     unsigned position = 0;
-    for (const Json &port : reply.at("portList"))
+    for (const Json &port : reply.at("portList")) {
         positions[port.at("vsan").get<unsigned>()].push_back(++position);
+    }
     Table table({{"VSAN", true}, {"Name"}, {"State"}, {"Oper"}, {"Up/Ports", true}, {"Ports"}});
-    for (const Json &vsan : reply.at("vsanList"))
+    for (const Json &vsan : reply.at("vsanList")) {
         table.add({text(vsan, "id"), text(vsan, "name"), text(vsan, "state"), text(vsan, "oper"),
                    text(vsan, "portsUp") + "/" + text(vsan, "ports"), port_ranges(positions[vsan.at("id")])});
+    }
     table.print();
 }
 
@@ -103,8 +113,9 @@ void print_timers(const Json &reply) {
                  {"At the distribution service"}});
     for (const Json &vsan : reply.at("vsans")) {
         std::vector<std::string> row = {text(vsan, "id")};
-        for (const char *timer : timer_words)
+        for (const char *timer : timer_words) {
             row.push_back(text(vsan.at("running"), timer) + (vsan.at("own").contains(timer) ? "*" : " "));
+        }
         const std::string distributed = vsan.contains("distributed") ? timer_line(vsan["distributed"]) : "";
         row.push_back(distributed.empty() ? "-" : distributed);
         table.add(row);
@@ -131,22 +142,26 @@ void print_tdx(const Json &reply) {
 }
 
 void print_history(const Json &reply) {
-    if (reply.at("records").empty())
+    if (reply.at("records").empty()) {
         fmt::print("The history of {} is empty.\n", printable(text(reply, "name")));
-    for (const Json &record : reply.at("records"))
+    }
+    for (const Json &record : reply.at("records")) {
         fmt::print("{} {}[{}] {}: {}\n", text(record, "time"), printable(text(reply, "name")), text(record, "pid"),
                    text(record, "class"), printable(text(record, "text")));
+    }
 }
 
 void print_filters(const Json &reply) {
     Table table({{"Class", true}, {"History"}, {"Debug"}});
-    for (const Json &filter : reply.at("classes"))
+    for (const Json &filter : reply.at("classes")) {
         table.add({text(filter, "class"), filter.at("history").get<bool>() ? "on" : "off",
                    filter.at("debug").get<bool>() ? "on" : "off"});
+    }
     table.print();
     const auto unusable = reply.at("unusableLines").get<unsigned>();
-    if (unusable > 0)
+    if (unusable > 0) {
         fmt::print("{} of the file's lines cannot be understood.\n", unusable);
+    }
 }
 
 void print_faults(const Json &reply) {
@@ -157,14 +172,18 @@ void print_faults(const Json &reply) {
     Table table({{"Fault", true}, {"Action"}, {"Left", true}, {"Applied", true}, {"For requests with"}});
     for (const Json &fault : reply.at("faults")) {
         std::string action = text(fault, "action");
-        if (fault.contains("status"))
+        if (fault.contains("status")) {
             action += " " + text(fault, "status") + (fault.at("withData").get<bool>() ? " with data" : "");
-        if (fault.contains("value"))
+        }
+        if (fault.contains("value")) {
             action += " " + text(fault, "value");
+        }
         std::string match;
-        for (const char *key : {"service", "opcode", "kind", "vsan", "ifIndex"})
-            if (fault.contains(key))
+        for (const char *key : {"service", "opcode", "kind", "vsan", "ifIndex"}) {
+            if (fault.contains(key)) {
                 match += fmt::format("{}{} {}", match.empty() ? "" : ", ", key, text(fault, key));
+            }
+        }
         table.add({text(fault, "number"), action, fault.contains("remaining") ? text(fault, "remaining") : "-",
                    text(fault, "applied"), match.empty() ? "anything" : match});
     }

@@ -23,12 +23,14 @@ Json unknown_event(uint32_t event_class) {
 
 Json vsan_event(const void *payload, uint32_t size) {
     uint32_t condition = 0, vsan = 0, created = 0;
-    if (vsan_range_config_change_get_info(payload, size, &condition, &vsan, &created) != 0)
+    if (vsan_range_config_change_get_info(payload, size, &condition, &vsan, &created) != 0) {
         return unknown_event(EVENT_VSAN_CHANGED);
+    }
     const auto attribute = [&](uint32_t key) {
         uint32_t value = 0, former = 0;
-        if (vsan_range_config_change_get_attr_values(payload, size, key, &value, &former) != 0)
+        if (vsan_range_config_change_get_attr_values(payload, size, key, &value, &former) != 0) {
             value = former = 0;
+        }
         return std::pair(read_be32(reinterpret_cast<const uint8_t *>(&value)),
                          read_be32(reinterpret_cast<const uint8_t *>(&former)));
     };
@@ -46,8 +48,9 @@ Json vsan_event(const void *payload, uint32_t size) {
 }
 
 Json port_event(const void *payload, uint32_t size) {
-    if (!payload || size < PORT_EVENT_SIZE)
+    if (!payload || size < PORT_EVENT_SIZE) {
         return unknown_event(EVENT_PORT_MOVED);
+    }
     const auto *bytes = static_cast<const uint8_t *>(payload);
     return {{"event", "port"},
             {"class", EVENT_PORT_MOVED},
@@ -60,24 +63,30 @@ std::string vsan_words(const Json &event) {
     const std::string state = event["state"], former_state = event["formerState"];
     const std::string oper = event["oper"], former_oper = event["formerOper"];
     const std::string vsan = fmt::format("VSAN {}", event["vsan"].get<uint32_t>());
-    if (event["created"].get<bool>())
+    if (event["created"].get<bool>()) {
         return fmt::format("{} created, {} and {}", vsan, state, oper);
-    if (event["deleted"].get<bool>())
+    }
+    if (event["deleted"].get<bool>()) {
         return vsan + " deleted";
+    }
     std::string changes;
-    if (state != former_state)
+    if (state != former_state) {
         changes = state == "suspended" ? "suspended" : "resumed";
-    if (oper != former_oper)
+    }
+    if (oper != former_oper) {
         changes += fmt::format("{}went {}", changes.empty() ? "" : ", ", oper);
+    }
     return fmt::format("{} {}", vsan, changes.empty() ? fmt::format("changed, {} and {}", state, oper) : changes);
 }
 
 std::string words(const Json &event) {
-    if (event["event"] == "vsan")
+    if (event["event"] == "vsan") {
         return vsan_words(event);
-    if (event["event"] == "port")
+    }
+    if (event["event"] == "port") {
         return fmt::format("port {} moved from VSAN {} to VSAN {}", event["ifIndex"].get<uint32_t>(),
                            event["formerVsan"].get<uint32_t>(), event["vsan"].get<uint32_t>());
+    }
     return fmt::format("event of class {} that cannot be decoded", event["class"].get<uint32_t>());
 }
 
@@ -115,23 +124,28 @@ void print_event(const mts_message *message, bool json) {
 void watch(bool json, std::optional<uint32_t> count) {
     const uint32_t classes[] = {EVENT_VSAN_CHANGED, EVENT_PORT_MOVED};
     const int descriptor = mts_events_open(classes, std::size(classes));
-    if (descriptor < 0)
+    if (descriptor < 0) {
         throw Refusal(connection_problem(errno));
+    }
     bool confirmed = false;
     for (uint32_t seen = 0; !confirmed || !count || seen < *count;) {
         pollfd state{descriptor, POLLIN, 0};
-        if (poll(&state, 1, -1) < 0 && errno != EINTR)
+        if (poll(&state, 1, -1) < 0 && errno != EINTR) {
             throw Refusal(connection_problem(errno));
+        }
         const mts_message *message = nullptr;
         const int result = mts_events_next(&message);
-        if (result < 0)
+        if (result < 0) {
             throw Refusal(connection_problem(errno));
+        }
         // The first that comes is the switch's confirmation: from then on nothing is missed.
-        if (!confirmed)
+        if (!confirmed) {
             fmt::print(stderr, "watching; Ctrl-C ends\n");
+        }
         confirmed = true;
-        if (result == 0)
+        if (result == 0) {
             continue;
+        }
         print_event(message, json);
         ++seen;
     }

@@ -14,8 +14,9 @@ struct NamedStatus {
 // STATUS_NO_SUCH_VSAN is "no-such-vsan" to the operator.
 std::string operator_name(std::string_view name) {
     std::string result;
-    for (const char c : name.substr(sizeof "STATUS_" - 1))
+    for (const char c : name.substr(sizeof "STATUS_" - 1)) {
         result += c == '_' ? '-' : static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    }
     return result;
 }
 
@@ -55,8 +56,9 @@ Words status_words() {
     };
     static const std::vector<Word> words = [] {
         std::vector<Word> list;
-        for (const NamedStatus &status : names)
+        for (const NamedStatus &status : names) {
             list.emplace_back(status.name, status.code);
+        }
         return list;
     }();
     return words;
