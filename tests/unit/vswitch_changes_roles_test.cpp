@@ -10,7 +10,7 @@ namespace {
 
 const Role ops{"ops", {{20, 29}, {4095, 4095}}, {{1, 4294967295}}, {"bob", "carol"}};
 
-TEST_F(ChangeTest, added_role_is_in_force_at_once_and_after_a_restart) {
+TEST_F(ChangeTest, AddedRoleIsInForceAtOnceAndAfterARestart) {
     EXPECT_EQ(set_name(10, "his", "bob"), STATUS_SUCCESS);
     ASSERT_EQ(add_role(*target_, operator_, ops, false, nullptr), STATUS_SUCCESS);
     for (int round = 0; round < 2; ++round) {
@@ -27,7 +27,7 @@ TEST_F(ChangeTest, added_role_is_in_force_at_once_and_after_a_restart) {
     EXPECT_FALSE(std::filesystem::exists(folder_ / "roles.json.new"));
 }
 
-TEST_F(ChangeTest, role_of_the_same_name_is_replaced_only_when_asked) {
+TEST_F(ChangeTest, RoleOfTheSameNameIsReplacedOnlyWhenAsked) {
     const Role other{"backup", {{20, 20}}, {}, {"alice"}};
     EXPECT_EQ(add_role(*target_, operator_, other, false, nullptr), STATUS_ROLE_EXISTS);
     EXPECT_EQ(set_name(20, "hers", "alice"), STATUS_VSAN_RESTRICTED);
@@ -36,7 +36,7 @@ TEST_F(ChangeTest, role_of_the_same_name_is_replaced_only_when_asked) {
     EXPECT_EQ(set_name(10, "hers_too", "alice"), STATUS_VSAN_RESTRICTED) << "what the former role granted is gone";
 }
 
-TEST_F(ChangeTest, removed_role_restricts_nobody) {
+TEST_F(ChangeTest, RemovedRoleRestrictsNobody) {
     EXPECT_EQ(remove_role(*target_, operator_, "nobody", nullptr), STATUS_NO_SUCH_ROLE);
     ASSERT_EQ(remove_role(*target_, operator_, "backup", nullptr), STATUS_SUCCESS);
     EXPECT_EQ(set_name(20, "hers", "alice"), STATUS_SUCCESS);
@@ -44,14 +44,14 @@ TEST_F(ChangeTest, removed_role_restricts_nobody) {
     EXPECT_EQ(target_->roles.user_count(), 0u);
 }
 
-TEST_F(ChangeTest, what_was_written_into_the_role_file_by_hand_is_kept) {
+TEST_F(ChangeTest, WhatWasWrittenIntoTheRoleFileByHandIsKept) {
     write_file(folder_ / "roles.json", R"({"roles": [{"name": "by-hand", "vsans": ["7"], "users": ["dave"]}]})");
     ASSERT_EQ(add_role(*target_, operator_, ops, false, nullptr), STATUS_SUCCESS);
     ASSERT_EQ(target_->roles.list().size(), 2u);
     EXPECT_TRUE(target_->roles.find("dave"));
 }
 
-TEST_F(ChangeTest, role_file_that_cannot_be_used_is_left_alone) {
+TEST_F(ChangeTest, RoleFileThatCannotBeUsedIsLeftAlone) {
     write_file(folder_ / "roles.json", "{\"roles\": [");
     std::string sentence;
     EXPECT_EQ(add_role(*target_, operator_, ops, false, &sentence), STATUS_ROLES_NOT_WRITTEN);
@@ -60,7 +60,7 @@ TEST_F(ChangeTest, role_file_that_cannot_be_used_is_left_alone) {
     EXPECT_TRUE(target_->roles.find("alice")) << "the former roles stay in force";
 }
 
-TEST_F(ChangeTest, role_that_is_not_usable_is_refused_with_a_reason) {
+TEST_F(ChangeTest, RoleThatIsNotUsableIsRefusedWithAReason) {
     const std::string before = file_content(folder_ / "roles.json");
     std::string sentence;
     EXPECT_EQ(add_role(*target_, operator_, {"bad", {{1, 4096}}, {}, {"bob"}}, false, &sentence), STATUS_BAD_ROLE);
@@ -71,7 +71,7 @@ TEST_F(ChangeTest, role_that_is_not_usable_is_refused_with_a_reason) {
     EXPECT_FALSE(target_->roles.find("bob"));
 }
 
-TEST_F(ChangeTest, role_whose_name_is_empty_or_more_than_a_line_is_not_added) {
+TEST_F(ChangeTest, RoleWhoseNameIsEmptyOrMoreThanALineIsNotAdded) {
     for (const std::string &name : {std::string(), std::string("two\nlines"), std::string("return\r"),
                                     std::string("\x1b[2J"), std::string("nul\0", 4), std::string("\x7f")}) {
         std::string sentence;
@@ -81,7 +81,7 @@ TEST_F(ChangeTest, role_whose_name_is_empty_or_more_than_a_line_is_not_added) {
     EXPECT_EQ(add_role(*target_, operator_, {"Tr\xc3\xa4ger 1", {}, {}, {"bob"}}, false, nullptr), STATUS_SUCCESS);
 }
 
-TEST_F(ChangeTest, roles_that_cannot_be_written_stay_as_they_are) {
+TEST_F(ChangeTest, RolesThatCannotBeWrittenStayAsTheyAre) {
     const std::string before = file_content(folder_ / "roles.json");
     std::string sentence;
     {
@@ -94,7 +94,7 @@ TEST_F(ChangeTest, roles_that_cannot_be_written_stay_as_they_are) {
     EXPECT_FALSE(target_->roles.find("bob"));
 }
 
-TEST_F(ChangeTest, restricted_user_changes_no_roles) {
+TEST_F(ChangeTest, RestrictedUserChangesNoRoles) {
     EXPECT_EQ(add_role(*target_, {"alice", false}, ops, false, nullptr), STATUS_SWITCH_RESTRICTED);
     EXPECT_EQ(remove_role(*target_, {"alice", false}, "backup", nullptr), STATUS_SWITCH_RESTRICTED);
 }

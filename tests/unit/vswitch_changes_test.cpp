@@ -11,7 +11,7 @@ Buffer latency_record(uint32_t key, uint32_t value) {
     return words({key, value, 0});
 }
 
-TEST_F(ChangeTest, port_moves_to_another_vsan_and_keeps_the_rest) {
+TEST_F(ChangeTest, PortMovesToAnotherVsanAndKeepsTheRest) {
     Buffer record;
     append_interface_record(record, 101, {20, 0xfffffffe, true});
     ASSERT_EQ(send(124, MTS_KIND_SET, record), STATUS_SUCCESS);
@@ -24,14 +24,14 @@ TEST_F(ChangeTest, port_moves_to_another_vsan_and_keeps_the_rest) {
     EXPECT_EQ(data().ports.at(101), (Port{1, 0xfffffffe, true}));
 }
 
-TEST_F(ChangeTest, interface_record_s_row_status_says_nothing_about_the_port) {
+TEST_F(ChangeTest, InterfaceRecordSRowStatusSaysNothingAboutThePort) {
     Buffer record;
     append_interface_record(record, 101, {20, 0, true});
     std::fill(record.begin() + 12, record.end(), uint8_t{0xff});
     EXPECT_EQ(send(124, MTS_KIND_SET, record), STATUS_SUCCESS);
 }
 
-TEST_F(ChangeTest, port_moves_only_to_a_vsan_that_exists) {
+TEST_F(ChangeTest, PortMovesOnlyToAVsanThatExists) {
     const SwitchData before = data();
     EXPECT_EQ(set_port(101, 11), STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(set_port(101, 4095), STATUS_NO_SUCH_VSAN);
@@ -44,7 +44,7 @@ TEST_F(ChangeTest, port_moves_only_to_a_vsan_that_exists) {
     EXPECT_EQ(data(), before);
 }
 
-TEST_F(ChangeTest, link_and_deny_list_are_kept) {
+TEST_F(ChangeTest, LinkAndDenyListAreKept) {
     ASSERT_EQ(set_link(*target_, operator_, 101, false), STATUS_SUCCESS);
     ASSERT_EQ(set_deny_list(*target_, operator_, 101, 7), STATUS_SUCCESS);
     EXPECT_EQ(restarted().ports.at(101), (Port{10, 7, false}));
@@ -52,7 +52,7 @@ TEST_F(ChangeTest, link_and_deny_list_are_kept) {
     EXPECT_EQ(set_deny_list(*target_, operator_, 100, 7), STATUS_NO_SUCH_INTERFACE);
 }
 
-TEST_F(ChangeTest, restricted_user_moves_own_ports_into_own_vsans) {
+TEST_F(ChangeTest, RestrictedUserMovesOwnPortsIntoOwnVsans) {
     EXPECT_EQ(set_port(103, 10, "alice"), STATUS_SUCCESS);
     const SwitchData before = data();
     EXPECT_EQ(set_port(101, 20, "alice"), STATUS_VSAN_RESTRICTED);
@@ -65,7 +65,7 @@ TEST_F(ChangeTest, restricted_user_moves_own_ports_into_own_vsans) {
     EXPECT_EQ(set_port(104, 20, "bob"), STATUS_SUCCESS);
 }
 
-TEST_F(ChangeTest, latencies_are_0_to_60000) {
+TEST_F(ChangeTest, LatenciesAre0To60000) {
     for (const uint32_t value : {60000u, 0u}) {
         EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, value)), STATUS_SUCCESS);
         EXPECT_EQ(send(136, MTS_KIND_GET, latency_record(17, 0)), STATUS_SUCCESS);
@@ -85,7 +85,7 @@ TEST_F(ChangeTest, latencies_are_0_to_60000) {
     EXPECT_EQ(settings.network_latency, 1234u);
 }
 
-TEST_F(ChangeTest, switch_wide_inorder_delivery_is_1_or_2) {
+TEST_F(ChangeTest, SwitchWideInorderDeliveryIs1Or2) {
     EXPECT_EQ(send(140, MTS_KIND_SET, words({1})), STATUS_SUCCESS);
     EXPECT_EQ(restarted().settings.inorder_delivery, 1u);
     for (const uint32_t value : {0u, 3u, 0xffffffffu}) {
@@ -96,7 +96,7 @@ TEST_F(ChangeTest, switch_wide_inorder_delivery_is_1_or_2) {
     EXPECT_EQ(data().settings.inorder_delivery, 2u);
 }
 
-TEST_F(ChangeTest, status_events_are_switched_and_kept) {
+TEST_F(ChangeTest, StatusEventsAreSwitchedAndKept) {
     EXPECT_TRUE(data().settings.status_events);
     ASSERT_EQ(send(8018, MTS_KIND_SET, words({2})), STATUS_SUCCESS);
     EXPECT_FALSE(restarted().settings.status_events);
@@ -111,7 +111,7 @@ TEST_F(ChangeTest, status_events_are_switched_and_kept) {
     }
 }
 
-TEST_F(ChangeTest, restricted_user_changes_nothing_of_the_whole_switch) {
+TEST_F(ChangeTest, RestrictedUserChangesNothingOfTheWholeSwitch) {
     const SwitchData before = data();
     EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, 1), "alice"), STATUS_SWITCH_RESTRICTED);
     EXPECT_EQ(send(140, MTS_KIND_SET, words({1}), "alice"), STATUS_SWITCH_RESTRICTED);
@@ -124,7 +124,7 @@ TEST_F(ChangeTest, restricted_user_changes_nothing_of_the_whole_switch) {
     EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, 1), "bob"), STATUS_SUCCESS);
 }
 
-TEST_F(ChangeTest, setting_that_cannot_be_written_is_refused) {
+TEST_F(ChangeTest, SettingThatCannotBeWrittenIsRefused) {
     const SwitchData before = data();
     FullDisk disk;
     EXPECT_EQ(send(136, MTS_KIND_SET, latency_record(17, 1)), STATUS_STORE_FAILED);

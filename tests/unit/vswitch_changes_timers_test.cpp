@@ -28,7 +28,7 @@ class TimerTest : public ChangeTest {
     void enable() { ASSERT_EQ(tdx_enable(*target_, operator_, true), STATUS_SUCCESS); }
 };
 
-TEST_F(TimerTest, every_bound_is_accepted_and_the_next_value_refused) {
+TEST_F(TimerTest, EveryBoundIsAcceptedAndTheNextValueRefused) {
     const std::tuple<uint32_t, uint32_t> lowest[] = {
         {e_d_tov, 1000}, {r_a_tov, 5000}, {d_s_tov, 5000}, {f_s_tov, 5000}};
     for (const auto &[key, low] : lowest) {
@@ -45,7 +45,7 @@ TEST_F(TimerTest, every_bound_is_accepted_and_the_next_value_refused) {
     }
 }
 
-TEST_F(TimerTest, vsan_s_own_value_hides_the_switch_wide_one) {
+TEST_F(TimerTest, VsanSOwnValueHidesTheSwitchWideOne) {
     ASSERT_EQ(set_of(10, r_a_tov, 20000), STATUS_SUCCESS);
     ASSERT_EQ(set(r_a_tov, 15000), STATUS_SUCCESS);
     for (int round = 0; round < 2; ++round) {
@@ -57,7 +57,7 @@ TEST_F(TimerTest, vsan_s_own_value_hides_the_switch_wide_one) {
     }
 }
 
-TEST_F(TimerTest, record_that_is_no_timer_s_is_refused) {
+TEST_F(TimerTest, RecordThatIsNoTimerSIsRefused) {
     for (const uint32_t key : {0u, 6u, 11u, 0xffffffffu}) {
         EXPECT_EQ(set(key, 6000), STATUS_BAD_RECORD) << key;
         EXPECT_EQ(set_of(10, key, 6000), STATUS_BAD_RECORD) << key;
@@ -72,7 +72,7 @@ TEST_F(TimerTest, record_that_is_no_timer_s_is_refused) {
     }
 }
 
-TEST_F(TimerTest, e_d_tov_stays_below_r_a_tov_unless_forced) {
+TEST_F(TimerTest, EDTovStaysBelowRATovUnlessForced) {
     EXPECT_EQ(set(e_d_tov, 9999), STATUS_SUCCESS);
     EXPECT_EQ(set(e_d_tov, 10000), STATUS_TIMER_ORDER);
     EXPECT_EQ(set(r_a_tov, 9999), STATUS_TIMER_ORDER);
@@ -86,7 +86,7 @@ TEST_F(TimerTest, e_d_tov_stays_below_r_a_tov_unless_forced) {
     EXPECT_EQ(running(10, e_d_tov), 20000u);
 }
 
-TEST_F(TimerTest, switch_wide_change_keeps_the_order_in_vsans_that_follow_it) {
+TEST_F(TimerTest, SwitchWideChangeKeepsTheOrderInVsansThatFollowIt) {
     ASSERT_EQ(set_of(10, r_a_tov, 6000), STATUS_SUCCESS);
     EXPECT_EQ(set(e_d_tov, 6000), STATUS_TIMER_ORDER) << "VSAN 10 would have both at 6000";
     EXPECT_EQ(set(e_d_tov, 5999), STATUS_SUCCESS);
@@ -95,7 +95,7 @@ TEST_F(TimerTest, switch_wide_change_keeps_the_order_in_vsans_that_follow_it) {
     EXPECT_EQ(set(r_a_tov, 90000), STATUS_SUCCESS);
 }
 
-TEST_F(TimerTest, restricted_user_sets_the_timers_of_own_vsans) {
+TEST_F(TimerTest, RestrictedUserSetsTheTimersOfOwnVsans) {
     EXPECT_EQ(set_of(10, r_a_tov, 20000, false, "alice"), STATUS_SUCCESS);
     EXPECT_EQ(set_of(20, r_a_tov, 20000, false, "alice"), STATUS_VSAN_RESTRICTED);
     EXPECT_EQ(set_of(11, r_a_tov, 20000, false, "alice"), STATUS_VSAN_RESTRICTED);
@@ -103,7 +103,7 @@ TEST_F(TimerTest, restricted_user_sets_the_timers_of_own_vsans) {
     EXPECT_EQ(running(20, r_a_tov), 10000u);
 }
 
-TEST_F(TimerTest, service_answers_its_own_record) {
+TEST_F(TimerTest, ServiceAnswersItsOwnRecord) {
     EXPECT_EQ(distributed(10, r_a_tov), uint32_t{STATUS_TDX_REFUSED}) << "while it is not enabled";
     enable();
     EXPECT_EQ(distributed(10, r_a_tov), 30000u);
@@ -119,7 +119,7 @@ TEST_F(TimerTest, service_answers_its_own_record) {
     EXPECT_EQ(distributed(10, r_a_tov), uint32_t{STATUS_TDX_REFUSED});
 }
 
-TEST_F(TimerTest, pending_values_are_the_service_s_until_they_are_committed) {
+TEST_F(TimerTest, PendingValuesAreTheServiceSUntilTheyAreCommitted) {
     enable();
     EXPECT_FALSE(target_->model.session());
     ASSERT_EQ(set_of(20, r_a_tov, 40000, false, "bob"), STATUS_SUCCESS);
@@ -145,7 +145,7 @@ TEST_F(TimerTest, pending_values_are_the_service_s_until_they_are_committed) {
     EXPECT_EQ(tdx_commit(*target_, {"bob", false}), STATUS_TDX_NO_SESSION);
 }
 
-TEST_F(TimerTest, aborted_session_leaves_nothing) {
+TEST_F(TimerTest, AbortedSessionLeavesNothing) {
     enable();
     const SwitchData before = data();
     ASSERT_EQ(set_of(20, r_a_tov, 40000, false, "bob"), STATUS_SUCCESS);
@@ -155,7 +155,7 @@ TEST_F(TimerTest, aborted_session_leaves_nothing) {
     EXPECT_EQ(tdx_abort(*target_, {"bob", false}), STATUS_TDX_NO_SESSION);
 }
 
-TEST_F(TimerTest, session_is_locked_by_its_first_user) {
+TEST_F(TimerTest, SessionIsLockedByItsFirstUser) {
     enable();
     ASSERT_EQ(set_of(20, r_a_tov, 40000, false, "bob"), STATUS_SUCCESS);
     EXPECT_EQ(set_of(20, r_a_tov, 50000, false, "bob"), STATUS_SUCCESS) << "the holder goes on";
@@ -173,7 +173,7 @@ TEST_F(TimerTest, session_is_locked_by_its_first_user) {
     EXPECT_EQ(tdx_enable(*target_, operator_, false), STATUS_SUCCESS);
 }
 
-TEST_F(TimerTest, user_without_a_name_can_hold_the_session) {
+TEST_F(TimerTest, UserWithoutANameCanHoldTheSession) {
     enable();
     ASSERT_EQ(set_of(20, r_a_tov, 40000), STATUS_SUCCESS);
     EXPECT_EQ(set_of(20, e_d_tov, 4000), STATUS_SUCCESS);
@@ -181,7 +181,7 @@ TEST_F(TimerTest, user_without_a_name_can_hold_the_session) {
     EXPECT_EQ(restarted().session->user, "");
 }
 
-TEST_F(TimerTest, order_holds_among_pending_values) {
+TEST_F(TimerTest, OrderHoldsAmongPendingValues) {
     enable();
     ASSERT_EQ(set_of(20, r_a_tov, 40000), STATUS_SUCCESS);
     EXPECT_EQ(set_of(20, e_d_tov, 39999), STATUS_SUCCESS);
@@ -192,7 +192,7 @@ TEST_F(TimerTest, order_holds_among_pending_values) {
     EXPECT_EQ(set_of(10, r_a_tov, 9999, true), STATUS_SUCCESS);
 }
 
-TEST_F(TimerTest, refused_set_opens_no_session) {
+TEST_F(TimerTest, RefusedSetOpensNoSession) {
     enable();
     EXPECT_EQ(set_of(20, r_a_tov, 1), STATUS_BAD_TIMER);
     EXPECT_EQ(set_of(20, e_d_tov, 10000), STATUS_TIMER_ORDER);
@@ -200,7 +200,7 @@ TEST_F(TimerTest, refused_set_opens_no_session) {
     EXPECT_FALSE(target_->model.session());
 }
 
-TEST_F(TimerTest, pending_values_go_with_their_vsan) {
+TEST_F(TimerTest, PendingValuesGoWithTheirVsan) {
     enable();
     ASSERT_EQ(set_of(20, r_a_tov, 40000), STATUS_SUCCESS);
     ASSERT_EQ(set_of(10, r_a_tov, 50000), STATUS_SUCCESS);
@@ -213,7 +213,7 @@ TEST_F(TimerTest, pending_values_go_with_their_vsan) {
     EXPECT_EQ(running(20, r_a_tov), 10000u);
 }
 
-TEST_F(TimerTest, service_without_a_fabric_commits_nothing) {
+TEST_F(TimerTest, ServiceWithoutAFabricCommitsNothing) {
     enable();
     ASSERT_EQ(set_of(20, r_a_tov, 40000), STATUS_SUCCESS);
     ASSERT_EQ(tdx_refuse(*target_, operator_, true), STATUS_SUCCESS);
@@ -222,7 +222,7 @@ TEST_F(TimerTest, service_without_a_fabric_commits_nothing) {
     EXPECT_EQ(running(20, r_a_tov), 10000u);
 }
 
-TEST_F(TimerTest, timer_that_cannot_be_written_is_refused) {
+TEST_F(TimerTest, TimerThatCannotBeWrittenIsRefused) {
     FullDisk disk;
     const SwitchData before = data();
     EXPECT_EQ(set(r_a_tov, 20000), STATUS_STORE_FAILED);
@@ -230,7 +230,7 @@ TEST_F(TimerTest, timer_that_cannot_be_written_is_refused) {
     EXPECT_EQ(data(), before);
 }
 
-TEST_F(TimerTest, session_that_cannot_be_written_is_as_before) {
+TEST_F(TimerTest, SessionThatCannotBeWrittenIsAsBefore) {
     enable();
     {
         FullDisk disk;

@@ -13,7 +13,7 @@ namespace {
 constexpr size_t media = 4, admin_state = 8, mtu = 12, inorder_delivery = 16, interop = 20, load_balancing = 24,
                  row_status = 28, oper_state = 32, drop_latency = 72;
 
-TEST_F(ChangeTest, set_of_a_missing_vsan_creates_it) {
+TEST_F(ChangeTest, SetOfAMissingVsanCreatesIt) {
     Buffer block = block_of(40);
     store_word(block, VSAN_RECORD_AT + inorder_delivery, 0);
     store_word(block, VSAN_RECORD_AT + drop_latency, 0);
@@ -24,7 +24,7 @@ TEST_F(ChangeTest, set_of_a_missing_vsan_creates_it) {
     EXPECT_EQ(restarted().vsans.at(40), expected);
 }
 
-TEST_F(ChangeTest, vsan_numbers_begin_at_1_and_end_at_4095) {
+TEST_F(ChangeTest, VsanNumbersBeginAt1AndEndAt4095) {
     for (const uint32_t id : {1u, 2u, 4094u, 4095u}) {
         EXPECT_EQ(set_vsan(block_of(id)), STATUS_SUCCESS) << id;
     }
@@ -34,7 +34,7 @@ TEST_F(ChangeTest, vsan_numbers_begin_at_1_and_end_at_4095) {
     }
 }
 
-TEST_F(ChangeTest, record_may_say_active_or_create_and_go) {
+TEST_F(ChangeTest, RecordMaySayActiveOrCreateAndGo) {
     EXPECT_EQ(set_word(40, row_status, 4), STATUS_SUCCESS);
     EXPECT_EQ(set_word(10, row_status, 4), STATUS_SUCCESS) << "also when the VSAN is there";
     for (const uint32_t status : {0u, 2u, 3u, 5u, 6u, 0xffffffffu}) {
@@ -42,7 +42,7 @@ TEST_F(ChangeTest, record_may_say_active_or_create_and_go) {
     }
 }
 
-TEST_F(ChangeTest, every_field_is_changed_and_kept) {
+TEST_F(ChangeTest, EveryFieldIsChangedAndKept) {
     Buffer block = block_of(10);
     const std::pair<size_t, uint32_t> fields[] = {{admin_state, 2}, {mtu, 2048},         {inorder_delivery, 1},
                                                   {interop, 4},     {load_balancing, 1}, {drop_latency, 60000}};
@@ -63,7 +63,7 @@ TEST_F(ChangeTest, every_field_is_changed_and_kept) {
     EXPECT_EQ(block_of(10), expected) << "after a restart";
 }
 
-TEST_F(ChangeTest, every_bound_is_accepted_and_the_next_value_refused) {
+TEST_F(ChangeTest, EveryBoundIsAcceptedAndTheNextValueRefused) {
     struct Field {
         size_t offset;
         std::vector<uint32_t> good, bad;
@@ -92,7 +92,7 @@ TEST_F(ChangeTest, every_bound_is_accepted_and_the_next_value_refused) {
     }
 }
 
-TEST_F(ChangeTest, zero_leaves_inorder_delivery_and_drop_latency_as_they_are) {
+TEST_F(ChangeTest, ZeroLeavesInorderDeliveryAndDropLatencyAsTheyAre) {
     ASSERT_EQ(set_word(10, inorder_delivery, 1), STATUS_SUCCESS);
     ASSERT_EQ(set_word(10, drop_latency, 700), STATUS_SUCCESS);
     EXPECT_EQ(set_word(10, inorder_delivery, 0), STATUS_SUCCESS);
@@ -101,7 +101,7 @@ TEST_F(ChangeTest, zero_leaves_inorder_delivery_and_drop_latency_as_they_are) {
     EXPECT_EQ(vsan(10).drop_latency, 700u);
 }
 
-TEST_F(ChangeTest, record_of_zeros_is_refused) {
+TEST_F(ChangeTest, RecordOfZerosIsRefused) {
     const SwitchData before = data();
     EXPECT_EQ(set_vsan(vsan_block(10)), STATUS_BAD_ROW_STATUS);
     Buffer block = vsan_block(10);
@@ -110,7 +110,7 @@ TEST_F(ChangeTest, record_of_zeros_is_refused) {
     EXPECT_EQ(data(), before);
 }
 
-TEST_F(ChangeTest, name_is_at_most_32_printable_characters) {
+TEST_F(ChangeTest, NameIsAtMost32PrintableCharacters) {
     EXPECT_EQ(set_name(10, std::string(32, 'n')), STATUS_SUCCESS);
     EXPECT_EQ(vsan(10).name, std::string(32, 'n'));
     EXPECT_EQ(set_name(10, "!~"), STATUS_SUCCESS);
@@ -125,7 +125,7 @@ TEST_F(ChangeTest, name_is_at_most_32_printable_characters) {
     EXPECT_EQ(vsan(10).name, "");
 }
 
-TEST_F(ChangeTest, name_is_unique) {
+TEST_F(ChangeTest, NameIsUnique) {
     EXPECT_EQ(set_name(10, "test"), STATUS_NAME_CONFLICT);
     EXPECT_EQ(set_name(40, "test"), STATUS_NAME_CONFLICT);
     EXPECT_FALSE(target_->model.vsan(40));
@@ -138,13 +138,13 @@ TEST_F(ChangeTest, name_is_unique) {
     EXPECT_EQ(set_name(20, "test"), STATUS_NAME_CONFLICT);
 }
 
-TEST_F(ChangeTest, change_without_the_right_to_create_needs_the_vsan) {
+TEST_F(ChangeTest, ChangeWithoutTheRightToCreateNeedsTheVsan) {
     EXPECT_EQ(change_vsan(*target_, operator_, 40, new_vsan(40), false), STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(change_vsan(*target_, operator_, 10, new_vsan(10), false), STATUS_SUCCESS);
     EXPECT_EQ(vsan(10).name, "VSAN0010");
 }
 
-TEST_F(ChangeTest, deleted_vsan_s_ports_are_in_vsan_1) {
+TEST_F(ChangeTest, DeletedVsanSPortsAreInVsan1) {
     ASSERT_EQ(set_vsan_timer(*target_, operator_, 10, Timer::r_a_tov, 20000, false), STATUS_SUCCESS);
     ASSERT_EQ(delete_vsan(10), STATUS_SUCCESS);
     for (int round = 0; round < 2; ++round) {
@@ -159,14 +159,14 @@ TEST_F(ChangeTest, deleted_vsan_s_ports_are_in_vsan_1) {
     EXPECT_EQ(vsan(10).distributed_timers, PartialTimers());
 }
 
-TEST_F(ChangeTest, vsan_1_and_missing_vsans_cannot_be_deleted) {
+TEST_F(ChangeTest, Vsan1AndMissingVsansCannotBeDeleted) {
     EXPECT_EQ(delete_vsan(1), STATUS_DEFAULT_VSAN);
     EXPECT_EQ(delete_vsan(11), STATUS_NO_SUCH_VSAN);
     ASSERT_EQ(delete_vsan(20), STATUS_SUCCESS);
     EXPECT_EQ(delete_vsan(20), STATUS_NO_SUCH_VSAN);
 }
 
-TEST_F(ChangeTest, time_of_the_last_change_is_never_to_come_and_never_goes_back) {
+TEST_F(ChangeTest, TimeOfTheLastChangeIsNeverToComeAndNeverGoesBack) {
     ASSERT_EQ(set_name(10, "one"), STATUS_SUCCESS);
     const Timestamp noted = target_->last_change();
     EXPECT_EQ(noted, data().settings.last_change);
@@ -189,7 +189,7 @@ TEST_F(ChangeTest, time_of_the_last_change_is_never_to_come_and_never_goes_back)
     EXPECT_EQ(target_->last_change(), changed);
 }
 
-TEST_F(ChangeTest, time_of_the_last_change_is_that_of_the_vsan_table) {
+TEST_F(ChangeTest, TimeOfTheLastChangeIsThatOfTheVsanTable) {
     const auto last_change = [&] {
         return std::pair(data().settings.last_change.seconds, data().settings.last_change.microseconds);
     };
@@ -220,14 +220,14 @@ TEST_F(ChangeTest, time_of_the_last_change_is_that_of_the_vsan_table) {
     EXPECT_EQ(last_change(), deleted);
 }
 
-TEST_F(ChangeTest, change_that_changes_nothing_writes_nothing) {
+TEST_F(ChangeTest, ChangeThatChangesNothingWritesNothing) {
     FullDisk disk;
     EXPECT_EQ(set_vsan(block_of(10)), STATUS_SUCCESS);
     EXPECT_EQ(set_port(101, 10), STATUS_SUCCESS);
     EXPECT_EQ(events(), Lines{});
 }
 
-TEST_F(ChangeTest, change_that_cannot_be_written_is_refused_and_leaves_nothing_behind) {
+TEST_F(ChangeTest, ChangeThatCannotBeWrittenIsRefusedAndLeavesNothingBehind) {
     const SwitchData before = data();
     {
         FullDisk disk;
@@ -244,7 +244,7 @@ TEST_F(ChangeTest, change_that_cannot_be_written_is_refused_and_leaves_nothing_b
     EXPECT_TRUE(data().vsans.contains(20));
 }
 
-TEST_F(ChangeTest, restricted_user_changes_only_the_vsans_of_the_role) {
+TEST_F(ChangeTest, RestrictedUserChangesOnlyTheVsansOfTheRole) {
     EXPECT_EQ(set_name(10, "hers", "alice"), STATUS_SUCCESS);
     EXPECT_EQ(set_vsan(block_of(40), "alice"), STATUS_SUCCESS) << "a VSAN of the role that does not exist yet";
     EXPECT_EQ(delete_vsan(40, "alice"), STATUS_SUCCESS);
@@ -259,7 +259,7 @@ TEST_F(ChangeTest, restricted_user_changes_only_the_vsans_of_the_role) {
     EXPECT_EQ(vswitch::delete_vsan(*target_, {"alice", true}, 20), STATUS_SUCCESS) << "nor has an operator";
 }
 
-TEST_F(ChangeTest, model_stays_consistent_over_many_changes) {
+TEST_F(ChangeTest, ModelStaysConsistentOverManyChanges) {
     // A generator of our own, so that every machine makes the same changes.
     uint32_t state = 12345;
     const auto draw = [&](uint32_t bound) { return (state = state * 1664525 + 1013904223) / 65536 % bound; };

@@ -68,7 +68,7 @@ class Commands : public testing::Test {
     Reply reply_;
 };
 
-TEST_F(Commands, what_is_no_command_is_refused_with_a_sentence) {
+TEST_F(Commands, WhatIsNoCommandIsRefusedWithASentence) {
     const auto bad = [&](const std::string &text, const std::string &part) {
         const auto [status, sentence] = refusal(1, text);
         EXPECT_EQ(status, STATUS_BAD_RECORD) << text;
@@ -99,14 +99,14 @@ TEST_F(Commands, what_is_no_command_is_refused_with_a_sentence) {
     EXPECT_EQ(refusal(1, R"({"command": ""})").first, STATUS_NO_SUCH_OPCODE);
 }
 
-TEST_F(Commands, changes_are_of_kind_3_and_looks_of_kind_1) {
+TEST_F(Commands, ChangesAreOfKind3AndLooksOfKind1) {
     EXPECT_EQ(refusal(1, R"({"command": "vsan.delete", "id": 10})").first, STATUS_NO_SUCH_KIND);
     EXPECT_NE(target_.model.vsan(10), nullptr);
     EXPECT_EQ(refusal(3, R"({"command": "vsan.list"})").first, STATUS_NO_SUCH_KIND);
     EXPECT_EQ(send(2, R"({"command": "vsan.list"})").status, STATUS_NO_SUCH_KIND);
 }
 
-TEST_F(Commands, list_is_paged_in_order) {
+TEST_F(Commands, ListIsPagedInOrder) {
     Json page = look("vsan.list", {{"limit", 2}});
     ASSERT_EQ(page["vsans"].size(), 2u);
     EXPECT_EQ(page["vsans"][0]["id"], 1);
@@ -119,7 +119,7 @@ TEST_F(Commands, list_is_paged_in_order) {
     EXPECT_EQ(look("vsan.list", {{"after", 4095}}), Json::parse(R"({"vsans": [], "more": false})"));
 }
 
-TEST_F(Commands, list_of_4095_vsans_with_the_worst_names_comes_in_replies_that_fit) {
+TEST_F(Commands, ListOf4095VsansWithTheWorstNamesComesInRepliesThatFit) {
     SwitchData data = parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}]})", "test");
     for (auto &[id, vsan] : data.vsans) {
         vsan.name = std::string(32, '\x01');
@@ -139,21 +139,21 @@ TEST_F(Commands, list_of_4095_vsans_with_the_worst_names_comes_in_replies_that_f
     EXPECT_EQ(count, 4095u);
 }
 
-TEST_F(Commands, name_that_is_no_text_does_not_spoil_the_reply) {
+TEST_F(Commands, NameThatIsNoTextDoesNotSpoilTheReply) {
     SwitchData data = empty_configuration();
     data.vsans[1].name = "a\xff\xfe\"\\";
     target_.model = SwitchModel(data);
     EXPECT_EQ(look("vsan.show", {{"id", 1}})["name"], "a\ufffd\ufffd\"\\");
 }
 
-TEST_F(Commands, vsan_is_shown_with_all_that_it_has) {
+TEST_F(Commands, VsanIsShownWithAllThatItHas) {
     EXPECT_EQ(look("vsan.show", {{"id", 10}}), Json::parse(R"({
         "id": 10, "name": "prod", "state": "active", "oper": "up", "mtu": 2112, "loadBalancing": "srcIdDestIdOxId",
         "interop": 100, "inorderDelivery": false, "networkDropLatency": 500, "ports": 2, "portsUp": 1})"));
     EXPECT_EQ(refusal(1, R"({"command": "vsan.show", "id": 11})").first, STATUS_NO_SUCH_VSAN);
 }
 
-TEST_F(Commands, vsan_is_created_changed_and_deleted) {
+TEST_F(Commands, VsanIsCreatedChangedAndDeleted) {
     const Json made = change("vsan.create", {{"id", 50}, {"name", "tests"}, {"state", "suspended"}, {"interop", 2}});
     EXPECT_EQ(made["name"], "tests");
     EXPECT_EQ(made["interop"], 2);
@@ -180,7 +180,7 @@ TEST_F(Commands, vsan_is_created_changed_and_deleted) {
     refusal(3, R"({"command": "vsan.delete", "id": 1})");
 }
 
-TEST_F(Commands, port_is_known_by_its_number_and_by_its_position) {
+TEST_F(Commands, PortIsKnownByItsNumberAndByItsPosition) {
     EXPECT_EQ(change("port.down", {{"ifIndex", "fc2"}})["ifIndex"], 16777216);
     EXPECT_FALSE(target_.model.port(16777216)->link_up);
     EXPECT_EQ(change("port.up", {{"ifIndex", 5}}),
@@ -196,7 +196,7 @@ TEST_F(Commands, port_is_known_by_its_number_and_by_its_position) {
     EXPECT_EQ(look("port.list", {{"vsan", 10}, {"after", 5}})["ports"][0]["name"], "fc3");
 }
 
-TEST_F(Commands, role_is_added_listed_and_removed) {
+TEST_F(Commands, RoleIsAddedListedAndRemoved) {
     change("role.add", {{"name", "tapes"}, {"vsans", {"1", "30-39"}}, {"users", {"alice"}}});
     ASSERT_NE(target_.roles.find("alice"), nullptr);
     EXPECT_EQ(look("role.list")["roles"], Json::parse(R"([
@@ -212,7 +212,7 @@ TEST_F(Commands, role_is_added_listed_and_removed) {
     refusal(3, R"({"command": "role.remove", "name": "tapes"})");
 }
 
-TEST_F(Commands, timers_are_shown_and_set) {
+TEST_F(Commands, TimersAreShownAndSet) {
     change("timers.set", {{"setting", "ratov"}, {"value", 20000}, {"vsan", 10}});
     change("timers.set", {{"setting", "switchLatency"}, {"value", 700}});
     change("timers.set", {{"setting", "inorderDelivery"}, {"value", true}});
@@ -233,7 +233,7 @@ TEST_F(Commands, timers_are_shown_and_set) {
     refusal(3, R"({"command": "timers.set", "setting": "ratov", "value": 20000, "vsan": 11})");
 }
 
-TEST_F(Commands, distribution_session_names_its_holder_to_others) {
+TEST_F(Commands, DistributionSessionNamesItsHolderToOthers) {
     change("tdx.enable");
     EXPECT_EQ(change("timers.set", {{"setting", "ratov"}, {"value", 20000}, {"vsan", 10}})["pending"], true);
     EXPECT_EQ(look("tdx.show"), Json::parse(R"({
@@ -253,7 +253,7 @@ TEST_F(Commands, distribution_session_names_its_holder_to_others) {
     refusal(3, R"({"command": "tdx.show-run"})");
 }
 
-TEST_F(Commands, pending_timers_of_4095_vsans_come_in_replies_that_fit) {
+TEST_F(Commands, PendingTimersOf4095VsansComeInRepliesThatFit) {
     target_.model = SwitchModel(parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}]})", "test"));
     change("tdx.enable");
     change("timers.set", {{"setting", "ratov"}, {"value", 20000}});
@@ -271,7 +271,7 @@ TEST_F(Commands, pending_timers_of_4095_vsans_come_in_replies_that_fit) {
     EXPECT_EQ(count, 4096u);
 }
 
-TEST_F(Commands, answer_longer_than_a_reply_is_refused) {
+TEST_F(Commands, AnswerLongerThanAReplyIsRefused) {
     Role role;
     role.name = "crowd";
     for (unsigned number = 0; number < 600; ++number) {
@@ -281,7 +281,7 @@ TEST_F(Commands, answer_longer_than_a_reply_is_refused) {
     EXPECT_EQ(refusal(1, R"({"command": "role.list"})").first, STATUS_BAD_LENGTH);
 }
 
-TEST_F(Commands, switch_is_shown_whole) {
+TEST_F(Commands, SwitchIsShownWhole) {
     const Json shown = look("switch.show");
     EXPECT_EQ(shown["vsans"], Json::parse(R"({"total": 3, "suspended": 1, "up": 1})"));
     EXPECT_EQ(shown["ports"], Json::parse(R"({"total": 3, "up": 2})"));
@@ -291,7 +291,7 @@ TEST_F(Commands, switch_is_shown_whole) {
     EXPECT_EQ(look("switch.show")["events"], Json::parse(R"({"published": 7, "missed": 7, "dropped": 0})"));
 }
 
-TEST_F(Commands, injected_events_are_of_both_classes) {
+TEST_F(Commands, InjectedEventsAreOfBothClasses) {
     change("events.inject", {{"count", 2}, {"vsan", 10}});
     change("events.inject", {{"count", 1}, {"class", 102}});
     ASSERT_EQ(target_.events.staged().size(), 3u);
@@ -304,7 +304,7 @@ TEST_F(Commands, injected_events_are_of_both_classes) {
     EXPECT_EQ(target_.events.staged().size(), 3u);
 }
 
-TEST_F(Commands, fault_is_added_listed_and_cleared) {
+TEST_F(Commands, FaultIsAddedListedAndCleared) {
     EXPECT_EQ(change("fault.add", {{"action", "status"}, {"value", 0x40190001}, {"vsan", 10}, {"times", 3}}),
               Json::parse(R"({"number": 1, "action": "status", "status": "0x40190001", "withData": false, "vsan": 10,
                               "remaining": 3, "applied": 0})"));
@@ -327,7 +327,7 @@ TEST_F(Commands, fault_is_added_listed_and_cleared) {
     EXPECT_EQ(change("fault.clear")["cleared"], 2);
 }
 
-TEST_F(Commands, debug_filters_are_set_and_other_lines_stay) {
+TEST_F(Commands, DebugFiltersAreSetAndOtherLinesStay) {
     const Json defaults = Json::parse(R"([{"class": 100, "history": true, "debug": false},
                                           {"class": 101, "history": false, "debug": false}])");
     EXPECT_EQ(look("debug.show")["classes"], defaults);
@@ -343,7 +343,7 @@ TEST_F(Commands, debug_filters_are_set_and_other_lines_stay) {
     refusal(3, R"({"command": "debug.set", "class": 101, "what": "print", "on": true})");
 }
 
-TEST_F(Commands, debug_filters_have_room_for_32_classes) {
+TEST_F(Commands, DebugFiltersHaveRoomFor32Classes) {
     for (unsigned number = 1; number <= 32; ++number) {
         change("debug.set", {{"class", number}, {"what", "debug"}, {"on", true}});
     }
@@ -353,7 +353,7 @@ TEST_F(Commands, debug_filters_have_room_for_32_classes) {
     EXPECT_EQ(file_content(folder_ / "debug.conf"), before);
 }
 
-TEST_F(Commands, without_a_run_directory_there_are_no_agent_files) {
+TEST_F(Commands, WithoutARunDirectoryThereAreNoAgentFiles) {
     target_.run_directory.clear();
     refusal(1, R"({"command": "debug.show"})");
     refusal(3, R"({"command": "debug.set", "class": 1, "what": "debug", "on": true})");

@@ -19,7 +19,7 @@ std::string parse_error(const std::string &text) {
     return refusal_of([&] { parse(text); });
 }
 
-TEST(Configuration, demo_has_telling_names_suspended_vsans_and_48_ports) {
+TEST(Configuration, DemoHasTellingNamesSuspendedVsansAnd48Ports) {
     const SwitchData demo = demo_configuration();
     EXPECT_EQ(demo.vsans.size(), 7u);
     EXPECT_EQ(demo.vsans.at(1).name, "default");
@@ -42,7 +42,7 @@ TEST(Configuration, demo_has_telling_names_suspended_vsans_and_48_ports) {
     EXPECT_EQ(links.size(), 2u) << "some links are down";
 }
 
-TEST(Configuration, empty_switch_has_vsan_1_and_48_ports_without_link) {
+TEST(Configuration, EmptySwitchHasVsan1And48PortsWithoutLink) {
     const SwitchData empty = empty_configuration();
     ASSERT_EQ(empty.vsans.size(), 1u);
     EXPECT_EQ(empty.vsans.at(1).name, "VSAN0001");
@@ -51,12 +51,12 @@ TEST(Configuration, empty_switch_has_vsan_1_and_48_ports_without_link) {
     EXPECT_EQ(parse("{}"), empty);
 }
 
-TEST(Configuration, vsan_1_exists_even_when_it_is_not_listed) {
+TEST(Configuration, Vsan1ExistsEvenWhenItIsNotListed) {
     EXPECT_TRUE(parse(R"({"vsans": [{"id": 10}]})").vsans.contains(1));
     EXPECT_EQ(parse(R"({"vsans": [{"id": 1, "name": "x"}]})").vsans.at(1).name, "x");
 }
 
-TEST(Configuration, everything_but_the_id_has_a_default) {
+TEST(Configuration, EverythingButTheIdHasADefault) {
     const Vsan vsan = parse(R"({"vsans": [{"id": 10}]})").vsans.at(10);
     Vsan expected;
     expected.name = "VSAN0010";
@@ -65,14 +65,14 @@ TEST(Configuration, everything_but_the_id_has_a_default) {
     EXPECT_EQ(vsan.interop, 100u);
 }
 
-TEST(Configuration, range_makes_all_its_vsans_and_keeps_those_that_are_listed) {
+TEST(Configuration, RangeMakesAllItsVsansAndKeepsThoseThatAreListed) {
     const SwitchData data = parse(R"({"vsanRange": [{"first": 1, "last": 4095}], "vsans": [{"id": 7, "mtu": 99}]})");
     EXPECT_EQ(data.vsans.size(), 4095u);
     EXPECT_EQ(data.vsans.at(7).mtu, 99u);
     EXPECT_EQ(data.vsans.at(4095).name, "VSAN4095");
 }
 
-TEST(Configuration, ranges_may_overlap_and_touch) {
+TEST(Configuration, RangesMayOverlapAndTouch) {
     const SwitchData data = parse(R"({"vsanRange": [{"first": 5, "last": 9}, {"first": 7, "last": 12},
         {"first": 8, "last": 8}, {"first": 13, "last": 13}, {"first": 20, "last": 20}]})");
     std::string made;
@@ -99,14 +99,14 @@ double cost_of_ranges(int count, const std::string &range) {
     return now() - before;
 }
 
-TEST(Configuration, cost_of_ranges_is_that_of_their_number_and_not_of_their_width) {
+TEST(Configuration, CostOfRangesIsThatOfTheirNumberAndNotOfTheirWidth) {
     const std::string narrow = R"({"first": 7, "last": 7})";
     const double cost = cost_of_ranges(15000, narrow);
     EXPECT_LT(cost_of_ranges(15000, R"({"first": 1, "last": 4095})"), 5 * cost);
     EXPECT_LT(cost_of_ranges(60000, narrow), 10 * cost) << "of four times as many";
 }
 
-TEST(Configuration, timers_and_distribution_are_read) {
+TEST(Configuration, TimersAndDistributionAreRead) {
     const SwitchData data = parse(R"({"vsans": [{"id": 10, "timers": {"ratov": 5000, "fstov": 100000}}],
         "timers": {"edtov": 1000, "dstov": 6000},
         "tdx": {"fctimer": {"enabled": true, "showRun": true, "timers": {"10": {"dstov": 7000}}}}})");
@@ -122,7 +122,7 @@ TEST(Configuration, timers_and_distribution_are_read) {
 }
 
 // One set of rules holds whoever speaks: the numbers that 0 leaves as they are, a file leaves out.
-TEST(Configuration, fields_of_a_vsan_are_those_that_a_set_would_take) {
+TEST(Configuration, FieldsOfAVsanAreThoseThatASetWouldTake) {
     const auto is_set = [](const Vsan &vsan) {
         ServedSwitch target(parse("{}"), Roles());
         return change_vsan(target, {}, 10, vsan, true) == STATUS_SUCCESS;
@@ -192,7 +192,7 @@ class TimersOfAPlace : public testing::TestWithParam<TimerPlace> {
         {Timer::e_d_tov, "edtov"}, {Timer::r_a_tov, "ratov"}, {Timer::d_s_tov, "dstov"}, {Timer::f_s_tov, "fstov"}};
 };
 
-TEST_P(TimersOfAPlace, are_those_that_sets_would_make) {
+TEST_P(TimersOfAPlace, AreThoseThatSetsWouldMake) {
     constexpr uint32_t edges[] = {0, 999, 1000, 4999, 5000, 9999, 10000, 10001, 100000, 100001, UINT32_MAX};
     for (const TimerKind &kind : timer_kinds) {
         for (const uint32_t value : edges) {
@@ -216,7 +216,7 @@ INSTANTIATE_TEST_SUITE_P(
                     TimerPlace{R"({"vsans": [{"id": 10, "timers": ..}]})", 10, false},
                     TimerPlace{R"({"vsans": [{"id": 10}], "tdx": {"fctimer": {"timers": {"10": ..}}}})", 10, true}));
 
-TEST(Configuration, error_names_the_file) {
+TEST(Configuration, ErrorNamesTheFile) {
     EXPECT_TRUE(contains(parse_error("[]"), "initial.json"));
 }
 
@@ -227,7 +227,7 @@ struct Mistake {
 
 class ConfigurationMistake : public testing::TestWithParam<Mistake> {};
 
-TEST_P(ConfigurationMistake, is_refused_with_its_reason) {
+TEST_P(ConfigurationMistake, IsRefusedWithItsReason) {
     const std::string error = parse_error(GetParam().text);
     EXPECT_TRUE(contains(error, GetParam().reason)) << "got: " << error;
     EXPECT_EQ(error.find('\n'), std::string::npos) << "one sentence, one line";
@@ -295,19 +295,19 @@ const Mistake mistakes[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Every, ConfigurationMistake, testing::ValuesIn(mistakes));
 
-TEST(Configuration, missing_file_is_refused) {
+TEST(Configuration, MissingFileIsRefused) {
     const TemporaryFolder folder;
     EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder / "x.json"); }), "there is no such file"));
 }
 
-TEST(Configuration, file_that_is_no_file_or_too_large_is_refused) {
+TEST(Configuration, FileThatIsNoFileOrTooLargeIsRefused) {
     const TemporaryFolder folder;
     EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder.path()); }), "not a regular file"));
     write_file(folder / "large.json", std::string((4u << 20) + 1, ' '));
     EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder / "large.json"); }), "larger than"));
 }
 
-TEST(Configuration, identity_is_now_and_a_name_of_the_switch_s_own) {
+TEST(Configuration, IdentityIsNowAndANameOfTheSwitchSOwn) {
     SwitchData one = empty_configuration();
     SwitchData other = empty_configuration();
     give_identity(one);
@@ -322,14 +322,14 @@ bool permits(const Permission &permission, uint32_t vsan) {
     return (permission.vsans[vsan / 8] & 0x80 >> vsan % 8) != 0;
 }
 
-TEST(RoleFile, user_of_no_role_is_unrestricted_and_user_of_a_role_without_vsans_sees_none) {
+TEST(RoleFile, UserOfNoRoleIsUnrestrictedAndUserOfARoleWithoutVsansSeesNone) {
     const Roles roles = parse_roles(R"({"roles": [{"name": "r", "users": ["bob"]}]})", "roles.json");
     EXPECT_EQ(roles.find("alice"), nullptr);
     ASSERT_NE(roles.find("bob"), nullptr);
     EXPECT_EQ(roles.find("bob")->vsans, Permission().vsans);
 }
 
-TEST(RoleFile, user_of_several_roles_has_the_union) {
+TEST(RoleFile, UserOfSeveralRolesHasTheUnion) {
     const Roles roles = parse_roles(R"({"roles": [
         {"name": "a", "vsans": ["1"], "interfaces": ["10-20"], "users": ["bob", "eve"]},
         {"name": "b", "vsans": ["0", "30-31"], "interfaces": ["15-30", "31", "40"], "users": ["bob"]}]})",
@@ -345,7 +345,7 @@ TEST(RoleFile, user_of_several_roles_has_the_union) {
     EXPECT_FALSE(permits(*roles.find("eve"), 30));
 }
 
-TEST(RoleFile, users_of_the_same_roles_share_what_these_grant) {
+TEST(RoleFile, UsersOfTheSameRolesShareWhatTheseGrant) {
     const Roles roles = parse_roles(R"({"roles": [
         {"name": "a", "vsans": ["1"], "interfaces": ["10-20"], "users": ["bob", "eve", "joe"]},
         {"name": "b", "interfaces": ["30"], "users": ["eve", "bob", "eve"]}]})",
@@ -358,20 +358,20 @@ TEST(RoleFile, users_of_the_same_roles_share_what_these_grant) {
     EXPECT_EQ(alike.find("u"), alike.find("v"));
 }
 
-TEST(RoleFile, interface_ranges_reach_the_largest_number) {
+TEST(RoleFile, InterfaceRangesReachTheLargestNumber) {
     const Roles roles = parse_roles(
         R"({"roles": [{"name": "a", "interfaces": ["4294967295", "1-4294967294"], "users": ["u"]}]})", "roles.json");
     EXPECT_EQ(roles.find("u")->interfaces, (std::vector<Range>{{1, 4294967295}}));
 }
 
-TEST(RoleFile, missing_file_holds_no_roles) {
+TEST(RoleFile, MissingFileHoldsNoRoles) {
     const TemporaryFolder folder;
     EXPECT_EQ(load_roles(folder / "roles.json").user_count(), 0u);
 }
 
 class RoleMistake : public testing::TestWithParam<Mistake> {};
 
-TEST_P(RoleMistake, is_refused_with_its_reason_and_the_file) {
+TEST_P(RoleMistake, IsRefusedWithItsReasonAndTheFile) {
     const std::string error = refusal_of([&] { parse_roles(GetParam().text, "roles.json"); });
     EXPECT_TRUE(contains(error, GetParam().reason)) << "got: " << error;
     EXPECT_TRUE(contains(error, "roles.json"));
@@ -401,7 +401,7 @@ const Mistake role_mistakes[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Every, RoleMistake, testing::ValuesIn(role_mistakes));
 
-TEST(RoleFile, number_of_ranges_is_bounded) {
+TEST(RoleFile, NumberOfRangesIsBounded) {
     std::string ranges;
     for (int n = 1; n <= 4097; ++n) {
         ranges += (n > 1 ? ", \"" : "\"") + std::to_string(2 * n) + "\"";

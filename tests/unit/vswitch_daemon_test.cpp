@@ -124,7 +124,7 @@ mode_t mode_of(const std::string &path) {
     return stat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
 }
 
-TEST_F(DaemonTest, serves_the_demo_and_stops_cleanly) {
+TEST_F(DaemonTest, ServesTheDemoAndStopsCleanly) {
     for (const int signal : {SIGTERM, SIGINT}) {
         const auto daemon = start_ready();
         EXPECT_EQ(connect().vsan_count(), 7u);
@@ -134,14 +134,14 @@ TEST_F(DaemonTest, serves_the_demo_and_stops_cleanly) {
     }
 }
 
-TEST_F(DaemonTest, files_are_for_the_owner_only) {
+TEST_F(DaemonTest, FilesAreForTheOwnerOnly) {
     const auto daemon = start_ready();
     EXPECT_EQ(mode_of(folder_ / "state"), 0700u);
     EXPECT_EQ(mode_of(folder_ / "state/switch.db"), 0600u);
     EXPECT_EQ(mode_of(socket_path()), 0600u);
 }
 
-TEST_F(DaemonTest, socket_group_may_connect) {
+TEST_F(DaemonTest, SocketGroupMayConnect) {
     const struct group *own = getgrgid(getegid());
     if (!own) {
         GTEST_SKIP() << "this process's group has no name";
@@ -175,7 +175,7 @@ Welcome visit_as_stranger(const std::string &socket_path, gid_t group, std::vect
     return WIFEXITED(status) ? static_cast<Welcome>(WEXITSTATUS(status)) : Welcome::failed;
 }
 
-TEST_F(DaemonTest, process_of_a_stranger_is_refused_whatever_the_file_permissions) {
+TEST_F(DaemonTest, ProcessOfAStrangerIsRefusedWhateverTheFilePermissions) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can be somebody else";
     }
@@ -206,7 +206,7 @@ TEST_F(DaemonTest, process_of_a_stranger_is_refused_whatever_the_file_permission
     }
 }
 
-TEST_F(DaemonTest, answered_change_survives_a_crash) {
+TEST_F(DaemonTest, AnsweredChangeSurvivesACrash) {
     auto daemon = start_ready({"--empty"});
     Buffer block;
     vswitch::append_vsan_block(block, 77, vswitch::new_vsan(77), 0);
@@ -220,7 +220,7 @@ TEST_F(DaemonTest, answered_change_survives_a_crash) {
     EXPECT_EQ(connect().request(MANAGER_SAP_VSAN, 126, 1, {}, 8).data, change);
 }
 
-TEST_F(DaemonTest, full_disk_refuses_changes_and_the_switch_goes_on) {
+TEST_F(DaemonTest, FullDiskRefusesChangesAndTheSwitchGoesOn) {
     auto daemon = start_ready({"--empty"});
     rlimit former{};
     ASSERT_EQ(prlimit(daemon->process(), RLIMIT_FSIZE, nullptr, &former), 0);
@@ -241,14 +241,14 @@ TEST_F(DaemonTest, full_disk_refuses_changes_and_the_switch_goes_on) {
     EXPECT_EQ(connect().vsan_count(), 2u);
 }
 
-TEST_F(DaemonTest, run_folder_is_where_the_socket_is) {
+TEST_F(DaemonTest, RunFolderIsWhereTheSocketIs) {
     Daemon daemon({"--state", folder_ / "state", "--run", folder_ / "run"});
     EXPECT_TRUE(daemon.says("ready " + folder_ / "run/mts.sock"));
     EXPECT_EQ(Client(folder_ / "run/mts.sock").vsan_count(), 7u);
     EXPECT_FALSE(std::filesystem::exists(socket_path()));
 }
 
-TEST_F(DaemonTest, restart_keeps_switch_and_last_change) {
+TEST_F(DaemonTest, RestartKeepsSwitchAndLastChange) {
     auto daemon = start_ready();
     const auto change = connect().request(MANAGER_SAP_VSAN, 126, 1, {}, 8).data;
     const auto name = connect().request(MANAGER_SAP_PORT, 1282, 1, {}).data;
@@ -259,7 +259,7 @@ TEST_F(DaemonTest, restart_keeps_switch_and_last_change) {
     EXPECT_EQ(connect().request(MANAGER_SAP_PORT, 1282, 1, {}).data, name);
 }
 
-TEST_F(DaemonTest, socket_of_a_killed_daemon_is_replaced) {
+TEST_F(DaemonTest, SocketOfAKilledDaemonIsReplaced) {
     auto daemon = start_ready();
     daemon->kill_now();
     EXPECT_TRUE(std::filesystem::exists(socket_path()));
@@ -267,7 +267,7 @@ TEST_F(DaemonTest, socket_of_a_killed_daemon_is_replaced) {
     EXPECT_EQ(connect().vsan_count(), 7u);
 }
 
-TEST_F(DaemonTest, empty_and_initial_apply_to_a_new_switch_only) {
+TEST_F(DaemonTest, EmptyAndInitialApplyToANewSwitchOnly) {
     write_file(folder_ / "initial.json", R"({"vsans": [{"id": 2}, {"id": 3}]})");
     auto daemon = start_ready({"--initial", folder_ / "initial.json"});
     EXPECT_EQ(connect().vsan_count(), 3u);
@@ -278,12 +278,12 @@ TEST_F(DaemonTest, empty_and_initial_apply_to_a_new_switch_only) {
     EXPECT_TRUE(contains(daemon->said(), "the initial configuration is ignored"));
 }
 
-TEST_F(DaemonTest, empty_switch_has_one_vsan) {
+TEST_F(DaemonTest, EmptySwitchHasOneVsan) {
     const auto daemon = start_ready({"--empty"});
     EXPECT_EQ(connect().vsan_count(), 1u);
 }
 
-TEST_F(DaemonTest, second_daemon_on_the_state_folder_is_refused_and_the_first_goes_on) {
+TEST_F(DaemonTest, SecondDaemonOnTheStateFolderIsRefusedAndTheFirstGoesOn) {
     const auto first = start_ready();
     const auto second = start({"--run", folder_ / "elsewhere"});
     EXPECT_EQ(second->exit_code(), 1);
@@ -291,7 +291,7 @@ TEST_F(DaemonTest, second_daemon_on_the_state_folder_is_refused_and_the_first_go
     EXPECT_EQ(connect().vsan_count(), 7u);
 }
 
-TEST_F(DaemonTest, second_daemon_on_the_run_folder_is_refused_and_the_first_goes_on) {
+TEST_F(DaemonTest, SecondDaemonOnTheRunFolderIsRefusedAndTheFirstGoesOn) {
     const auto first = start_ready();
     Daemon second({"--state", folder_ / "other", "--run", folder_ / "state"});
     EXPECT_EQ(second.exit_code(), 1);
@@ -299,7 +299,7 @@ TEST_F(DaemonTest, second_daemon_on_the_run_folder_is_refused_and_the_first_goes
     EXPECT_EQ(connect().vsan_count(), 7u);
 }
 
-TEST_F(DaemonTest, second_daemon_on_the_run_folder_is_refused_although_the_lock_file_is_gone) {
+TEST_F(DaemonTest, SecondDaemonOnTheRunFolderIsRefusedAlthoughTheLockFileIsGone) {
     const auto first = start_ready();
     ASSERT_TRUE(std::filesystem::remove(folder_ / "state/socket.lock"));
     Daemon second({"--state", folder_ / "other", "--run", folder_ / "state"});
@@ -308,7 +308,7 @@ TEST_F(DaemonTest, second_daemon_on_the_run_folder_is_refused_although_the_lock_
     EXPECT_EQ(connect().vsan_count(), 7u);
 }
 
-TEST_F(DaemonTest, garbage_drops_that_connection_with_one_line_and_serves_the_others) {
+TEST_F(DaemonTest, GarbageDropsThatConnectionWithOneLineAndServesTheOthers) {
     const auto daemon = start_ready();
     Client good = connect();
     EXPECT_EQ(good.vsan_count(), 7u);
@@ -324,7 +324,7 @@ TEST_F(DaemonTest, garbage_drops_that_connection_with_one_line_and_serves_the_ot
     EXPECT_EQ(daemon->said().find(line, first + 1), std::string::npos);
 }
 
-TEST_F(DaemonTest, client_that_goes_away_before_its_answer_harms_nobody) {
+TEST_F(DaemonTest, ClientThatGoesAwayBeforeItsAnswerHarmsNobody) {
     const auto daemon = start_ready();
     for (int count = 0; count < 50; ++count) {
         Client hasty = connect();
@@ -335,7 +335,7 @@ TEST_F(DaemonTest, client_that_goes_away_before_its_answer_harms_nobody) {
     EXPECT_EQ(connect().vsan_count(), 7u);
 }
 
-TEST_F(DaemonTest, running_out_of_descriptors_only_delays_new_clients) {
+TEST_F(DaemonTest, RunningOutOfDescriptorsOnlyDelaysNewClients) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_UNDEFINED__)
     GTEST_SKIP() << "the sanitizers' own checks fail in a process without free descriptors";
 #endif
@@ -350,7 +350,7 @@ TEST_F(DaemonTest, running_out_of_descriptors_only_delays_new_clients) {
     EXPECT_EQ(clients.back()->vsan_count(), 7u);
 }
 
-TEST_F(DaemonTest, roles_are_read_at_start_and_again_on_hangup) {
+TEST_F(DaemonTest, RolesAreReadAtStartAndAgainOnHangup) {
     std::filesystem::create_directory(folder_ / "state");
     const std::string roles = folder_ / "state/roles.json";
     const auto restricted = [&] {
@@ -372,7 +372,7 @@ TEST_F(DaemonTest, roles_are_read_at_start_and_again_on_hangup) {
     EXPECT_EQ(restricted(), 1u);
 }
 
-TEST_F(DaemonTest, invalid_roles_are_refused_at_start) {
+TEST_F(DaemonTest, InvalidRolesAreRefusedAtStart) {
     std::filesystem::create_directory(folder_ / "state");
     write_file(folder_ / "state/roles.json", "{");
     const auto daemon = start();
@@ -380,7 +380,7 @@ TEST_F(DaemonTest, invalid_roles_are_refused_at_start) {
     EXPECT_TRUE(contains(daemon->said(), folder_ / "state/roles.json")) << daemon->said();
 }
 
-TEST_F(DaemonTest, invalid_initial_configuration_is_refused_and_leaves_no_database) {
+TEST_F(DaemonTest, InvalidInitialConfigurationIsRefusedAndLeavesNoDatabase) {
     write_file(folder_ / "initial.json", R"({"vsans": [{"id": 5000}]})");
     const auto daemon = start({"--initial", folder_ / "initial.json"});
     EXPECT_EQ(daemon->exit_code(), 1);
@@ -388,7 +388,7 @@ TEST_F(DaemonTest, invalid_initial_configuration_is_refused_and_leaves_no_databa
     EXPECT_FALSE(std::filesystem::exists(folder_ / "state/switch.db"));
 }
 
-TEST_F(DaemonTest, damaged_database_is_refused) {
+TEST_F(DaemonTest, DamagedDatabaseIsRefused) {
     std::filesystem::create_directory(folder_ / "state");
     write_file(folder_ / "state/switch.db", "no database");
     const auto daemon = start();
@@ -398,13 +398,13 @@ TEST_F(DaemonTest, damaged_database_is_refused) {
     EXPECT_FALSE(std::filesystem::exists(socket_path()));
 }
 
-TEST_F(DaemonTest, state_folder_that_cannot_be_made_is_refused) {
+TEST_F(DaemonTest, StateFolderThatCannotBeMadeIsRefused) {
     Daemon daemon({"--state", "/proc/none/state"});
     EXPECT_EQ(daemon.exit_code(), 1);
     EXPECT_TRUE(contains(daemon.said(), "Cannot make the state folder /proc/none/state")) << daemon.said();
 }
 
-TEST(DaemonCommandLine, mistakes_are_usage_errors_and_questions_are_answered) {
+TEST(DaemonCommandLine, MistakesAreUsageErrorsAndQuestionsAreAnswered) {
     const std::pair<std::vector<std::string>, int> cases[] = {
         {{}, 2},
         {{"--state"}, 2},

@@ -14,12 +14,12 @@ namespace {
 // Class 145: condition, VSAN, created, number of attributes, then key, value, former
 // value for the administrative and the operational state. Class 102: ifIndex, former
 // VSAN, new VSAN.
-TEST_F(ChangeTest, created_vsan_is_published) {
+TEST_F(ChangeTest, CreatedVsanIsPublished) {
     ASSERT_EQ(set_vsan(block_of(40)), STATUS_SUCCESS);
     EXPECT_EQ(events(), Lines{"145: 0 40 1 2 1 1 0 19 2 0"});
 }
 
-TEST_F(ChangeTest, suspended_and_resumed_vsans_are_published) {
+TEST_F(ChangeTest, SuspendedAndResumedVsansArePublished) {
     ASSERT_EQ(set_word(10, 8, ADMIN_STATE_SUSPENDED), STATUS_SUCCESS);
     EXPECT_EQ(events(), Lines{"145: 0 10 0 2 1 2 1 19 2 1"}) << "it goes down, too";
     ASSERT_EQ(set_word(10, 8, ADMIN_STATE_ACTIVE), STATUS_SUCCESS);
@@ -28,14 +28,14 @@ TEST_F(ChangeTest, suspended_and_resumed_vsans_are_published) {
     EXPECT_EQ(events(), Lines{"145: 0 1 0 2 1 2 1 19 2 2"}) << "without a port it was down before";
 }
 
-TEST_F(ChangeTest, deleted_vsan_is_published_behind_the_moves_of_its_ports) {
+TEST_F(ChangeTest, DeletedVsanIsPublishedBehindTheMovesOfItsPorts) {
     ASSERT_EQ(delete_vsan(10), STATUS_SUCCESS);
     EXPECT_EQ(events(),
               (Lines{"102: 101 10 1", "102: 102 10 1", "145: 0 1 0 2 1 1 1 19 1 2", "145: 1 10 0 2 1 3 1 19 2 1"}))
         << "and VSAN 1 goes up, having its first port that is up";
 }
 
-TEST_F(ChangeTest, last_and_first_link_are_published) {
+TEST_F(ChangeTest, LastAndFirstLinkArePublished) {
     ASSERT_EQ(set_link(*target_, operator_, 101, false), STATUS_SUCCESS);
     EXPECT_EQ(events(), Lines{}) << "port 102 is still up";
     ASSERT_EQ(set_link(*target_, operator_, 102, false), STATUS_SUCCESS);
@@ -46,14 +46,14 @@ TEST_F(ChangeTest, last_and_first_link_are_published) {
     EXPECT_EQ(events(), Lines{}) << "a suspended VSAN is down in any case";
 }
 
-TEST_F(ChangeTest, moved_port_is_published_with_what_it_does_to_both_vsans) {
+TEST_F(ChangeTest, MovedPortIsPublishedWithWhatItDoesToBothVsans) {
     ASSERT_EQ(set_port(103, 1), STATUS_SUCCESS);
     EXPECT_EQ(events(), (Lines{"102: 103 20 1", "145: 0 1 0 2 1 1 1 19 1 2", "145: 0 20 0 2 1 1 1 19 2 1"}));
     ASSERT_EQ(set_port(104, 10), STATUS_SUCCESS);
     EXPECT_EQ(events(), Lines{"102: 104 20 10"}) << "a port without link changes no VSAN";
 }
 
-TEST_F(ChangeTest, changes_without_news_publish_nothing) {
+TEST_F(ChangeTest, ChangesWithoutNewsPublishNothing) {
     ASSERT_EQ(set_name(10, "other"), STATUS_SUCCESS);
     ASSERT_EQ(set_deny_list(*target_, operator_, 101, 5), STATUS_SUCCESS);
     ASSERT_EQ(set_vsan_timer(*target_, operator_, 10, Timer::r_a_tov, 20000, false), STATUS_SUCCESS);
@@ -62,7 +62,7 @@ TEST_F(ChangeTest, changes_without_news_publish_nothing) {
     EXPECT_EQ(events(), Lines{});
 }
 
-TEST(Events, payload_is_laid_out_in_network_byte_order) {
+TEST(Events, PayloadIsLaidOutInNetworkByteOrder) {
     VsanEvent event;
     event.vsan = 0x0102;
     event.created = true;
@@ -75,7 +75,7 @@ TEST(Events, payload_is_laid_out_in_network_byte_order) {
     EXPECT_EQ(port_event(0x01020304, 5, 4095).payload, (Buffer{1, 2, 3, 4, 0, 0, 0, 5, 0, 0, 15, 255}));
 }
 
-TEST(Events, subscriber_gets_its_classes_only) {
+TEST(Events, SubscriberGetsItsClassesOnly) {
     EventHub hub;
     Subscriber both(hub), ports(hub), none(hub);
     both.subscribe({EVENT_VSAN_CHANGED, EVENT_PORT_MOVED});
@@ -93,7 +93,7 @@ TEST(Events, subscriber_gets_its_classes_only) {
     EXPECT_EQ(hub.totals().missed, 0u);
 }
 
-TEST(Events, event_that_nobody_wanted_is_counted_as_missed) {
+TEST(Events, EventThatNobodyWantedIsCountedAsMissed) {
     EventHub hub;
     {
         Subscriber gone(hub);
@@ -109,7 +109,7 @@ TEST(Events, event_that_nobody_wanted_is_counted_as_missed) {
     EXPECT_EQ(other.queued(), 1u);
 }
 
-TEST(Events, storm_within_the_bound_is_kept_and_what_is_beyond_is_dropped_and_counted) {
+TEST(Events, StormWithinTheBoundIsKeptAndWhatIsBeyondIsDroppedAndCounted) {
     EventHub hub;
     Subscriber slow(hub), fast(hub);
     for (Subscriber *subscriber : {&slow, &fast}) {
@@ -142,7 +142,7 @@ TEST(Events, storm_within_the_bound_is_kept_and_what_is_beyond_is_dropped_and_co
     }
 }
 
-TEST(Events, events_that_a_subscriber_leaves_behind_are_counted) {
+TEST(Events, EventsThatASubscriberLeavesBehindAreCounted) {
     EventHub hub;
     {
         Subscriber gone(hub);
@@ -154,7 +154,7 @@ TEST(Events, events_that_a_subscriber_leaves_behind_are_counted) {
     EXPECT_EQ(hub.totals().missed, 0u);
 }
 
-TEST(Events, queue_is_bounded_in_bytes_too) {
+TEST(Events, QueueIsBoundedInBytesToo) {
     EventHub hub;
     Subscriber subscriber(hub);
     subscriber.subscribe({7});
@@ -171,7 +171,7 @@ TEST(Events, queue_is_bounded_in_bytes_too) {
     EXPECT_EQ(subscriber.queued(), 1u) << "and has room again";
 }
 
-TEST(Events, taking_stops_at_the_limit) {
+TEST(Events, TakingStopsAtTheLimit) {
     EventHub hub;
     Subscriber subscriber(hub);
     int wakes = 0;
@@ -221,7 +221,7 @@ class EventServerTest : public testing::Test {
     std::thread thread_;
 };
 
-TEST_F(EventServerTest, requester_gets_its_answer_before_the_event) {
+TEST_F(EventServerTest, RequesterGetsItsAnswerBeforeTheEvent) {
     const auto client = connect();
     const auto watcher = connect();
     client->subscribe({EVENT_VSAN_CHANGED, EVENT_PORT_MOVED});
@@ -236,7 +236,7 @@ TEST_F(EventServerTest, requester_gets_its_answer_before_the_event) {
     }
 }
 
-TEST_F(EventServerTest, ten_thousand_events_at_once_reach_a_subscriber_that_reads_late) {
+TEST_F(EventServerTest, TenThousandEventsAtOnceReachASubscriberThatReadsLate) {
     const auto watcher = connect();
     const auto client = connect();
     watcher->subscribe({EVENT_PORT_MOVED});
@@ -264,7 +264,7 @@ TEST_F(EventServerTest, ten_thousand_events_at_once_reach_a_subscriber_that_read
     }
 }
 
-TEST_F(EventServerTest, subscriber_that_goes_away_with_events_waiting_harms_nobody) {
+TEST_F(EventServerTest, SubscriberThatGoesAwayWithEventsWaitingHarmsNobody) {
     auto watcher = connect();
     const auto client = connect();
     watcher->subscribe({EVENT_VSAN_CHANGED});

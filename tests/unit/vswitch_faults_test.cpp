@@ -37,7 +37,7 @@ bool meets(FaultMatch match, const Request &request) {
     return faults.take(request).has_value();
 }
 
-TEST(Faults, match_by_service_opcode_and_kind_only_what_agrees_with_all) {
+TEST(Faults, MatchByServiceOpcodeAndKindOnlyWhatAgreesWithAll) {
     const Buffer block = vsan_block(10);
     const Request request = make_request(MANAGER_SAP_VSAN, op_vsan, 1, block);
     EXPECT_TRUE(meets({}, request));
@@ -49,7 +49,7 @@ TEST(Faults, match_by_service_opcode_and_kind_only_what_agrees_with_all) {
     EXPECT_FALSE(meets({.if_index = 10}, request)) << "a VSAN's record names no interface";
 }
 
-TEST(Faults, match_by_what_the_record_of_each_opcode_names) {
+TEST(Faults, MatchByWhatTheRecordOfEachOpcodeNames) {
     const Buffer interface = words({0x01002000, 20, 0, 0});
     const Request move = make_request(MANAGER_SAP_VSAN, op_interface, 3, interface);
     EXPECT_TRUE(meets({.vsan = 20}, move));
@@ -73,13 +73,13 @@ TEST(Faults, match_by_what_the_record_of_each_opcode_names) {
     EXPECT_FALSE(meets({.vsan = 0}, make_request(MANAGER_SAP_VSAN, op_vsan, 1, cut))) << "no record at all";
 }
 
-TEST(Faults, never_meet_the_switchs_own_service) {
+TEST(Faults, NeverMeetTheSwitchsOwnService) {
     const Buffer none;
     EXPECT_FALSE(meets({}, make_request(MTS_SERVICE_SWITCH, MTS_OP_SWITCH_COMMAND, 3, none)));
     EXPECT_TRUE(meets({}, make_request(MTS_SERVICE_ROLES, MTS_OP_ROLE_OF_USER, 1, none)));
 }
 
-TEST(Faults, apply_in_the_order_of_addition_and_as_often_as_they_should) {
+TEST(Faults, ApplyInTheOrderOfAdditionAndAsOftenAsTheyShould) {
     Faults faults;
     Fault first = fault_for({.opcode = op_vsan});
     first.remaining = 2;
@@ -97,7 +97,7 @@ TEST(Faults, apply_in_the_order_of_addition_and_as_often_as_they_should) {
     EXPECT_EQ(faults.applied(), 4u);
 }
 
-TEST(Faults, numbers_are_not_used_again_and_clearing_finds_them) {
+TEST(Faults, NumbersAreNotUsedAgainAndClearingFindsThem) {
     Faults faults;
     faults.add(fault_for({}));
     faults.add(fault_for({}));
@@ -109,7 +109,7 @@ TEST(Faults, numbers_are_not_used_again_and_clearing_finds_them) {
     EXPECT_EQ(faults.clear(), 0u);
 }
 
-TEST(Faults, are_bounded) {
+TEST(Faults, AreBounded) {
     Faults faults;
     for (size_t number = 0; number < Faults::max_faults; ++number) {
         EXPECT_NE(faults.add(fault_for({})), 0u);
@@ -178,7 +178,7 @@ class FaultySession : public testing::Test {
     Buffer output_;
 };
 
-TEST_F(FaultySession, status_answers_that_status_and_carries_nothing_out) {
+TEST_F(FaultySession, StatusAnswersThatStatusAndCarriesNothingOut) {
     add(FaultAction::status, 0x40190004);
     EXPECT_EQ(ask_for_vsan(1), (std::vector<Answer>{{1, 0x40190004, 0, {}}}));
     EXPECT_EQ(served(), 0u);
@@ -186,7 +186,7 @@ TEST_F(FaultySession, status_answers_that_status_and_carries_nothing_out) {
     EXPECT_EQ(served(), 1u);
 }
 
-TEST_F(FaultySession, status_with_data_carries_the_request_out) {
+TEST_F(FaultySession, StatusWithDataCarriesTheRequestOut) {
     add(FaultAction::status, 0x40190004, true);
     const auto answer = ask_for_vsan(1);
     ASSERT_EQ(answer.size(), 1u);
@@ -196,7 +196,7 @@ TEST_F(FaultySession, status_with_data_carries_the_request_out) {
     EXPECT_EQ(served(), 1u);
 }
 
-TEST_F(FaultySession, no_data_answers_success_without_data) {
+TEST_F(FaultySession, NoDataAnswersSuccessWithoutData) {
     add(FaultAction::no_data);
     EXPECT_EQ(ask_for_vsan(1), (std::vector<Answer>{{1, 0, 0, {}}}));
     EXPECT_EQ(served(), 1u) << "it was carried out";
@@ -204,7 +204,7 @@ TEST_F(FaultySession, no_data_answers_success_without_data) {
     EXPECT_EQ(ask_for_vsan(2, 11), (std::vector<Answer>{{2, 0, 0, {}}})) << "also what would be refused";
 }
 
-TEST_F(FaultySession, short_reply_is_cut_to_that_size) {
+TEST_F(FaultySession, ShortReplyIsCutToThatSize) {
     const Buffer whole = ask_for_vsan(1)[0].data;
     add(FaultAction::short_reply, 600);
     EXPECT_EQ(ask_for_vsan(2), (std::vector<Answer>{{2, 0, 1, Buffer(whole.begin(), whole.begin() + 600)}}));
@@ -214,7 +214,7 @@ TEST_F(FaultySession, short_reply_is_cut_to_that_size) {
     EXPECT_EQ(ask_for_vsan(4), (std::vector<Answer>{{4, 0, 1, whole}})) << "never longer than it was";
 }
 
-TEST_F(FaultySession, dropped_request_is_neither_carried_out_nor_answered_and_the_next_one_is) {
+TEST_F(FaultySession, DroppedRequestIsNeitherCarriedOutNorAnsweredAndTheNextOneIs) {
     add(FaultAction::drop);
     Buffer frames = request_frame(1, MANAGER_SAP_VSAN, op_vsan, 1, vsan_block(10));
     const Buffer second = request_frame(2, MANAGER_SAP_VSAN, op_vsan_count, 1, {}, 4);
@@ -223,7 +223,7 @@ TEST_F(FaultySession, dropped_request_is_neither_carried_out_nor_answered_and_th
     EXPECT_EQ(served(), 0u);
 }
 
-TEST_F(FaultySession, close_ends_the_conversation_without_blaming_the_client) {
+TEST_F(FaultySession, CloseEndsTheConversationWithoutBlamingTheClient) {
     add(FaultAction::close);
     EXPECT_TRUE(ask_for_vsan(1).empty());
     EXPECT_TRUE(conversation_.is_ended());
@@ -232,7 +232,7 @@ TEST_F(FaultySession, close_ends_the_conversation_without_blaming_the_client) {
     EXPECT_EQ(served(), 0u);
 }
 
-TEST_F(FaultySession, delayed_request_waits_and_those_behind_it_wait_in_their_order) {
+TEST_F(FaultySession, DelayedRequestWaitsAndThoseBehindItWaitInTheirOrder) {
     add(FaultAction::delay, 1500, false, {.opcode = op_vsan});
     Buffer frames = request_frame(1, MANAGER_SAP_VSAN, op_vsan_count, 1, {}, 4);
     for (const Buffer &frame :
@@ -257,7 +257,7 @@ TEST_F(FaultySession, delayed_request_waits_and_those_behind_it_wait_in_their_or
     EXPECT_EQ(answered[0].data.size(), VSAN_BLOCK_SIZE);
 }
 
-TEST_F(FaultySession, delay_until_cleared_holds_each_request_up_once) {
+TEST_F(FaultySession, DelayUntilClearedHoldsEachRequestUpOnce) {
     target_.faults.add(fault_for({}, FaultAction::delay, 10));
     for (uint32_t correlation = 1; correlation <= 3; ++correlation) {
         EXPECT_TRUE(ask_for_vsan(correlation).empty());
@@ -268,7 +268,7 @@ TEST_F(FaultySession, delay_until_cleared_holds_each_request_up_once) {
     EXPECT_EQ(target_.faults.applied(), 3u);
 }
 
-TEST_F(FaultySession, exit_ends_the_process_at_once_with_3) {
+TEST_F(FaultySession, ExitEndsTheProcessAtOnceWith3) {
     add(FaultAction::exit);
     EXPECT_EXIT(ask_for_vsan(1), testing::ExitedWithCode(fault_exit_status), "");
 }

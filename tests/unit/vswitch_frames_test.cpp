@@ -17,7 +17,7 @@ Parsed parse(const Buffer &input, Frame *frame = nullptr) {
     return parsed;
 }
 
-TEST(Frames, frame_is_incomplete_until_its_last_byte) {
+TEST(Frames, FrameIsIncompleteUntilItsLastByte) {
     const Buffer whole = request_frame(7, 15, 125, 1, {}, 4);
     for (size_t size = 0; size < whole.size(); ++size) {
         ASSERT_EQ(parse(Buffer(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size))), Parsed::incomplete)
@@ -31,13 +31,13 @@ TEST(Frames, frame_is_incomplete_until_its_last_byte) {
     EXPECT_EQ(frame.size, whole.size());
 }
 
-TEST(Frames, garbage_is_recognised_at_its_first_wrong_byte) {
+TEST(Frames, GarbageIsRecognisedAtItsFirstWrongByte) {
     EXPECT_EQ(parse({'G'}), Parsed::invalid);
     EXPECT_EQ(parse({'M', 'T', 'S', '2'}), Parsed::invalid);
     EXPECT_EQ(parse({'M', 'T', 'S', '1'}), Parsed::incomplete);
 }
 
-TEST(Frames, types_that_clients_do_not_send_are_invalid) {
+TEST(Frames, TypesThatClientsDoNotSendAreInvalid) {
     for (const uint32_t type : {0u, 2u, 4u, 6u, 8u, 10u, 0xffffffffu}) {
         EXPECT_EQ(parse(words({MTS_WIRE_MAGIC, type, 0, 0})), Parsed::invalid) << type;
     }
@@ -46,7 +46,7 @@ TEST(Frames, types_that_clients_do_not_send_are_invalid) {
     }
 }
 
-TEST(Frames, body_length_is_bounded) {
+TEST(Frames, BodyLengthIsBounded) {
     EXPECT_EQ(parse(words({MTS_WIRE_MAGIC, 1, 0, MTS_WIRE_MAX_BODY})), Parsed::incomplete);
     EXPECT_EQ(parse(words({MTS_WIRE_MAGIC, 1, 0, MTS_WIRE_MAX_BODY + 1})), Parsed::invalid);
     EXPECT_EQ(parse(words({MTS_WIRE_MAGIC, 1, 0, 0xffffffff})), Parsed::invalid);
@@ -57,7 +57,7 @@ bool decodes(Buffer body, Request *request = nullptr) {
     return decode_request(body, request ? *request : local);
 }
 
-TEST(Frames, request_body_is_decoded_field_by_field) {
+TEST(Frames, RequestBodyIsDecodedFieldByField) {
     Buffer body = words({15, 149, 2, 4, 99, 4, 5, 0x01020304});
     for (const char c : std::string("alice")) {
         body.push_back(static_cast<uint8_t>(c));
@@ -73,7 +73,7 @@ TEST(Frames, request_body_is_decoded_field_by_field) {
     EXPECT_EQ(request.user, "alice");
 }
 
-TEST(Frames, request_body_must_be_consistent) {
+TEST(Frames, RequestBodyMustBeConsistent) {
     EXPECT_TRUE(decodes(words({15, 125, 1, 4, 0, 0, 0}))) << "a length without payload";
     EXPECT_FALSE(decodes({}));
     EXPECT_FALSE(decodes(Buffer(27)));
@@ -84,7 +84,7 @@ TEST(Frames, request_body_must_be_consistent) {
     EXPECT_FALSE(decodes(words({15, 125, 1, 0xfffffffc, 0, 0xfffffffc, 4}))) << "sizes that wrap to 0";
 }
 
-TEST(Frames, request_user_and_payload_are_bounded) {
+TEST(Frames, RequestUserAndPayloadAreBounded) {
     const auto body_with = [](uint32_t payload, uint32_t user) {
         Buffer body = words({15, 149, 1, payload, 0, payload, user});
         body.resize(body.size() + payload + user);
@@ -103,20 +103,20 @@ class Conversation : public testing::Test {
     Buffer output_;
 };
 
-TEST_F(Conversation, reply_repeats_the_correlation_and_carries_status_and_data) {
+TEST_F(Conversation, ReplyRepeatsTheCorrelationAndCarriesStatusAndData) {
     vswitch::Conversation conversation(target_);
     const Buffer request = request_frame(0xabcdef01, 15, 125, 1, {}, 4);
     EXPECT_EQ(conversation.serve(request, output_), request.size());
     EXPECT_EQ(output_, words({MTS_WIRE_MAGIC, MTS_FRAME_REPLY, 0xabcdef01, 12, 0, 1, 1}));
 }
 
-TEST_F(Conversation, reply_of_a_failed_request_says_that_no_data_follow) {
+TEST_F(Conversation, ReplyOfAFailedRequestSaysThatNoDataFollow) {
     vswitch::Conversation conversation(target_);
     conversation.serve(request_frame(1, 15, 149, 2, vsan_block(1)), output_);
     EXPECT_EQ(output_, words({MTS_WIRE_MAGIC, MTS_FRAME_REPLY, 1, 8, STATUS_NO_MORE_VSANS, 0}));
 }
 
-TEST_F(Conversation, frames_are_served_in_turn_and_a_beginning_waits_for_its_end) {
+TEST_F(Conversation, FramesAreServedInTurnAndABeginningWaitsForItsEnd) {
     vswitch::Conversation conversation(target_);
     Buffer input = request_frame(1, 15, 125, 1, {}, 4);
     const Buffer ping = words({MTS_WIRE_MAGIC, MTS_FRAME_PING, 2, 0});
@@ -128,7 +128,7 @@ TEST_F(Conversation, frames_are_served_in_turn_and_a_beginning_waits_for_its_end
     EXPECT_EQ(conversation.broken(), nullptr);
 }
 
-TEST_F(Conversation, serving_pauses_when_the_output_is_full_and_loses_nothing) {
+TEST_F(Conversation, ServingPausesWhenTheOutputIsFullAndLosesNothing) {
     vswitch::Conversation conversation(target_);
     const Buffer request = request_frame(1, 15, 149, 1, vsan_block(1));
     Buffer input;
@@ -147,7 +147,7 @@ TEST_F(Conversation, serving_pauses_when_the_output_is_full_and_loses_nothing) {
     EXPECT_EQ(answered, 200 * (MTS_WIRE_HEADER + MTS_WIRE_REPLY_FIXED + VSAN_BLOCK_SIZE));
 }
 
-TEST_F(Conversation, garbage_breaks_it_after_the_frames_before_were_served) {
+TEST_F(Conversation, GarbageBreaksItAfterTheFramesBeforeWereServed) {
     vswitch::Conversation conversation(target_);
     Buffer input = request_frame(1, 15, 125, 1, {}, 4);
     input.push_back('?');
@@ -159,7 +159,7 @@ TEST_F(Conversation, garbage_breaks_it_after_the_frames_before_were_served) {
     EXPECT_TRUE(output_.empty());
 }
 
-TEST_F(Conversation, malformed_bodies_break_it) {
+TEST_F(Conversation, MalformedBodiesBreakIt) {
     const Buffer inputs[] = {
         words({MTS_WIRE_MAGIC, MTS_FRAME_REQUEST, 1, 4, 0}),
         words({MTS_WIRE_MAGIC, MTS_FRAME_PING, 1, 4, 0}),
@@ -173,7 +173,7 @@ TEST_F(Conversation, malformed_bodies_break_it) {
     }
 }
 
-TEST_F(Conversation, subscription_replaces_the_former_one_and_ends_with_it) {
+TEST_F(Conversation, SubscriptionReplacesTheFormerOneAndEndsWithIt) {
     {
         vswitch::Conversation conversation(target_);
         conversation.serve(words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 3, 12, 102, 145, 145}), output_);
@@ -185,7 +185,7 @@ TEST_F(Conversation, subscription_replaces_the_former_one_and_ends_with_it) {
     EXPECT_EQ(target_.counters.subscriptions, 0u);
 }
 
-TEST_F(Conversation, subscription_is_bounded) {
+TEST_F(Conversation, SubscriptionIsBounded) {
     for (const uint32_t count : {64u, 65u}) {
         vswitch::Conversation conversation(target_);
         Buffer frame = words({MTS_WIRE_MAGIC, MTS_FRAME_SUBSCRIBE, 1, count * 4});
@@ -197,7 +197,7 @@ TEST_F(Conversation, subscription_is_bounded) {
     }
 }
 
-TEST(Records, word_that_is_not_wholly_there_is_not_read) {
+TEST(Records, WordThatIsNotWhollyThereIsNotRead) {
     const Buffer bytes = {1, 2, 3, 4, 5};
     EXPECT_EQ(load_word(bytes, 0), 0x01020304u);
     EXPECT_EQ(load_word(bytes, 1), 0x02030405u);
@@ -206,7 +206,7 @@ TEST(Records, word_that_is_not_wholly_there_is_not_read) {
     }
 }
 
-TEST(Records, timer_record_has_its_vsan_at_byte_10) {
+TEST(Records, TimerRecordHasItsVsanAtByte10) {
     Buffer record;
     append_timer_record(record, {0x01020304, 0x05060708, 9, 10, 0x0b0c0d0e, 15});
     EXPECT_EQ(record, (Buffer{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}));
@@ -216,7 +216,7 @@ TEST(Records, timer_record_has_its_vsan_at_byte_10) {
     EXPECT_EQ(decoded->tail, 15u);
 }
 
-TEST(Records, record_of_another_size_is_not_decoded) {
+TEST(Records, RecordOfAnotherSizeIsNotDecoded) {
     for (const size_t size : {0u, 1u, 4u, 11u, 13u, 14u, 17u, 2631u, 2633u}) {
         const Buffer bytes(size);
         EXPECT_FALSE(decode_timer_record(bytes));
@@ -229,7 +229,7 @@ TEST(Records, record_of_another_size_is_not_decoded) {
     }
 }
 
-TEST(Records, overlong_name_is_cut_before_its_nul) {
+TEST(Records, OverlongNameIsCutBeforeItsNul) {
     Vsan vsan;
     vsan.name.assign(50, 'x');
     Buffer block;

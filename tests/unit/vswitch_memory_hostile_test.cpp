@@ -35,7 +35,7 @@ class HostileClientTest : public MemoryTest {
     }
 };
 
-TEST_F(HostileClientTest, what_is_not_one_request_ends_the_connection) {
+TEST_F(HostileClientTest, WhatIsNotOneRequestEndsTheConnection) {
     start();
     const Buffer request = vsan_count_request(1);
     Buffer other_magic = request;
@@ -71,7 +71,7 @@ TEST_F(HostileClientTest, what_is_not_one_request_ends_the_connection) {
     EXPECT_EQ(target_.counters.connections, 0u);
 }
 
-TEST_F(HostileClientTest, length_beyond_the_memory_is_not_believed) {
+TEST_F(HostileClientTest, LengthBeyondTheMemoryIsNotBelieved) {
     start();
     for (const uint32_t length : {MTS_SHARED_MAX_FRAME + 1, 0x7fffffffu, UINT32_MAX}) {
         const auto client = share();
@@ -83,7 +83,7 @@ TEST_F(HostileClientTest, length_beyond_the_memory_is_not_believed) {
     }
 }
 
-TEST_F(HostileClientTest, lines_said_to_be_blank_are_zeros_whatever_stands_there) {
+TEST_F(HostileClientTest, LinesSaidToBeBlankAreZerosWhateverStandsThere) {
     start();
     const Buffer request = request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1));
     Buffer zeros = request;
@@ -106,7 +106,7 @@ TEST_F(HostileClientTest, lines_said_to_be_blank_are_zeros_whatever_stands_there
     expect_dropped(*client);
 }
 
-TEST_F(HostileClientTest, signs_with_a_body_end_the_connection) {
+TEST_F(HostileClientTest, SignsWithABodyEndTheConnection) {
     start();
     for (const uint32_t type : {MTS_FRAME_SHARE, MTS_FRAME_KNOCK}) {
         const auto client = connect();
@@ -115,7 +115,7 @@ TEST_F(HostileClientTest, signs_with_a_body_end_the_connection) {
     }
 }
 
-TEST_F(HostileClientTest, states_and_lengths_that_keep_changing_harm_nobody_else) {
+TEST_F(HostileClientTest, StatesAndLengthsThatKeepChangingHarmNobodyElse) {
     start();
     const auto sound = share();
     const auto client = share();
@@ -145,7 +145,7 @@ TEST_F(HostileClientTest, states_and_lengths_that_keep_changing_harm_nobody_else
     EXPECT_EQ(connect()->vsan_count(), 1u);
 }
 
-TEST_F(HostileClientTest, requests_without_end_while_one_is_held_up_end_the_connection) {
+TEST_F(HostileClientTest, RequestsWithoutEndWhileOneIsHeldUpEndTheConnection) {
     start();
     command(R"({"command": "fault.add", "service": 15, "opcode": 149, "action": "delay", "value": 60000})");
     const auto client = share();
@@ -164,7 +164,7 @@ TEST_F(HostileClientTest, requests_without_end_while_one_is_held_up_end_the_conn
     expect_dropped(*client);
 }
 
-TEST_F(HostileClientTest, requests_without_end_and_no_answer_read_end_the_connection) {
+TEST_F(HostileClientTest, RequestsWithoutEndAndNoAnswerReadEndTheConnection) {
     start();
     const auto client = share();
     (*client)->requester_sleeps = 1; // every answer comes with a knock, which nobody reads
@@ -182,7 +182,7 @@ TEST_F(HostileClientTest, requests_without_end_and_no_answer_read_end_the_connec
     expect_dropped(*client);
 }
 
-TEST_F(HostileClientTest, client_of_another_version_is_served_over_the_socket_only) {
+TEST_F(HostileClientTest, ClientOfAnotherVersionIsServedOverTheSocketOnly) {
     start();
     const auto client = share();
     EXPECT_EQ((*client)->version, MTS_SHARED_VERSION);
@@ -194,7 +194,7 @@ TEST_F(HostileClientTest, client_of_another_version_is_served_over_the_socket_on
     }
 }
 
-TEST_F(HostileClientTest, client_that_goes_away_with_a_request_posted_is_forgotten) {
+TEST_F(HostileClientTest, ClientThatGoesAwayWithARequestPostedIsForgotten) {
     start();
     for (int i = 0; i < 100; ++i) {
         const auto client = share();

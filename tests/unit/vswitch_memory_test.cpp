@@ -33,7 +33,7 @@ Roles large_roles() {
     return parse_roles(R"({"roles": [{"name": "r", "interfaces": [)" + interfaces + R"(], "users": ["al"]}]})", "test");
 }
 
-TEST_F(SharedMemoryTest, is_sealed_and_of_the_right_size) {
+TEST_F(SharedMemoryTest, IsSealedAndOfTheRightSize) {
     start();
     const auto client = share();
     struct stat status {};
@@ -45,7 +45,7 @@ TEST_F(SharedMemoryTest, is_sealed_and_of_the_right_size) {
     EXPECT_EQ(client->vsan_count(), 1u);
 }
 
-TEST_F(SharedMemoryTest, asked_for_again_replaces_the_former) {
+TEST_F(SharedMemoryTest, AskedForAgainReplacesTheFormer) {
     start();
     const auto client = share();
     const int former_descriptor = dup(client->descriptor());
@@ -63,7 +63,7 @@ TEST_F(SharedMemoryTest, asked_for_again_replaces_the_former) {
     close(former_descriptor);
 }
 
-TEST_F(SharedMemoryTest, is_not_given_while_answers_wait_in_front_of_it) {
+TEST_F(SharedMemoryTest, IsNotGivenWhileAnswersWaitInFrontOfIt) {
     start();
     const auto client = connect();
     client->send(sign(MTS_FRAME_PING, 1) + sign(MTS_FRAME_SHARE, 2));
@@ -74,7 +74,7 @@ TEST_F(SharedMemoryTest, is_not_given_while_answers_wait_in_front_of_it) {
     }
 }
 
-TEST_F(SharedMemoryTest, is_not_given_again_while_the_last_was_not_fetched) {
+TEST_F(SharedMemoryTest, IsNotGivenAgainWhileTheLastWasNotFetched) {
     start();
     const auto client = connect();
     for (int round = 0; round < 2; ++round) {
@@ -89,7 +89,7 @@ TEST_F(SharedMemoryTest, is_not_given_again_while_the_last_was_not_fetched) {
     }
 }
 
-TEST_F(SharedMemoryTest, answers_every_request_as_the_socket_does) {
+TEST_F(SharedMemoryTest, AnswersEveryRequestAsTheSocketDoes) {
     target_.roles = parse_roles(R"({"roles": [{"name": "r", "vsans": ["1-9"], "users": ["al"]}]})", "test");
     start();
     const auto by_socket = connect();
@@ -131,7 +131,7 @@ TEST_F(SharedMemoryTest, answers_every_request_as_the_socket_does) {
     EXPECT_FALSE(by_memory->socket.has_input());
 }
 
-TEST_F(SharedMemoryTest, changes_what_a_request_says) {
+TEST_F(SharedMemoryTest, ChangesWhatARequestSays) {
     start();
     const auto client = share();
     EXPECT_EQ(client->request(MANAGER_SAP_VSAN, 149, 3, new_vsan_block(10)).status, STATUS_SUCCESS);
@@ -139,7 +139,7 @@ TEST_F(SharedMemoryTest, changes_what_a_request_says) {
     EXPECT_EQ(connect()->vsan_count(), 2u);
 }
 
-TEST_F(SharedMemoryTest, meets_each_fault_as_the_socket_does) {
+TEST_F(SharedMemoryTest, MeetsEachFaultAsTheSocketDoes) {
     start();
     const auto by_memory = share();
     const auto by_socket = connect();
@@ -165,7 +165,7 @@ TEST_F(SharedMemoryTest, meets_each_fault_as_the_socket_does) {
     EXPECT_EQ(by_socket->vsan_count(), 1u);
 }
 
-TEST_F(SharedMemoryTest, keeps_the_order_of_what_was_asked_on_the_socket) {
+TEST_F(SharedMemoryTest, KeepsTheOrderOfWhatWasAskedOnTheSocket) {
     start();
     const auto client = share();
     command(R"({"command": "fault.add", "service": 15, "opcode": 149, "action": "delay", "value": 1500, "times": 1})");
@@ -192,7 +192,7 @@ TEST_F(SharedMemoryTest, keeps_the_order_of_what_was_asked_on_the_socket) {
     EXPECT_EQ((*client)->state, MTS_SHARED_ANSWERED);
 }
 
-TEST_F(SharedMemoryTest, sends_large_answers_over_the_socket_and_says_so_first) {
+TEST_F(SharedMemoryTest, SendsLargeAnswersOverTheSocketAndSaysSoFirst) {
     target_.roles = large_roles();
     start();
     const auto client = share();
@@ -210,7 +210,7 @@ TEST_F(SharedMemoryTest, sends_large_answers_over_the_socket_and_says_so_first) 
     }
 }
 
-TEST_F(SharedMemoryTest, wakes_a_client_that_sleeps_and_only_that) {
+TEST_F(SharedMemoryTest, WakesAClientThatSleepsAndOnlyThat) {
     start();
     const auto client = share();
     for (int i = 0; i < 50; ++i) {
@@ -225,7 +225,7 @@ TEST_F(SharedMemoryTest, wakes_a_client_that_sleeps_and_only_that) {
     }
 }
 
-TEST_F(SharedMemoryTest, knocks_without_a_request_do_no_harm) {
+TEST_F(SharedMemoryTest, KnocksWithoutARequestDoNoHarm) {
     start();
     const auto client = share();
     const auto without = connect();
@@ -237,7 +237,7 @@ TEST_F(SharedMemoryTest, knocks_without_a_request_do_no_harm) {
     EXPECT_EQ(without->vsan_count(), 1u);
 }
 
-TEST_F(SharedMemoryTest, events_come_over_the_socket) {
+TEST_F(SharedMemoryTest, EventsComeOverTheSocket) {
     start();
     const auto client = share();
     client->socket.subscribe({145});
@@ -245,7 +245,7 @@ TEST_F(SharedMemoryTest, events_come_over_the_socket) {
     EXPECT_EQ(client->socket.receive_answer().event_class, 145u);
 }
 
-TEST_F(SharedMemoryTest, serves_many_clients_at_once) {
+TEST_F(SharedMemoryTest, ServesManyClientsAtOnce) {
     start();
     std::vector<std::unique_ptr<MemoryClient>> clients;
     for (int i = 0; i < 100; ++i) {
@@ -263,7 +263,7 @@ TEST_F(SharedMemoryTest, serves_many_clients_at_once) {
     EXPECT_EQ(connect()->vsan_count(), 1u);
 }
 
-TEST_F(SharedMemoryTest, generation_changes_before_a_change_is_answered) {
+TEST_F(SharedMemoryTest, GenerationChangesBeforeAChangeIsAnswered) {
     start();
     const auto watcher = share();
     uint32_t generation = (*watcher)->generation;
@@ -287,7 +287,7 @@ TEST_F(SharedMemoryTest, generation_changes_before_a_change_is_answered) {
     EXPECT_EQ((*watcher)->generation, generation);
 }
 
-TEST_F(SharedMemoryTest, nothing_may_be_kept_while_there_are_faults) {
+TEST_F(SharedMemoryTest, NothingMayBeKeptWhileThereAreFaults) {
     start();
     const auto watcher = share();
     uint32_t generation = (*watcher)->generation;
@@ -308,7 +308,7 @@ TEST_F(SharedMemoryTest, nothing_may_be_kept_while_there_are_faults) {
     EXPECT_GT((*watcher)->generation, generation);
 }
 
-TEST_F(SharedMemoryTest, generation_changes_when_roles_are_read_again) {
+TEST_F(SharedMemoryTest, GenerationChangesWhenRolesAreReadAgain) {
     start([this] { target_.roles = large_roles(); });
     const auto watcher = share();
     const uint32_t generation = (*watcher)->generation;
@@ -321,7 +321,7 @@ TEST_F(SharedMemoryTest, generation_changes_when_roles_are_read_again) {
     EXPECT_GT((*watcher)->generation, generation);
 }
 
-TEST_F(SharedMemoryTest, costs_nothing_while_nobody_asks) {
+TEST_F(SharedMemoryTest, CostsNothingWhileNobodyAsks) {
     start();
     std::vector<std::unique_ptr<MemoryClient>> clients;
     for (int i = 0; i < 8; ++i) {

@@ -65,7 +65,7 @@ class Requests : public testing::Test {
     Reply reply_;
 };
 
-TEST_F(Requests, vsan_record_has_its_fields_at_their_offsets) {
+TEST_F(Requests, VsanRecordHasItsFieldsAtTheirOffsets) {
     const Reply &reply = vsan_manager(149, 1, vsan_block(10));
     ASSERT_EQ(reply.status, STATUS_SUCCESS);
     ASSERT_EQ(reply.data.size(), 2632u);
@@ -84,7 +84,7 @@ TEST_F(Requests, vsan_record_has_its_fields_at_their_offsets) {
     EXPECT_EQ(reply.data, expected);
 }
 
-TEST_F(Requests, vsan_has_the_defaults_where_nothing_else_is_said) {
+TEST_F(Requests, VsanHasTheDefaultsWhereNothingElseIsSaid) {
     const Reply &reply = vsan_manager(149, 1, vsan_block(20));
     ASSERT_EQ(reply.status, STATUS_SUCCESS);
     EXPECT_EQ(word(reply.data, 528), 2u) << "suspended";
@@ -96,12 +96,12 @@ TEST_F(Requests, vsan_has_the_defaults_where_nothing_else_is_said) {
     EXPECT_EQ(word(reply.data, 592), 500u);
 }
 
-TEST_F(Requests, longest_name_is_followed_by_a_nul) {
+TEST_F(Requests, LongestNameIsFollowedByANul) {
     const Reply &reply = vsan_manager(149, 1, vsan_block(4095));
     EXPECT_STREQ(reinterpret_cast<const char *>(&reply.data[556]), "abcdefghijklmnopqrstuvwxyz012345");
 }
 
-TEST_F(Requests, vsan_is_up_when_active_with_a_port_that_is_up) {
+TEST_F(Requests, VsanIsUpWhenActiveWithAPortThatIsUp) {
     const auto oper_state = [&](uint32_t id) { return word(vsan_manager(149, 1, vsan_block(id)).data, 552); };
     EXPECT_EQ(oper_state(10), 1u) << "active, one of two ports up";
     EXPECT_EQ(oper_state(20), 2u) << "suspended, port up";
@@ -109,7 +109,7 @@ TEST_F(Requests, vsan_is_up_when_active_with_a_port_that_is_up) {
     EXPECT_EQ(oper_state(4095), 2u) << "active, its port down";
 }
 
-TEST_F(Requests, vsan_get_tells_missing_from_impossible_numbers) {
+TEST_F(Requests, VsanGetTellsMissingFromImpossibleNumbers) {
     EXPECT_EQ(vsan_manager(149, 1, vsan_block(11)).status, STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(vsan_manager(149, 1, vsan_block(4094)).status, STATUS_NO_SUCH_VSAN);
     for (const uint32_t id : {0u, 4096u, 0x80000000u, 0xffffffffu}) {
@@ -117,7 +117,7 @@ TEST_F(Requests, vsan_get_tells_missing_from_impossible_numbers) {
     }
 }
 
-TEST_F(Requests, vsan_get_next_gives_the_first_greater_number) {
+TEST_F(Requests, VsanGetNextGivesTheFirstGreaterNumber) {
     EXPECT_EQ(vsan_after(0), 1u);
     EXPECT_EQ(vsan_after(1), 10u);
     EXPECT_EQ(vsan_after(11), 20u);
@@ -127,7 +127,7 @@ TEST_F(Requests, vsan_get_next_gives_the_first_greater_number) {
     }
 }
 
-TEST_F(Requests, vsan_get_next_is_ordered_and_complete_with_4095_vsans) {
+TEST_F(Requests, VsanGetNextIsOrderedAndCompleteWith4095Vsans) {
     target_.model = SwitchModel(parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}]})", "test"));
     uint32_t id = 0;
     for (uint32_t expected = 1; expected <= 4095; ++expected) {
@@ -138,7 +138,7 @@ TEST_F(Requests, vsan_get_next_is_ordered_and_complete_with_4095_vsans) {
     EXPECT_EQ(word(vsan_manager(125, 1, {}, 4).data, 0), 4095u);
 }
 
-TEST_F(Requests, vsan_rest_of_the_record_is_handed_back_unchanged) {
+TEST_F(Requests, VsanRestOfTheRecordIsHandedBackUnchanged) {
     SwitchData data = empty_configuration();
     std::vector<uint8_t> rest(VSAN_REST_SIZE);
     for (size_t at = 0; at < rest.size(); ++at) {
@@ -152,29 +152,29 @@ TEST_F(Requests, vsan_rest_of_the_record_is_handed_back_unchanged) {
     EXPECT_EQ(word(reply.data, 2628), 0u);
 }
 
-TEST_F(Requests, counts_are_one_word) {
+TEST_F(Requests, CountsAreOneWord) {
     EXPECT_EQ(vsan_manager(125, 1, {}, 4).data, words({4}));
     EXPECT_EQ(vsan_manager(128, 1, {}, 4).data, words({4}));
 }
 
-TEST_F(Requests, last_change_is_seconds_and_microseconds) {
+TEST_F(Requests, LastChangeIsSecondsAndMicroseconds) {
     settings().last_change = {1700000000, 999999};
     EXPECT_EQ(vsan_manager(126, 1, {}, 8).data, words({1700000000, 999999}));
 }
 
-TEST_F(Requests, latencies_are_told_apart_by_key) {
+TEST_F(Requests, LatenciesAreToldApartByKey) {
     EXPECT_EQ(vsan_manager(136, 1, words({17, 0, 0})).data, words({17, 11, 0}));
     EXPECT_EQ(vsan_manager(136, 1, words({18, 0, 0})).data, words({18, 22, 0}));
     EXPECT_EQ(vsan_manager(136, 1, words({19, 0, 0})).status, STATUS_BAD_RECORD);
 }
 
-TEST_F(Requests, inorder_delivery_is_a_truth_value) {
+TEST_F(Requests, InorderDeliveryIsATruthValue) {
     EXPECT_EQ(vsan_manager(140, 1, {}, 4).data, words({1}));
     target_.model = SwitchModel(empty_configuration());
     EXPECT_EQ(vsan_manager(140, 1, {}, 4).data, words({2}));
 }
 
-TEST_F(Requests, switch_wide_timers_are_told_apart_by_key) {
+TEST_F(Requests, SwitchWideTimersAreToldApartByKey) {
     const std::pair<uint32_t, uint32_t> timers[] = {{7, 3000}, {8, 10000}, {9, 5000}, {10, 5000}};
     for (const auto &[key, value] : timers) {
         const Reply &reply = vsan_manager(127, 1, timer_record(key, 0, 0));
@@ -184,13 +184,13 @@ TEST_F(Requests, switch_wide_timers_are_told_apart_by_key) {
     }
 }
 
-TEST_F(Requests, vsan_timer_is_its_own_or_else_the_switch_wide_one) {
+TEST_F(Requests, VsanTimerIsItsOwnOrElseTheSwitchWideOne) {
     EXPECT_EQ(word(vsan_manager(127, 1, timer_record(8, 1, 10)).data, 4), 20000u);
     EXPECT_EQ(word(vsan_manager(127, 1, timer_record(7, 1, 10)).data, 4), 3000u);
     EXPECT_EQ(word(vsan_manager(127, 1, timer_record(8, 1, 20)).data, 4), 10000u);
 }
 
-TEST_F(Requests, timer_answer_repeats_what_the_request_says_besides_the_value) {
+TEST_F(Requests, TimerAnswerRepeatsWhatTheRequestSaysBesidesTheValue) {
     Buffer record;
     append_timer_record(record, {8, 77, 1, 1, 10, 0xab});
     Buffer expected;
@@ -198,7 +198,7 @@ TEST_F(Requests, timer_answer_repeats_what_the_request_says_besides_the_value) {
     EXPECT_EQ(vsan_manager(127, 1, record).data, expected);
 }
 
-TEST_F(Requests, timer_key_0_of_a_vsan_has_value_0_when_the_vsan_exists) {
+TEST_F(Requests, TimerKey0OfAVsanHasValue0WhenTheVsanExists) {
     settings().tdx_enabled = true;
     for (const uint32_t kind : {1u, 5u}) {
         const Reply &reply = vsan_manager(127, kind, timer_record(0, 1, 10));
@@ -208,13 +208,13 @@ TEST_F(Requests, timer_key_0_of_a_vsan_has_value_0_when_the_vsan_exists) {
     }
 }
 
-TEST_F(Requests, timer_of_a_vsan_that_is_not_there_is_refused) {
+TEST_F(Requests, TimerOfAVsanThatIsNotThereIsRefused) {
     EXPECT_EQ(vsan_manager(127, 1, timer_record(8, 1, 11)).status, STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(vsan_manager(127, 1, timer_record(8, 1, 0)).status, STATUS_VSAN_OUT_OF_RANGE);
     EXPECT_EQ(vsan_manager(127, 1, timer_record(8, 1, 4096)).status, STATUS_VSAN_OUT_OF_RANGE);
 }
 
-TEST_F(Requests, timer_record_with_a_field_that_cannot_be_is_refused) {
+TEST_F(Requests, TimerRecordWithAFieldThatCannotBeIsRefused) {
     EXPECT_EQ(vsan_manager(127, 1, timer_record(0, 0, 0)).status, STATUS_BAD_RECORD) << "switch-wide, no key";
     EXPECT_EQ(vsan_manager(127, 1, timer_record(6, 0, 0)).status, STATUS_BAD_RECORD);
     EXPECT_EQ(vsan_manager(127, 1, timer_record(11, 1, 10)).status, STATUS_BAD_RECORD);
@@ -222,14 +222,14 @@ TEST_F(Requests, timer_record_with_a_field_that_cannot_be_is_refused) {
     EXPECT_EQ(vsan_manager(127, 1, timer_record(8, 0, 10)).status, STATUS_BAD_RECORD) << "switch-wide, yet a VSAN";
 }
 
-TEST_F(Requests, distributed_timer_is_refused_unless_the_service_governs) {
+TEST_F(Requests, DistributedTimerIsRefusedUnlessTheServiceGoverns) {
     EXPECT_EQ(vsan_manager(127, 5, timer_record(8, 1, 10)).status, STATUS_TDX_REFUSED);
     settings().tdx_enabled = true;
     settings().tdx_show_run = true;
     EXPECT_EQ(vsan_manager(127, 5, timer_record(8, 0, 0)).status, STATUS_TDX_REFUSED);
 }
 
-TEST_F(Requests, distributed_timers_are_a_record_of_their_own_that_may_lack_a_vsan) {
+TEST_F(Requests, DistributedTimersAreARecordOfTheirOwnThatMayLackAVsan) {
     target_.model = SwitchModel(parse_configuration(
         R"({"vsans": [{"id": 10, "timers": {"ratov": 20000}}],
             "tdx": {"fctimer": {"enabled": true, "timers": {"10": {"ratov": 30000}}}}})",
@@ -241,7 +241,7 @@ TEST_F(Requests, distributed_timers_are_a_record_of_their_own_that_may_lack_a_vs
     EXPECT_EQ(word(vsan_manager(127, 5, timer_record(8, 0, 0)).data, 4), 10000u) << "switch-wide";
 }
 
-TEST_F(Requests, interface_record_leaves_the_row_status_in_machine_order) {
+TEST_F(Requests, InterfaceRecordLeavesTheRowStatusInMachineOrder) {
     const Reply &reply = vsan_manager(124, 1, words({16781312, 0, 0, 0}));
     ASSERT_EQ(reply.data.size(), 16u);
     EXPECT_EQ(word(reply.data, 0), 16781312u);
@@ -252,7 +252,7 @@ TEST_F(Requests, interface_record_leaves_the_row_status_in_machine_order) {
     EXPECT_EQ(row_status, 1u);
 }
 
-TEST_F(Requests, interface_get_next_is_ordered_unsigned_and_ends) {
+TEST_F(Requests, InterfaceGetNextIsOrderedUnsignedAndEnds) {
     std::vector<uint32_t> seen;
     uint32_t if_index = 0;
     while (seen.size() < 10 && vsan_manager(124, 2, words({if_index, 0, 0, 0})).status == 0) {
@@ -265,7 +265,7 @@ TEST_F(Requests, interface_get_next_is_ordered_unsigned_and_ends) {
     EXPECT_EQ(vsan_manager(124, 1, words({0, 0, 0, 0})).status, STATUS_NO_SUCH_INTERFACE);
 }
 
-TEST_F(Requests, switch_name_is_eight_bytes_and_differs_between_switches) {
+TEST_F(Requests, SwitchNameIsEightBytesAndDiffersBetweenSwitches) {
     SwitchData one = empty_configuration();
     SwitchData other = empty_configuration();
     give_identity(one);
@@ -279,7 +279,7 @@ TEST_F(Requests, switch_name_is_eight_bytes_and_differs_between_switches) {
     EXPECT_NE(ask(MANAGER_SAP_PORT, 1282, 1, {}).data, name);
 }
 
-TEST_F(Requests, membership_is_ordered_by_vsan_and_then_interface) {
+TEST_F(Requests, MembershipIsOrderedByVsanAndThenInterface) {
     std::vector<std::pair<uint32_t, uint32_t>> seen;
     uint32_t vsan = 0;
     uint32_t if_index = 0;
@@ -296,7 +296,7 @@ TEST_F(Requests, membership_is_ordered_by_vsan_and_then_interface) {
     EXPECT_EQ(reply_.status, STATUS_NO_MORE_MEMBERSHIPS);
 }
 
-TEST_F(Requests, membership_get_next_may_start_anywhere) {
+TEST_F(Requests, MembershipGetNextMayStartAnywhere) {
     const auto after = [&](uint32_t vsan, uint32_t if_index) {
         const Reply &reply = ask(MANAGER_SAP_PORT, MTS_OP_PORT_MEMBERSHIP, 2, words({vsan, if_index, 0}));
         return reply.status ? std::pair(0u, 0u) : std::pair(word(reply.data, 0), word(reply.data, 4));
@@ -308,13 +308,13 @@ TEST_F(Requests, membership_get_next_may_start_anywhere) {
     EXPECT_EQ(after(0xffffffff, 0xffffffff), std::pair(0u, 0u));
 }
 
-TEST_F(Requests, membership_get_wants_that_very_pair) {
+TEST_F(Requests, MembershipGetWantsThatVeryPair) {
     EXPECT_EQ(ask(MANAGER_SAP_PORT, MTS_OP_PORT_MEMBERSHIP, 1, words({10, 5, 0})).data, words({10, 5, 1}));
     EXPECT_EQ(ask(MANAGER_SAP_PORT, MTS_OP_PORT_MEMBERSHIP, 1, words({20, 5, 0})).status, STATUS_NO_SUCH_MEMBERSHIP);
     EXPECT_EQ(ask(MANAGER_SAP_PORT, MTS_OP_PORT_MEMBERSHIP, 1, words({0, 0, 0})).status, STATUS_NO_SUCH_MEMBERSHIP);
 }
 
-TEST_F(Requests, changes_of_the_wrong_length_are_refused) {
+TEST_F(Requests, ChangesOfTheWrongLengthAreRefused) {
     const std::tuple<uint32_t, uint32_t, uint32_t> changes[] = {
         {124, 3, 16}, {127, 3, 15}, {136, 3, 12}, {140, 3, 4}, {149, 3, 2632}, {149, 4, 2632}, {8018, 3, 4}};
     for (const auto &[opcode, kind, size] : changes) {
@@ -324,7 +324,7 @@ TEST_F(Requests, changes_of_the_wrong_length_are_refused) {
     }
 }
 
-TEST_F(Requests, wrong_length_is_refused_for_every_request_with_a_payload) {
+TEST_F(Requests, WrongLengthIsRefusedForEveryRequestWithAPayload) {
     const std::tuple<uint32_t, uint32_t, uint32_t, uint32_t> reads[] = {
         {MANAGER_SAP_VSAN, 124, 1, 16},
         {MANAGER_SAP_VSAN, 124, 2, 16},
@@ -344,7 +344,7 @@ TEST_F(Requests, wrong_length_is_refused_for_every_request_with_a_payload) {
     }
 }
 
-TEST_F(Requests, wrong_length_is_refused_for_every_request_without_payload) {
+TEST_F(Requests, WrongLengthIsRefusedForEveryRequestWithoutPayload) {
     const std::tuple<uint32_t, uint32_t, uint32_t> reads[] = {
         {MANAGER_SAP_VSAN, 125, 4}, {MANAGER_SAP_VSAN, 126, 8},  {MANAGER_SAP_VSAN, 128, 4},
         {MANAGER_SAP_VSAN, 140, 4}, {MANAGER_SAP_PORT, 1282, 0}, {MTS_SERVICE_SWITCH, MTS_OP_SWITCH_COUNTERS, 0}};
@@ -355,7 +355,7 @@ TEST_F(Requests, wrong_length_is_refused_for_every_request_without_payload) {
     }
 }
 
-TEST_F(Requests, unknown_service_opcode_and_kind_have_distinct_statuses) {
+TEST_F(Requests, UnknownServiceOpcodeAndKindHaveDistinctStatuses) {
     EXPECT_EQ(ask(0, 149, 1, vsan_block(1)).status, STATUS_NO_SUCH_SERVICE);
     EXPECT_EQ(ask(16, 149, 1, vsan_block(1)).status, STATUS_NO_SUCH_SERVICE);
     EXPECT_EQ(vsan_manager(123, 1, {}).status, STATUS_NO_SUCH_OPCODE);
@@ -369,7 +369,7 @@ TEST_F(Requests, unknown_service_opcode_and_kind_have_distinct_statuses) {
     EXPECT_EQ(vsan_manager(8018, 1, Buffer(4)).status, STATUS_NO_SUCH_KIND);
 }
 
-TEST_F(Requests, distribution_state_is_that_of_the_feature) {
+TEST_F(Requests, DistributionStateIsThatOfTheFeature) {
     const auto state = [&](const char *feature) { return ask(MTS_SERVICE_TDX, 9201, 1, text_bytes(feature)).data; };
     EXPECT_EQ(state("fctimer"), words({0, 0}));
     settings().tdx_enabled = true;
@@ -380,14 +380,14 @@ TEST_F(Requests, distribution_state_is_that_of_the_feature) {
     EXPECT_EQ(state(""), words({0, 0}));
 }
 
-TEST_F(Requests, role_of_a_user_without_one_is_unrestricted) {
+TEST_F(Requests, RoleOfAUserWithoutOneIsUnrestricted) {
     const Reply &reply = ask(MTS_SERVICE_ROLES, 9101, 1, text_bytes("alice"));
     ASSERT_EQ(reply.data.size(), 520u);
     EXPECT_EQ(reply.data, Buffer(520));
     EXPECT_EQ(ask(MTS_SERVICE_ROLES, 9101, 1, Buffer(257, 'a')).status, STATUS_BAD_LENGTH);
 }
 
-TEST_F(Requests, role_of_a_restricted_user_carries_bitmap_and_ranges) {
+TEST_F(Requests, RoleOfARestrictedUserCarriesBitmapAndRanges) {
     target_.roles = parse_roles(R"({"roles": [{"name": "r", "vsans": ["1", "8-9", "4095"],
                                                "interfaces": ["5", "16777216-16781312"], "users": ["alice"]}]})",
                                 "test");
@@ -404,7 +404,7 @@ TEST_F(Requests, role_of_a_restricted_user_carries_bitmap_and_ranges) {
     EXPECT_EQ(word(ask(MTS_SERVICE_ROLES, 9101, 1, text_bytes("alic")).data, 0), 0u);
 }
 
-TEST_F(Requests, counters_count_by_service_opcode_and_kind_but_not_themselves) {
+TEST_F(Requests, CountersCountByServiceOpcodeAndKindButNotThemselves) {
     vsan_manager(149, 1, vsan_block(1));
     vsan_manager(149, 1, vsan_block(99));
     vsan_manager(149, 2, vsan_block(1));
@@ -418,7 +418,7 @@ TEST_F(Requests, counters_count_by_service_opcode_and_kind_but_not_themselves) {
               R"("connections": 0, "dropped_connections": 0, "subscriptions": 0})");
 }
 
-TEST_F(Requests, counters_stay_bounded_whatever_clients_ask) {
+TEST_F(Requests, CountersStayBoundedWhateverClientsAsk) {
     for (uint32_t opcode = 0; opcode < 100000; opcode += 10) {
         ask(77, opcode, 1, {});
     }

@@ -39,7 +39,7 @@ template <typename Look> void for_each_include(const Look &look) {
     }
 }
 
-TEST(Rooms, no_include_runs_up) {
+TEST(Rooms, NoIncludeRunsUp) {
     size_t seen = 0;
     for_each_include([&](const std::string &file, const std::string &header) {
         const std::string from = room_of(file), to = room_of(header);
@@ -53,13 +53,13 @@ TEST(Rooms, no_include_runs_up) {
     EXPECT_GT(seen, 100u);
 }
 
-TEST(Rooms, services_know_nothing_of_the_operator) {
+TEST(Rooms, ServicesKnowNothingOfTheOperator) {
     for_each_include([](const std::string &file, const std::string &header) {
         EXPECT_FALSE(room_of(file) == "services" && room_of(header) == "operator") << file << " includes " << header;
     });
 }
 
-TEST(Rooms, tool_knows_the_switch_by_contract_only) {
+TEST(Rooms, ToolKnowsTheSwitchByContractOnly) {
     size_t seen = 0;
     for_each_include([&](const std::string &file, const std::string &header) {
         if (room_of(file) == "tool") {
@@ -71,7 +71,7 @@ TEST(Rooms, tool_knows_the_switch_by_contract_only) {
     EXPECT_GT(seen, 10u);
 }
 
-TEST(Rooms, headers_are_included_by_their_room) {
+TEST(Rooms, HeadersAreIncludedByTheirRoom) {
     for_each_include([](const std::string &file, const std::string &header) {
         EXPECT_FALSE(header.find('/') == std::string::npos && std::filesystem::exists(sources / room_of(file) / header))
             << file << " includes " << header << " without its room";

@@ -12,7 +12,7 @@ using namespace vswitch_test;
 
 namespace {
 
-TEST_F(ServerTest, requests_of_several_clients_are_answered) {
+TEST_F(ServerTest, RequestsOfSeveralClientsAreAnswered) {
     start();
     const auto one = connect();
     const auto other = connect();
@@ -21,7 +21,7 @@ TEST_F(ServerTest, requests_of_several_clients_are_answered) {
     EXPECT_EQ(one->vsan_count(), 1u);
 }
 
-TEST_F(ServerTest, frame_that_arrives_byte_by_byte_is_answered) {
+TEST_F(ServerTest, FrameThatArrivesByteByByteIsAnswered) {
     start();
     const auto client = connect();
     for (const uint8_t byte : request_frame(5, MANAGER_SAP_VSAN, 125, 1, {}, 4)) {
@@ -30,7 +30,7 @@ TEST_F(ServerTest, frame_that_arrives_byte_by_byte_is_answered) {
     EXPECT_EQ(client->receive_answer().correlation, 5u);
 }
 
-TEST_F(ServerTest, many_requests_at_once_are_answered_in_order) {
+TEST_F(ServerTest, ManyRequestsAtOnceAreAnsweredInOrder) {
     start();
     const auto client = connect();
     constexpr uint32_t count = 300;
@@ -47,7 +47,7 @@ TEST_F(ServerTest, many_requests_at_once_are_answered_in_order) {
     sender.join();
 }
 
-TEST_F(ServerTest, client_that_has_finished_sending_still_gets_its_answers) {
+TEST_F(ServerTest, ClientThatHasFinishedSendingStillGetsItsAnswers) {
     start();
     const auto client = connect();
     client->send(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
@@ -56,7 +56,7 @@ TEST_F(ServerTest, client_that_has_finished_sending_still_gets_its_answers) {
     EXPECT_TRUE(client->closed_by_daemon());
 }
 
-TEST_F(ServerTest, client_that_does_not_read_is_not_read_from_and_others_are_served) {
+TEST_F(ServerTest, ClientThatDoesNotReadIsNotReadFromAndOthersAreServed) {
     start();
     const auto deaf = connect();
     const size_t taken =
@@ -65,7 +65,7 @@ TEST_F(ServerTest, client_that_does_not_read_is_not_read_from_and_others_are_ser
     EXPECT_EQ(connect()->vsan_count(), 1u);
 }
 
-TEST_F(ServerTest, client_that_does_not_read_is_dropped_in_the_end) {
+TEST_F(ServerTest, ClientThatDoesNotReadIsDroppedInTheEnd) {
     options_.stall_timeout = std::chrono::milliseconds(200);
     start();
     const auto deaf = connect();
@@ -76,7 +76,7 @@ TEST_F(ServerTest, client_that_does_not_read_is_dropped_in_the_end) {
     EXPECT_EQ(target_.counters.connections, 0u);
 }
 
-TEST_F(ServerTest, client_that_leaves_a_frame_unfinished_is_dropped_but_an_idle_one_is_not) {
+TEST_F(ServerTest, ClientThatLeavesAFrameUnfinishedIsDroppedButAnIdleOneIsNot) {
     options_.stall_timeout = std::chrono::milliseconds(200);
     start();
     const auto idle = connect();
@@ -87,7 +87,7 @@ TEST_F(ServerTest, client_that_leaves_a_frame_unfinished_is_dropped_but_an_idle_
     EXPECT_EQ(idle->vsan_count(), 1u);
 }
 
-TEST_F(ServerTest, number_of_connections_is_bounded_and_room_is_used_again) {
+TEST_F(ServerTest, NumberOfConnectionsIsBoundedAndRoomIsUsedAgain) {
     options_.max_connections = 8;
     options_.idle_time = std::chrono::hours(1);
     start();
@@ -103,7 +103,7 @@ TEST_F(ServerTest, number_of_connections_is_bounded_and_room_is_used_again) {
     EXPECT_EQ(connect()->vsan_count(), 1u);
 }
 
-TEST_F(ServerTest, idle_clients_do_not_lock_the_operator_out) {
+TEST_F(ServerTest, IdleClientsDoNotLockTheOperatorOut) {
     options_.max_connections = 8;
     options_.idle_time = std::chrono::milliseconds(0);
     start();
@@ -122,7 +122,7 @@ TEST_F(ServerTest, idle_clients_do_not_lock_the_operator_out) {
     EXPECT_EQ(subscriber->vsan_count(), 1u) << "a subscriber has nothing to say and is not idle";
 }
 
-TEST_F(ServerTest, subscriptions_do_not_lock_the_operator_out) {
+TEST_F(ServerTest, SubscriptionsDoNotLockTheOperatorOut) {
     options_.max_connections = 3;
     options_.idle_time = std::chrono::milliseconds(0);
     start();
@@ -136,7 +136,7 @@ TEST_F(ServerTest, subscriptions_do_not_lock_the_operator_out) {
     EXPECT_EQ(subscribers.back()->vsan_count(), 1u);
 }
 
-TEST_F(ServerTest, connection_counters_follow_the_connections) {
+TEST_F(ServerTest, ConnectionCountersFollowTheConnections) {
     start();
     const auto client = connect();
     connect()->vsan_count();
@@ -148,7 +148,7 @@ TEST_F(ServerTest, connection_counters_follow_the_connections) {
     EXPECT_EQ(target_.counters.dropped_connections, 1u);
 }
 
-TEST_F(ServerTest, stop_removes_the_socket_and_closes_the_connections) {
+TEST_F(ServerTest, StopRemovesTheSocketAndClosesTheConnections) {
     start();
     const auto client = connect();
     EXPECT_EQ(client->vsan_count(), 1u);
@@ -157,25 +157,25 @@ TEST_F(ServerTest, stop_removes_the_socket_and_closes_the_connections) {
     EXPECT_FALSE(std::filesystem::exists(folder_ / MTS_SOCKET_NAME));
 }
 
-TEST_F(ServerTest, live_socket_is_never_stolen) {
+TEST_F(ServerTest, LiveSocketIsNeverStolen) {
     start();
     EXPECT_TRUE(contains(refusal_of([&] { Server second(target_, options_); }), "Another vswitchd serves"));
     EXPECT_EQ(connect()->vsan_count(), 1u);
 }
 
-TEST_F(ServerTest, file_in_the_socket_s_place_is_left_alone) {
+TEST_F(ServerTest, FileInTheSocketSPlaceIsLeftAlone) {
     write_file(folder_ / MTS_SOCKET_NAME, "precious");
     EXPECT_TRUE(contains(refusal_of([&] { Server server(target_, options_); }), "move it away"));
     EXPECT_EQ(file_content(folder_ / MTS_SOCKET_NAME), "precious");
 }
 
-TEST_F(ServerTest, path_that_no_socket_address_can_hold_is_refused) {
+TEST_F(ServerTest, PathThatNoSocketAddressCanHoldIsRefused) {
     options_.run_directory = folder_ / std::string(100, 'x');
     EXPECT_TRUE(contains(refusal_of([&] { Server server(target_, options_); }), "too long"));
     EXPECT_FALSE(std::filesystem::exists(options_.run_directory));
 }
 
-TEST_F(ServerTest, unknown_group_is_refused) {
+TEST_F(ServerTest, UnknownGroupIsRefused) {
     options_.group = "no such group";
     EXPECT_TRUE(contains(refusal_of([&] { Server server(target_, options_); }), "no group named"));
 }

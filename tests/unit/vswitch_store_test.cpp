@@ -70,21 +70,21 @@ void crash_with(const std::string &folder, const std::string &other, const std::
     std::filesystem::copy(folder + "/switch.db-wal", other + "/switch.db-wal");
 }
 
-TEST_F(StoreTest, everything_survives_a_restart) {
+TEST_F(StoreTest, EverythingSurvivesARestart) {
     const SwitchData data = sample();
     create(data);
     EXPECT_EQ(open(), data);
     EXPECT_EQ(open(), data) << "and a second one";
 }
 
-TEST_F(StoreTest, full_switch_survives_a_restart) {
+TEST_F(StoreTest, FullSwitchSurvivesARestart) {
     const SwitchData data =
         parse_configuration(R"({"vsanRange": [{"first": 1, "last": 4095}], "portCount": 4096})", "test");
     create(data);
     EXPECT_EQ(open(), data);
 }
 
-TEST_F(StoreTest, database_is_in_write_ahead_mode_and_for_the_owner_only) {
+TEST_F(StoreTest, DatabaseIsInWriteAheadModeAndForTheOwnerOnly) {
     const mode_t before = umask(077);
     create();
     umask(before);
@@ -96,7 +96,7 @@ TEST_F(StoreTest, database_is_in_write_ahead_mode_and_for_the_owner_only) {
     EXPECT_EQ(status.st_mode & 0777, 0600u);
 }
 
-TEST_F(StoreTest, leftovers_of_an_interrupted_creation_are_replaced) {
+TEST_F(StoreTest, LeftoversOfAnInterruptedCreationAreReplaced) {
     write_file(folder_ / "switch.db.new", "half a database");
     write_file(folder_ / "switch.db.new-wal", "half a log");
     create();
@@ -105,7 +105,7 @@ TEST_F(StoreTest, leftovers_of_an_interrupted_creation_are_replaced) {
     EXPECT_FALSE(std::filesystem::exists(folder_ / "switch.db.new-wal"));
 }
 
-TEST_F(StoreTest, creation_that_runs_out_of_space_leaves_no_database) {
+TEST_F(StoreTest, CreationThatRunsOutOfSpaceLeavesNoDatabase) {
     rlimit former{};
     getrlimit(RLIMIT_FSIZE, &former);
     const auto former_action = signal(SIGXFSZ, SIG_IGN);
@@ -125,12 +125,12 @@ TEST_F(StoreTest, creation_that_runs_out_of_space_leaves_no_database) {
     EXPECT_EQ(open().vsans.size(), 2u) << "and the next start succeeds";
 }
 
-TEST_F(StoreTest, second_daemon_on_the_state_folder_is_refused) {
+TEST_F(StoreTest, SecondDaemonOnTheStateFolderIsRefused) {
     const Store first(folder_.path());
     EXPECT_TRUE(contains(refusal_of([&] { Store second(folder_.path()); }), "Another vswitchd"));
 }
 
-TEST_F(StoreTest, second_daemon_is_refused_whatever_is_removed_from_the_state_folder) {
+TEST_F(StoreTest, SecondDaemonIsRefusedWhateverIsRemovedFromTheStateFolder) {
     Store first(folder_.path());
     first.create(sample());
     first.open();
@@ -140,14 +140,14 @@ TEST_F(StoreTest, second_daemon_is_refused_whatever_is_removed_from_the_state_fo
     EXPECT_TRUE(contains(refusal_of([&] { Store second(folder_.path()); }), "Another vswitchd"));
 }
 
-TEST_F(StoreTest, database_that_another_program_has_open_is_not_served) {
+TEST_F(StoreTest, DatabaseThatAnotherProgramHasOpenIsNotServed) {
     create();
     SQLite::Database other(folder_ / "switch.db", SQLite::OPEN_READWRITE);
     other.execAndGet("SELECT count(*) FROM vsan");
     EXPECT_TRUE(contains(refusal_of([&] { open(); }), "locked"));
 }
 
-TEST_F(StoreTest, log_of_a_database_that_is_gone_does_not_reach_the_next_one) {
+TEST_F(StoreTest, LogOfADatabaseThatIsGoneDoesNotReachTheNextOne) {
     create();
     TemporaryFolder crashed;
     crash_with(folder_.path(), crashed.path(), "UPDATE vsan SET name = 'late' WHERE id = 10");
@@ -186,12 +186,12 @@ class StoreTampering : public StoreTest {
     SwitchData data_;
 };
 
-TEST_F(StoreTampering, index_of_the_log_is_no_file_that_others_can_cut_off) {
+TEST_F(StoreTampering, IndexOfTheLogIsNoFileThatOthersCanCutOff) {
     EXPECT_TRUE(std::filesystem::exists(log_));
     EXPECT_FALSE(std::filesystem::exists(folder_ / "switch.db-shm"));
 }
 
-TEST_F(StoreTampering, change_is_refused_while_a_file_is_away_and_accepted_when_it_is_back) {
+TEST_F(StoreTampering, ChangeIsRefusedWhileAFileIsAwayAndAcceptedWhenItIsBack) {
     for (const std::string &file : {database_, log_}) {
         std::filesystem::rename(file, folder_ / "away");
         testing::internal::CaptureStdout();
@@ -209,7 +209,7 @@ TEST_F(StoreTampering, change_is_refused_while_a_file_is_away_and_accepted_when_
     EXPECT_EQ(open(), data_);
 }
 
-TEST_F(StoreTampering, change_is_refused_once_another_file_is_in_the_place) {
+TEST_F(StoreTampering, ChangeIsRefusedOnceAnotherFileIsInThePlace) {
     for (const std::string &file : {database_, log_}) {
         std::filesystem::copy(file, folder_ / "copy");
         std::filesystem::rename(file, folder_ / "away");
@@ -220,7 +220,7 @@ TEST_F(StoreTampering, change_is_refused_once_another_file_is_in_the_place) {
     }
 }
 
-TEST_F(StoreTampering, change_is_refused_once_a_file_was_cut_off) {
+TEST_F(StoreTampering, ChangeIsRefusedOnceAFileWasCutOff) {
     for (const std::string &file : {log_, database_}) {
         const auto size = std::filesystem::file_size(file);
         for (const uintmax_t left : {uintmax_t{0}, size / 2, size - 1}) {
@@ -230,7 +230,7 @@ TEST_F(StoreTampering, change_is_refused_once_a_file_was_cut_off) {
     }
 }
 
-TEST_F(StoreTampering, change_is_refused_once_somebody_has_written_a_file_in_its_place) {
+TEST_F(StoreTampering, ChangeIsRefusedOnceSomebodyHasWrittenAFileInItsPlace) {
     for (const std::string &file : {log_, database_}) {
         const std::string content = file_content(file);
         const auto written = std::filesystem::last_write_time(file);
@@ -241,7 +241,7 @@ TEST_F(StoreTampering, change_is_refused_once_somebody_has_written_a_file_in_its
     }
 }
 
-TEST_F(StoreTampering, files_of_others_are_left_alone_at_the_end) {
+TEST_F(StoreTampering, FilesOfOthersAreLeftAloneAtTheEnd) {
     std::filesystem::remove(database_);
     std::filesystem::remove(log_);
     write_file(database_, "a backup");
@@ -252,7 +252,7 @@ TEST_F(StoreTampering, files_of_others_are_left_alone_at_the_end) {
     EXPECT_EQ(folder_content(folder_.path()), before);
 }
 
-TEST_F(StoreTest, state_folder_that_cannot_be_written_is_refused) {
+TEST_F(StoreTest, StateFolderThatCannotBeWrittenIsRefused) {
     write_file(folder_ / "file", "");
     EXPECT_TRUE(contains(refusal_of([&] { ensure_directory(folder_ / "file/state", "state folder"); }),
                          "Cannot make the state folder"));
@@ -267,7 +267,7 @@ std::vector<const char *> steps_with(const char *another) {
     return steps;
 }
 
-TEST_F(StoreTest, older_schema_is_migrated_and_keeps_its_data) {
+TEST_F(StoreTest, OlderSchemaIsMigratedAndKeepsItsData) {
     create();
     const SwitchData before = open();
     const auto steps = steps_with(added_column);
@@ -280,7 +280,7 @@ TEST_F(StoreTest, older_schema_is_migrated_and_keeps_its_data) {
     EXPECT_EQ(open(steps), before) << "and is not migrated twice";
 }
 
-TEST_F(StoreTest, migration_that_fails_leaves_the_old_schema) {
+TEST_F(StoreTest, MigrationThatFailsLeavesTheOldSchema) {
     create();
     const SwitchData before = open();
     const auto steps = steps_with("ALTER TABLE vsan ADD COLUMN test INTEGER; SELECT broken");
@@ -288,7 +288,7 @@ TEST_F(StoreTest, migration_that_fails_leaves_the_old_schema) {
     EXPECT_EQ(open(), before);
 }
 
-TEST_F(StoreTest, newer_schema_is_refused_untouched) {
+TEST_F(StoreTest, NewerSchemaIsRefusedUntouched) {
     create();
     open(steps_with(added_column));
     const std::string error = refused();
@@ -296,7 +296,7 @@ TEST_F(StoreTest, newer_schema_is_refused_untouched) {
     EXPECT_TRUE(contains(error, "move the file away")) << error;
 }
 
-TEST_F(StoreTest, newer_schema_that_stands_only_in_the_log_is_refused_untouched) {
+TEST_F(StoreTest, NewerSchemaThatStandsOnlyInTheLogIsRefusedUntouched) {
     create();
     TemporaryFolder crashed;
     crash_with(folder_.path(), crashed.path(), "PRAGMA user_version = 99");
@@ -309,7 +309,7 @@ TEST_F(StoreTest, newer_schema_that_stands_only_in_the_log_is_refused_untouched)
     EXPECT_EQ(before, folder_content(crashed.path()));
 }
 
-TEST_F(StoreTest, change_that_stands_only_in_the_log_is_not_lost) {
+TEST_F(StoreTest, ChangeThatStandsOnlyInTheLogIsNotLost) {
     create();
     TemporaryFolder crashed;
     crash_with(folder_.path(), crashed.path(), "UPDATE vsan SET name = 'late' WHERE id = 10");
@@ -317,7 +317,7 @@ TEST_F(StoreTest, change_that_stands_only_in_the_log_is_not_lost) {
     EXPECT_EQ(store.open().vsans.at(10).name, "late");
 }
 
-TEST_F(StoreTest, database_in_a_folder_with_special_characters_is_opened) {
+TEST_F(StoreTest, DatabaseInAFolderWithSpecialCharactersIsOpened) {
     const std::string odd = folder_ / "a?b#c%41 d";
     std::filesystem::create_directory(odd);
     {
@@ -327,17 +327,17 @@ TEST_F(StoreTest, database_in_a_folder_with_special_characters_is_opened) {
     EXPECT_EQ(Store(odd).open().vsans.size(), 2u);
 }
 
-TEST_F(StoreTest, file_that_is_no_database_is_refused_untouched) {
+TEST_F(StoreTest, FileThatIsNoDatabaseIsRefusedUntouched) {
     write_file(folder_ / "switch.db", std::string(5000, 'x'));
     EXPECT_TRUE(contains(refused(), "move it away"));
 }
 
-TEST_F(StoreTest, empty_file_is_refused_untouched) {
+TEST_F(StoreTest, EmptyFileIsRefusedUntouched) {
     write_file(folder_ / "switch.db", "");
     EXPECT_TRUE(contains(refused(), "it is empty"));
 }
 
-TEST_F(StoreTest, truncated_database_is_refused_untouched) {
+TEST_F(StoreTest, TruncatedDatabaseIsRefusedUntouched) {
     create();
     const std::string whole = file_content(folder_ / "switch.db");
     for (const size_t size : {size_t{50}, size_t{100}, size_t{5000}, whole.size() - 4096}) {
@@ -346,7 +346,7 @@ TEST_F(StoreTest, truncated_database_is_refused_untouched) {
     }
 }
 
-TEST_F(StoreTest, overwritten_page_is_refused_untouched) {
+TEST_F(StoreTest, OverwrittenPageIsRefusedUntouched) {
     create();
     const std::string whole = file_content(folder_ / "switch.db");
     ASSERT_EQ(whole.size() % 4096, 0u);
@@ -358,7 +358,7 @@ TEST_F(StoreTest, overwritten_page_is_refused_untouched) {
     }
 }
 
-TEST_F(StoreTest, another_program_s_database_is_refused_untouched) {
+TEST_F(StoreTest, AnotherProgramSDatabaseIsRefusedUntouched) {
     {
         SQLite::Database other(folder_ / "switch.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
         other.exec("CREATE TABLE t (x)");
@@ -368,7 +368,7 @@ TEST_F(StoreTest, another_program_s_database_is_refused_untouched) {
 
 class StoreDamage : public StoreTest, public testing::WithParamInterface<const char *> {};
 
-TEST_P(StoreDamage, in_the_data_is_refused_untouched) {
+TEST_P(StoreDamage, InTheDataIsRefusedUntouched) {
     create();
     change(std::string("PRAGMA foreign_keys = OFF; PRAGMA ignore_check_constraints = ON; ") + GetParam());
     EXPECT_TRUE(contains(refused(), "damaged"));
