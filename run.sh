@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds everything, then runs the virtual switch, an SNMP agent that serves it, and a receiver
 # of the agent's notifications.
 set -uo pipefail

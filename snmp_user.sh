@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Makes, lists and removes the SNMPv3 users of the agent that run.sh starts.
 set -uo pipefail
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The few pieces of BER that SNMP messages are made of, for clients that do not use the
 // agent's own library. Lengths are definite; what is read may have them in any form.
 #ifndef BER_H

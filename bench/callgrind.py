@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Counts instructions with callgrind: of a process from one moment to another, and of the
 shared objects in it."""
 

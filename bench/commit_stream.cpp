@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the disk can do: the smallest transaction that leaves the switch's database as a SET of
 // a VSAN's name does, with prepared statements and nothing around it. The same settings of
 // SQLite as in virtual_switch/model/store.cpp, but for the lock that keeps others out: this one is

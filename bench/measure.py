@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Measures the rows and prints the table. bench/run.sh calls it, and has built everything."""
 
 import argparse

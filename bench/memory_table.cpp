@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A table of 4095 names that the agent keeps in its own memory, loaded with dlmod: what the
 // VSAN table is measured against. It has the shape of vsanName: as many arcs, the same index,
 // values of the same length.

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: bench/module32.sh FILE
 # Builds a release of the module in the 32-bit root, which is made first, and puts it into a
 # file, stripped. Needs root.

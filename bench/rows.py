@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The rows of the table: what each measures, against what, and what it must reach."""
 
 import json

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Measures how fast and how small the module is, and prints one table.
 set -uo pipefail
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Measures streams of requests against each other: slices of the one and of the other take
 // turns, so that whatever else the machine does meets both alike.
 #include <algorithm>

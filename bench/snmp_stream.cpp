@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SNMPv2c requests over UDP to an agent on this machine, a fixed number of them outstanding.
 //
 // Messages are made and checked here rather than by Net-SNMP's library: the client shares two

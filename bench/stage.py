@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What is measured, as running processes: a switch, an agent that serves it, a simulator. It
 uses the harness of the agent tests, on a release build."""
 

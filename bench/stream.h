@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is measured: a stream of operations of one kind, run for a slice of time at a time.
 #ifndef BENCH_STREAM_H
 #define BENCH_STREAM_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The VSAN manager's attributes, of which records and events carry the keys, and what
  * their values are. A list has a row for each value: the number, the name, and the word

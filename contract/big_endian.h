@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Words in network byte order, at any alignment. */
 #ifndef BIG_ENDIAN_H
 #define BIG_ENDIAN_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What the switch publishes: event classes and their payloads, big-endian words.
  *

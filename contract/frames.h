@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The frames of the reference message service, spoken over one Unix stream socket,
  * MTS_SOCKET_NAME, in the switch's run directory.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What numbers and names may be: least and greatest values, both included. Plain decimal
  * numbers: the MIB's text takes them from here.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The records of requests and replies: sizes in bytes, and where each field lies. Every
  * word is big-endian, but for one.

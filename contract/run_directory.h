@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The switch's run directory: where it is, and what the switch, the agent and the
  * operator's tool find there.

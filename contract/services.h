@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What can be asked of whom: the services behind the message socket, their requests and
  * the kinds of these. The words are those of the operator's tool.

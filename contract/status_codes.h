@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The status codes of the reference platform, one row each: code, name, text. The
  * virtual switch answers with them and the error-text library renders them. A code

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Makes the configuration of prometheus-snmp-exporter from the built MIB.
 set -uo pipefail
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the switch's run directory is, for those who look for something in it.
 #ifndef RUN_DIRECTORY_H
 #define RUN_DIRECTORY_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # The state folder of run.sh, and the agent's configuration in it. Sourced after common.sh.
 #

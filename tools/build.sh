@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # Building, and the standard MIB modules beside ours. Sourced after common.sh and packages.sh.
 

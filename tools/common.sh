@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # shellcheck disable=SC2034 # used by those who source this
 # What the scripts of this repository share: messages, steps with a log, and an orderly

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """Adds up test results: prints 'N passed, N failed' for JUnit XML files.
 
 A file that is missing, damaged or without a single test counts as one failure: a runner that

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: tools/coverage.sh FOLDER
 # Builds the module and its unit tests with gcc's counters into a folder, runs the tests,
 # and prints which lines and branches of the module they reached. A branch that they did not

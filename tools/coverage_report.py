@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """Judges the module's coverage: coverage_report.py GCOVR_JSON JUNIT_XML
 
 Prints one table, a row for each source file, and what no test has reached: a line that has

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # Who the agent of a state folder is: its engine id, for which the keys of all users are made, and
 # its boots, how often it has started under that id. The boots must never go back, since a client

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: tools/fuzz.sh FOLDER SECONDS
 # Builds the fuzz targets with clang into a folder, runs each for a while, starting from its
 # corpus, prints how often each ran, and ends with a line 'N passed, N failed'. What breaks a

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: tools/fuzz_coverage.sh FOLDER FUZZ_FOLDER
 # Builds the fuzz targets into a folder with clang's counters, runs each once over its seeds
 # and over what the runs of tools/fuzz.sh have found in another, and prints which share of the

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """Prints a table of what the fuzz targets did.
 
 fuzz_report.py runs JUNIT_XML

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: tools/lint.sh
 # Checks format and looks for mistakes that need no running program; ends with a line
 # 'N passed, N failed'. The packages must be installed.
@@ -51,6 +52,15 @@ lock_file_names_no_registry() {
     ! grep -n '"resolved"\|://' tools/standard-mibs/package-lock.json
 }
 
+# What has no place for a comment (JSON, what a fuzzer found) and what people read is left out.
+every_source_names_its_licence() {
+    files '*.c' '*.cpp' '*.h' '*.py' '*.sh' '*.pl' '*.bash' '*.cmake' '*CMakeLists.txt' '*.map' '*.yml' '*.ini' \
+        '*.cfg' '*.supp' '*.suppressions' .ci/run .clang-format .shellcheckrc |
+        xargs -d '\n' awk 'FNR == 1 { if (named == "no") missing = missing last "\n"; named = "no"; last = FILENAME }
+            FNR <= 2 && /SPDX-License-Identifier: Apache-2\.0/ { named = "yes" }
+            END { if (named == "no") missing = missing last "\n"; printf "%s", missing; exit missing != "" }'
+}
+
 mapfile -t SOURCES < <(files '*.c' '*.cpp' '*.h')
 mapfile -t SCRIPTS < <(files '*.sh' .ci/run)
 mapfile -t PYTHON < <(files '*.py')
@@ -64,6 +74,7 @@ check "shell scripts parse" every_script_parses
 check "shellcheck" shellcheck "${SCRIPTS[@]}"
 check "flake8" flake8 --config tools/flake8.cfg "${PYTHON[@]}"
 check "types of the Python code" python_types_fit
+check "licence of every source" every_source_names_its_licence
 check "lock file of the MIB package" lock_file_names_no_registry
 say "$PASSED passed, $FAILED failed"
 ((FAILED == 0))

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: tools/memcheck.sh FOLDER
 # Builds into a folder, runs the tests of the running agent with the agent and the switch under
 # valgrind's memcheck, and ends with a line 'N passed, N failed'. An error, or memory lost for

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # shellcheck disable=SC2034 # used by those who source this
 # The packages that this repository needs, all lists in this one place, and their

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # The receiver of notifications that run.sh shows: a real snmptrapd on loopback, with files of
 # its own in the state folder. Sourced after common.sh and agent.sh.

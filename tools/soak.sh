@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: tools/soak.sh FOLDER MINUTES CAMPAIGN [CMAKE_ARGUMENT...]
 # Builds into a folder, lets the campaigns of the tests against real processes share so many
 # minutes, printing how they get on, and ends with a line 'N passed, N failed'. CAMPAIGN is

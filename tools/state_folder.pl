@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Looks through a state folder before a script reads or writes anything in it, and closes it to
 # everybody else: whoever could put a file of theirs there, or a link, would have whoever runs the
 # script do what it says. virtual_switch/model/state_folder.cpp does the same for the switch, which also

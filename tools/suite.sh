@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: tools/suite.sh FOLDER [--only SUITE [--filter FILTER]] [CMAKE_ARGUMENT...]
 # Builds into a folder, runs the unit tests and the tests against real processes there, and
 # ends with a line 'N passed, N failed'. SUITE is unit or agent: that one alone, with no more built

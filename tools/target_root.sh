@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # The 32-bit root: a small Debian of the other word size in which everything is built and
 # tested as it is on the product. Sourced after common.sh and packages.sh; needs root.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # shellcheck disable=SC2034 # used by those who source this
 # The SNMPv3 users of a state folder, and the running agent that is told of them. Sourced

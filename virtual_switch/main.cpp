@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // vswitchd, the virtual switch's daemon: command line, start and stop.
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Keyed object lists: ordered collections of pointers, looked up by a key that a
  * comparator of the caller understands. Keys and data stay the caller's; the

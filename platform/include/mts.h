@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Message service: synchronous requests to the switch's manager processes, and
  * the event messages they publish.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Agent extension library: who asks, what they may see, error details, and
  * notifications. It lives inside the SNMP agent's process, on the agent's thread.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Port manager client. */
 #ifndef PLATFORM_PM_H
 #define PLATFORM_PM_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Event history and debug output. Both are filtered by a 32-bit class (100
  * failures and refusals, 101 ordinary trace); the filters are asked for each event.

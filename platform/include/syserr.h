@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Texts for the platform's 32-bit status codes. */
 #ifndef PLATFORM_SYSERR_H
 #define PLATFORM_SYSERR_H

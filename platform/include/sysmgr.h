@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* System manager: supervision of the switch's processes. */
 #ifndef PLATFORM_SYSMGR_H
 #define PLATFORM_SYSMGR_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Fabric-wide configuration distribution service (TDX). A feature is named by its
  * application, for instance "fctimer". */
 #ifndef PLATFORM_TDX_H

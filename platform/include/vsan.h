@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * VSAN library: decodes the VSAN manager's configuration events (class 145).
  *

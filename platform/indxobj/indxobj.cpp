@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keyed lists on the C library's balanced trees.
 //
 // One kind of list exists here: ordered, each key once. A key that the list already

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests: one connection to the switch, one request at a time on it. They go through
 // memory shared with the switch where it offers that, otherwise over the socket.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reception of events, on a connection of its own, so that a reply never waits
 // behind an event. For the platform's libraries; a process has one subscription.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "mts_frame.h"
 
 #include "contract/big_endian.h"

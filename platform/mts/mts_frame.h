@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames of the message service, taken apart and put together in memory. Nothing
 // here does input or output or keeps state; the layouts are those of contract/frames.h.
 #ifndef MTS_FRAME_H

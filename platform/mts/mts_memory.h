@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The requester's side of the memory shared with the switch, see mts_shared.h.
 #ifndef MTS_MEMORY_H
 #define MTS_MEMORY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // For the libraries of the agent that keep what the switch has told them.
 #ifndef MTS_SETTINGS_H
 #define MTS_SETTINGS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The memory that a requester and the switch may share: a second way for requests
 // and replies beside the socket, because a process that sleeps on a socket takes far
 // longer to wake up than a request takes to be served. Either side watches the

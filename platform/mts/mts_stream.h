@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One connection to the switch's message socket, and frames going over it. Every
 // wait ends at a deadline; no call blocks beyond it, and none raises SIGPIPE.
 #ifndef MTS_STREAM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who asks: the PDU that the agent is working on right now.
 //
 // The agent does not tell an old-style read handler on whose behalf it is called.

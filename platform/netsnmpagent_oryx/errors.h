@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why a request failed, for the agent's log: an SNMP error status is one of eighteen
 // words, the platform's status says what happened.
 #ifndef NETSNMPAGENT_ORYX_ERRORS_H

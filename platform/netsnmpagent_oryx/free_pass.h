@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Releases what a SET has staged where the agent itself does not.
 //
 // The phases of a SET end with COMMIT or with FREE, except after a failed ACTION: then

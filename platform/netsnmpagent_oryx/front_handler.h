@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The handler that stands in front of every handler registered under the module's
 // root: it says who asks (context.h), keeps a SET on its row (row_guard.h) and leaves
 // nothing staged behind (free_pass.h).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What this library has hooked into the agent lives exactly as long as its code is
 // mapped. It is set up when the library is loaded, not in the entry that the agent
 // calls: the module is linked against this library and brings it in by itself when

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Brings the module in and out, on the agent's `dlmod netsnmpagent_oryx PATH`.
 //
 // `dlmod` opens what it is given and then calls its entry. A module that initialises

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The entries that the agent calls by name after loading this library and before
 // unloading it. A second call of either changes nothing.
 #ifndef NETSNMPAGENT_ORYX_MODULE_LOADER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Events of the switch become notifications of the agent.
 //
 // The connection to the switch is made from the agent's loop, never while the module

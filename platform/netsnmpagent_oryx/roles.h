@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a user may touch. The switch knows (MTS_SERVICE_ROLES, see contract/records.h). What it
 // said is believed for as long as it publishes that nothing has changed; where it does
 // not publish that, it is asked once for each PDU that needs to know.

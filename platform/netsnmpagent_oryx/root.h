@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The subtree that the module serves.
 #ifndef NETSNMPAGENT_ORYX_ROOT_H
 #define NETSNMPAGENT_ORYX_ROOT_H

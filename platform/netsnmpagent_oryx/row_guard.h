@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keeps a SET on the row that the requester named.
 //
 // In the first phase of a SET the agent calls the read handler and then hands the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A clock that costs no system call.
 #ifndef COARSE_CLOCK_H
 #define COARSE_CLOCK_H

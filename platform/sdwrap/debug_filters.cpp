@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "debug_filters.h"
 
 #include "contract/run_directory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which event classes go into the history and to the debug output.
 //
 // The text form has one setting a line; the last one of a class counts:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One record of the event history. The history's files hold a line for each:
 //
 //   2026-11-22T02:00:00.123456Z 4711 7536640 100 the text

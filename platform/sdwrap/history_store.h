@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where this process's event history goes: two text files in the run directory, of
 // HISTORY_FILE_MAX bytes at most each. `history.NAME` is added to. When it is full it
 // becomes `history.NAME.old`, in the place of the one before.

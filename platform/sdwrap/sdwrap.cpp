@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every function here leaves errno as it was: callers trace a failure before they
 // look at its reason.
 #include "sdwrap.h"

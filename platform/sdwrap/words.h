@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Taking lines of text apart, without a C++ runtime.
 #ifndef SDWRAP_WORDS_H
 #define SDWRAP_WORDS_H

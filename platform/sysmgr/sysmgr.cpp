@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reference platform supervises nobody; it watches that the announcements are
 // balanced, because on a switch an agent that never comes back is restarted.
 #include "sysmgr.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the system manager library knows of this process.
 #ifndef SYSMGR_STATE_H
 #define SYSMGR_STATE_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Fixtures: a switch, an agent that serves it, and clients. A test that only reads
 shares one switch and one agent with the others; a test that disturbs them starts its
 own with the start_ fixtures."""

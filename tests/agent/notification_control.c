@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The module's notification control has a write method and no object yet. This gives it
  * one, so that tests can write it over SNMP: an agent loads it behind the module. */
 #include <net-snmp/net-snmp-config.h>

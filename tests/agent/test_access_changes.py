@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Roles and users that change while somebody walks: the rest of the walk goes by the new
 rules from the next request on, and whoever is gone is told so."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Users of drawn roles against an oracle: what they can read, and what they can change
 and cannot, is what the rules of access say, column by column. A failure prints the seed;
 --random-seed and --random-roles repeat it, or try many more."""

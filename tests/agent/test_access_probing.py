@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A restricted user who tries everything: every object, from every name that might start
 something, by GET, GETNEXT, GETBULK and SET. What comes back is what the rules say, never
 a value of somebody else's, always a later name; nothing changes, and the agent lives."""

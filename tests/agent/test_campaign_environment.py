@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a process cannot choose: what time the machine says it is, and how many descriptors
 it may have."""
 

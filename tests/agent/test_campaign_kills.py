@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The switch, the agent, or both are killed or stopped at random moments under a stream
 of SETs: what was answered is there, nothing is half there, and nobody else falls over."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Everything at once for as long as anybody likes: reads of all kinds, random SETs, events
 by the hundred, roles that come and go. At the end both processes hold what they held when
 they had warmed up, and the switch is what the model says."""

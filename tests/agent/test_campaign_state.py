@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What happens to the state folder: its disk is full, or its database is damaged while
 nobody runs."""
 

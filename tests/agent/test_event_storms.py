@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Events by the ten thousand: what fits arrives, what does not is counted, and nobody waits
 for anybody."""
 

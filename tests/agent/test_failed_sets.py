@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """SETs that fail on the way: what stays changed, what is taken back, and that nothing of
 a failed PDU is left for the next one to find."""
 

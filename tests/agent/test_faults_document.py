@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What docs/vswitchctl.md says an SNMP client sees of each fault is what it sees."""
 
 import re

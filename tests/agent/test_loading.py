@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """How the module gets into the agent and out again."""
 
 import ctypes

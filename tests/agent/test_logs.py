@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Nobody fills the disk by making the programs log: what they say is bounded."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The manager is away, hung, or answers with what is no answer. The agent answers in
 time, stays up, keeps its other objects reachable, and serves again by itself once the
 manager is back."""

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tables of interfaces: which VSAN a port is in, and which ports a VSAN has."""
 
 import pytest

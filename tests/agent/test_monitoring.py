@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Monitoring as docs/monitoring.md sets it up: what the real exporter says of a switch, what it
 says when there is nothing to say, and the commands of that page."""
 

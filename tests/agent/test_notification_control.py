@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The write method of the notification control, through an object made for these tests:
 whatever is written, the manager is asked to send."""
 

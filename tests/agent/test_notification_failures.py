@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Receivers that are dead, events that are none, managers that end in between: the agent
 sends what it can vouch for, answers meanwhile, and goes on."""
 

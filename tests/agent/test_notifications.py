@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Events of the switch arrive at a real snmptrapd as notifications."""
 
 import pytest

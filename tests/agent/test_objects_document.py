@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What docs/objects.md says of failed writes is what happens: status and phase of every row
 of its table, by SETs that fail for the row's reason."""
 

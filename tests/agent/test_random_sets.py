@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Random SETs against a model of the switch. After each, the agent's answer and
 everything that can be read are what the model says. After one that failed, somebody else
 may delete a VSAN that it was about: what the agent had kept of it too long would show.

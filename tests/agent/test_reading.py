@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What clients read: every version, every kind of request, two families of clients."""
 
 import time

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What README.md shows of changing things is what happens."""
 
 from harness.build import MIBS, PROGRAMS

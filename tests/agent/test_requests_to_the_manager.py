@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a request costs at the manager, and what names that fit nothing cost."""
 
 import pytest

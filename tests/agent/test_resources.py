@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """An agent that has answered thousands of requests holds no more than one that has
 answered a few."""
 

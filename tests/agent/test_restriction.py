@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Users who may see some VSANs only. The shared switch restricts alice and the
 community `limited` to VSANs 1 and 30."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What docs/running.md says of files and options that a user writes is what the switch takes."""
 
 import grp

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What all commands of this repository have in common, and what test.sh refuses."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """SETs by users who may touch some VSANs only. alice and the community `limited` have
 VSANs 1 and 30; VSAN 10 exists and is not theirs, 50 does not exist."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """SETs on the VSAN table: columns, row status, bounds. Every test has a switch of its
 own, with VSANs 1, 2, 10, 20, 30, 40 and 4095."""
 

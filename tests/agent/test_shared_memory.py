@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Memory that the switch shares with the agent: requests go through it while all is well,
 and what becomes of it when the switch dies or hangs."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The command that makes SNMPv3 users, with run.sh's agent and without it."""
 
 import os

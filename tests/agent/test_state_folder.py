@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Whose state folder the programs work on: run.sh, snmp_user.sh and the switch look through it first."""
 
 import os

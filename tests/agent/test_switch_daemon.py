@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The switch itself: what it makes of strangers on its socket, and of its state folder."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Fibre Channel timers, latencies and delivery: switch-wide and per VSAN. Per VSAN a
 timer is the VSAN's own or, where it has none, the switch's."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The operator's tool against a running switch: every command in words and as JSON, what it
 refuses and how it ends, its completion, and the faults that it sets, seen by the switch's clients."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The harness plays clients and managers that share no code with the switch. Their numbers
 are those of contract/ all the same."""
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A whole SNMP agent inside a fuzz target: Net-SNMP's agent library, the agent extension
 // library and the module, on a transport that is a function call. It has no address and
 // grants every community everything; the community is the user whom the switch judges.

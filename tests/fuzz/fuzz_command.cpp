@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whatever bytes come as an operator's command: the switch answers one JSON object that fits
 // a frame, and a refusal says why and changes nothing.
 #include <cstdlib>

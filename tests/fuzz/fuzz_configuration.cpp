@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whatever the operator's JSON files hold: they make a switch that is whole, or are
 // refused with one printable line.
 #include <cstdlib>

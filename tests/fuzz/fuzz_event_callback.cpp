@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bytes are an event's payload: both notification callbacks must survive any, and
 // send either nothing or a notification with all of its bindings. The VSAN library
 // behind the one is the platform's own.

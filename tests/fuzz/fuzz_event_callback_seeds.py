@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Seeds of fuzz_event_callback: writes one file for each event worth starting from into
 the folder named on the command line. The layout is told in the target's source, that of
 a VSAN event's payload in the VSAN library's header."""

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What reading makes of a history file that anybody may have written.
 #include <cstdint>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the fuzz targets share: reading an input piece by piece, and saying what broke.
 #ifndef FUZZ_INPUT_H
 #define FUZZ_INPUT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bytes are what the managers answer, and which object is asked for how: every read
 // handler must survive any reply, release each one exactly once and come to an end.
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Seeds of fuzz_manager_reply: writes one file for each exchange worth starting from
 into the folder named on the command line. The layout is told in the target's source."""
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whatever a switch puts into the memory that it shares, or sends instead: a request ends
 // with exactly the reply that was sent, or fails, and the next request of a sound switch is
 // served. No descriptor stays open.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Seeds of fuzz_mts_client: answers of a switch, in the memory and over the socket, written
 into the folder named on the command line."""
 

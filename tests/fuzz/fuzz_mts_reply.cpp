@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the message service's client makes of the bytes that come from the switch:
 // frames, and the replies and events in them.
 #include <cstdlib>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Seeds of fuzz_mts_reply: frames as a switch sends them, written into the folder named
 on the command line."""
 

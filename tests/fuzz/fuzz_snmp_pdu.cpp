@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SNMP messages against a whole agent with the module in it and a switch behind it: each
 // well-formed request gets exactly one answer that keeps the protocol's rules, a walk
 // advances, a user sees and changes nothing but what the role allows, and no SET leaves

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Seeds of fuzz_snmp_pdu: writes one file for each conversation worth starting from into
 the folder named on the command line. The layout is told in the target's source."""
 

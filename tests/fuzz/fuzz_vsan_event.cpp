@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the VSAN library makes of an event's payload.
 #include <cstdlib>
 #include <vector>

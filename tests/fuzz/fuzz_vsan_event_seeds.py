@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Seeds of fuzz_vsan_event: payloads of VSAN events, written into the folder named on
 the command line."""
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whatever a client puts into the memory that it shares with the daemon, and sends beside
 // it: what the daemon puts there and sends are well-formed frames, or it ends the
 // conversation, as it does where something else than one request is posted.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Seeds of fuzz_vswitchd_memory: what clients do with the memory, written into the folder
 named on the command line."""
 

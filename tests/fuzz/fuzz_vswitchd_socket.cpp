@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whatever a client sends, in whatever portions: the daemon answers in well-formed frames
 // or ends the conversation.
 #include <cstdlib>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Seeds of fuzz_vswitchd_socket: one conversation for each request that the daemon knows."""
 import functools
 import struct

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The module against replies and events of any kind, on the scripted platform of the unit
 # tests.
 if(NOT TARGET scripted_module)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Fuzz targets of the platform libraries.
 
 set(platform_sources ${PROJECT_SOURCE_DIR}/platform)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Writing the seeds of a fuzz target."""
 
 import os

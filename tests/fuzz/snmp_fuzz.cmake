@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # SNMP messages against the module inside a whole agent, with the virtual switch behind it.
 
 get_target_property(oryx_sources netsnmpagent_oryx UNIT_TEST_SOURCES)

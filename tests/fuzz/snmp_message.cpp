@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "snmp_message.h"
 
 #include "ber.h"

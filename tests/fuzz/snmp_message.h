@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SNMPv1 and v2c messages, written and read without the agent's own library, so that the
 // two can disagree.
 #ifndef SNMP_MESSAGE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch behind the agent of agent_in_process.h: the virtual switch's own managers,
 // reached by a function call in place of the message service, and the rest of the platform.
 #ifndef SWITCH_IN_PROCESS_H

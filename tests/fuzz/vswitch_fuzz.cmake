@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What the virtual switch reads from outside: its clients' bytes and its operator's files.
 
 find_package(fmt REQUIRED)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Frames of the message protocol, and what is in them, for the seeds of fuzz targets."""
 
 import struct

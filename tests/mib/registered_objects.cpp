@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the built module tells an agent, for the tests of the MIB text. This program is the
 // agent: it takes the registration, and hands write methods their first phase.
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """docs/objects.md says of each object what the MIB text says.
 
 BUILD_DIR names the build folder (default: build/ in the repository).

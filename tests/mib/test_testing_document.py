@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """docs/testing.md says which suites start processes, and which speak over a network."""
 import pathlib
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The MIB text against two independent parsers, and against what the module registers.
 
 BUILD_DIR names the build folder (default: build/ in the repository). Its mibs/ folder must

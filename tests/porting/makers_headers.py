@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Usage: makers_headers.py HEADERS FOLDER
 Writes into FOLDER the headers of HEADERS, with everything different that may differ."""
 

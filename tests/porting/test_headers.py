@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A maker's own headers: where docs/porting.md says that they may differ from ours the module
 is still built, and where it says that they must be equal it is not, or looks for other
 functions than the maker's libraries have. What all the differences that are allowed come to at

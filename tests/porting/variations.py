@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """How a maker's headers may differ from those in platform/include, and how they may not.
 Each entry belongs to an item of docs/porting.md, by the item's first words."""
 

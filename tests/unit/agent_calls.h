@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's side of the module: what the module registers is caught here, and its
 // handlers are called from that registration as the agent would call them.
 //

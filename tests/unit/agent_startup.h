@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The start of an agent inside a test program.
 #ifndef AGENT_STARTUP_H
 #define AGENT_STARTUP_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The request channel: scalar exchanges and what a failed request becomes.
 
 #include "module_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The seven column writers of the VSAN table: what each accepts in RESERVE1, what it
 // says when it refuses, and what it traces at each phase.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The module stands alone on a switch and keeps its own copy of what it must agree on with
 // the switch's processes. Here the copies are held together: a number that differs does not
 // compile.

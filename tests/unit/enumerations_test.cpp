@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager's enumerations, both ways and complete.
 
 #include "module_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the timer table's read handler answers, and to whom.
 
 #include "fctimer_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SET of a VSAN's force flags, and what they do to the timers written after them.
 
 #include "fctimer_test.h"

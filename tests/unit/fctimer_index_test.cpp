@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which VSAN a name in the timer table stands for.
 
 #include "fctimer_test.h"

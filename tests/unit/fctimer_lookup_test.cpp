@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One timer of one VSAN: which kind of request it takes, the request, and the reply.
 
 #include "fctimer_test.h"

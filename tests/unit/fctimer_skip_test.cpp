@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // VSANs that have no value at the distribution service are passed over, by GET too.
 
 #include "fctimer_test.h"

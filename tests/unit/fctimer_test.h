@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fixture of the timer table's tests: a switch with some VSANs, a value for each
 // timer at the manager and another at the distribution service.
 #ifndef FCTIMER_TEST_H

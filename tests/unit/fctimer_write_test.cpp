@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SET of a VSAN's three timers: each phase, each check, and the request.
 
 #include "fctimer_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Users who may touch only some interfaces: the read of the interface table's columns,
 // and the rule that reading and moving share.
 

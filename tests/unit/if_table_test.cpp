@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // GET and GETNEXT of the interface table: one row an interface, from the VSAN manager.
 
 #include "module_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start and stop: which calls in which order, and what is printed.
 
 #include "module_test.h"

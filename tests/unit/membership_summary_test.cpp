@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // GET and GETNEXT of the membership summary: one row a pair of VSAN and interface, from
 // the port manager.
 

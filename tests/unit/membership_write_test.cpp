@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SET of an interface's VSAN, the choice of the interface columns' write methods, and the
 // functions that stand for writers that do nothing.
 

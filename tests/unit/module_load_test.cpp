@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The shared object as a program loads it, against the reference platform: what its
 // constructor and destructor do.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fixture of the module's tests: a module that has been initialised, and the
 // rules that hold for every exchange checked at the end.
 #ifndef MODULE_TEST_H

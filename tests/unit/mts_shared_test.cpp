@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames going through shared memory whole, whatever was there before.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Branches that cannot be taken: what a build for tests makes of one, what is released does,
 // and what a build that counts coverage leaves out.
 

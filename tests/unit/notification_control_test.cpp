@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The write method of the notification control, and the request that it sends.
 
 #include "module_test.h"

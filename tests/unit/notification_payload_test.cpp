@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the VSAN manager's event may carry: the callback on top of the platform's own
 // decoder, byte by byte.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fixture of the notifications' tests: an event handed to a callback as the agent
 // extension library does it, and the notification taken apart.
 #ifndef NOTIFICATION_TEST_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An SNMP agent inside the test: an object tree with old-style handlers in it, PDUs
 // made by hand and pushed through the chain of handlers, and the agent's log.
 #ifndef ORYX_AGENT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The message service as the agent extension library sees it, scripted: replies to
 // role requests, a source of events, and a record of every call.
 #ifndef ORYX_FAKE_PLATFORM_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Counts in the environment how often it was loaded, where its loader can see it
  * after it is gone. */
 #include <stdio.h>

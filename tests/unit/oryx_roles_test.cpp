@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "oryx_agent.h"
 #include "oryx_fake_platform.h"
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Tests of the agent extension library. Its sources are compiled into the test, so
 # that its inner functions can be called and the message service behind it is
 # scripted (oryx_fake_platform.cpp).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the module relies on in the types of the platform's headers. A switch that brings
 // headers of its own must agree with every line here.
 #include <gtest/gtest.h>

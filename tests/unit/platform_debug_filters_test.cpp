@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The text form of the filters of history and debug output.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The lines of the event history, and what is none.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One request through the message service's client, with all that came of it.
 #ifndef PLATFORM_MTS_CLIENT_H
 #define PLATFORM_MTS_CLIENT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The subscription side of the message service's client.
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How long the message service's client waits for a silent manager, altogether. The
 // linker leads the client's waits and its clock, contained in this program, to the
 // functions below, so that they are counted and take no time.

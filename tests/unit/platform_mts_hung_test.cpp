@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the message service's client does about a manager that is there and silent.
 #include <gtest/gtest.h>
 

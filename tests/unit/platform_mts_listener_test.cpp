@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whom the message service's client takes for the switch.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A client and a manager that has given it memory.
 #ifndef PLATFORM_MTS_MEMORY_FIXTURE_H
 #define PLATFORM_MTS_MEMORY_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the message service's client makes of memory, and of things in its place, that no
 // sound manager shares.
 #include <fstream>

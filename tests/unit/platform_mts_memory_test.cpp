@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests of the message service's client through memory that the manager shares.
 #include <sys/wait.h>
 

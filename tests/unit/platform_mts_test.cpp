@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests and replies of the message service's client.
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Exhausted memory in the platform libraries. The linker leads the calls of malloc
 // in this program, which contains them, to the function below.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A manager process as the tests need it: it listens on the message socket of a
 // run directory of its own, and does what a test tells it, one frame at a time.
 // Every wait of it is bounded and ends in an exception.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager's side of memory that it shares with the client, for the scripted manager.
 #ifndef PLATFORM_SCRIPTED_MEMORY_H
 #define PLATFORM_SCRIPTED_MEMORY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Event history and debug output as a process uses them.
 #include <csignal>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The small libraries that speak to the switch: distribution service, port manager,
 // and those that know it: VSAN events, error texts, heartbeat.
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Tests of the platform libraries, against the libraries as they are built, and for
 # what these do not give away, against their sources.
 find_package(Threads REQUIRED)

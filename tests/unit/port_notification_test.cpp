@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Port membership events as notifications, with the port manager's value asked for once.
 //
 // The module keeps that value for as long as the process lives, so whatever makes it

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Wire records: sizes, offsets, byte order, keys and defaults.
 
 #include "module_test.h"

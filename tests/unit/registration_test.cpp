@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The registration table, row by row.
 
 #include "module_test.h"

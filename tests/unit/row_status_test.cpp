@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The row status of a VSAN, phase by phase: what each checks, stages, sends and traces.
 
 #include "vsan_write_test.h"

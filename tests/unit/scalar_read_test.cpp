@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // GET and GETNEXT of the ten scalars, through the registration table.
 
 #include "module_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SET of the six writable scalars: each phase, each check, and the request.
 
 #include "module_test.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The module's surroundings for a program that plays both the agent and the switch: the
 # scripted platform, the agent's side, and the agent's own libraries. What the module
 # calls in the agent's library and in libc is redirected where somebody has to see it.

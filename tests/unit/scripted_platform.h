@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A platform for the module under test: it implements every function of the platform's
 // headers inside the test program, answers as the test says and records every call.
 // It does no more than the headers ask of a platform: outputs of a call that failed are

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A SET PDU taken through its phases as the agent does it: each phase goes over all
 // varbinds, grouped by object in the order in which the objects first appear, and goes
 // on to its end after an error. A failed RESERVE1 or RESERVE2 is followed by FREE for

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The pending and undo lists: what each column stages, what is sent, and what stays.
 
 #include "vsan_write_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the module's trace texts stand in its sources.
 #ifndef TRACE_PLACES_H
 #define TRACE_PLACES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Trace lines: both ways, their filters, and their length.
 
 #include "module_test.h"

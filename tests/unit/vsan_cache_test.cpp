@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one-row cache: the columns of one row in one PDU cost one request.
 
 #include "module_test.h"

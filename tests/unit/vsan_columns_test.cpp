@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The values of the VSAN table's columns.
 
 #include "module_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which VSAN the name of a request asks for.
 
 #include "module_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The VSAN manager's configuration events as VSAN status notifications.
 
 #include "notification_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One lookup of the VSAN table: what is sent, what is done with each kind of reply.
 
 #include "module_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Users who may touch only some VSANs.
 
 #include "module_test.h"

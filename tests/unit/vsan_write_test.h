@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fixture of the VSAN table's write tests: a switch that takes changes, the
 // requests of a SET compared whole, and lists that must be empty in the end.
 #ifndef VSAN_WRITE_TEST_H

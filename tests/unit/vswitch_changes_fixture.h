@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A switch with its database, and a hand on both.
 #ifndef VSWITCH_CHANGES_FIXTURE_H
 #define VSWITCH_CHANGES_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Roles that are changed while the switch runs: in force at once, in their file for good.
 #include <sys/stat.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ports and the settings of the whole switch: what is accepted, what is refused and why,
 // and that the disk has what was answered.
 #include "vswitch_changes_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fabric timers: their ranges, their order, and the distribution service's session.
 #include "vswitch_changes_fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Creating, changing and deleting VSANs: what is accepted, what is refused and why, and
 // that the disk has what was answered.
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operator's commands: what each answers, and everything that is refused.
 #include <nlohmann/json.hpp>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operator's JSON files: what they make, and that every mistake is named.
 #include <algorithm>
 #include <ctime>

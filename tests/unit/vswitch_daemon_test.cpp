@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon as its operator meets it: a process with a command line, signals, an exit
 // code and lines on standard error.
 #include <chrono>

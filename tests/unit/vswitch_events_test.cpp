@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a change publishes, to whom, in which order, and what becomes of events that
 // nobody takes.
 #include <thread>

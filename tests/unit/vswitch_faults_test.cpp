@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Faults: which requests they meet, how often, and what becomes of those requests.
 #include "network/conversation.h"
 #include "vswitch_test_support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames and conversations: what a client may send, and what anything else leads to.
 #include <cstring>
 

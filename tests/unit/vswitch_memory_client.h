@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clients that share memory with the daemon, whose loop is in this process.
 #ifndef VSWITCH_MEMORY_CLIENT_H
 #define VSWITCH_MEMORY_CLIENT_H

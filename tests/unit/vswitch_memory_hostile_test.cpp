@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clients that put other things into the shared memory than they should.
 #include <atomic>
 #include <vector>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests that come through memory shared with the client, and what is published in it.
 #include <algorithm>
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every request that the managers and the platform's services answer, and every way of
 // asking wrongly.
 #include <tuple>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The rooms of the virtual switch stand on floors: a file includes headers of its own floor and of
 // those below it.
 #include <filesystem>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon's loop in this process.
 #ifndef VSWITCH_SERVER_FIXTURE_H
 #define VSWITCH_SERVER_FIXTURE_H

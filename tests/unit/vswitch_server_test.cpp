@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The socket's loop, with limits small enough to be reached.
 #include <chrono>
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The database: nothing is lost, nothing is touched that is not understood.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <csignal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the virtual switch's tests share: requests by hand, folders that go away, a
 // client that never waits for ever.
 #ifndef VSWITCH_TEST_SUPPORT_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The virtual switch's tests: its library directly, and the daemon as a process.
 
 include(GoogleTest)

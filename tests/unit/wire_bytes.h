@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records as the manager sends and receives them, byte by byte. Written without
 // the module's structures and conversions, so that the two can disagree.
 #ifndef WIRE_BYTES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SETs while memory runs out, lists refuse, and with lists that treat a key already
 // present in every way that the platform allows: nothing leaks, is released twice or
 // stays on a list.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which write method the VSAN table hands out for which object.
 
 #include "module_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole SET PDUs on the VSAN table: which requests reach the manager, in which order
 // and with which bytes, and what the switch has in the end.
 

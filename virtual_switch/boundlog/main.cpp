@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // boundlog FILE: writes standard input to a log until its end, and keeps the log from filling
 // the disk, whatever the programs behind it say and whoever makes them say it:
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The room `changes`: what may be changed, by whom, and what is published then. It knows
 // neither requests nor records. May include model/ and contract/.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a change comes into force; for the functions of changes.h.
 #ifndef VSWITCH_COMMIT_H
 #define VSWITCH_COMMIT_H

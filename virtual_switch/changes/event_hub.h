@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // To whom events go.
 #ifndef VSWITCH_EVENT_HUB_H
 #define VSWITCH_EVENT_HUB_H

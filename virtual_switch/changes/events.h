@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a change publishes: an event's class and payload, see contract/events.h.
 #ifndef VSWITCH_EVENTS_H
 #define VSWITCH_EVENTS_H

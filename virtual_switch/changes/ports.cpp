@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes the ports: their VSAN, their deny list, their link.
 #include "changes/commit.h"
 #include "contract/status_codes.h"

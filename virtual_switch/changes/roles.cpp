@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Adds and removes roles, in their file and in force.
 #include <algorithm>
 #include <spdlog/spdlog.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes the settings of the whole switch, but for the fabric timers.
 #include "changes/commit.h"
 #include "contract/status_codes.h"

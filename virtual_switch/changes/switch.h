@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a change acts on: the running switch, where it is kept, and who hears of it.
 #ifndef VSWITCH_SWITCH_H
 #define VSWITCH_SWITCH_H

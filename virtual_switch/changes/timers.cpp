@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes the fabric timers, at once or through a session of the distribution service.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Creates, changes and deletes VSANs.
 #include "changes/commit.h"
 #include "contract/status_codes.h"

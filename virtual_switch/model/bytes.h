@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes as they come and go: words in them are big-endian, and nothing is read past their end.
 #ifndef VSWITCH_BYTES_H
 #define VSWITCH_BYTES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a new switch starts with.
 #ifndef VSWITCH_CONFIGURATION_H
 #define VSWITCH_CONFIGURATION_H

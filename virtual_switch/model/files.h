@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files and folders of the daemon. All functions throw Refusal, with a sentence that
 // names the path.
 #ifndef VSWITCH_FILES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the operator's JSON files strictly: a key that nobody asked for, a key given
 // twice, a value of the wrong type or outside its range is an error that names the
 // place. Included by the readers of such files only; the JSON library is heavy.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why something is not done: the one exception of the switch.
 #ifndef VSWITCH_REFUSAL_H
 #define VSWITCH_REFUSAL_H

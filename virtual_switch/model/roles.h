@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Roles: which users are restricted to which VSANs and interfaces.
 #ifndef VSWITCH_ROLES_H
 #define VSWITCH_ROLES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a switch may be, whoever says so: a manager's SET, the operator's commands or a configuration
 // file. The numbers are those of contract/limits.h. A check returns STATUS_SUCCESS, or what is wrong.
 #ifndef VSWITCH_RULES_H

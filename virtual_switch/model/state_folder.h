@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whom the daemon's state folder belongs to.
 #ifndef VSWITCH_STATE_FOLDER_H
 #define VSWITCH_STATE_FOLDER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch's database, `switch.db` in the state folder.
 //
 // It is one SQLite file in write-ahead mode, synchronous FULL: what a transaction has

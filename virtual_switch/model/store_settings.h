@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the settings of the whole switch are kept in the database: a row each.
 #ifndef VSWITCH_STORE_SETTINGS_H
 #define VSWITCH_STORE_SETTINGS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is written to the database, and how.
 #ifndef VSWITCH_STORE_WRITER_H
 #define VSWITCH_STORE_WRITER_H

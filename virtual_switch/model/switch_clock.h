@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What time it is for the switch.
 //
 // The switch takes the machine's time of day once, when it starts, and counts on from there by

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A switch's configuration as plain data: what the initial file describes, what the
 // database holds and what the running switch is made from.
 #ifndef VSWITCH_SWITCH_DATA_H

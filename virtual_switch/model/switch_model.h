@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The room `model`: what a switch is, in memory and on disk, and the files that say so. It knows
 // neither requests nor who asks. May include contract/ only.
 //

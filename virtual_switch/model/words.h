@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The words that configuration files and commands have for numbers.
 #ifndef VSWITCH_WORDS_H
 #define VSWITCH_WORDS_H

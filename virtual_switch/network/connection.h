@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One client's socket: what comes over it, and over the memory shared with the client, goes
 // through a Conversation, and the answers go back the way the requests came.
 #ifndef VSWITCH_CONNECTION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One client's conversation, without its socket: bytes in, bytes out.
 //
 //                  a fault delays the next request

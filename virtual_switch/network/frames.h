@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frames of the message protocol, see contract/frames.h: a bounded parser for what a
 // client may send, and the answers.
 #ifndef VSWITCH_FRAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The room `network`: sockets, frames, conversations and shared memory; bytes in, bytes out.
 // May include services/, below it changes/, model/ and contract/, and the memory's layout of
 // the platform.

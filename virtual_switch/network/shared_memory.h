@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch's side of the memory that it shares with a requester, see mts/mts_shared.h,
 // and how long the switch watches such memories before it sleeps.
 #ifndef VSWITCH_SHARED_MEMORY_H

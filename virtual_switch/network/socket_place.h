@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the daemon listens, and whom it lets in.
 #ifndef VSWITCH_SOCKET_PLACE_H
 #define VSWITCH_SOCKET_PLACE_H

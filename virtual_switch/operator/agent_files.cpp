@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands about the file that the switch shares with the agent in the run directory: the
 // filters of its trace.
 #include <algorithm>

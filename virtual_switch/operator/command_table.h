@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The room `operator`: what the operator's tool says to the switch, one JSON object a request, one
 // a reply. May include services/, changes/, model/ and contract/, and the platform's readers of
 // the files that the agent leaves. This header stays in the room: the JSON library is heavy.

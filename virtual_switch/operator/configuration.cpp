@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands about VSANs, ports and roles.
 #include "model/configuration.h"
 #include "operator/command_table.h"

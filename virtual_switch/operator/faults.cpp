@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands that make the switch do something wrong.
 #include "contract/frames.h"
 #include "operator/command_table.h"

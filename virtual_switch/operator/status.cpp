@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands about the switch as a whole and its events.
 #include <unistd.h>
 

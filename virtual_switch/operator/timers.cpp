@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands about the fabric timers, the latencies and the distribution service.
 #include <algorithm>
 

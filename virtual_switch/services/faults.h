@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Faults: what the operator wants the switch to do wrong, so that a management
 // application's handling of errors can be tested. They live in memory only; a switch
 // that starts has none.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The port manager: which interface is a member of which VSAN, and the switch's name.
 #include "contract/status_codes.h"
 #include "services/records.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The managers' records, see contract/records.h, and what they hold: bounded, big-endian,
 // independent of the machine.
 #ifndef VSWITCH_RECORDS_H

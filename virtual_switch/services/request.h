@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is asked of the switch, and what it answers.
 #ifndef VSWITCH_REQUEST_H
 #define VSWITCH_REQUEST_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A switch that serves requests: what an answer may depend on beside the switch itself. It lives
 // in memory only.
 #ifndef VSWITCH_SERVED_SWITCH_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The room `services`: who answers which request, and the records that requests and replies carry.
 // A service decodes, asks the model or has changes made, and encodes; it knows no socket. May include
 // changes/, model/ and contract/.

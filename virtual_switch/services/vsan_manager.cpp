@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The VSAN manager: VSANs, the interfaces' VSANs, the fabric timers and latencies.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The room `tool`: vswitchctl, the operator's program. It knows the switch by contract/ only, and speaks
 // to it through the platform's message client.
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # bash completion for vswitchctl. Source this file, or put it into the folder of the
 # system's completions under the name vswitchctl.
 # shellcheck shell=bash

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's event history, from its files in the run directory: nobody has to run for it.
 #ifndef VSWITCHCTL_HISTORY_H
 #define VSWITCHCTL_HISTORY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // vswitchctl, the operator's tool: its command line.
 #include <CLI/CLI.hpp>
 #include <charconv>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch's replies in words. Each function prints one reply to standard output.
 #ifndef VSWITCHCTL_PRINT_H
 #define VSWITCHCTL_PRINT_H

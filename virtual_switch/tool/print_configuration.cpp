@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // VSANs, ports and roles in words.
 #include <cstdio>
 #include <fmt/format.h>

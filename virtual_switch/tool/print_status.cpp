@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The whole switch, timers, the distribution service, the agent's trace and faults in words.
 #include <algorithm>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text tables for a terminal of 80 columns.
 #ifndef VSWITCHCTL_TABLE_H
 #define VSWITCHCTL_TABLE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch's events as they are published.
 #include <cerrno>
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words that stand for numbers on the command line and in what is printed.
 #ifndef VSWITCHCTL_WORDS_H
 #define VSWITCHCTL_WORDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every part of the module shares: wire records, the manager's enumerations, the numbers
 // of the registration table, opcodes and constants. It must stand alone on any switch.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's headers, in the order in which they want to be included.
 #ifndef VSAN_MIB_AGENT_H
 #define VSAN_MIB_AGENT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The request channel to the switch's managers: the exchanges that several objects
 // share, and what a failed one becomes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Exchanges with the switch's managers that several subjects share, and what becomes of a
 // failed one.
 #ifndef VSAN_MIB_CHANNEL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager's enumerations as value and name, looked up both ways.
 
 #include "vsan_mib_exports.h"

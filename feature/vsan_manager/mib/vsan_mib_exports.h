@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The functions that the module exports, each described where it is defined. They are listed
 // in vsanmib.map too; everything else is hidden.
 #ifndef VSAN_MIB_EXPORTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // GET and GETNEXT on the per-VSAN Fibre Channel timer table. While the distribution
 // service governs the timers, its own record of a VSAN is what a read shows.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SET on the per-VSAN Fibre Channel timer table: three timers, sent in ACTION and never
 // undone, and the force flags that the module keeps for them.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // GET and GETNEXT on the interface membership table (one row an interface, from the
 // VSAN manager) and on the membership summary (one row a pair of VSAN and interface,
 // from the port manager). Neither has a cache.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What happens when the shared object is loaded and unloaded, whoever does it.
 
 #include "vsan_mib_exports.h"

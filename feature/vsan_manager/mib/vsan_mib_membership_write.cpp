@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SET of an interface's VSAN: checked in RESERVE1, sent in ACTION, never staged and
 // never undone.
 

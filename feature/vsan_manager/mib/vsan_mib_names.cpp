@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names of rows: from a name to an index and back.
 
 #include "vsan_mib_names.h"

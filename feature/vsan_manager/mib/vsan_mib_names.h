@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All that the module knows of OIDs: the name of a row, the index in it, and where the
 // GETNEXT of a table ends. Everything else deals in indexes.
 //

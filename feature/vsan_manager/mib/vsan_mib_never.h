@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Conditions that cannot hold where they stand.
 //
 // VSAN_NEVER(condition, "why it does not hold") stands for the condition of a branch that is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The managers' events as notifications: the two callbacks of the agent extension
 // library, and the notification control.
 

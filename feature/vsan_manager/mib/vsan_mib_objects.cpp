@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From an object's number to its row.
 
 #include "vsan_mib_objects.h"

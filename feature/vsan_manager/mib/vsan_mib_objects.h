@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The 28 objects as rows of data: who reads each, where its value lies, who writes it, and what
 // the trace says of it. The registration table is held against them where it stands.
 #ifndef VSAN_MIB_OBJECTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Byte order, keys and defaults of the wire records.
 
 #include "vsan_mib_exports.h"

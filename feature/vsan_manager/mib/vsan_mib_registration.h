@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The registration table, as the agent gets it.
 #ifndef VSAN_MIB_REGISTRATION_H
 #define VSAN_MIB_REGISTRATION_H

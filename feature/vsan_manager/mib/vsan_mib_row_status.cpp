@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The phases of vsanRowStatus: creates a VSAN (createAndGo), applies its row again (active), deletes
 // it (destroy), and backs out in UNDO what ACTION did.
 

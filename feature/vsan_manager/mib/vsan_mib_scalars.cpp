@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ten scalars: a read costs one request to the VSAN manager, and so does a SET, which is
 // checked in RESERVE1, sent in ACTION, and never undone.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The phases of every write method, the checks that they share, and the column writers, whose
 // phases those of the staging lists are.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A SET: what each kind of write does in each phase, and what a value must be.
 //
 // The agent calls a write method once for every varbind in a phase, and runs a phase over all

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The write methods as rows: what each accepts, what it says when it refuses, and what kind of
 // write it is. Behind the rows, the functions that the agent calls.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The pending and undo lists: columns of one VSAN that arrive in one PDU are folded
 // into one pending record, which goes to the manager once.
 

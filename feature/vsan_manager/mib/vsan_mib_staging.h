@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two lists that carry a SET of VSAN rows from phase to phase, and the only code that
 // touches them. The pending list (vsanEntry_list) holds what goes to the manager, the undo
 // list (vsanEntry_undo_list) the row as the manager had it before. Each holds at most one

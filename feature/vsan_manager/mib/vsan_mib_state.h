@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the module keeps while it is loaded, under the names that the switch knows it by.
 #ifndef VSAN_MIB_STATE_H
 #define VSAN_MIB_STATE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Registration of the module's objects with the agent, and its two entries.
 
 #include "vsan_mib_exports.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "vsan_mib_trace.h"
 #include "vsan_mib_never.h"
 

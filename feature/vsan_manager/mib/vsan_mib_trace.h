@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Trace lines. Each goes two ways, to the event history and to the debug output,
 // and each way is filtered by class; a text that nobody wants is never formatted.
 #ifndef VSAN_MIB_TRACE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Integers as the agent hands them over.
 #ifndef VSAN_MIB_VALUES_H
 #define VSAN_MIB_VALUES_H

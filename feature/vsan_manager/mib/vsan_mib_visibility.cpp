@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a user may see and change: the VSANs of their role.
 
 #include "vsan_mib_visibility.h"

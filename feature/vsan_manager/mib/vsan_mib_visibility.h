@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a user may see and change: the VSANs of their role.
 #ifndef VSAN_MIB_VISIBILITY_H
 #define VSAN_MIB_VISIBILITY_H

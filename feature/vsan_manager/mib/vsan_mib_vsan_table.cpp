@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // GET and GETNEXT on the VSAN table: from OID to VSAN number, from VSAN number to row
 // through the manager or the one-row cache, and from row to column value.
 

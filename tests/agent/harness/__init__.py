@@ -1,1 +1,2 @@
+# SPDX-License-Identifier: Apache-2.0
 """Real processes and real protocols for the agent tests: the switch, the agent, clients."""

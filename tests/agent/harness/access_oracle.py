@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a restricted user is expected to see of a switch, and which of their SETs are
 expected to be refused. Written from the rules of access alone, and without a word about
 how the agent finds its answers.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A switch with drawn contents, drawn roles on it, and an agent that serves it to one
 user a role: as an SNMPv3 user with authentication and privacy, and as a community of
 the same name."""

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A real snmpd with the module in it."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Assignments as a SET takes them: a name and an encoded value."""
 
 from collections.abc import Callable

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The part of the Basic Encoding Rules that SNMP uses, for single packets and for tests
 that send too many of them for a general library. Encoders give whole elements, so that
 a test can also make one up that no ordinary client would send."""

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Where the build under test is, and what it was configured with."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Campaigns: tests that break something at random, again and again, and look whether all
 of it is still right. In the ordinary suite each makes a few rounds; --soak MINUTES lets
 them go on."""

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """SNMP clients: the Net-SNMP tools, a second one that shares no code with them, and a
 sender of single packets."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """prometheus-snmp-exporter as a test uses it, and what it says of a switch."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A manager that misbehaves on request.
 
 It listens where the switch would and serves a small table of VSANs. A test replaces

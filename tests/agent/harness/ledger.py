@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A stream of SETs, and the books of what the switch must hold after it.
 
 A SET that was answered noError is in the switch from then on. One that was refused, or

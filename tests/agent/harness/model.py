@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a switch is expected to become under SETs: the switch as plain data, and a SET
 PDU taken through its phases as the agent does it.
 

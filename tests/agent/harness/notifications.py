@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Where notifications go: a real snmptrapd, and a socket that only counts them."""
 
 import contextlib

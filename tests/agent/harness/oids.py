@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The objects of the subtree, in the order in which a walk visits them."""
 
 from .build import ENTERPRISE

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The operator's tool as a test uses it."""
 
 import json

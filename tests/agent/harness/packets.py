@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A version 2c client that says exactly what a test wants: values in any encoding,
 several of them in any order, and what the agent answered to that."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A child process whose output is kept, so that a test can wait for a line of it."""
 
 import re

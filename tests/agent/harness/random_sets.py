@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Random SET PDUs, the switch that they are for, and the model of it."""
 
 from .assignments import encoded

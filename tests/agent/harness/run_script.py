@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The scripts in the top folder as a user runs them. They build into the repository's own
 build folder, so tests of them have nothing to do when another one is under test."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A file system with little room, and what fills it."""
 
 import contextlib

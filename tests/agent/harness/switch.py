@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The virtual switch as a test sees it."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A terminal that somebody types on."""
 
 import os

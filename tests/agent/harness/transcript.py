@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a document shows of a terminal: commands, each with what it prints, to be run as
 they stand there but for the places that differ from one machine to the next."""
 

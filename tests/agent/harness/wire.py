@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The switch's socket protocol, from the requester's side and as plain frames.
 
 Every word is big-endian. A frame is magic, type, correlation and body length, then
