@@ -127,7 +127,7 @@ fuzz_coverage() {
 }
 
 lint() {
-    install_packages "${LINT_PACKAGES[@]}"
+    install_packages "${BUILD_PACKAGES[@]}" "${LINT_PACKAGES[@]}"
     run_group tools/lint.sh
 }
 

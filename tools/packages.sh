@@ -19,7 +19,7 @@ MEMCHECK_PACKAGES=(valgrind)
 FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev)
 COVERAGE_PACKAGES=(gcovr)
 FUZZ_COVERAGE_PACKAGES=(llvm-14)
-LINT_PACKAGES=(git clang-format-16 cppcheck shellcheck flake8 mypy)
+LINT_PACKAGES=(git clang-format-16 clang-tidy-16 cppcheck shellcheck flake8 mypy)
 TARGET_PACKAGES=(mmdebstrap arch-test util-linux)
 
 # missing_packages PACKAGE...: prints those that are not installed.

@@ -20,6 +20,11 @@ namespace {
 constexpr int exit_refused = 1;
 constexpr int exit_usage = 2;
 
+// Does without, where nobody can be told: standard error may be a full disk.
+void tell(const std::string &line) {
+    std::fputs(line.c_str(), stderr);
+}
+
 struct Options {
     std::string state_directory;
     std::string run_directory; // empty: the state folder
@@ -71,7 +76,7 @@ void serve(const Options &options) {
     vswitch::Server server(the_switch, server_options);
 
     // Whoever started the daemon waits for this line, so no log level hides it.
-    fmt::print(stderr, "ready {}\n", server.socket_path());
+    tell(fmt::format("ready {}\n", server.socket_path()));
     server.run([&] {
         try {
             the_switch.roles = vswitch::load_roles(role_file);
@@ -126,7 +131,7 @@ int main(int argc, char **argv) {
         serve(options);
         return 0;
     } catch (const std::exception &error) {
-        fmt::print(stderr, "vswitchd: {}\n", error.what());
+        tell(fmt::format("vswitchd: {}\n", error.what()));
         return exit_refused;
     }
 }

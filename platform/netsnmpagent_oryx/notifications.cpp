@@ -142,7 +142,7 @@ void on_pause_over(unsigned, void *) {
 // Leaves the connection alone for a while; without memory for a timer it goes on.
 void begin_pause() {
     struct timeval duration = {};
-    duration.tv_usec = STORM_PAUSE * 1000;
+    duration.tv_usec = suseconds_t{STORM_PAUSE} * 1000;
     pause_timer = snmp_alarm_register_hr(duration, 0, on_pause_over, nullptr);
     if (pause_timer != 0) {
         unregister_readfd(connection);

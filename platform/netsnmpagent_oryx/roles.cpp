@@ -58,7 +58,7 @@ bool decode(const uint8_t *reply, uint32_t length, Role &decoded) {
     decoded.range_count = range_count;
     // Ascending, none reaching into the next: contains_interface() relies on it.
     for (uint32_t i = 0; i < range_count; ++i) {
-        const uint8_t *range = reply + ROLE_REPLY_RANGES + i * ROLE_RANGE_SIZE;
+        const uint8_t *range = reply + ROLE_REPLY_RANGES + size_t{i} * ROLE_RANGE_SIZE;
         decoded.ranges[i] = {read_be32(range), read_be32(range + 4)};
         if (decoded.ranges[i].first > decoded.ranges[i].last ||
             (i > 0 && decoded.ranges[i].first <= decoded.ranges[i - 1].last)) {
@@ -131,7 +131,7 @@ void refresh(const PduContext &pdu) {
     const uint64_t generation = mts_settings_generation();
     if (generation == 0 || role_generation != generation || !is_same_user) {
         role_generation = fetch(pdu.user) ? generation : 0;
-        strcpy(role_user, pdu.user);
+        memcpy(role_user, pdu.user, sizeof role_user);
     }
     role_pdu = pdu.number;
 }

@@ -59,7 +59,7 @@ uint32_t read_setting(const char *feature, tdx_state_reply_at which, uint32_t *s
         for (size_t i = 0; i < STATE_WORDS; ++i) {
             known.settings[i] = read_be32(static_cast<const uint8_t *>(reply) + 4 * i) != 0;
         }
-        strcpy(known.feature, feature);
+        memcpy(known.feature, feature, strlen(feature) + 1);
         known.generation = generation;
         *setting = known.settings[which / 4];
     }

@@ -30,8 +30,9 @@ bool decode(const void *payload, uint32_t size, config_change &change) {
     const uint32_t count = read_be32(bytes.data() + VSAN_EVENT_ATTRIBUTE_COUNT);
     change = {read_be32(bytes.data() + VSAN_EVENT_CONDITION), read_be32(bytes.data() + VSAN_EVENT_VSAN),
               read_be32(bytes.data() + VSAN_EVENT_CREATED), bytes.subspan(VSAN_EVENT_FIXED)};
-    return count <= VSAN_EVENT_MAX_ATTRIBUTES && change.attributes.size() == count * VSAN_EVENT_ATTRIBUTE_SIZE &&
-           change.is_created <= 1 && change.vsan_id >= VSAN_NUMBER_MIN && change.vsan_id <= VSAN_NUMBER_MAX;
+    return count <= VSAN_EVENT_MAX_ATTRIBUTES &&
+           change.attributes.size() == size_t{count} * VSAN_EVENT_ATTRIBUTE_SIZE && change.is_created <= 1 &&
+           change.vsan_id >= VSAN_NUMBER_MIN && change.vsan_id <= VSAN_NUMBER_MAX;
 }
 
 } // namespace

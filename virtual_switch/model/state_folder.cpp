@@ -75,7 +75,7 @@ void check_folder(const Folder &folder, const std::string &path, bool is_open) {
     check_entry(path, status_of(folder, path), is_open);
     while (const dirent *entry = readdir(folder.get())) {
         const std::string name = entry->d_name;
-        const std::string inner_path = path + "/" + name;
+        const std::string inner_path = fmt::format("{}/{}", path, name);
         struct stat status {};
         // What comes and goes while an agent runs may have gone.
         if (name == "." || name == ".." || fstatat(descriptor, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {

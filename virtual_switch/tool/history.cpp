@@ -20,7 +20,7 @@ namespace vswitchctl {
 namespace {
 
 // A file may be larger than it should be; only so much of it is looked at.
-constexpr size_t max_history_file = 8 * HISTORY_FILE_MAX;
+constexpr size_t max_history_file = size_t{8} * HISTORY_FILE_MAX;
 
 // How often to read both files when one takes the other's place meanwhile.
 constexpr int read_attempts = 8;

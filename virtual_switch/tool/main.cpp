@@ -23,6 +23,11 @@ using Printer = void (*)(const Json &);
 constexpr int exit_refused = 1;
 constexpr int exit_usage = 2;
 
+// Does without, where nobody can be told: standard error may be a full disk.
+void complain(const std::string &sentence) {
+    std::fputs(fmt::format("vswitchctl: {}\n", sentence).c_str(), stderr);
+}
+
 bool as_json = false;
 
 void show(const Json &reply, Printer print) {
@@ -488,11 +493,10 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : exit_usage;
     } catch (const vswitchctl::Refusal &refusal) {
-        fmt::print(stderr, "vswitchctl: {}\n", refusal.what());
+        complain(refusal.what());
         return exit_refused;
     } catch (const Json::exception &error) {
-        fmt::print(stderr, "vswitchctl: The switch answered something that this tool does not know ({}).\n",
-                   error.what());
+        complain(fmt::format("The switch answered something that this tool does not know ({}).", error.what()));
         return exit_refused;
     }
 }

@@ -141,7 +141,7 @@ void watch(bool json, std::optional<uint32_t> count) {
         }
         // The first that comes is the switch's confirmation: from then on nothing is missed.
         if (!confirmed) {
-            fmt::print(stderr, "watching; Ctrl-C ends\n");
+            std::fputs("watching; Ctrl-C ends\n", stderr);
         }
         confirmed = true;
         if (result == 0) {

@@ -57,6 +57,7 @@ Words status_words() {
     };
     static const std::vector<Word> words = [] {
         std::vector<Word> list;
+        list.reserve(names.size());
         for (const NamedStatus &status : names) {
             list.emplace_back(status.name, status.code);
         }

