@@ -88,6 +88,14 @@ void serve(const Options &options) {
     spdlog::info("stopped");
 }
 
+void start_log(const std::string &level) {
+    auto logger = std::make_shared<spdlog::logger>("vswitchd", std::make_shared<spdlog::sinks::stderr_sink_st>());
+    logger->set_pattern("%Y-%m-%dT%H:%M:%S.%e%z %l: %v");
+    logger->set_level(spdlog::level::from_str(level));
+    logger->flush_on(spdlog::level::debug);
+    spdlog::set_default_logger(logger);
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -115,12 +123,7 @@ int main(int argc, char **argv) {
         return app.exit(error) == 0 ? 0 : exit_usage;
     }
 
-    auto logger = std::make_shared<spdlog::logger>("vswitchd", std::make_shared<spdlog::sinks::stderr_sink_st>());
-    logger->set_pattern("%Y-%m-%dT%H:%M:%S.%e%z %l: %v");
-    logger->set_level(spdlog::level::from_str(options.log_level));
-    logger->flush_on(spdlog::level::debug);
-    spdlog::set_default_logger(logger);
-
+    start_log(options.log_level);
     umask(077);
     // A client that goes away, and a file that may not grow, are errors of the call.
     std::signal(SIGPIPE, SIG_IGN);

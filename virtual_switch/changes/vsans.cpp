@@ -13,6 +13,29 @@ Vsan new_vsan(uint32_t id) {
     return vsan;
 }
 
+namespace {
+
+// What a VSAN becomes: a wanted record says nothing of timers, and of two values it may say
+// nothing.
+Vsan completed(const Vsan &wanted, const Vsan &present) {
+    Vsan changed = wanted;
+    changed.timers = present.timers;
+    changed.distributed_timers = present.distributed_timers;
+    if (changed.inorder_delivery == 0) {
+        changed.inorder_delivery = present.inorder_delivery;
+    }
+    if (changed.drop_latency == 0) {
+        changed.drop_latency = present.drop_latency;
+    }
+    static const std::vector<uint8_t> zeros(VSAN_REST_SIZE);
+    if (changed.rest == zeros) {
+        changed.rest.clear();
+    }
+    return changed;
+}
+
+} // namespace
+
 uint32_t change_vsan(Switch &the_switch, const Requester &requester, uint32_t id, const Vsan &wanted,
                      bool create_allowed) {
     if (const uint32_t status = check_vsan_number(id); status != STATUS_SUCCESS) {
@@ -35,21 +58,8 @@ uint32_t change_vsan(Switch &the_switch, const Requester &requester, uint32_t id
         }
     }
 
-    const Vsan present = former ? *former : Vsan();
-    Vsan changed = wanted;
-    changed.timers = present.timers;
-    changed.distributed_timers = present.distributed_timers;
-    if (changed.inorder_delivery == 0) {
-        changed.inorder_delivery = present.inorder_delivery;
-    }
-    if (changed.drop_latency == 0) {
-        changed.drop_latency = present.drop_latency;
-    }
-    static const std::vector<uint8_t> zeros(VSAN_REST_SIZE);
-    if (changed.rest == zeros) {
-        changed.rest.clear();
-    }
-    if (former && changed == present) {
+    Vsan changed = completed(wanted, former ? *former : Vsan());
+    if (former && changed == *former) {
         return STATUS_SUCCESS;
     }
 

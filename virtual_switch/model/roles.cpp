@@ -81,6 +81,30 @@ std::vector<Range> parse_ranges(const JsonReader &reader, const JsonReader::Json
     return ranges;
 }
 
+Role parse_role(const JsonReader &reader, const JsonReader::Json &item, const std::string &name,
+                const std::string &place) {
+    Role role;
+    role.name = name;
+    role.vsans = parse_ranges(reader, item, "vsans", place, {0, VSAN_NUMBER_MAX});
+    role.interfaces = parse_ranges(reader, item, "interfaces", place, if_indexes);
+    const auto users = item.find("users");
+    if (users == item.end()) {
+        return role;
+    }
+    reader.expect_array(*users, place + ": \"users\"");
+    for (const auto &user : *users) {
+        const std::string &user_name = reader.text(user, place + ": a user");
+        if (user_name.empty() || user_name.size() > max_user_name) {
+            reader.fail(fmt::format("{}: a user name must have 1 to {} bytes", place, max_user_name));
+        }
+        role.users.push_back(user_name);
+        if (role.users.size() > max_users) {
+            reader.fail(fmt::format("{} names more than {} users", place, max_users));
+        }
+    }
+    return role;
+}
+
 } // namespace
 
 bool Permission::allows_interface(uint32_t if_index) const {
@@ -133,29 +157,12 @@ Roles parse_roles(std::string_view text, const std::string &source) {
         }
         names.insert(name);
 
-        Role role;
-        role.name = name;
-        role.vsans = parse_ranges(reader, item, "vsans", place, {0, VSAN_NUMBER_MAX});
-        role.interfaces = parse_ranges(reader, item, "interfaces", place, if_indexes);
-        if (const auto users = item.find("users"); users != item.end()) {
-            reader.expect_array(*users, place + ": \"users\"");
-            for (const auto &user : *users) {
-                const std::string &user_name = reader.text(user, place + ": a user");
-                if (user_name.empty() || user_name.size() > max_user_name) {
-                    reader.fail(fmt::format("{}: a user name must have 1 to {} bytes", place, max_user_name));
-                }
-                role.users.push_back(user_name);
-                if (role.users.size() > max_users) {
-                    reader.fail(fmt::format("{} names more than {} users", place, max_users));
-                }
-            }
-        }
-        const std::vector<std::string> users = role.users;
-        roles.add(std::move(role));
+        const Role role = parse_role(reader, item, name, place);
+        roles.add(role);
         if (roles.user_count() > max_users) {
             reader.fail(fmt::format("it names more than {} users", max_users));
         }
-        for (const std::string &user : users) {
+        for (const std::string &user : role.users) {
             if (roles.find(user)->interfaces.size() > max_user_ranges) {
                 reader.fail(fmt::format("the user \"{}\" has more than {} separate interface ranges",
                                         JsonReader::printable(user), max_user_ranges));

@@ -28,16 +28,28 @@ Json subscribers_json(const EventHub &events) {
     return list;
 }
 
-void show_switch(Call &call) {
-    const ServedSwitch &the_switch = call.the_switch;
-    const SwitchModel &model = the_switch.model;
-    const Settings &settings = model.settings();
+std::string wwn_text(uint64_t wwn) {
+    std::string text;
+    for (int shift = 56; shift >= 0; shift -= 8) {
+        text += fmt::format("{}{:02x}", shift == 56 ? "" : ":", wwn >> shift & 0xff);
+    }
+    return text;
+}
+
+Json vsans_json(const SwitchModel &model) {
     uint32_t suspended = 0;
     uint32_t up = 0;
     for (const auto &[id, vsan] : model.vsans()) {
         suspended += vsan.admin_state == ADMIN_STATE_SUSPENDED;
         up += model.is_up(id);
     }
+    return {{"total", model.vsan_count()}, {"suspended", suspended}, {"up", up}};
+}
+
+void show_switch(Call &call) {
+    const ServedSwitch &the_switch = call.the_switch;
+    const SwitchModel &model = the_switch.model;
+    const Settings &settings = model.settings();
     uint32_t ports_up = 0;
     for (const auto &[if_index, port] : model.ports()) {
         ports_up += port.link_up;
@@ -46,15 +58,10 @@ void show_switch(Call &call) {
     for (const auto &[key, count] : the_switch.counters.requests) {
         requests += count;
     }
-
-    std::string wwn;
-    for (int shift = 56; shift >= 0; shift -= 8) {
-        wwn += fmt::format("{}{:02x}", shift == 56 ? "" : ":", settings.wwn >> shift & 0xff);
-    }
-    call.reply = {{"wwn", wwn},
+    call.reply = {{"wwn", wwn_text(settings.wwn)},
                   {"pid", getpid()},
                   {"lastChange", the_switch.last_change().seconds},
-                  {"vsans", {{"total", model.vsan_count()}, {"suspended", suspended}, {"up", up}}},
+                  {"vsans", vsans_json(model)},
                   {"ports", {{"total", model.port_count()}, {"up", ports_up}}},
                   {"roles", the_switch.roles.list().size()},
                   {"tdx", {{"enabled", settings.tdx_enabled}, {"showRun", settings.tdx_show_run}}},

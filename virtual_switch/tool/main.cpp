@@ -274,14 +274,7 @@ void add_role(CLI::App &app) {
                    [](const Json &reply) { fmt::print("Role {} removed\n", reply.at("name").get<std::string>()); });
 }
 
-void add_timers(CLI::App &app) {
-    CLI::App &group = add_group(app, "timers", "Fabric timers, latencies and in-order delivery",
-                                "  vswitchctl timers\n  vswitchctl timers set ratov 12000 --vsan 10");
-    Command list(group, "show", "All of them, the default",
-                 "  vswitchctl timers show\n  vswitchctl timers show --vsan 10");
-    list.number("--vsan", "vsan", "Only this VSAN's");
-    list.lists("timers.show", "vsans", "id", vswitchctl::print_timers);
-    same_as(group, list);
+void add_timers_set(CLI::App &group) {
     Command set(group, "set", "Changes one of them",
                 "  vswitchctl timers set ratov 12000\n  vswitchctl timers set edtov 9000 --vsan 10 --force\n"
                 "  vswitchctl timers set network-latency 3000\n  vswitchctl timers set inorder-delivery on");
@@ -315,6 +308,17 @@ void add_timers(CLI::App &app) {
                        reply.at("value").dump(), reply.at("pending").get<bool>() ? ", once it is committed" : "");
         });
     });
+}
+
+void add_timers(CLI::App &app) {
+    CLI::App &group = add_group(app, "timers", "Fabric timers, latencies and in-order delivery",
+                                "  vswitchctl timers\n  vswitchctl timers set ratov 12000 --vsan 10");
+    Command list(group, "show", "All of them, the default",
+                 "  vswitchctl timers show\n  vswitchctl timers show --vsan 10");
+    list.number("--vsan", "vsan", "Only this VSAN's");
+    list.lists("timers.show", "vsans", "id", vswitchctl::print_timers);
+    same_as(group, list);
+    add_timers_set(group);
 }
 
 void add_tdx(CLI::App &app) {
@@ -381,13 +385,7 @@ void add_agent(CLI::App &app) {
     set.changes("debug.set", vswitchctl::print_filters);
 }
 
-void add_fault(CLI::App &app) {
-    CLI::App &group = add_group(app, "fault", "Makes the switch fail on purpose, to test who manages it",
-                                "  vswitchctl fault add status no-such-vsan --vsan 10 --times 1\n"
-                                "  vswitchctl fault add delay 3000 --opcode vsan\n  vswitchctl fault clear");
-    Command list(group, "list", "The faults that are set, the default", "  vswitchctl fault list");
-    list.lists("fault.list", "faults", "number", vswitchctl::print_faults);
-    same_as(group, list);
+void add_fault_add(CLI::App &group) {
     Command add(group, "add", "Sets a fault for the requests that agree with all of its options",
                 "  vswitchctl fault add status store-failed --opcode vsan --kind set --times 1\n"
                 "  vswitchctl fault add delay 3000 --service vsan\n"
@@ -421,6 +419,16 @@ void add_fault(CLI::App &app) {
             vswitchctl::print_faults({{"faults", {reply}}});
         });
     });
+}
+
+void add_fault(CLI::App &app) {
+    CLI::App &group = add_group(app, "fault", "Makes the switch fail on purpose, to test who manages it",
+                                "  vswitchctl fault add status no-such-vsan --vsan 10 --times 1\n"
+                                "  vswitchctl fault add delay 3000 --opcode vsan\n  vswitchctl fault clear");
+    Command list(group, "list", "The faults that are set, the default", "  vswitchctl fault list");
+    list.lists("fault.list", "faults", "number", vswitchctl::print_faults);
+    same_as(group, list);
+    add_fault_add(group);
     Command clear(group, "clear", "Removes one fault, or all", "  vswitchctl fault clear\n  vswitchctl fault clear 2");
     clear.number("number", "number", "The fault's number");
     clear.changes("fault.clear",
