@@ -188,34 +188,17 @@ how_it_ended() {
     fi
 }
 
-# next_end: waits until one of the programs has ended; sets ENDED to its number and STATUS to its
-# status. It looks now and then: `wait -n` misses those that ended while the shell did other things.
-next_end() {
-    while true; do
-        for ENDED in $SWITCH_PID $AGENT_PID $RECEIVER_PID; do
-            kill -0 "$ENDED" 2>/dev/null && continue
-            wait "$ENDED" 2>/dev/null
-            STATUS=$?
-            return
-        done
-        # In the background, since a signal ends a wait at once and a program not. It must not keep
-        # the state folder's lock, nor anybody who reads this script's output, when that has ended.
-        sleep 0.5 >/dev/null 2>&1 9>&- &
-        wait "$!"
-    done
-}
-
 # wait_for_end: returns only by ending the script, when the switch or the agent has ended. They
 # go on without the receiver.
 wait_for_end() {
-    next_end
-    while [[ $ENDED == "$RECEIVER_PID" ]]; do
+    wait_for_one "$SWITCH_PID" "$AGENT_PID" ${RECEIVER_PID:+"$RECEIVER_PID"}
+    if [[ $ENDED == "$RECEIVER_PID" ]]; then
         RECEIVER_PID=
         stop_receiver
         printf '%s: snmptrapd %s; notifications are not shown any more, all else goes on; its log is %s\n' \
             "$PROGRAM" "$(how_it_ended "$STATUS")" "$STATE/snmptrapd.log" >&2
-        next_end
-    done
+        wait_for_one "$SWITCH_PID" "$AGENT_PID"
+    fi
     if [[ $ENDED == "$AGENT_PID" ]]; then
         AGENT_PID=
         report_end snmpd "$STATUS"

@@ -82,6 +82,30 @@ end_group() {
     wait "$1" 2>/dev/null
 }
 
+# find_ended PID...: sets ENDED to the first child that has ended; false when none has. Neither here nor
+# where the shell waits for a signal may there be a `continue` or `break`: bash drops what a trap says
+# when the signal comes while one of these takes effect.
+find_ended() {
+    for ENDED in "$@"; do
+        kill -0 "$ENDED" 2>/dev/null || return 0
+    done
+    return 1
+}
+
+# wait_for_one PID...: waits until one of several children has ended; sets ENDED to its number and
+# STATUS to its status. It looks now and then: `wait -n` misses those that ended while the shell did
+# other things.
+wait_for_one() {
+    until find_ended "$@"; do
+        # In the background, since a signal ends a wait at once and a program not. It must not keep
+        # the state folder's lock, nor anybody who reads this script's output, when that has ended.
+        sleep 0.5 >/dev/null 2>&1 9>&- &
+        wait "$!"
+    done
+    wait "$ENDED" 2>/dev/null
+    STATUS=$?
+}
+
 # end_reader PID: waits for a program that reads what others write to come to the end of its
 # input, and insists after two seconds: somebody may be left who could still write, or nobody who
 # takes its output.

@@ -2,12 +2,15 @@
 """What all commands of this repository have in common, and what test.sh refuses."""
 
 import re
+import signal
 import subprocess
+import time
 
 import pytest
 
 from harness.build import BUILD, PROGRAMS, REPOSITORY
 from harness.campaign import SHARES
+from harness.process import LoggedProcess
 from harness.run_script import once
 from harness.terminal import Terminal
 
@@ -91,3 +94,26 @@ def test_a_build_that_fails_on_a_terminal_shows_why(half_built):
     assert terminal.ended() == 1
     assert "the build failed. The end of" in terminal.output and "what is wrong" in terminal.output
     assert "built in" not in terminal.output
+
+
+# It looks after itself, many times over, without a pause.
+WAITING = """
+source "$1/tools/common.sh"
+sleep() { :; }
+trap 'exit 0' TERM
+for ((times = 0; times < 3000; times++)); do mine+=($$); done
+say ready
+wait_for_one "${mine[@]}"
+"""
+
+
+def test_no_signal_is_lost_while_a_script_waits_for_one_of_its_programs_to_end():
+    for number in range(100):
+        waiting = LoggedProcess(["/bin/bash", "-uc", WAITING, "waiting", REPOSITORY])
+        try:
+            waiting.wait_line("^ready$")
+            time.sleep(number / 20000)
+            waiting.signal(signal.SIGTERM)
+            assert waiting.wait() == 0
+        finally:
+            waiting.kill()
