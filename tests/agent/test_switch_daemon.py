@@ -275,3 +275,27 @@ def test_interrupt_ends_it_cleanly_with_clients_connected(start_switch):
         switch.process.signal(signal.SIGINT)
         assert switch.process.wait() == 0
     assert not switch.socket.exists()
+
+
+def fill(connection, data):
+    """Sends what there is room for; returns what is left."""
+    try:
+        while True:
+            data = data[connection.send(data):]
+    except BlockingIOError:
+        return data
+
+
+def test_it_does_not_wait_in_the_end_for_a_client_that_reads_nothing(start_switch):
+    switch = start_switch(empty=True)
+    with switch.connect() as connection, switch.connect() as another:
+        connection.socket.setblocking(False)
+        request = wire.frame(wire.REQUEST, 1, wire.request_body(wire.SERVICE_SWITCH, wire.SWITCH_COUNTERS))
+        data, left = b"", request * 100000
+        while len(left) != len(data):
+            data = left
+            left = fill(connection.socket, data)
+            another.ping()  # the first has had its turn: what the switch could take and answer it has
+        switch.process.signal(signal.SIGTERM)
+        assert switch.process.wait(5) == 0
+    assert not switch.socket.exists()

@@ -219,7 +219,8 @@ bool Server::Loop::give_up_an_idle_one() {
 }
 
 void Server::Loop::watch_stalls() {
-    if (watching_stalls_) {
+    // What is cut off in the end is not waited for: a timer would keep the loop alive.
+    if (watching_stalls_ || !acceptor_.is_open()) {
         return;
     }
     watching_stalls_ = true;
