@@ -20,6 +20,8 @@
  *   did not exist before has the former values 0. One that no longer exists has the
  *   values ADMIN_STATE_GONE and OPER_STATE_DOWN.
  *
+ * EVENT_PORT_CHANGED, see interfaces.h.
+ *
  * One change publishes the moves of its ports first, by ifIndex, then the VSANs that it
  * affects, by number.
  */
@@ -29,7 +31,8 @@
 /* Number, name, word of the operator's tool. */
 #define EVENTS(X)                                                                                                      \
     X(102, EVENT_PORT_MOVED, "port")                                                                                   \
-    X(145, EVENT_VSAN_CHANGED, "vsan")
+    X(145, EVENT_VSAN_CHANGED, "vsan")                                                                                 \
+    X(301, EVENT_PORT_CHANGED, "interface")
 
 #define EVENT_ENUMERATOR(number, name, word) name = number,
 enum switch_event_class { EVENTS(EVENT_ENUMERATOR) };

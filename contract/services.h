@@ -3,7 +3,8 @@
  * What can be asked of whom: the services behind the message socket, their requests and
  * the kinds of these. The words are those of the operator's tool.
  *
- * The managers' requests carry the records of records.h. The others:
+ * The managers' requests carry the records of records.h, but for MTS_OP_PORT and MTS_OP_SYSTEM
+ * of the port manager, which are described in interfaces.h. The others:
  *
  * MTS_SERVICE_SWITCH, MTS_OP_SWITCH_COMMAND: what the operator's tool says, kind GET for
  * commands that only look and SET for those that change something.
@@ -49,6 +50,8 @@
     X(8018, MTS_OP_STATUS_EVENTS, "status-events")                                                                     \
     X(1282, MTS_OP_SWITCH_NAME, "switch-name")                                                                         \
     X(1283, MTS_OP_PORT_MEMBERSHIP, "membership")                                                                      \
+    X(9301, MTS_OP_PORT, "port-settings")                                                                              \
+    X(9302, MTS_OP_SYSTEM, "system-settings")                                                                          \
     X(9101, MTS_OP_ROLE_OF_USER, "role-of-user")                                                                       \
     X(9201, MTS_OP_TDX_STATE, "distribution-state")
 

@@ -1,0 +1,116 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/*
+ * The switch's ports as interfaces, and the switch as a system: what the switch's own part
+ * of the agent asks the port manager (MTS_SERVICE_PORT). Every word is big-endian.
+ *
+ * MTS_OP_PORT, GET: a port by its ifIndex; GET_NEXT: the port that follows an ifIndex.
+ *   payload  a word, the ifIndex
+ *   reply    the port record; STATUS_NO_SUCH_INTERFACE when there is none, and
+ *            STATUS_NO_MORE_INTERFACES when none follows
+ * MTS_OP_PORT, SET: one setting of a port.
+ *   payload  the port setting; exactly as long as its key says
+ *   reply    nothing beside the status
+ *
+ * MTS_OP_SYSTEM, GET: what the switch says of itself.
+ *   no payload
+ *   reply    the system record
+ * MTS_OP_SYSTEM, SET: one of its texts.
+ *   payload  the system setting
+ *   reply    nothing beside the status
+ */
+#ifndef CONTRACT_INTERFACES_H
+#define CONTRACT_INTERFACES_H
+
+/* ifAlias, in octets (RFC 2863), and the texts of the system group (RFC 3418). */
+#define PORT_ALIAS_MAX 64u
+#define SYSTEM_TEXT_MAX 255u
+
+/* A moment: seconds since 1970, then microseconds; 0 and 0 for never. */
+#define MOMENT_SIZE 8u
+
+/*
+ * Counters that only ever grow while the port is in service. The value at a moment T is
+ * base + rate * (T - since), in whole units, and base alone while `since` is 0. The switch
+ * gives a new base at each change of rate or link.
+ */
+#define PORT_COUNTERS(X)                                                                                               \
+    X(PORT_COUNTER_IN_OCTETS)                                                                                          \
+    X(PORT_COUNTER_IN_FRAMES)                                                                                          \
+    X(PORT_COUNTER_IN_ERRORS)                                                                                          \
+    X(PORT_COUNTER_IN_DISCARDS)                                                                                        \
+    X(PORT_COUNTER_OUT_OCTETS)                                                                                         \
+    X(PORT_COUNTER_OUT_FRAMES)                                                                                         \
+    X(PORT_COUNTER_OUT_ERRORS)                                                                                         \
+    X(PORT_COUNTER_OUT_DISCARDS)
+#define PORT_COUNTER_ENUMERATOR(name) name,
+enum port_counter { PORT_COUNTERS(PORT_COUNTER_ENUMERATOR) PORT_COUNTER_COUNT };
+#undef PORT_COUNTER_ENUMERATOR
+
+/* ifAdminStatus, ifOperStatus and ifLinkUpDownTrapEnable as IF-MIB numbers them. */
+enum port_status { PORT_UP = 1, PORT_DOWN = 2 };
+enum port_traps { PORT_TRAPS_ENABLED = 1, PORT_TRAPS_DISABLED = 2 };
+
+#define PORT_RECORD_SIZE 256u
+enum port_record_at {
+    PORT_RECORD_IF_INDEX = 0,
+    PORT_RECORD_NUMBER = 4,         /* n of its name "fcn" */
+    PORT_RECORD_ADMIN = 8,          /* port_status */
+    PORT_RECORD_OPER = 12,          /* port_status: up when it is in service and its cable is in */
+    PORT_RECORD_SPEED = 16,         /* Mbit/s: 2000, 4000, 8000, 16000, 32000 */
+    PORT_RECORD_TRAPS = 20,         /* port_traps */
+    PORT_RECORD_LAST_CHANGE = 24,   /* moment of the last change of the operational state */
+    PORT_RECORD_DISCONTINUITY = 32, /* moment when the counters last began anew */
+    PORT_RECORD_WWN = 40,           /* 8 bytes */
+    PORT_RECORD_ALIAS_LENGTH = 48,
+    PORT_RECORD_ALIAS = 52,     /* PORT_ALIAS_MAX bytes, zero behind the text */
+    PORT_RECORD_SINCE = 116,    /* moment from which the rates count */
+    PORT_RECORD_COUNTERS = 124, /* for each: base, rate a second; 8 bytes each */
+    PORT_RECORD_REST = 252      /* zero */
+};
+
+enum port_setting_key {
+    PORT_SETTING_ADMIN = 1, /* a word, port_status */
+    PORT_SETTING_TRAPS = 2, /* a word, port_traps */
+    PORT_SETTING_ALIAS = 3  /* UTF-8 text to the end of the payload, at most PORT_ALIAS_MAX bytes */
+};
+enum port_setting_at { PORT_SETTING_IF_INDEX = 0, PORT_SETTING_KEY = 4, PORT_SETTING_VALUE = 8 };
+
+/* Texts are UTF-8, zero behind their length. */
+#define SYSTEM_TEXT_FIELD 260u
+enum system_text { SYSTEM_CONTACT = 0, SYSTEM_NAME = 1, SYSTEM_LOCATION = 2, SYSTEM_TEXT_COUNT = 3 };
+/* For each text its length, one word, and 256 bytes; then the world wide name. */
+#define SYSTEM_RECORD_WWN (SYSTEM_TEXT_COUNT * SYSTEM_TEXT_FIELD)
+#define SYSTEM_RECORD_SIZE (SYSTEM_RECORD_WWN + 8u)
+enum system_setting_at { SYSTEM_SETTING_TEXT = 0, SYSTEM_SETTING_VALUE = 4 /* text to the end of the payload */ };
+
+/*
+ * EVENT_PORT_CHANGED, something about one port is different:
+ *
+ *   byte  0  ifIndex
+ *         4  which, a sum of port_change
+ *         8  administrative status, former, then present
+ *        16  operational status, former, then present
+ *        24  moment
+ *        32  traps, port_traps, as they are now
+ */
+#define PORT_CHANGED_SIZE 36u
+enum port_changed_at {
+    PORT_CHANGED_IF_INDEX = 0,
+    PORT_CHANGED_WHICH = 4,
+    PORT_CHANGED_FORMER_ADMIN = 8,
+    PORT_CHANGED_ADMIN = 12,
+    PORT_CHANGED_FORMER_OPER = 16,
+    PORT_CHANGED_OPER = 20,
+    PORT_CHANGED_MOMENT = 24,
+    PORT_CHANGED_TRAPS = 32
+};
+enum port_change {
+    PORT_CHANGE_ADMIN = 1,
+    PORT_CHANGE_OPER = 2,
+    PORT_CHANGE_ALIAS = 4,
+    PORT_CHANGE_SPEED = 8,
+    PORT_CHANGE_TRAFFIC = 16,
+    PORT_CHANGE_TRAPS = 32
+};
+
+#endif
