@@ -21,7 +21,10 @@
 #ifndef CONTRACT_INTERFACES_H
 #define CONTRACT_INTERFACES_H
 
-/* ifAlias, in octets (RFC 2863), and the texts of the system group (RFC 3418). */
+/*
+ * ifAlias, in octets (RFC 2863), and the texts of the system group (RFC 3418). They are UTF-8
+ * without control characters, and may be empty; another one is STATUS_BAD_RECORD.
+ */
 #define PORT_ALIAS_MAX 64u
 #define SYSTEM_TEXT_MAX 255u
 
@@ -31,20 +34,25 @@
 /*
  * Counters that only ever grow while the port is in service. The value at a moment T is
  * base + rate * (T - since), in whole units, and base alone while `since` is 0. The switch
- * gives a new base at each change of rate or link.
+ * gives a new base at each change of rate or link. Rates fit into 32 bits. Beside each
+ * counter stand the word of files and commands, and that of the tool.
  */
 #define PORT_COUNTERS(X)                                                                                               \
-    X(PORT_COUNTER_IN_OCTETS)                                                                                          \
-    X(PORT_COUNTER_IN_FRAMES)                                                                                          \
-    X(PORT_COUNTER_IN_ERRORS)                                                                                          \
-    X(PORT_COUNTER_IN_DISCARDS)                                                                                        \
-    X(PORT_COUNTER_OUT_OCTETS)                                                                                         \
-    X(PORT_COUNTER_OUT_FRAMES)                                                                                         \
-    X(PORT_COUNTER_OUT_ERRORS)                                                                                         \
-    X(PORT_COUNTER_OUT_DISCARDS)
-#define PORT_COUNTER_ENUMERATOR(name) name,
+    X(PORT_COUNTER_IN_OCTETS, "inOctets", "in-octets")                                                                 \
+    X(PORT_COUNTER_IN_FRAMES, "inFrames", "in-frames")                                                                 \
+    X(PORT_COUNTER_IN_ERRORS, "inErrors", "in-errors")                                                                 \
+    X(PORT_COUNTER_IN_DISCARDS, "inDiscards", "in-discards")                                                           \
+    X(PORT_COUNTER_OUT_OCTETS, "outOctets", "out-octets")                                                              \
+    X(PORT_COUNTER_OUT_FRAMES, "outFrames", "out-frames")                                                              \
+    X(PORT_COUNTER_OUT_ERRORS, "outErrors", "out-errors")                                                              \
+    X(PORT_COUNTER_OUT_DISCARDS, "outDiscards", "out-discards")
+#define PORT_COUNTER_ENUMERATOR(name, word, tool_word) name,
 enum port_counter { PORT_COUNTERS(PORT_COUNTER_ENUMERATOR) PORT_COUNTER_COUNT };
 #undef PORT_COUNTER_ENUMERATOR
+
+/* Speeds that a port can be given, in Mbit/s. */
+#define PORT_SPEEDS(X) X(2000u) X(4000u) X(8000u) X(16000u) X(32000u)
+#define PORT_SPEED_DEFAULT 8000u
 
 /* ifAdminStatus, ifOperStatus and ifLinkUpDownTrapEnable as IF-MIB numbers them. */
 enum port_status { PORT_UP = 1, PORT_DOWN = 2 };
@@ -56,11 +64,11 @@ enum port_record_at {
     PORT_RECORD_NUMBER = 4,         /* n of its name "fcn" */
     PORT_RECORD_ADMIN = 8,          /* port_status */
     PORT_RECORD_OPER = 12,          /* port_status: up when it is in service and its cable is in */
-    PORT_RECORD_SPEED = 16,         /* Mbit/s: 2000, 4000, 8000, 16000, 32000 */
+    PORT_RECORD_SPEED = 16,         /* one of PORT_SPEEDS */
     PORT_RECORD_TRAPS = 20,         /* port_traps */
     PORT_RECORD_LAST_CHANGE = 24,   /* moment of the last change of the operational state */
     PORT_RECORD_DISCONTINUITY = 32, /* moment when the counters last began anew */
-    PORT_RECORD_WWN = 40,           /* 8 bytes */
+    PORT_RECORD_WWN = 40,           /* 8 bytes: NAA 2, the port's number modulo 4096, the switch's address */
     PORT_RECORD_ALIAS_LENGTH = 48,
     PORT_RECORD_ALIAS = 52,     /* PORT_ALIAS_MAX bytes, zero behind the text */
     PORT_RECORD_SINCE = 116,    /* moment from which the rates count */
@@ -77,8 +85,16 @@ enum port_setting_at { PORT_SETTING_IF_INDEX = 0, PORT_SETTING_KEY = 4, PORT_SET
 
 /* Texts are UTF-8, zero behind their length. */
 #define SYSTEM_TEXT_FIELD 260u
-enum system_text { SYSTEM_CONTACT = 0, SYSTEM_NAME = 1, SYSTEM_LOCATION = 2, SYSTEM_TEXT_COUNT = 3 };
-/* For each text its length, one word, and 256 bytes; then the world wide name. */
+/* Number, name, word, initial text. */
+#define SYSTEM_TEXTS(X)                                                                                                \
+    X(0, SYSTEM_CONTACT, "contact", "")                                                                                \
+    X(1, SYSTEM_NAME, "name", "vswitch")                                                                               \
+    X(2, SYSTEM_LOCATION, "location", "")
+#define SYSTEM_TEXT_ENUMERATOR(number, name, word, initial) name = number,
+enum system_text { SYSTEM_TEXTS(SYSTEM_TEXT_ENUMERATOR) SYSTEM_TEXT_COUNT };
+#undef SYSTEM_TEXT_ENUMERATOR
+/* For each text its length, one word, and 256 bytes; then the world wide name: of a switch made
+ * since it has one of NAA 1, that and a locally administered address of 48 bits. */
 #define SYSTEM_RECORD_WWN (SYSTEM_TEXT_COUNT * SYSTEM_TEXT_FIELD)
 #define SYSTEM_RECORD_SIZE (SYSTEM_RECORD_WWN + 8u)
 enum system_setting_at { SYSTEM_SETTING_TEXT = 0, SYSTEM_SETTING_VALUE = 4 /* text to the end of the payload */ };

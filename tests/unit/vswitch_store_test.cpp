@@ -29,6 +29,14 @@ SwitchData sample() {
     data.session = DistributionSession{"alice", {}};
     data.session->pending[0][Timer::r_a_tov] = 30000;
     data.session->pending[10][Timer::e_d_tov] = 4000;
+    Port &port = data.ports.at(1);
+    port.enabled = false;
+    port.alias = "Bandarchiv f\xc3\xbcr alle";
+    port.speed = 32000;
+    port.traps = false;
+    port.traffic = {UINT32_MAX, 0, 1, 0, 0, 0, 0, 8};
+    port.last_change = {1700000000, 999999};
+    data.settings.system = {"alice", "", "rack 7"};
     return data;
 }
 
@@ -375,17 +383,22 @@ TEST_P(StoreDamage, InTheDataIsRefusedUntouched) {
     EXPECT_TRUE(contains(refused(), "damaged"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Every, StoreDamage,
-                         testing::Values("DELETE FROM vsan WHERE id = 1", "DELETE FROM vsan WHERE id = 10",
-                                         "UPDATE port SET vsan = 11", "UPDATE vsan SET id = 5000 WHERE id = 10",
-                                         "UPDATE vsan SET mtu = -1", "UPDATE vsan SET mtu = 4294967296",
-                                         "UPDATE vsan SET rest = x'00'", "DELETE FROM setting WHERE name = 'wwn'",
-                                         "UPDATE setting SET value = 4294967296 WHERE name = 'switch_latency'",
-                                         "UPDATE setting SET value = -1 WHERE name = 'r_a_tov'",
-                                         "UPDATE setting SET value = 2 WHERE name = 'tdx_fctimer_enabled'",
-                                         "UPDATE vsan_timer SET timer = 11", "DROP TABLE port",
-                                         "DELETE FROM timer_session",
-                                         "UPDATE pending_timer SET vsan = 11 WHERE vsan = 10",
-                                         "PRAGMA user_version = 0"));
+INSTANTIATE_TEST_SUITE_P(
+    Every, StoreDamage,
+    testing::Values("DELETE FROM vsan WHERE id = 1", "DELETE FROM vsan WHERE id = 10", "UPDATE port SET vsan = 11",
+                    "UPDATE vsan SET id = 5000 WHERE id = 10", "UPDATE vsan SET mtu = -1",
+                    "UPDATE vsan SET mtu = 4294967296", "UPDATE vsan SET rest = x'00'",
+                    "DELETE FROM setting WHERE name = 'wwn'",
+                    "UPDATE setting SET value = 4294967296 WHERE name = 'switch_latency'",
+                    "UPDATE setting SET value = -1 WHERE name = 'r_a_tov'",
+                    "UPDATE setting SET value = 2 WHERE name = 'tdx_fctimer_enabled'",
+                    "UPDATE vsan_timer SET timer = 11", "DROP TABLE port", "DELETE FROM timer_session",
+                    "UPDATE pending_timer SET vsan = 11 WHERE vsan = 10", "UPDATE port SET alias = char(10)",
+                    "UPDATE port SET alias = CAST(x'ff' AS TEXT)", "UPDATE port SET alias = printf('%65d', 1)",
+                    "UPDATE port SET speed = 8001", "UPDATE port SET enabled = 2", "UPDATE port SET traps = 2",
+                    "UPDATE port SET change_microseconds = 1000000", "UPDATE port_traffic SET if_index = 2",
+                    "UPDATE port_traffic SET counter = 8 WHERE counter = 7",
+                    "UPDATE port_traffic SET rate = 4294967296", "DELETE FROM system_text WHERE text = 2",
+                    "UPDATE system_text SET value = char(27)", "PRAGMA user_version = 0"));
 
 } // namespace

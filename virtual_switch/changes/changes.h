@@ -55,6 +55,9 @@ uint32_t change_port(Switch &the_switch, const Requester &requester, uint32_t if
                      uint32_t deny_list);
 // Plugs the port's cable in or pulls it.
 uint32_t set_link(Switch &the_switch, const Requester &requester, uint32_t if_index, bool up);
+// Gives the port the settings of `wanted`: alias, administrative state, speed, traps and traffic. Its
+// VSAN, deny list and cable stay as they are. STATUS_BAD_RECORD for settings that no port has.
+uint32_t set_port(Switch &the_switch, const Requester &requester, uint32_t if_index, const Port &wanted);
 
 // Switch-wide settings; a restricted requester may change none of them.
 
@@ -62,6 +65,9 @@ uint32_t set_latency(Switch &the_switch, const Requester &requester, const Laten
 
 // `value` is TRUTH_TRUE or TRUTH_FALSE.
 uint32_t set_inorder_delivery(Switch &the_switch, const Requester &requester, uint32_t value);
+
+// STATUS_BAD_RECORD for texts that are none, see model/rules.h.
+uint32_t set_system_texts(Switch &the_switch, const Requester &requester, const SystemTexts &texts);
 
 // Whether VSAN events (class 145) are published.
 uint32_t set_status_events(Switch &the_switch, const Requester &requester, bool on);

@@ -64,11 +64,15 @@ uint32_t commit(Switch &the_switch, const Change &change) {
         return STATUS_STORE_FAILED;
     }
 
+    const Timestamp now = the_switch.clock.now();
     const auto before = affected_vsans(the_switch.model, change);
     for (const auto &[if_index, port] : change.ports) {
-        const uint32_t former = the_switch.model.port(if_index)->vsan;
-        if (former != port.vsan) {
-            the_switch.events.publish(port_event(if_index, former, port.vsan));
+        const Port &former = *the_switch.model.port(if_index);
+        if (former.is_up() != port.is_up() || former.traffic != port.traffic) {
+            the_switch.traffic.settle(if_index, former, now);
+        }
+        if (former.vsan != port.vsan) {
+            the_switch.events.publish(port_event(if_index, former.vsan, port.vsan));
         }
     }
     the_switch.model.apply(change);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Changes the ports: their VSAN, their deny list, their link.
+// Changes the ports: their VSAN, their deny list, their link, their settings.
 #include "changes/commit.h"
 #include "contract/status_codes.h"
 #include "model/rules.h"
@@ -9,12 +9,16 @@ namespace vswitch {
 namespace {
 
 // REQUIRES: the port exists.
-uint32_t replace_port(Switch &the_switch, uint32_t if_index, const Port &port) {
-    if (port == *the_switch.model.port(if_index)) {
+uint32_t replace_port(Switch &the_switch, uint32_t if_index, Port port) {
+    const Port &present = *the_switch.model.port(if_index);
+    if (port == present) {
         return STATUS_SUCCESS;
     }
+    if (port.is_up() != present.is_up()) {
+        port.last_change = the_switch.clock.now();
+    }
     Change change;
-    change.ports.emplace(if_index, port);
+    change.ports.emplace(if_index, std::move(port));
     return commit(the_switch, change);
 }
 
@@ -30,7 +34,7 @@ uint32_t edit_port(Switch &the_switch, const Requester &requester, uint32_t if_i
     }
     Port port = *present;
     edit(port);
-    return replace_port(the_switch, if_index, port);
+    return replace_port(the_switch, if_index, std::move(port));
 }
 
 } // namespace
@@ -56,7 +60,7 @@ uint32_t change_port(Switch &the_switch, const Requester &requester, uint32_t if
     Port port = *present;
     port.vsan = vsan;
     port.deny_list = deny_list;
-    return replace_port(the_switch, if_index, port);
+    return replace_port(the_switch, if_index, std::move(port));
 }
 
 uint32_t move_port(Switch &the_switch, const Requester &requester, uint32_t if_index, uint32_t vsan) {
@@ -70,6 +74,19 @@ uint32_t set_deny_list(Switch &the_switch, const Requester &requester, uint32_t 
 
 uint32_t set_link(Switch &the_switch, const Requester &requester, uint32_t if_index, bool up) {
     return edit_port(the_switch, requester, if_index, [=](Port &port) { port.link_up = up; });
+}
+
+uint32_t set_port(Switch &the_switch, const Requester &requester, uint32_t if_index, const Port &wanted) {
+    if (const uint32_t status = check_port(wanted); status != STATUS_SUCCESS) {
+        return status;
+    }
+    return edit_port(the_switch, requester, if_index, [&](Port &port) {
+        port.alias = wanted.alias;
+        port.enabled = wanted.enabled;
+        port.speed = wanted.speed;
+        port.traps = wanted.traps;
+        port.traffic = wanted.traffic;
+    });
 }
 
 } // namespace vswitch

@@ -9,7 +9,7 @@ namespace vswitch {
 namespace {
 
 template <typename Value>
-uint32_t change_setting(Switch &the_switch, const Requester &requester, Value Settings::*setting, Value value) {
+uint32_t change_setting(Switch &the_switch, const Requester &requester, Value Settings::*setting, const Value &value) {
     if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS) {
         return status;
     }
@@ -36,6 +36,13 @@ uint32_t set_inorder_delivery(Switch &the_switch, const Requester &requester, ui
         return status;
     }
     return change_setting(the_switch, requester, &Settings::inorder_delivery, value);
+}
+
+uint32_t set_system_texts(Switch &the_switch, const Requester &requester, const SystemTexts &texts) {
+    if (const uint32_t status = check_system_texts(texts); status != STATUS_SUCCESS) {
+        return status;
+    }
+    return change_setting(the_switch, requester, &Settings::system, texts);
 }
 
 uint32_t set_status_events(Switch &the_switch, const Requester &requester, bool on) {

@@ -9,6 +9,7 @@
 #include "changes/event_hub.h"
 #include "model/roles.h"
 #include "model/switch_model.h"
+#include "model/traffic.h"
 
 namespace vswitch {
 
@@ -17,13 +18,15 @@ class Store;
 struct Switch {
     SwitchClock clock;
     SwitchModel model;
+    Traffic traffic;
     Roles roles;
     EventHub events;
     Store *store;          // where changes are kept; null: they last as long as this object
     std::string role_file; // where roles are kept; empty: likewise
 
     Switch(SwitchData data, Roles initial_roles, Store *keeper = nullptr, std::string file_of_roles = "")
-        : model(std::move(data)), roles(std::move(initial_roles)), store(keeper), role_file(std::move(file_of_roles)) {}
+        : model(std::move(data)), traffic(clock.start()), roles(std::move(initial_roles)), store(keeper),
+          role_file(std::move(file_of_roles)) {}
 
     // When the VSAN table was changed last, as everybody is told: never later than it is by
     // this switch's clock, and never earlier than what was told before in this run.

@@ -297,12 +297,34 @@ SwitchData empty_configuration() {
     return data;
 }
 
+namespace {
+
+// Of an address of 48 bits: no maker has been given one with the first, and one with the second
+// stands for a group.
+constexpr uint64_t address_bits = 0xffffffffffff;
+constexpr uint64_t locally_administered = uint64_t{1} << 41;
+constexpr uint64_t group = uint64_t{1} << 40;
+
+constexpr uint64_t own_address(uint64_t bits) {
+    return (bits & address_bits & ~group) | locally_administered;
+}
+
+// A name's first four bits say how the rest was assigned.
+constexpr uint64_t naa(uint64_t format) {
+    return format << 60;
+}
+
+} // namespace
+
 void give_identity(SwitchData &data) {
-    // A name of the locally assigned kind (first digit 3), so that it is nobody's.
     std::random_device random;
-    const uint64_t drawn = uint64_t{random()} << 32 | random();
-    data.settings.wwn = uint64_t{3} << 60 | drawn >> 4;
+    data.settings.wwn = naa(1) | own_address(uint64_t{random()} << 32 | random());
     data.settings.last_change = time_of_day();
+}
+
+// A switch that was given a name of another kind has an address in it all the same.
+uint64_t port_wwn(uint64_t switch_wwn, uint32_t number) {
+    return naa(2) | uint64_t{number % 4096} << 48 | own_address(switch_wwn);
 }
 
 } // namespace vswitch

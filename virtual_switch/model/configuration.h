@@ -45,6 +45,9 @@ SwitchData empty_configuration();
 // and the present as the time of its last change.
 void give_identity(SwitchData &data);
 
+// The world wide name of a switch's port, from the switch's and the port's number, at most 4096.
+uint64_t port_wwn(uint64_t switch_wwn, uint32_t number);
+
 // The ifIndex of the switch's `number`th built-in port, counted from 0.
 constexpr uint32_t port_if_index(uint32_t number) {
     return 0x01000000u + number * 0x1000u;

@@ -36,6 +36,13 @@ constexpr bool is_interop(uint32_t mode) {
 // What fits into one column of a table: printable, without blanks. It may be empty.
 bool is_vsan_name(std::string_view name);
 
+// UTF-8 without control characters. They may be empty.
+bool is_port_alias(std::string_view text);
+bool is_system_text(std::string_view text);
+
+// In Mbit/s.
+bool is_port_speed(uint32_t speed);
+
 // What a list shows in one line.
 bool is_role_name(std::string_view name);
 
@@ -44,6 +51,11 @@ uint32_t check_vsan_number(uint32_t id);
 // Every field but the timers. One that says "not set" is refused, but for the two in which 0 stands
 // for the value that the VSAN has: in-order delivery and drop latency.
 uint32_t check_vsan(const Vsan &vsan);
+
+// The settings of a port: its alias and speed; anything goes for the others.
+uint32_t check_port(const Port &port);
+
+uint32_t check_system_texts(const SystemTexts &texts);
 
 uint32_t check_timer(Timer timer, uint32_t milliseconds);
 uint32_t check_latency(uint32_t milliseconds);

@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "model/rules.h"
 #include "model/store_settings.h"
 #include "model/store_writer.h"
 
@@ -77,6 +78,27 @@ constexpr const char *steps_since_empty[] = {
         PRIMARY KEY (vsan, timer)
     ) STRICT, WITHOUT ROWID;
     )sql",
+    // A port's traffic has a row for each counter that grows; counters are those of enum port_counter,
+    // and texts those of enum system_text.
+    R"sql(
+    ALTER TABLE port ADD COLUMN enabled INTEGER NOT NULL DEFAULT 1 CHECK (enabled IN (0, 1));
+    ALTER TABLE port ADD COLUMN alias TEXT NOT NULL DEFAULT '';
+    ALTER TABLE port ADD COLUMN speed INTEGER NOT NULL DEFAULT 8000;
+    ALTER TABLE port ADD COLUMN traps INTEGER NOT NULL DEFAULT 1 CHECK (traps IN (0, 1));
+    ALTER TABLE port ADD COLUMN change_seconds INTEGER NOT NULL DEFAULT 0;
+    ALTER TABLE port ADD COLUMN change_microseconds INTEGER NOT NULL DEFAULT 0;
+    CREATE TABLE port_traffic (
+        if_index INTEGER NOT NULL REFERENCES port (if_index),
+        counter INTEGER NOT NULL CHECK (counter BETWEEN 0 AND 7),
+        rate INTEGER NOT NULL CHECK (rate BETWEEN 1 AND 4294967295),
+        PRIMARY KEY (if_index, counter)
+    ) STRICT, WITHOUT ROWID;
+    CREATE TABLE system_text (
+        text INTEGER PRIMARY KEY CHECK (text BETWEEN 0 AND 2),
+        value TEXT NOT NULL
+    ) STRICT;
+    INSERT INTO system_text VALUES (0, ''), (1, 'vswitch'), (2, '');
+    )sql",
 };
 
 int64_t pragma(SQLite::Database &database, const char *name) {
@@ -120,6 +142,52 @@ void read_session(SQLite::Database &database, SwitchData &data) {
     }
 }
 
+void read_ports(SQLite::Database &database, SwitchData &data) {
+    SQLite::Statement ports(database, "SELECT if_index, vsan, deny_list, link_up, enabled, alias, speed, traps, "
+                                      "change_seconds, change_microseconds FROM port");
+    while (ports.executeStep()) {
+        const uint32_t if_index = number(ports.getColumn(0));
+        Port port;
+        port.vsan = number(ports.getColumn(1));
+        port.deny_list = number(ports.getColumn(2));
+        port.link_up = number(ports.getColumn(3), 1) != 0;
+        port.enabled = number(ports.getColumn(4), 1) != 0;
+        port.alias = ports.getColumn(5).getString();
+        port.speed = number(ports.getColumn(6));
+        port.traps = number(ports.getColumn(7), 1) != 0;
+        port.last_change.seconds = number(ports.getColumn(8));
+        port.last_change.microseconds = number(ports.getColumn(9), 999999);
+        if (!data.vsans.contains(port.vsan)) {
+            throw Damage(fmt::format("interface {} belongs to no VSAN", if_index));
+        }
+        if (check_port(port) != STATUS_SUCCESS) {
+            throw Damage(fmt::format("the settings of interface {} are not those of a port", if_index));
+        }
+        data.ports.emplace(if_index, std::move(port));
+    }
+    SQLite::Statement traffic(database, "SELECT if_index, counter, rate FROM port_traffic");
+    while (traffic.executeStep()) {
+        const auto port = data.ports.find(number(traffic.getColumn(0)));
+        if (port == data.ports.end()) {
+            throw Damage("traffic belongs to no interface");
+        }
+        port->second.traffic[number(traffic.getColumn(1), PORT_COUNTER_COUNT - 1)] = number(traffic.getColumn(2));
+    }
+}
+
+void read_system_texts(SQLite::Database &database, SystemTexts &texts) {
+    SQLite::Statement query(database, "SELECT value FROM system_text ORDER BY text");
+    for (std::string &text : texts) {
+        if (!query.executeStep()) {
+            throw Damage("a text of the system is missing");
+        }
+        text = query.getColumn(0).getString();
+    }
+    if (check_system_texts(texts) != STATUS_SUCCESS) {
+        throw Damage("a text of the system is none");
+    }
+}
+
 SwitchData read_data(SQLite::Database &database) {
     SwitchData data;
     SQLite::Statement setting(database, "SELECT value FROM setting WHERE name = ?");
@@ -155,18 +223,8 @@ SwitchData read_data(SQLite::Database &database) {
     if (!data.vsans.contains(VSAN_NUMBER_DEFAULT) || data.vsans.contains(0)) {
         throw Damage("its VSANs are not those of a switch");
     }
-    SQLite::Statement ports(database, "SELECT if_index, vsan, deny_list, link_up FROM port");
-    while (ports.executeStep()) {
-        Port port;
-        port.vsan = number(ports.getColumn(1));
-        port.deny_list = number(ports.getColumn(2));
-        port.link_up = number(ports.getColumn(3), 1) != 0;
-        const uint32_t if_index = number(ports.getColumn(0));
-        if (!data.vsans.contains(port.vsan)) {
-            throw Damage(fmt::format("interface {} belongs to no VSAN", if_index));
-        }
-        data.ports.emplace(if_index, port);
-    }
+    read_ports(database, data);
+    read_system_texts(database, data.settings.system);
     read_timers(database, "vsan_timer", data, &Vsan::timers);
     read_timers(database, "distributed_timer", data, &Vsan::distributed_timers);
     read_session(database, data);

@@ -56,14 +56,21 @@ void StoreWriter::TimerTable::replace(uint32_t vsan, const PartialTimers &timers
     write(vsan, timers);
 }
 
-// A VSAN's REPLACE would delete the row first, and with it what refers to it.
+// A REPLACE of a VSAN or a port would delete the row first, and what refers to it would be in its way.
 StoreWriter::StoreWriter(SQLite::Database &database)
     : setting_(database, "INSERT OR REPLACE INTO setting VALUES (?, ?)"),
       vsan_(database, "INSERT INTO vsan VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10) ON CONFLICT (id) DO "
                       "UPDATE SET name = ?2, media = ?3, admin_state = ?4, mtu = ?5, load_balancing = ?6, "
                       "interop = ?7, inorder_delivery = ?8, drop_latency = ?9, rest = ?10"),
       vsan_removal_(database, "DELETE FROM vsan WHERE id = ?"),
-      port_(database, "INSERT OR REPLACE INTO port VALUES (?, ?, ?, ?)"),
+      port_(database,
+            "INSERT INTO port (if_index, vsan, deny_list, link_up, enabled, alias, speed, traps, change_seconds, "
+            "change_microseconds) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10) ON CONFLICT (if_index) DO UPDATE "
+            "SET vsan = ?2, deny_list = ?3, link_up = ?4, enabled = ?5, alias = ?6, speed = ?7, traps = ?8, "
+            "change_seconds = ?9, change_microseconds = ?10"),
+      traffic_(database, "INSERT INTO port_traffic VALUES (?, ?, ?)"),
+      traffic_removal_(database, "DELETE FROM port_traffic WHERE if_index = ?"),
+      system_text_(database, "INSERT OR REPLACE INTO system_text VALUES (?, ?)"),
       session_(database, "INSERT INTO timer_session VALUES (1, ?)"),
       session_removal_(database, "DELETE FROM timer_session"), pending_removal_(database, "DELETE FROM pending_timer"),
       timers_(database, "vsan_timer"), distributed_timers_(database, "distributed_timer"),
@@ -73,6 +80,11 @@ void StoreWriter::write(const Settings &settings, const Settings *present) {
     for (const SettingRow &row : setting_rows()) {
         if (!present || row.get(*present) != row.get(settings)) {
             run(setting_, row.name, row.get(settings));
+        }
+    }
+    for (uint32_t text = 0; text < settings.system.size(); ++text) {
+        if (!present || present->system[text] != settings.system[text]) {
+            run(system_text_, text, settings.system[text]);
         }
     }
 }
@@ -86,8 +98,18 @@ void StoreWriter::write(uint32_t id, const Vsan &vsan, const Vsan *present) {
     distributed_timers_.replace(id, vsan.distributed_timers, present ? &present->distributed_timers : nullptr);
 }
 
-void StoreWriter::write(uint32_t if_index, const Port &port) {
-    run(port_, if_index, port.vsan, port.deny_list, port.link_up ? 1 : 0);
+void StoreWriter::write(uint32_t if_index, const Port &port, const Port *present) {
+    run(port_, if_index, port.vsan, port.deny_list, port.link_up ? 1 : 0, port.enabled ? 1 : 0, port.alias, port.speed,
+        port.traps ? 1 : 0, static_cast<int64_t>(port.last_change.seconds), port.last_change.microseconds);
+    if (present && present->traffic == port.traffic) {
+        return;
+    }
+    run(traffic_removal_, if_index);
+    for (uint32_t counter = 0; counter < port.traffic.size(); ++counter) {
+        if (port.traffic[counter] != 0) {
+            run(traffic_, if_index, counter, port.traffic[counter]);
+        }
+    }
 }
 
 void StoreWriter::open_session(const std::string &user) {
@@ -102,7 +124,7 @@ void StoreWriter::write(const SwitchData &data) {
         write(id, vsan, nullptr);
     }
     for (const auto &[if_index, port] : data.ports) {
-        write(if_index, port);
+        write(if_index, port, nullptr);
     }
     if (!data.session) {
         return;
@@ -123,7 +145,7 @@ void StoreWriter::write(const Change &change, const SwitchData &present) {
         write(id, vsan, former == present.vsans.end() ? nullptr : &former->second);
     }
     for (const auto &[if_index, port] : change.ports) {
-        write(if_index, port);
+        write(if_index, port, &present.ports.at(if_index));
     }
     if (change.session == Change::Session::ends) {
         run(session_removal_);

@@ -41,13 +41,16 @@ class StoreWriter {
 
     void write(const Settings &settings, const Settings *present);
     void write(uint32_t id, const Vsan &vsan, const Vsan *present);
-    void write(uint32_t if_index, const Port &port);
+    void write(uint32_t if_index, const Port &port, const Port *present);
     void open_session(const std::string &user);
 
     SQLite::Statement setting_;
     SQLite::Statement vsan_;
     SQLite::Statement vsan_removal_;
     SQLite::Statement port_;
+    SQLite::Statement traffic_;
+    SQLite::Statement traffic_removal_;
+    SQLite::Statement system_text_;
     SQLite::Statement session_;
     SQLite::Statement session_removal_;
     SQLite::Statement pending_removal_;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "contract/attributes.h"
+#include "contract/interfaces.h"
 #include "contract/records.h"
 #include "model/switch_clock.h"
 
@@ -87,11 +88,22 @@ struct Vsan {
     bool operator==(const Vsan &) const = default;
 };
 
+// A port's simulated traffic: what each of its counters, an enum port_counter, grows by in a second.
+using PortRates = std::array<uint32_t, PORT_COUNTER_COUNT>;
+
 struct Port {
     uint32_t vsan = VSAN_NUMBER_DEFAULT;
     uint32_t deny_list = 0;
-    bool link_up = true;
+    bool link_up = true; // its cable is in
+    bool enabled = true; // its administrative state
+    std::string alias{};
+    uint32_t speed = PORT_SPEED_DEFAULT; // Mbit/s
+    bool traps = true;                   // its changes of state may be told as SNMP notifications
+    PortRates traffic{};
+    Timestamp last_change{}; // of is_up(), by the clock of the run that made it; 0 for never
 
+    // Its operational state.
+    bool is_up() const { return link_up && enabled; }
     bool operator==(const Port &) const = default;
 };
 
@@ -117,6 +129,9 @@ struct DistributionSession {
     bool operator==(const DistributionSession &) const = default;
 };
 
+// What the switch says of itself; an enum system_text chooses one.
+using SystemTexts = std::array<std::string, SYSTEM_TEXT_COUNT>;
+
 struct Settings {
     uint64_t wwn = 0;      // the switch's world wide name, drawn once
     Timestamp last_change; // of the VSAN table, by the clock of the run that made it
@@ -128,6 +143,7 @@ struct Settings {
     bool tdx_show_run = false; // show-run mode
     bool tdx_refusing = false; // it has no fabric
     bool status_events = true; // VSAN events are published
+    SystemTexts system;
 
     Settings();
     bool operator==(const Settings &) const = default;
@@ -183,6 +199,9 @@ inline Settings::Settings() {
     for (const LatencyKind &kind : latency_kinds) {
         this->*kind.setting = kind.initial;
     }
+#define VSWITCH_SYSTEM_TEXT(number, name, word, initial) system[name] = initial;
+    SYSTEM_TEXTS(VSWITCH_SYSTEM_TEXT)
+#undef VSWITCH_SYSTEM_TEXT
 }
 
 } // namespace vswitch

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "model/switch_model.h"
 
+#include <algorithm>
+
 namespace vswitch {
 
 namespace {
@@ -25,19 +27,20 @@ SwitchModel::SwitchModel(SwitchData data) : data_(std::move(data)) {
     }
     for (const auto &[if_index, port] : data_.ports) {
         count_port(if_index, port);
+        port_order_.push_back(if_index);
     }
 }
 
 void SwitchModel::count_port(uint32_t if_index, const Port &port) {
     members_.insert(Member{port.vsan, if_index});
-    if (port.link_up) {
+    if (port.is_up()) {
         ++up_ports_[port.vsan];
     }
 }
 
 void SwitchModel::forget_port(uint32_t if_index, const Port &port) {
     members_.erase({port.vsan, if_index});
-    if (!port.link_up) {
+    if (!port.is_up()) {
         return;
     }
     if (--up_ports_.at(port.vsan) == 0) {
@@ -122,6 +125,15 @@ std::optional<Member> SwitchModel::member_after(Member key) const {
 std::optional<uint32_t> SwitchModel::vsan_named(const std::string &name) const {
     const auto found = names_.find(name);
     return found == names_.end() ? std::nullopt : std::optional(found->second);
+}
+
+uint32_t SwitchModel::port_number(uint32_t if_index) const {
+    const auto place = std::ranges::lower_bound(port_order_, if_index);
+    return static_cast<uint32_t>(place - port_order_.begin()) + 1;
+}
+
+std::optional<uint32_t> SwitchModel::port_numbered(uint32_t number) const {
+    return number >= 1 && number <= port_order_.size() ? std::optional(port_order_[number - 1]) : std::nullopt;
 }
 
 std::vector<uint32_t> SwitchModel::ports_of(uint32_t vsan) const {

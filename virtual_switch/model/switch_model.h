@@ -54,6 +54,12 @@ class SwitchModel {
     std::optional<uint32_t> port_after(uint32_t if_index) const;
     std::optional<Member> member_after(Member key) const;
 
+    // A port's place in the order of ifIndexes, counted from 1: n of its name "fcn". REQUIRES: it
+    // exists.
+    uint32_t port_number(uint32_t if_index) const;
+    // The ifIndex of the port of that name, or nothing when there are not so many.
+    std::optional<uint32_t> port_numbered(uint32_t number) const;
+
     // Whether the VSAN is up: it is active and one of its ports is up. REQUIRES: it exists.
     bool is_up(uint32_t vsan) const;
 
@@ -71,7 +77,8 @@ class SwitchModel {
     SwitchData data_;
     std::map<std::string, uint32_t> names_; // VSAN numbers; without VSANs that have no name
     std::set<Member> members_;
-    std::map<uint32_t, uint32_t> up_ports_; // ports with a link, by VSAN number
+    std::map<uint32_t, uint32_t> up_ports_; // how many are up, by VSAN number
+    std::vector<uint32_t> port_order_;      // ifIndexes, ascending: no port comes or goes
 };
 
 } // namespace vswitch
