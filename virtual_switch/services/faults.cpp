@@ -34,6 +34,8 @@ Named named_in(const Request &request) {
         if (member) {
             named = {member->vsan, member->if_index};
         }
+    } else if (request.service == MTS_SERVICE_PORT && request.opcode == MTS_OP_PORT) {
+        named.if_index = load_word(request.payload, 0);
     }
     return named;
 }

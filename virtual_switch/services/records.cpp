@@ -32,6 +32,30 @@ size_t append_zeros(Buffer &buffer, size_t size) {
     return start;
 }
 
+void store_double_word(Buffer &buffer, size_t offset, uint64_t value) {
+    store_word(buffer, offset, static_cast<uint32_t>(value >> 32));
+    store_word(buffer, offset + 4, static_cast<uint32_t>(value));
+}
+
+void store_moment(Buffer &buffer, size_t offset, Timestamp moment) {
+    store_word(buffer, offset, static_cast<uint32_t>(moment.seconds));
+    store_word(buffer, offset + 4, moment.microseconds);
+}
+
+// A text's length, and behind that as much of the text as there is room for.
+void store_text(Buffer &buffer, size_t offset, const std::string &text, size_t longest) {
+    const size_t length = std::min(text.size(), longest);
+    store_word(buffer, offset, static_cast<uint32_t>(length));
+    if (length > 0) {
+        std::memcpy(&buffer[offset + 4], text.data(), length);
+    }
+}
+
+std::string text_at(Bytes payload, size_t offset) {
+    const Bytes text = payload.subspan(offset);
+    return {text.begin(), text.end()};
+}
+
 } // namespace
 
 void append_vsan_block(Buffer &buffer, uint32_t id, const Vsan &vsan, uint32_t oper_state) {
@@ -124,6 +148,62 @@ std::optional<LatencyRecord> decode_latency_record(Bytes payload) {
         return std::nullopt;
     }
     return LatencyRecord{*load_word(payload, LATENCY_RECORD_KEY), *load_word(payload, LATENCY_RECORD_VALUE)};
+}
+
+static_assert(PORT_RECORD_ALIAS == PORT_RECORD_ALIAS_LENGTH + 4);
+static_assert(PORT_RECORD_SINCE == PORT_RECORD_ALIAS + PORT_ALIAS_MAX);
+static_assert(PORT_RECORD_REST == PORT_RECORD_COUNTERS + 16 * PORT_COUNTER_COUNT);
+static_assert(SYSTEM_TEXT_MAX + 4 <= SYSTEM_TEXT_FIELD);
+
+void append_port_record(Buffer &buffer, const PortStatus &status, const Port &port) {
+    const size_t start = append_zeros(buffer, PORT_RECORD_SIZE);
+    store_word(buffer, start + PORT_RECORD_IF_INDEX, status.if_index);
+    store_word(buffer, start + PORT_RECORD_NUMBER, status.number);
+    store_word(buffer, start + PORT_RECORD_ADMIN, port.enabled ? PORT_UP : PORT_DOWN);
+    store_word(buffer, start + PORT_RECORD_OPER, port.is_up() ? PORT_UP : PORT_DOWN);
+    store_word(buffer, start + PORT_RECORD_SPEED, port.speed);
+    store_word(buffer, start + PORT_RECORD_TRAPS, port.traps ? PORT_TRAPS_ENABLED : PORT_TRAPS_DISABLED);
+    store_moment(buffer, start + PORT_RECORD_LAST_CHANGE, status.last_change);
+    store_moment(buffer, start + PORT_RECORD_DISCONTINUITY, status.discontinuity);
+    store_double_word(buffer, start + PORT_RECORD_WWN, status.wwn);
+    store_text(buffer, start + PORT_RECORD_ALIAS_LENGTH, port.alias, PORT_ALIAS_MAX);
+    store_moment(buffer, start + PORT_RECORD_SINCE, status.count.since);
+    for (size_t counter = 0; counter < PORT_COUNTER_COUNT; ++counter) {
+        const size_t at = start + PORT_RECORD_COUNTERS + 16 * counter;
+        store_double_word(buffer, at, status.count.base[counter]);
+        store_double_word(buffer, at + 8, port.traffic[counter]);
+    }
+}
+
+std::optional<PortSetting> decode_port_setting(Bytes payload) {
+    const auto if_index = load_word(payload, PORT_SETTING_IF_INDEX);
+    const auto key = load_word(payload, PORT_SETTING_KEY);
+    if (!if_index || !key) {
+        return std::nullopt;
+    }
+    PortSetting setting{*if_index, *key, {}, {}};
+    if (*key == PORT_SETTING_ALIAS) {
+        setting.text = text_at(payload, PORT_SETTING_VALUE);
+    } else if (payload.size() == PORT_SETTING_VALUE + 4) {
+        setting.word = load_word(payload, PORT_SETTING_VALUE);
+    }
+    return setting;
+}
+
+void append_system_record(Buffer &buffer, const SystemTexts &texts, uint64_t wwn) {
+    const size_t start = append_zeros(buffer, SYSTEM_RECORD_SIZE);
+    for (size_t text = 0; text < texts.size(); ++text) {
+        store_text(buffer, start + SYSTEM_TEXT_FIELD * text, texts[text], SYSTEM_TEXT_MAX);
+    }
+    store_double_word(buffer, start + SYSTEM_RECORD_WWN, wwn);
+}
+
+std::optional<SystemSetting> decode_system_setting(Bytes payload) {
+    const auto text = load_word(payload, SYSTEM_SETTING_TEXT);
+    if (!text) {
+        return std::nullopt;
+    }
+    return SystemSetting{*text, text_at(payload, SYSTEM_SETTING_VALUE)};
 }
 
 void append_membership_record(Buffer &buffer, Member member) {

@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// The managers' records, see contract/records.h, and what they hold: bounded, big-endian,
+// The managers' records, see contract/records.h and contract/interfaces.h, and what they hold: bounded, big-endian,
 // independent of the machine.
 #ifndef VSWITCH_RECORDS_H
 #define VSWITCH_RECORDS_H
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
+#include "contract/interfaces.h"
 #include "contract/records.h"
 #include "model/bytes.h"
 #include "model/switch_model.h"
+#include "model/traffic.h"
 
 namespace vswitch {
 
@@ -61,6 +64,42 @@ struct LatencyRecord {
 
 void append_latency_record(Buffer &buffer, LatencyRecord record);
 std::optional<LatencyRecord> decode_latency_record(Bytes payload);
+
+// What a port's record has beside its settings.
+struct PortStatus {
+    uint32_t if_index = 0;
+    uint32_t number = 0;
+    uint64_t wwn = 0;
+    Timestamp last_change;
+    Timestamp discontinuity;
+    PortCount count;
+};
+
+// An alias longer than its field is cut.
+void append_port_record(Buffer &buffer, const PortStatus &status, const Port &port);
+
+// One setting of a port as a client sends it. A key that has no value of the length given, or is
+// none, has no word and no text.
+struct PortSetting {
+    uint32_t if_index = 0;
+    uint32_t key = 0;
+    std::optional<uint32_t> word;
+    std::optional<std::string> text;
+};
+
+// Nothing when the payload is too short for the key.
+std::optional<PortSetting> decode_port_setting(Bytes payload);
+
+// A text longer than its field is cut.
+void append_system_record(Buffer &buffer, const SystemTexts &texts, uint64_t wwn);
+
+struct SystemSetting {
+    uint32_t text = 0; // an enum system_text, if it is any
+    std::string value;
+};
+
+// Nothing when the payload is too short for the text's number.
+std::optional<SystemSetting> decode_system_setting(Bytes payload);
 
 // Every membership here is configured, hence static.
 void append_membership_record(Buffer &buffer, Member member);
