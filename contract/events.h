@@ -22,8 +22,22 @@
  *
  * EVENT_PORT_CHANGED, see interfaces.h.
  *
- * One change publishes the moves of its ports first, by ifIndex, then the VSANs that it
- * affects, by number.
+ * EVENT_SETTING_CHANGED, a name, a timer or a text is another one:
+ *
+ *   byte  0  kind                 enum changed_setting
+ *         4  which                of a VSAN's name or timer its number; 0 for the timers and
+ *                                 latencies of the whole switch; of a text its system_text
+ *         8  key                  the timer's or latency's attribute key, else 0
+ *        12  value and former value, in milliseconds, else 0; where a VSAN had no value of
+ *            its own, the former one is 0
+ *        20  the name or text as it is now, to the end of the payload
+ *
+ *   What waits in a session of the distribution service has not changed yet.
+ *
+ * A change is answered first. Then it publishes the moves of its ports, by ifIndex; the
+ * VSANs that it affects, by number; the ports that are different, by ifIndex; and settings:
+ * the switch's timers and latencies by key, its texts, then those of each VSAN by number,
+ * its name before its timers.
  */
 #ifndef CONTRACT_EVENTS_H
 #define CONTRACT_EVENTS_H
@@ -32,7 +46,8 @@
 #define EVENTS(X)                                                                                                      \
     X(102, EVENT_PORT_MOVED, "port")                                                                                   \
     X(145, EVENT_VSAN_CHANGED, "vsan")                                                                                 \
-    X(301, EVENT_PORT_CHANGED, "interface")
+    X(301, EVENT_PORT_CHANGED, "interface")                                                                            \
+    X(302, EVENT_SETTING_CHANGED, "setting")
 
 #define EVENT_ENUMERATOR(number, name, word) name = number,
 enum switch_event_class { EVENTS(EVENT_ENUMERATOR) };
@@ -54,6 +69,17 @@ enum vsan_event_attribute_at {
     VSAN_EVENT_ATTRIBUTE_KEY = 0,
     VSAN_EVENT_ATTRIBUTE_VALUE = 4,
     VSAN_EVENT_ATTRIBUTE_FORMER = 8
+};
+
+enum changed_setting { CHANGED_VSAN_NAME = 1, CHANGED_TIMER = 2, CHANGED_SYSTEM_TEXT = 3 };
+#define SETTING_EVENT_FIXED 20u
+enum setting_event_at {
+    SETTING_EVENT_KIND = 0,
+    SETTING_EVENT_WHICH = 4,
+    SETTING_EVENT_KEY = 8,
+    SETTING_EVENT_VALUE = 12,
+    SETTING_EVENT_FORMER = 16,
+    SETTING_EVENT_TEXT = 20
 };
 
 #endif

@@ -129,13 +129,21 @@ class ChangeTest : public testing::Test {
         return send(124, MTS_KIND_SET, record, user);
     }
 
-    // The events published since the last call, as one line each.
+    // The events published since the last call, as one line each: words, without the moment, then text.
     std::vector<std::string> events() {
         std::vector<std::string> lines;
         for (const vswitch::Event &event : target_->events.staged()) {
+            const Buffer &payload = event.payload;
+            const size_t end = event.event_class == EVENT_SETTING_CHANGED ? size_t{SETTING_EVENT_TEXT} : payload.size();
             std::string line = std::to_string(event.event_class) + ":";
-            for (size_t at = 0; at < event.payload.size(); at += 4) {
-                line += " " + std::to_string(word(event.payload, at));
+            for (size_t at = 0; at < end; at += 4) {
+                if (event.event_class == EVENT_PORT_CHANGED && at == PORT_CHANGED_MOMENT) {
+                    at += MOMENT_SIZE;
+                }
+                line += " " + std::to_string(word(payload, at));
+            }
+            if (end < payload.size()) {
+                line += " " + std::string(payload.begin() + static_cast<ptrdiff_t>(end), payload.end());
             }
             lines.push_back(line);
         }

@@ -36,15 +36,108 @@ TEST_F(ChangeTest, DeletedVsanIsPublishedBehindTheMovesOfItsPorts) {
         << "and VSAN 1 goes up, having its first port that is up";
 }
 
+// Class 301: ifIndex, what is different, administrative state before and after, operational state
+// before and after, traps. 1 is up or enabled, 2 is down or disabled.
 TEST_F(ChangeTest, LastAndFirstLinkArePublished) {
     ASSERT_EQ(set_link(*target_, operator_, 101, false), STATUS_SUCCESS);
-    EXPECT_EQ(events(), Lines{}) << "port 102 is still up";
+    EXPECT_EQ(events(), Lines{"301: 101 2 1 1 1 2 1"}) << "port 102 is still up";
     ASSERT_EQ(set_link(*target_, operator_, 102, false), STATUS_SUCCESS);
-    EXPECT_EQ(events(), Lines{"145: 0 10 0 2 1 1 1 19 2 1"});
+    EXPECT_EQ(events(), (Lines{"145: 0 10 0 2 1 1 1 19 2 1", "301: 102 2 1 1 1 2 1"}));
     ASSERT_EQ(set_link(*target_, operator_, 101, true), STATUS_SUCCESS);
-    EXPECT_EQ(events(), Lines{"145: 0 10 0 2 1 1 1 19 1 2"});
+    EXPECT_EQ(events(), (Lines{"145: 0 10 0 2 1 1 1 19 1 2", "301: 101 2 1 1 2 1 1"}));
     ASSERT_EQ(set_link(*target_, operator_, 105, false), STATUS_SUCCESS);
-    EXPECT_EQ(events(), Lines{}) << "a suspended VSAN is down in any case";
+    EXPECT_EQ(events(), Lines{"301: 105 2 1 1 1 2 1"}) << "a suspended VSAN is down in any case";
+}
+
+TEST_F(ChangeTest, PortOutOfServiceIsPublishedAsAPulledCableIs) {
+    const auto set_enabled = [&](uint32_t if_index, bool enabled) {
+        Port port = data().ports.at(if_index);
+        port.enabled = enabled;
+        return vswitch::set_port(*target_, operator_, if_index, port);
+    };
+    ASSERT_EQ(set_enabled(103, false), STATUS_SUCCESS);
+    EXPECT_EQ(events(), (Lines{"145: 0 20 0 2 1 1 1 19 2 1", "301: 103 3 1 2 1 2 1"}));
+    ASSERT_EQ(set_enabled(103, true), STATUS_SUCCESS);
+    EXPECT_EQ(events(), (Lines{"145: 0 20 0 2 1 1 1 19 1 2", "301: 103 3 2 1 2 1 1"}));
+    ASSERT_EQ(set_enabled(104, false), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"301: 104 1 1 2 2 2 1"}) << "it was down without";
+    ASSERT_EQ(set_link(*target_, operator_, 104, true), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{}) << "nor does a cable bring it up then";
+}
+
+TEST_F(ChangeTest, EverySettingOfAPortIsPublished) {
+    const auto change_port_so = [&](auto edit) {
+        Port port = data().ports.at(101);
+        edit(port);
+        EXPECT_EQ(vswitch::set_port(*target_, operator_, 101, port), STATUS_SUCCESS);
+        return events();
+    };
+    EXPECT_EQ(change_port_so([](Port &port) { port.alias = "x"; }), Lines{"301: 101 4 1 1 1 1 1"});
+    EXPECT_EQ(change_port_so([](Port &port) { port.speed = 2000; }), Lines{"301: 101 8 1 1 1 1 1"});
+    EXPECT_EQ(change_port_so([](Port &port) { port.traffic[0] = 1; }), Lines{"301: 101 16 1 1 1 1 1"});
+    EXPECT_EQ(change_port_so([](Port &port) { port.traps = false; }), Lines{"301: 101 32 1 1 1 1 2"});
+    EXPECT_EQ(change_port_so([](Port &port) {
+                  port = Port();
+                  port.enabled = false;
+              }),
+              Lines{"301: 101 63 1 2 1 2 1"});
+    EXPECT_EQ(change_port_so([](Port &) {}), Lines{});
+}
+
+TEST_F(ChangeTest, MomentOfAPortThatGoesUpOrDownIsThatOfItsLastChange) {
+    ASSERT_EQ(set_link(*target_, operator_, 101, false), STATUS_SUCCESS);
+    const Timestamp moment = data().ports.at(101).last_change;
+    const Buffer &payload = target_->events.staged().front().payload;
+    EXPECT_EQ(word(payload, PORT_CHANGED_MOMENT), moment.seconds);
+    EXPECT_EQ(word(payload, PORT_CHANGED_MOMENT + 4), moment.microseconds);
+}
+
+// Class 302: kind, which, key, value, former value, text.
+TEST_F(ChangeTest, RenamedVsanIsPublished) {
+    ASSERT_EQ(set_name(10, "other"), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"302: 1 10 0 0 0 other"});
+    ASSERT_EQ(set_name(10, ""), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"302: 1 10 0 0 0"});
+}
+
+TEST_F(ChangeTest, TimersAndLatenciesArePublished) {
+    ASSERT_EQ(set_vsan_timer(*target_, operator_, 10, Timer::r_a_tov, 20000, false), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"302: 2 10 8 20000 0"}) << "it had none of its own";
+    ASSERT_EQ(set_vsan_timer(*target_, operator_, 10, Timer::r_a_tov, 21000, false), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"302: 2 10 8 21000 20000"});
+    ASSERT_EQ(set_switch_timer(*target_, operator_, Timer::f_s_tov, 6000, false), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"302: 2 0 10 6000 5000"});
+    ASSERT_EQ(set_latency(*target_, operator_, latency_kinds[0], 1), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{"302: 2 0 17 1 500"});
+}
+
+TEST_F(ChangeTest, TimersOfADistributionSessionArePublishedOnceTheyAreCommitted) {
+    ASSERT_EQ(tdx_enable(*target_, operator_, true), STATUS_SUCCESS);
+    ASSERT_EQ(set_vsan_timer(*target_, operator_, 20, Timer::r_a_tov, 20000, false), STATUS_SUCCESS);
+    ASSERT_EQ(set_switch_timer(*target_, operator_, Timer::f_s_tov, 6000, false), STATUS_SUCCESS);
+    EXPECT_EQ(events(), Lines{});
+    ASSERT_EQ(tdx_commit(*target_, operator_), STATUS_SUCCESS);
+    EXPECT_EQ(events(), (Lines{"302: 2 0 10 6000 5000", "302: 2 20 8 20000 0"}));
+}
+
+TEST_F(ChangeTest, TextsOfTheSystemArePublished) {
+    ASSERT_EQ(set_system_texts(*target_, operator_, {"alice", "vswitch", "rack 7"}), STATUS_SUCCESS);
+    EXPECT_EQ(events(), (Lines{"302: 3 0 0 0 0 alice", "302: 3 2 0 0 0 rack 7"}));
+}
+
+TEST_F(ChangeTest, SuspendedVsanIsPublishedBeforeItsName) {
+    Buffer block = block_of(10);
+    store_word(block, VSAN_RECORD_AT + VSAN_RECORD_ADMIN_STATE, ADMIN_STATE_SUSPENDED);
+    std::memcpy(&block[VSAN_RECORD_AT + VSAN_RECORD_NAME], "away", 5);
+    ASSERT_EQ(set_vsan(block), STATUS_SUCCESS);
+    EXPECT_EQ(events(), (Lines{"145: 0 10 0 2 1 2 1 19 2 1", "302: 1 10 0 0 0 away"}));
+}
+
+TEST_F(ChangeTest, PortsAndSettingsArePublishedWhetherOrNotVsansAre) {
+    ASSERT_EQ(set_status_events(*target_, operator_, false), STATUS_SUCCESS);
+    ASSERT_EQ(set_link(*target_, operator_, 103, false), STATUS_SUCCESS);
+    ASSERT_EQ(set_name(10, "other"), STATUS_SUCCESS);
+    EXPECT_EQ(events(), (Lines{"301: 103 2 1 1 1 2 1", "302: 1 10 0 0 0 other"}));
 }
 
 TEST_F(ChangeTest, MovedPortIsPublishedWithWhatItDoesToBothVsans) {
@@ -55,10 +148,8 @@ TEST_F(ChangeTest, MovedPortIsPublishedWithWhatItDoesToBothVsans) {
 }
 
 TEST_F(ChangeTest, ChangesWithoutNewsPublishNothing) {
-    ASSERT_EQ(set_name(10, "other"), STATUS_SUCCESS);
     ASSERT_EQ(set_deny_list(*target_, operator_, 101, 5), STATUS_SUCCESS);
-    ASSERT_EQ(set_vsan_timer(*target_, operator_, 10, Timer::r_a_tov, 20000, false), STATUS_SUCCESS);
-    ASSERT_EQ(set_latency(*target_, operator_, latency_kinds[0], 1), STATUS_SUCCESS);
+    ASSERT_EQ(set_inorder_delivery(*target_, operator_, TRUTH_TRUE), STATUS_SUCCESS);
     ASSERT_EQ(set_name(10, "test"), STATUS_NAME_CONFLICT);
     EXPECT_EQ(events(), Lines{});
 }

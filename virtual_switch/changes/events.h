@@ -4,9 +4,12 @@
 #define VSWITCH_EVENTS_H
 
 #include <cstdint>
+#include <optional>
+#include <string_view>
 
 #include "contract/events.h"
 #include "model/bytes.h"
+#include "model/switch_data.h"
 
 namespace vswitch {
 
@@ -27,6 +30,19 @@ struct VsanEvent {
 
 Event vsan_event(const VsanEvent &event);
 Event port_event(uint32_t if_index, uint32_t former_vsan, uint32_t vsan);
+
+// What has become of a port, or nothing when it is the same but for its VSAN, deny list and cable.
+std::optional<Event> port_changed_event(uint32_t if_index, const Port &former, const Port &present, Timestamp moment);
+
+struct SettingEvent {
+    uint32_t kind = 0; // an enum changed_setting
+    uint32_t which = 0;
+    uint32_t key = 0;
+    uint32_t value = 0, former = 0;
+    std::string_view text = {};
+};
+
+Event setting_event(const SettingEvent &event);
 
 } // namespace vswitch
 
