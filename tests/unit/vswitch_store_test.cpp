@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "model/store.h"
-#include "vswitch_test_support.h"
+#include "vswitch_changes_fixture.h"
 
 using namespace vswitch;
 using namespace vswitch_test;
@@ -287,6 +287,124 @@ TEST_F(StoreTest, OlderSchemaIsMigratedAndKeepsItsData) {
         EXPECT_EQ(database.execAndGet("SELECT test FROM vsan WHERE id = 10").getInt(), 7);
     }
     EXPECT_EQ(open(steps), before) << "and is not migrated twice";
+}
+
+// The database of the release before ports had settings: VSANs 1 and 10, a port in each, the second
+// one without link.
+constexpr int last_release = 2;
+constexpr char content_of_last_release[] = R"sql(
+    INSERT INTO setting VALUES ('wwn', 4611686018427387905), ('change_seconds', 1700000000),
+        ('change_microseconds', 5), ('e_d_tov', 2000), ('r_a_tov', 10000), ('d_s_tov', 5000), ('f_s_tov', 5000),
+        ('switch_latency', 500), ('network_latency', 2000), ('inorder_delivery', 2), ('tdx_fctimer_enabled', 0),
+        ('tdx_fctimer_show_run', 0);
+    INSERT INTO vsan VALUES (1, 'default', 1, 1, 2112, 2, 100, 2, 500, x''), (10, 'prod', 1, 1, 2112, 2, 100, 2, 500, x'');
+    INSERT INTO port VALUES (16777216, 1, 0, 1), (16781312, 10, 7, 0);
+    INSERT INTO vsan_timer VALUES (10, 8, 20000);
+)sql";
+
+class StoreOfTheLastRelease : public StoreTest {
+  protected:
+    StoreOfTheLastRelease() {
+        SQLite::Database database(folder_ / "switch.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        database.exec("PRAGMA journal_mode = WAL");
+        for (const char *step : schema_steps().first(last_release)) {
+            database.exec(step);
+        }
+        database.exec(content_of_last_release);
+        database.exec("PRAGMA application_id = 1448296782; PRAGMA user_version = 2");
+    }
+
+    // What a query gives, a line a row.
+    static std::string rows(const std::string &path, const std::string &sql) {
+        SQLite::Database database(path);
+        SQLite::Statement query(database, sql);
+        std::string text;
+        while (query.executeStep()) {
+            for (int column = 0; column < query.getColumnCount(); ++column) {
+                text += query.getColumn(column).getString() + " ";
+            }
+            text += "\n";
+        }
+        return text;
+    }
+
+    std::string copy_ = folder_ / "switch.db.v2";
+};
+
+TEST_F(StoreOfTheLastRelease, IsMigratedAndItsPortsAreAsBefore) {
+    const SwitchData data = open();
+    EXPECT_EQ(data.settings.wwn, 0x4000000000000001u) << "it keeps its name";
+    EXPECT_EQ(data.settings.system, Settings().system);
+    EXPECT_EQ(data.ports.at(16777216), Port());
+    EXPECT_EQ(data.ports.at(16781312), (Port{10, 7, false}));
+    EXPECT_EQ(data.vsans.at(10).timers[Timer::r_a_tov], 20000u);
+    EXPECT_EQ(open(), data) << "and is not migrated twice";
+}
+
+TEST_F(StoreOfTheLastRelease, IsKeptBesideAsThatReleaseCanOpenIt) {
+    open();
+    EXPECT_EQ(rows(copy_, "PRAGMA user_version") + rows(copy_, "PRAGMA application_id"), "2 \n1448296782 \n");
+    EXPECT_EQ(rows(copy_, "PRAGMA integrity_check"), "ok \n");
+    EXPECT_EQ(rows(copy_, "SELECT * FROM port"), "16777216 1 0 1 \n16781312 10 7 0 \n");
+    EXPECT_EQ(rows(copy_, "SELECT * FROM vsan_timer"), "10 8 20000 \n");
+    const std::string tables = "SELECT sql FROM sqlite_schema ORDER BY name";
+    {
+        SQLite::Database made(folder_ / "made.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+        for (const char *step : schema_steps().first(last_release)) {
+            made.exec(step);
+        }
+    }
+    EXPECT_EQ(rows(copy_, tables), rows(folder_ / "made.db", tables));
+    std::filesystem::remove(folder_ / "made.db");
+    EXPECT_EQ(folder_content(folder_.path()).size(), 2u) << "no draft is left";
+
+    const SwitchData migrated = open();
+    std::filesystem::rename(copy_, folder_ / "switch.db");
+    EXPECT_EQ(open(), migrated) << "the copy has everything";
+}
+
+TEST_F(StoreOfTheLastRelease, CopyHasWhatStandsOnlyInTheLog) {
+    TemporaryFolder crashed;
+    crash_with(folder_.path(), crashed.path(), "UPDATE vsan SET name = 'late' WHERE id = 10");
+    EXPECT_EQ(Store(crashed.path()).open().vsans.at(10).name, "late");
+    EXPECT_EQ(rows(crashed / "switch.db.v2", "SELECT name FROM vsan WHERE id = 10"), "late \n");
+}
+
+TEST_F(StoreOfTheLastRelease, CopyThatIsThereAlreadyStays) {
+    write_file(copy_, "an earlier one");
+    EXPECT_EQ(open().vsans.size(), 2u);
+    EXPECT_EQ(file_content(copy_), "an earlier one");
+}
+
+TEST_F(StoreOfTheLastRelease, DraftOfACopyThatWasInterruptedIsReplaced) {
+    write_file(copy_ + ".new", "half a copy");
+    open();
+    EXPECT_FALSE(std::filesystem::exists(copy_ + ".new"));
+    EXPECT_EQ(rows(copy_, "PRAGMA user_version"), "2 \n");
+}
+
+TEST_F(StoreOfTheLastRelease, IsNotMigratedWithoutRoomForTheCopy) {
+    std::string error;
+    {
+        const FullDisk disk;
+        error = refused();
+    }
+    EXPECT_TRUE(contains(error, "Cannot copy the database")) << error;
+    EXPECT_TRUE(contains(error, "make room")) << error;
+    EXPECT_TRUE(contains(error, "switch.db.v2")) << error;
+    EXPECT_EQ(open().vsans.size(), 2u) << "and with room it is";
+}
+
+TEST_F(StoreOfTheLastRelease, IsNotCopiedWhenItIsDamaged) {
+    const std::string whole = file_content(folder_ / "switch.db");
+    write_file(folder_ / "switch.db", whole.substr(0, whole.size() - 4096));
+    EXPECT_TRUE(contains(refused(), "damaged"));
+}
+
+TEST_F(StoreOfTheLastRelease, RefusesTheDatabaseOfThisOne) {
+    open();
+    const std::string error = refused(schema_steps().first(last_release));
+    EXPECT_TRUE(contains(error, "written by a newer version")) << error;
 }
 
 TEST_F(StoreTest, MigrationThatFailsLeavesTheOldSchema) {

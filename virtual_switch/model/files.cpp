@@ -72,14 +72,26 @@ std::optional<std::string> read_file(const std::string &path, size_t max_size) {
     }
 }
 
+namespace {
+
+void sync(const std::string &path, int flags) {
+    const Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | flags));
+    if (opened.get() < 0) {
+        throw Refusal(fmt::format("Cannot open {}: {}.", path, std::strerror(errno)));
+    }
+    if (fsync(opened.get()) != 0) {
+        throw Refusal(fmt::format("Cannot write {}: {}.", path, std::strerror(errno)));
+    }
+}
+
+} // namespace
+
+void sync_file(const std::string &path) {
+    sync(path, O_NOFOLLOW);
+}
+
 void sync_directory(const std::string &directory) {
-    const Descriptor folder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.get() < 0) {
-        throw Refusal(fmt::format("Cannot open {}: {}.", directory, std::strerror(errno)));
-    }
-    if (fsync(folder.get()) != 0) {
-        throw Refusal(fmt::format("Cannot write {}: {}.", directory, std::strerror(errno)));
-    }
+    sync(directory, O_DIRECTORY);
 }
 
 namespace {

@@ -24,6 +24,9 @@ std::optional<std::string> read_file(const std::string &path, size_t max_size);
 enum class Readers { owner, folder_group };
 void replace_file(const std::string &path, std::string_view content, Readers readers = Readers::owner);
 
+// Makes a file's content durable, whoever has written it.
+void sync_file(const std::string &path);
+
 // Makes the names of a folder's files durable.
 void sync_directory(const std::string &directory);
 

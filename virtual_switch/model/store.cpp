@@ -4,6 +4,7 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fmt/format.h>
 #include <optional>
 #include <spdlog/spdlog.h>
@@ -254,8 +255,48 @@ std::string uri_of(const std::string &path, const char *parameters) {
     return uri + parameters;
 }
 
+void remove_database(const std::string &path) {
+    for (const char *suffix : {"", "-wal", "-shm", "-journal"}) {
+        unlink((path + suffix).c_str());
+    }
+}
+
+// Copies a database with what is in its log. The copy is on the disk, under its name, when it is
+// complete, and not at all when that fails. Throws Refusal.
+void keep_copy(SQLite::Database &database, const std::string &path, int64_t version) {
+    const std::string copy = fmt::format("{}.v{}", path, version);
+    if (file_state(copy)) {
+        spdlog::info("{} is there already; the database is not copied again before it is migrated", copy);
+        return;
+    }
+    const std::string draft = copy + ".new";
+    const auto cannot_copy = [&](const std::string &reason) {
+        return Refusal(fmt::format("Cannot copy the database {} to {} before it is migrated: {}. It stays as it is; "
+                                   "make room for the copy and start again.",
+                                   path, copy, reason));
+    };
+    remove_database(draft);
+    try {
+        SQLite::Statement statement(database, "VACUUM INTO ?");
+        statement.bind(1, uri_of(draft, ""));
+        statement.exec();
+        sync_file(draft);
+        if (rename(draft.c_str(), copy.c_str()) != 0) {
+            throw cannot_copy(std::strerror(errno));
+        }
+        sync_directory(std::filesystem::path(copy).parent_path().string());
+    } catch (const SQLite::Exception &error) {
+        remove_database(draft);
+        throw cannot_copy(error.what());
+    } catch (...) {
+        remove_database(draft);
+        throw;
+    }
+    spdlog::info("kept the database of schema {} as {}", version, copy);
+}
+
 // Looks at a database without changing its files, and returns what it holds, or nothing
-// when its schema is older.
+// when its schema is older; then it has been copied.
 //
 // Without a write-ahead log the file is declared immutable, so that SQLite makes no
 // files beside it. With one, left by a crash, its content counts; its index is then made in
@@ -285,6 +326,7 @@ std::optional<SwitchData> inspect(const std::string &path, SchemaSteps steps) {
         throw Damage(verdict);
     }
     if (version < static_cast<int64_t>(steps.size())) {
+        keep_copy(database, path, version);
         return std::nullopt;
     }
     return read_data(database);
@@ -308,12 +350,6 @@ void set_log_aside(const std::string &path) {
         } else if (errno != ENOENT) {
             throw Refusal(fmt::format("Cannot move {} away: {}.", log, std::strerror(errno)));
         }
-    }
-}
-
-void remove_database(const std::string &path) {
-    for (const char *suffix : {"", "-wal", "-shm", "-journal"}) {
-        unlink((path + suffix).c_str());
     }
 }
 

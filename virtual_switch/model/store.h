@@ -50,7 +50,11 @@ class Store {
 
     // Checks the database, migrates it when it is older, opens it and returns what it
     // holds. Throws Refusal for a database that is damaged, newer than `steps` or not a
-    // switch's; its files are then as they were, byte for byte.
+    // switch's, and when an older one cannot be copied; its files are then as they were,
+    // byte for byte.
+    //
+    // Before a migration from schema n the database is copied to `switch.db.vn`, for whoever
+    // wants to go back. A copy that is there already stays: it is from an earlier migration.
     SwitchData open(SchemaSteps steps = schema_steps());
 
     // Writes a change in one transaction and returns when it is on the disk; `present` is
