@@ -7,6 +7,7 @@
 #include "model/configuration.h"
 #include "model/refusal.h"
 #include "model/roles.h"
+#include "model/rules.h"
 #include "model/switch_model.h"
 
 using namespace vswitch;
@@ -31,9 +32,12 @@ void check_switch(const SwitchData &data) {
         }
     }
     for (const auto &[if_index, port] : data.ports) {
-        if (if_index == 0 || !data.vsans.contains(port.vsan)) {
+        if (if_index == 0 || !data.vsans.contains(port.vsan) || check_port(port) != STATUS_SUCCESS) {
             abort();
         }
+    }
+    if (check_system_texts(data.settings.system) != STATUS_SUCCESS) {
+        abort();
     }
 }
 

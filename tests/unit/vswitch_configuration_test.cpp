@@ -281,6 +281,27 @@ const Mistake mistakes[] = {
     {R"({"ports": [{"ifIndex": 1}, {"ifIndex": 1}]})", "port 1 is listed twice"},
     {R"({"ports": [{"ifIndex": 1, "vsan": 2}]})", "port 1 is in VSAN 2, which does not exist"},
     {R"({"ports": [{"ifIndex": 1, "link": true}]})", "must be \"up\" or \"down\""},
+    {R"({"ports": [{"ifIndex": 1, "alias": 7}]})", "port 1: \"alias\" must be a text"},
+    {R"({"ports": [{"ifIndex": 1, "alias": "a\nb"}]})", "port 1: \"alias\" must be at most 64 bytes of UTF-8 without"},
+    {R"({"ports": [{"ifIndex": 1, "alias": "0123456789012345678901234567890123456789012345678901234567890123x"}]})",
+     "port 1: \"alias\" must be at most 64 bytes"},
+    {"{\"ports\": [{\"ifIndex\": 1, \"alias\": \"\xff\"}]}", "not valid JSON"},
+    {R"({"ports": [{"ifIndex": 1, "enabled": "yes"}]})", "port 1: \"enabled\" must be true or false"},
+    {R"({"ports": [{"ifIndex": 1, "traps": 1}]})", "port 1: \"traps\" must be true or false"},
+    {R"({"ports": [{"ifIndex": 1, "speedMbps": 1000}]})", "port 1: \"speedMbps\" must be one of 2000, 4000, 8000, "},
+    {R"({"ports": [{"ifIndex": 1, "speedMbps": -8000}]})", "must be one of"},
+    {R"({"ports": [{"ifIndex": 1, "speedMbps": 4294975296}]})", "must be one of"},
+    {R"({"ports": [{"ifIndex": 1, "speedMbps": "8000"}]})", "must be one of"},
+    {R"({"ports": [{"ifIndex": 1, "speed": 8000}]})", "a port has the unknown key \"speed\""},
+    {R"({"ports": [{"ifIndex": 1, "traffic": 5}]})", "port 1: \"traffic\" must be an object"},
+    {R"({"ports": [{"ifIndex": 1, "traffic": {"inOctets": -1}}]})",
+     "port 1: \"traffic\": \"inOctets\" must be a whole"},
+    {R"({"ports": [{"ifIndex": 1, "traffic": {"inOctets": 4294967296}}]})", "from 0 to 4294967295"},
+    {R"({"ports": [{"ifIndex": 1, "traffic": {"octets": 1}}]})", "\"traffic\" has the unknown key \"octets\""},
+    {R"({"system": "x"})", "\"system\" must be an object"},
+    {R"({"system": {"sysName": "x"}})", "\"system\" has the unknown key \"sysName\""},
+    {R"({"system": {"name": 5}})", "\"system\": \"name\" must be a text"},
+    {R"({"system": {"location": "rack\t7"}})", "\"system\": \"location\" must be at most 255 bytes of UTF-8 without"},
     {R"({"switchLatency": 60001})", "\"switchLatency\" must be"},
     {R"({"inorderDelivery": 0})", "from 1 to 2"},
     {R"({"tdx": {"x": {}}})", "\"tdx\" has the unknown key"},
@@ -306,6 +327,39 @@ TEST(Configuration, FileThatIsNoFileOrTooLargeIsRefused) {
     EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder.path()); }), "not a regular file"));
     write_file(folder / "large.json", std::string((4u << 20) + 1, ' '));
     EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder / "large.json"); }), "larger than"));
+}
+
+TEST(Configuration, PortsHaveTheSettingsThatTheFileGivesThem) {
+    const SwitchData data = parse_configuration(R"({"ports": [{"ifIndex": 7}, {"ifIndex": 8,
+        "alias": "B\u00fcro", "enabled": false, "speedMbps": 32000, "traps": false,
+        "traffic": {"inOctets": 4294967295, "outDiscards": 2}}]})",
+                                                "test");
+    EXPECT_EQ(data.ports.at(7), Port());
+    Port port;
+    port.alias = "B\xc3\xbcro";
+    port.enabled = false;
+    port.speed = 32000;
+    port.traps = false;
+    port.traffic = {4294967295, 0, 0, 0, 0, 0, 0, 2};
+    EXPECT_EQ(data.ports.at(8), port);
+}
+
+TEST(Configuration, SystemHasTheTextsThatTheFileGivesIt) {
+    EXPECT_EQ(parse_configuration("{}", "test").settings.system, (SystemTexts{"", "vswitch", ""}));
+    EXPECT_EQ(parse_configuration(R"({"system": {"name": "", "location": "rack 7"}})", "test").settings.system,
+              (SystemTexts{"", "", "rack 7"}));
+    EXPECT_EQ(
+        parse_configuration(R"({"system": {"contact": "a", "name": "b", "location": "c"}})", "test").settings.system,
+        (SystemTexts{"a", "b", "c"}));
+}
+
+TEST(Configuration, DemoHasAliasesAndNoTraffic) {
+    const SwitchData demo = demo_configuration();
+    EXPECT_EQ(demo.ports.at(16891904).alias, "tape library");
+    for (const auto &[if_index, port] : demo.ports) {
+        EXPECT_EQ(port.traffic, PortRates{}) << if_index;
+        EXPECT_TRUE(port.enabled) << if_index;
+    }
 }
 
 TEST(Configuration, IdentityIsNowAndANameOfTheSwitchSOwn) {

@@ -10,6 +10,7 @@
 #include "demo_json.h"
 #include "model/files.h"
 #include "model/json_reader.h"
+#include "model/json_settings.h"
 #include "model/rules.h"
 #include "model/words.h"
 
@@ -164,7 +165,9 @@ void read_ports(const JsonReader &reader, const Json &json, SwitchData &data) {
     }
     reader.expect_array(json["ports"], "\"ports\"");
     for (const Json &item : json["ports"]) {
-        reader.expect_object(item, "a port", {"ifIndex", "vsan", "link", "denyList"});
+        reader.expect_object(
+            item, "a port",
+            {"ifIndex", "vsan", "link", "denyList", "alias", "enabled", "speedMbps", "traps", "traffic"});
         if (!item.contains("ifIndex")) {
             reader.fail("a port has no \"ifIndex\"");
         }
@@ -176,13 +179,14 @@ void read_ports(const JsonReader &reader, const Json &json, SwitchData &data) {
         uint32_t link = OPER_STATE_UP;
         read_word(reader, item, "link", place, oper_state_words, link);
         port.link_up = link == OPER_STATE_UP;
+        read_port_settings(reader, item, place + ": ", port);
         if (!data.vsans.contains(port.vsan)) {
             reader.fail(fmt::format("{} is in VSAN {}, which does not exist", place, port.vsan));
         }
         if (data.ports.contains(if_index)) {
             reader.fail(place + " is listed twice");
         }
-        data.ports[if_index] = port;
+        data.ports[if_index] = std::move(port);
         if (data.ports.size() > max_port_count) {
             reader.fail(fmt::format("it lists more than {} ports", max_port_count));
         }
@@ -263,11 +267,16 @@ SwitchData parse_configuration(std::string_view text, const std::string &source)
     const Json json = reader.parse_object(text);
     reader.expect_object(json, "the file",
                          {"vsans", "vsanRange", "ports", "portCount", "timers", "switchLatency", "networkLatency",
-                          "inorderDelivery", "tdx"});
+                          "inorderDelivery", "system", "tdx"});
     SwitchData data;
     read_vsans(reader, json, data);
     read_ports(reader, json, data);
     read_settings(reader, json, data.settings);
+    if (json.contains("system")) {
+        const Json &system = json["system"];
+        reader.expect_object(system, "\"system\"", {"contact", "name", "location"});
+        read_system_texts(reader, system, "\"system\": ", data.settings.system);
+    }
     if (json.contains("tdx")) {
         read_distribution(reader, json["tdx"], data);
     }

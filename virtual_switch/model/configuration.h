@@ -21,9 +21,13 @@ namespace vswitch {
 //   vsanRange         list of {first, last}: also make all these VSANs, with default
 //                     values where `vsans` does not list them
 //   ports             list of ports: ifIndex and, as wanted, vsan, link ("up", "down"),
-//                     denyList
+//                     denyList, alias, enabled (false: out of service), speedMbps (2000,
+//                     4000, 8000, 16000, 32000), traps (false: its changes of state are not
+//                     told), traffic {inOctets, inFrames, inErrors, inDiscards, outOctets,
+//                     outFrames, outErrors, outDiscards}: what its counters grow by in a second
 //   portCount         instead of `ports`: that many ports of VSAN 1 without link.
 //                     Without either: 48
+//   system            {contact, name, location}: what the switch says of itself
 //   timers, switchLatency, networkLatency, inorderDelivery: the switch-wide values
 //   tdx               {"fctimer": {enabled, showRun, timers {"10": {ratov, ...}}}}:
 //                     the distribution service's settings and its record of VSANs' timers

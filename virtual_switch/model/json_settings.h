@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+// Settings of ports and of the system as JSON, alike in the configuration file and in the operator's
+// commands. Included by the readers of those only; the JSON library is heavy.
+#ifndef VSWITCH_JSON_SETTINGS_H
+#define VSWITCH_JSON_SETTINGS_H
+
+#include <string>
+
+#include "model/json_reader.h"
+
+namespace vswitch {
+
+// Both put into their last argument what `object` says about it, and leave the rest of it as it is. The
+// object may have other keys. `place` stands before what is wrong, "port 5: ", or is empty. They
+// throw Refusal.
+
+// alias, enabled, speedMbps, traps, and traffic {inOctets, inFrames, ...}: units a second.
+void read_port_settings(const JsonReader &reader, const JsonReader::Json &object, const std::string &place, Port &port);
+
+// contact, name and location.
+void read_system_texts(const JsonReader &reader, const JsonReader::Json &object, const std::string &place,
+                       SystemTexts &texts);
+
+// The same of a port as JSON; traffic only where it has any.
+JsonReader::Json port_settings_json(const Port &port);
+JsonReader::Json system_texts_json(const SystemTexts &texts);
+
+} // namespace vswitch
+
+#endif
