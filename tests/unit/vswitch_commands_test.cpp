@@ -185,7 +185,8 @@ TEST_F(Commands, PortIsKnownByItsNumberAndByItsPosition) {
     EXPECT_EQ(change("port.down", {{"ifIndex", "fc2"}})["ifIndex"], 16777216);
     EXPECT_FALSE(target_.model.port(16777216)->link_up);
     EXPECT_EQ(change("port.up", {{"ifIndex", 5}}),
-              Json::parse(R"({"ifIndex": 5, "name": "fc1", "vsan": 10, "link": "up", "denyList": 0})"));
+              Json::parse(R"({"ifIndex": 5, "name": "fc1", "vsan": 10, "link": "up", "oper": "up", "denyList": 0,
+                  "enabled": true, "alias": "", "speedMbps": 8000, "traps": true, "wwn": "20:01:02:00:00:00:00:00"})"));
     EXPECT_EQ(change("port.deny", {{"ifIndex", "fc3"}, {"denyList", 9}})["denyList"], 9);
     EXPECT_EQ(refusal(3, R"({"command": "port.up", "ifIndex": "fc4"})").first, STATUS_NO_SUCH_INTERFACE);
     EXPECT_EQ(refusal(3, R"({"command": "port.up", "ifIndex": 6})").first, STATUS_NO_SUCH_INTERFACE);
@@ -195,6 +196,59 @@ TEST_F(Commands, PortIsKnownByItsNumberAndByItsPosition) {
     EXPECT_EQ(refusal(3, R"({"command": "port.move", "ifIndex": 5, "vsan": 99})").first, STATUS_NO_SUCH_VSAN);
     EXPECT_EQ(look("port.list", {{"vsan", 10}})["ports"].size(), 2u);
     EXPECT_EQ(look("port.list", {{"vsan", 10}, {"after", 5}})["ports"][0]["name"], "fc3");
+}
+
+TEST_F(Commands, PortHasTheSettingsThatItIsGiven) {
+    const Json all = change("port.set", {{"ifIndex", "fc1"},
+                                         {"alias", "tape"},
+                                         {"enabled", false},
+                                         {"speedMbps", 16000},
+                                         {"traps", false},
+                                         {"traffic", {{"inOctets", 7}, {"outErrors", 1}}}});
+    Port expected = *target_.model.port(5);
+    EXPECT_FALSE(expected.enabled);
+    EXPECT_EQ(expected.traffic, (PortRates{7, 0, 0, 0, 0, 0, 1, 0}));
+    EXPECT_EQ(all["traffic"], Json::parse(R"({"inOctets": 7, "outErrors": 1})"));
+    EXPECT_EQ(all["oper"], "down");
+    EXPECT_EQ(all["speedMbps"], 16000);
+    EXPECT_EQ(change("port.set", {{"ifIndex", 5}, {"traffic", {{"inOctets", 0}}}})["traffic"],
+              Json::parse(R"({"outErrors": 1})"))
+        << "what is not named stays";
+    expected.traffic[0] = 0;
+    EXPECT_EQ(*target_.model.port(5), expected);
+    EXPECT_EQ(change("port.up", {{"ifIndex", 5}})["oper"], "down") << "a cable does not enable it";
+    EXPECT_EQ(change("port.set", {{"ifIndex", 5}, {"enabled", true}})["oper"], "up");
+}
+
+TEST_F(Commands, PortSettingThatCannotBeChangesNothing) {
+    const SwitchData before = target_.model.data();
+    const auto sentence = [&](const Json &settings) {
+        Json command = {{"command", "port.set"}, {"ifIndex", 5}, {"enabled", false}};
+        command.update(settings);
+        const auto [status, text] = refusal(3, command.dump());
+        EXPECT_EQ(status, STATUS_BAD_RECORD);
+        return text;
+    };
+    EXPECT_TRUE(contains(sentence({{"alias", std::string(65, 'x')}}), "\"alias\" must be at most 64 bytes"));
+    EXPECT_TRUE(contains(sentence({{"alias", "a\x1b"}}), "without control characters"));
+    EXPECT_TRUE(contains(sentence({{"speedMbps", 1000}}), "must be one of 2000"));
+    EXPECT_TRUE(contains(sentence({{"traps", 1}}), "true or false"));
+    EXPECT_TRUE(contains(sentence({{"traffic", {{"x", 1}}}}), "unknown key"));
+    EXPECT_TRUE(contains(sentence({{"adminState", "up"}}), "takes no"));
+    EXPECT_EQ(refusal(3, R"({"command": "port.set", "ifIndex": 6, "alias": "x"})").first, STATUS_NO_SUCH_INTERFACE);
+    EXPECT_EQ(target_.model.data(), before);
+}
+
+TEST_F(Commands, SystemHasTheTextsThatItIsGiven) {
+    EXPECT_EQ(look("system.show"), Json::parse(R"({"contact": "", "name": "vswitch", "location": "",
+                                                   "wwn": "00:00:00:00:00:00:00:00"})"));
+    EXPECT_EQ(change("system.set", {{"location", "B\xc3\xbcro"}})["location"], "B\xc3\xbcro");
+    EXPECT_EQ(change("system.set", {{"name", ""}, {"contact", "alice"}})["location"], "B\xc3\xbcro");
+    EXPECT_EQ(target_.model.settings().system, (SystemTexts{"alice", "", "B\xc3\xbcro"}));
+    const auto [status, text] = refusal(3, R"({"command": "system.set", "name": "x", "contact": "a\nb"})");
+    EXPECT_EQ(status, STATUS_BAD_RECORD);
+    EXPECT_TRUE(contains(text, "\"contact\" must be at most 255 bytes")) << text;
+    EXPECT_EQ(target_.model.settings().system[SYSTEM_NAME], "") << "a refusal changes nothing";
 }
 
 TEST_F(Commands, RoleIsAddedListedAndRemoved) {

@@ -33,6 +33,9 @@ const char *status_text(uint32_t status);
 // "VSAN 7: VSAN does not exist."
 void require(uint32_t status, const std::string &what);
 
+// A world wide name as its eight bytes: "10:00:02:...".
+std::string wwn_text(uint64_t wwn);
+
 // The VSAN of that number. Throws Refusal when there is none.
 const Vsan &require_vsan(const Switch &the_switch, uint32_t id);
 
@@ -104,7 +107,7 @@ class Page {
     size_t bytes_left_ = max_bytes;
 };
 
-std::span<const Command> configuration_commands(); // VSANs, ports, roles
+std::span<const Command> configuration_commands(); // VSANs, ports, roles, the system's texts
 std::span<const Command> timer_commands();         // timers, latencies, distribution
 std::span<const Command> status_commands();        // the whole switch, events
 std::span<const Command> fault_commands();

@@ -128,6 +128,14 @@ void require(uint32_t status, const std::string &what) {
     }
 }
 
+std::string wwn_text(uint64_t wwn) {
+    std::string text;
+    for (int shift = 56; shift >= 0; shift -= 8) {
+        text += fmt::format("{}{:02x}", shift == 56 ? "" : ":", wwn >> shift & 0xff);
+    }
+    return text;
+}
+
 const Vsan &require_vsan(const Switch &the_switch, uint32_t id) {
     const Vsan *vsan = the_switch.model.vsan(id);
     if (!vsan) {
@@ -245,23 +253,21 @@ uint32_t Arguments::required_port(const Switch &the_switch) const {
     if (!given) {
         fail_missing("ifIndex");
     }
-    const auto &ports = the_switch.model.ports();
-    auto port = ports.end();
+    const SwitchModel &model = the_switch.model;
+    std::optional<uint32_t> if_index;
     if (given->is_string()) {
         const auto position = position_of(given->get_ref<const std::string &>());
         if (!position) {
             reader_.fail("\"ifIndex\" must be a number, or \"fc\" with the port's position, counted from 1");
         }
-        if (*position <= ports.size()) {
-            port = std::next(ports.begin(), *position - 1);
-        }
+        if_index = model.port_numbered(*position);
     } else {
-        port = ports.find(reader_.number(*given, "\"ifIndex\"", if_indexes));
+        if_index = reader_.number(*given, "\"ifIndex\"", if_indexes);
     }
-    if (port == ports.end()) {
+    if (!if_index || !model.port(*if_index)) {
         throw Refusal(STATUS_NO_SUCH_INTERFACE, fmt::format("There is no port {}.", given->dump()));
     }
-    return port->first;
+    return *if_index;
 }
 
 Page::Page(Call &call, const char *key) : reply_(call.reply), key_(key) {

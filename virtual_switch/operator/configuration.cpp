@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Commands about VSANs, ports and roles.
+// Commands about VSANs, ports, roles and the system's texts.
 #include "model/configuration.h"
+#include "model/json_settings.h"
 #include "operator/command_table.h"
 
 namespace vswitch {
@@ -20,7 +21,7 @@ PortCount count_ports(const SwitchModel &model, uint32_t vsan) {
     PortCount count;
     for (const uint32_t if_index : model.ports_of(vsan)) {
         ++count.all;
-        count.up += model.port(if_index)->link_up;
+        count.up += model.port(if_index)->is_up();
     }
     return count;
 }
@@ -100,24 +101,32 @@ void remove_vsan(Call &call) {
     call.reply = {{"id", id}, {"movedPorts", ports}};
 }
 
-Json port_json(uint32_t if_index, const Port &port, uint32_t position) {
-    return {{"ifIndex", if_index},
-            {"name", fmt::format("fc{}", position)},
-            {"vsan", port.vsan},
-            {"link", word_of(oper_state_words, port.link_up ? OPER_STATE_UP : OPER_STATE_DOWN)},
-            {"denyList", port.deny_list}};
+// "link" is the cable; "oper" follows from that and from whether the port is enabled.
+Json port_json(const SwitchModel &model, uint32_t if_index) {
+    const Port &port = *model.port(if_index);
+    const uint32_t number = model.port_number(if_index);
+    const auto state = [](bool is_up) { return word_of(oper_state_words, is_up ? OPER_STATE_UP : OPER_STATE_DOWN); };
+    Json json = port_settings_json(port);
+    json.update({{"ifIndex", if_index},
+                 {"name", fmt::format("fc{}", number)},
+                 {"vsan", port.vsan},
+                 {"link", state(port.link_up)},
+                 {"oper", state(port.is_up())},
+                 {"denyList", port.deny_list},
+                 {"wwn", wwn_text(port_wwn(model.settings().wwn, number))}});
+    return json;
 }
 
 void list_ports(Call &call) {
-    const uint32_t after = call.arguments.number("after", any_number).value_or(0);
+    const SwitchModel &model = call.the_switch.model;
     const auto vsan = call.arguments.number("vsan", vsan_numbers);
+    auto if_index = model.port_after(call.arguments.number("after", any_number).value_or(0));
     Page page(call, "ports");
-    uint32_t position = 0;
-    for (const auto &[if_index, port] : call.the_switch.model.ports()) {
-        ++position;
-        if (if_index > after && (!vsan || port.vsan == *vsan) && !page.add(port_json(if_index, port, position))) {
+    while (if_index) {
+        if ((!vsan || model.port(*if_index)->vsan == *vsan) && !page.add(port_json(model, *if_index))) {
             break;
         }
+        if_index = model.port_after(*if_index);
     }
 }
 
@@ -125,9 +134,7 @@ void list_ports(Call &call) {
 template <typename Change> void change_required_port(Call &call, const Change &change_to) {
     const uint32_t if_index = call.arguments.required_port(call.the_switch);
     require(change_to(if_index), fmt::format("Port {}", if_index));
-    const auto &ports = call.the_switch.model.ports();
-    const auto position = std::distance(ports.begin(), ports.find(if_index)) + 1;
-    call.reply = port_json(if_index, ports.at(if_index), static_cast<uint32_t>(position));
+    call.reply = port_json(call.the_switch.model, if_index);
 }
 
 void move(Call &call) {
@@ -150,6 +157,27 @@ void deny(Call &call) {
     const uint32_t deny_list = call.arguments.required_number("denyList", any_number);
     change_required_port(
         call, [&](uint32_t if_index) { return set_deny_list(call.the_switch, call.requester, if_index, deny_list); });
+}
+
+void configure(Call &call) {
+    change_required_port(call, [&](uint32_t if_index) {
+        Port port = *call.the_switch.model.port(if_index);
+        read_port_settings(call.arguments.reader(), call.arguments.json(), "", port);
+        return set_port(call.the_switch, call.requester, if_index, port);
+    });
+}
+
+void show_system(Call &call) {
+    const Settings &settings = call.the_switch.model.settings();
+    call.reply = system_texts_json(settings.system);
+    call.reply["wwn"] = wwn_text(settings.wwn);
+}
+
+void set_system(Call &call) {
+    SystemTexts texts = call.the_switch.model.settings().system;
+    read_system_texts(call.arguments.reader(), call.arguments.json(), "", texts);
+    require(set_system_texts(call.the_switch, call.requester, texts), "The system's texts");
+    show_system(call);
 }
 
 Json ranges_json(const std::vector<Range> &ranges) {
@@ -226,6 +254,9 @@ const Command commands[] = {
     {"port.up", MTS_KIND_SET, plug_in, {"ifIndex"}},
     {"port.down", MTS_KIND_SET, unplug, {"ifIndex"}},
     {"port.deny", MTS_KIND_SET, deny, {"ifIndex", "denyList"}},
+    {"port.set", MTS_KIND_SET, configure, {"ifIndex", "alias", "enabled", "speedMbps", "traps", "traffic"}},
+    {"system.show", MTS_KIND_GET, show_system, {}},
+    {"system.set", MTS_KIND_SET, set_system, {"contact", "name", "location"}},
     {"role.list", MTS_KIND_GET, list_roles, {"after", "limit"}},
     {"role.add", MTS_KIND_SET, set_role, {"name", "vsans", "interfaces", "users", "replace"}},
     {"role.remove", MTS_KIND_SET, drop_role, {"name"}},

@@ -28,14 +28,6 @@ Json subscribers_json(const EventHub &events) {
     return list;
 }
 
-std::string wwn_text(uint64_t wwn) {
-    std::string text;
-    for (int shift = 56; shift >= 0; shift -= 8) {
-        text += fmt::format("{}{:02x}", shift == 56 ? "" : ":", wwn >> shift & 0xff);
-    }
-    return text;
-}
-
 Json vsans_json(const SwitchModel &model) {
     uint32_t suspended = 0;
     uint32_t up = 0;
@@ -52,12 +44,13 @@ void show_switch(Call &call) {
     const Settings &settings = model.settings();
     uint32_t ports_up = 0;
     for (const auto &[if_index, port] : model.ports()) {
-        ports_up += port.link_up;
+        ports_up += port.is_up();
     }
     uint64_t requests = 0;
     for (const auto &[key, count] : the_switch.counters.requests) {
         requests += count;
     }
+
     call.reply = {{"wwn", wwn_text(settings.wwn)},
                   {"pid", getpid()},
                   {"lastChange", the_switch.last_change().seconds},
