@@ -120,13 +120,16 @@ enum port_changed_at {
     PORT_CHANGED_MOMENT = 24,
     PORT_CHANGED_TRAPS = 32
 };
-enum port_change {
-    PORT_CHANGE_ADMIN = 1,
-    PORT_CHANGE_OPER = 2,
-    PORT_CHANGE_ALIAS = 4,
-    PORT_CHANGE_SPEED = 8,
-    PORT_CHANGE_TRAFFIC = 16,
-    PORT_CHANGE_TRAPS = 32
-};
+/* Number, name, word of the operator's tool. */
+#define PORT_CHANGES(X)                                                                                                \
+    X(1, PORT_CHANGE_ADMIN, "admin")                                                                                   \
+    X(2, PORT_CHANGE_OPER, "oper")                                                                                     \
+    X(4, PORT_CHANGE_ALIAS, "alias")                                                                                   \
+    X(8, PORT_CHANGE_SPEED, "speed")                                                                                   \
+    X(16, PORT_CHANGE_TRAFFIC, "traffic")                                                                              \
+    X(32, PORT_CHANGE_TRAPS, "traps")
+#define PORT_CHANGE_ENUMERATOR(number, name, word) name = number,
+enum port_change { PORT_CHANGES(PORT_CHANGE_ENUMERATOR) };
+#undef PORT_CHANGE_ENUMERATOR
 
 #endif

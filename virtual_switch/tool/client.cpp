@@ -54,6 +54,15 @@ Json send(uint32_t kind, const std::string &command, Json arguments) {
 
 } // namespace
 
+bool is_utf8(const std::string &text) {
+    try {
+        static_cast<void>(Json(text).dump());
+        return true;
+    } catch (const Json::exception &) {
+        return false;
+    }
+}
+
 std::string connection_problem(int reason) {
     const std::string socket = std::string(run_directory()) + "/" MTS_SOCKET_NAME;
     switch (reason) {

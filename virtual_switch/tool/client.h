@@ -14,6 +14,9 @@ namespace vswitchctl {
 
 using Json = nlohmann::json;
 
+// Whether a text can be told in JSON as it is.
+bool is_utf8(const std::string &text);
+
 // The switch refuses, or cannot be reached. The text is one sentence for the operator.
 class Refusal : public std::runtime_error {
   public:

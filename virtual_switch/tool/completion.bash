@@ -7,11 +7,18 @@
 _vswitchctl_words() {
     local vsan_options="--name --state --mtu --load-balancing --interop --inorder-delivery --drop-latency"
     case "$1 $2" in
-    " ") echo "show vsan port role timers tdx event-history debug fault watch" ;;
+    " ") echo "show vsan port system role timers tdx event-history debug fault watch" ;;
     "vsan ") echo "list show create set delete" ;;
     "vsan create" | "vsan set") echo "$vsan_options" ;;
-    "port ") echo "list show move up down deny" ;;
+    "port ") echo "list show move up down deny speed alias enable disable traps traffic" ;;
     "port list") echo "--vsan" ;;
+    "port speed") echo "2000 4000 8000 16000 32000" ;;
+    "port traps") echo "on off" ;;
+    "port traffic")
+        echo "off --in-octets --in-frames --in-errors --in-discards --out-octets --out-frames" \
+            "--out-errors --out-discards"
+        ;;
+    "system ") echo "show name contact location" ;;
     "role ") echo "list add remove" ;;
     "role add") echo "--vsans --interfaces --users --replace" ;;
     "timers ") echo "show set" ;;
@@ -45,7 +52,7 @@ _vswitchctl_values() {
     --kind) echo "get get-next set delete distributed-get" ;;
     --opcode)
         echo "vsan vsan-count last-change interface interface-count timer latency inorder-delivery" \
-            "status-events switch-name membership role-of-user distribution-state"
+            "status-events switch-name membership port-settings system-settings role-of-user distribution-state"
         ;;
     esac
 }

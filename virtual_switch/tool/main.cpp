@@ -104,8 +104,12 @@ class Command {
         });
     }
     CLI::Option *text(const std::string &option, const char *key, const std::string &help, const char *type = "TEXT") {
-        return text_option(option, key, help, type,
-                           [](const std::string &, const std::string &given) -> Json { return given; });
+        return text_option(option, key, help, type, [](const std::string &name, const std::string &given) -> Json {
+            if (!vswitchctl::is_utf8(given)) {
+                throw CLI::ValidationError(name, "is not UTF-8");
+            }
+            return given;
+        });
     }
     CLI::Option *on_off(const std::string &option, const char *key, const std::string &help) {
         return text_option(option, key, help, "on|off", [](const std::string &name, const std::string &given) -> Json {
@@ -216,6 +220,59 @@ void add_vsan(CLI::App &app) {
     });
 }
 
+// Commands that set one thing of a port, see port.set.
+void add_port_settings(CLI::App &group, const char *which) {
+    Command speed(group, "speed", "Sets a port's speed", "  vswitchctl port speed fc3 16000");
+    speed.port("port", which)->required();
+    speed.number("speed", "speedMbps", "In Mbit/s: 2000, 4000, 8000, 16000 or 32000")->required();
+    speed.changes("port.set", vswitchctl::print_port_settings);
+    Command alias(group, "alias", "Sets a port's alias", "  vswitchctl port alias fc3 tape_library");
+    alias.port("port", which)->required();
+    alias.text("alias", "alias", "At most 64 bytes, without control characters; '' for none")->required();
+    alias.changes("port.set", vswitchctl::print_port_settings);
+    const auto add_state = [&](const char *name, bool enabled, const char *description) {
+        Command state(group, name, description, fmt::format("  vswitchctl port {} fc3", name));
+        state.port("port", which)->required();
+        (*state.arguments())["enabled"] = enabled;
+        state.changes("port.set", vswitchctl::print_port_settings);
+    };
+    add_state("enable", true, "Takes a port into service");
+    add_state("disable", false, "Takes a port out of service, whatever its cable");
+    Command traps(group, "traps", "Whether a port's going up and down is told as a notification",
+                  "  vswitchctl port traps fc3 off");
+    traps.port("port", which)->required();
+    traps.on_off("on", "traps", "on or off")->required();
+    traps.changes("port.set", vswitchctl::print_port_settings);
+
+    Command traffic(group, "traffic", "Simulates traffic; what is not named stays as it is",
+                    "  vswitchctl port traffic fc3 --in-octets 120000000 --in-frames 60000\n"
+                    "  vswitchctl port traffic fc3 off");
+    traffic.port("port", which)->required();
+    const auto off = std::make_shared<std::string>();
+    traffic.app().add_option("off", *off, "Ends it")->type_name("off")->check(CLI::IsMember({"off"}));
+    for (const vswitchctl::Counter &counter : vswitchctl::counters) {
+        traffic.app()
+            .add_option_function<std::string>(
+                fmt::format("--{}", counter.word),
+                [arguments = traffic.arguments(), counter](const std::string &text) {
+                    (*arguments)["traffic"][counter.key] = number(fmt::format("--{}", counter.word), text, {});
+                },
+                "A second, while the port is up")
+            ->type_name("N");
+    }
+    traffic.run([arguments = traffic.arguments(), off] {
+        if (off->empty() != arguments->contains("traffic")) {
+            throw CLI::RequiredError("Either off, or one of the options that say how much,");
+        }
+        for (const vswitchctl::Counter &counter : vswitchctl::counters) {
+            if (!off->empty()) {
+                (*arguments)["traffic"][counter.key] = 0;
+            }
+        }
+        show(vswitchctl::change("port.set", *arguments), vswitchctl::print_port_settings);
+    });
+}
+
 void add_port(CLI::App &app) {
     CLI::App &group = add_group(app, "port", "The switch's ports, by ifIndex or as fc1, fc2, ...",
                                 "  vswitchctl port\n  vswitchctl port move fc3 10");
@@ -231,7 +288,7 @@ void add_port(CLI::App &app) {
         const Json reply = vswitchctl::list("port.list", "ports", "ifIndex");
         for (const Json &port : reply.at("ports")) {
             if (port.at("ifIndex") == wanted || port.at("name") == wanted) {
-                return show(port, vswitchctl::print_port);
+                return show(port, vswitchctl::print_port_settings);
             }
         }
         throw vswitchctl::Refusal(fmt::format("There is no port {}.", wanted.dump()));
@@ -251,6 +308,23 @@ void add_port(CLI::App &app) {
     deny.port("port", which)->required();
     deny.number("value", "denyList", "The list's bits")->required();
     deny.changes("port.deny", vswitchctl::print_port);
+    add_port_settings(group, which);
+}
+
+void add_system(CLI::App &app) {
+    CLI::App &group = add_group(app, "system", "What the switch says of itself",
+                                "  vswitchctl system\n  vswitchctl system location rack_7");
+    Command one(group, "show", "Its texts and its world wide name, the default", "  vswitchctl system show");
+    one.looks("system.show", vswitchctl::print_system);
+    same_as(group, one);
+    const auto add = [&group](const char *word, const char *description, const char *example) {
+        Command set(group, word, description, fmt::format("  vswitchctl system {} {}", word, example));
+        set.text("text", word, "At most 255 bytes, without control characters; '' for none")->required();
+        set.changes("system.set", vswitchctl::print_system);
+    };
+    add("name", "Sets the switch's name", "edge-1");
+    add("contact", "Sets whom to ask about it", "alice@example.net");
+    add("location", "Sets where it stands", "rack_7");
 }
 
 void add_role(CLI::App &app) {
@@ -485,6 +559,7 @@ int main(int argc, char **argv) {
     add_show(app);
     add_vsan(app);
     add_port(app);
+    add_system(app);
     add_role(app);
     add_timers(app);
     add_tdx(app);

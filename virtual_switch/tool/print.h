@@ -16,6 +16,8 @@ void print_vsans(const Json &reply);
 void print_vsan(const Json &reply);
 void print_ports(const Json &reply);
 void print_port(const Json &reply);
+void print_port_settings(const Json &reply);
+void print_system(const Json &reply);
 void print_roles(const Json &reply);
 
 // `reply` is that of switch.show with the members "vsanList" and "portList" added.

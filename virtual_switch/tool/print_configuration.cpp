@@ -6,6 +6,7 @@
 #include "contract/limits.h"
 #include "tool/print.h"
 #include "tool/table.h"
+#include "tool/words.h"
 
 namespace vswitchctl {
 
@@ -18,6 +19,15 @@ std::string text(const Json &object, const char *key) {
 
 std::string on_or_off(const Json &value) {
     return value.get<bool>() ? "on" : "off";
+}
+
+std::string enabled_or_disabled(const Json &port) {
+    return port.at("enabled").get<bool>() ? "enabled" : "disabled";
+}
+
+std::string text_or_dash(const Json &object, const char *key) {
+    const std::string shown = printable(text(object, key));
+    return shown.empty() ? "-" : shown;
 }
 
 std::string joined(const Json &list) {
@@ -58,17 +68,47 @@ void print_vsan(const Json &reply) {
 }
 
 void print_ports(const Json &reply) {
-    Table table({{"Port"}, {"ifIndex", true}, {"VSAN", true}, {"Link"}, {"Deny list", true}});
+    Table table({{"Port"}, {"ifIndex", true}, {"VSAN", true}, {"Link"}, {"State"}, {"Deny list", true}, {"Alias"}});
     for (const Json &port : reply.at("ports")) {
         table.add({text(port, "name"), text(port, "ifIndex"), text(port, "vsan"), text(port, "link"),
-                   text(port, "denyList")});
+                   enabled_or_disabled(port), text(port, "denyList"), text(port, "alias")});
     }
     table.print();
 }
 
 void print_port(const Json &reply) {
-    fmt::print("Port {} ({}): VSAN {}, link {}, deny list {}\n", text(reply, "ifIndex"), text(reply, "name"),
-               text(reply, "vsan"), text(reply, "link"), text(reply, "denyList"));
+    fmt::print("Port {} ({}): VSAN {}, link {}, deny list {}{}\n", text(reply, "ifIndex"), text(reply, "name"),
+               text(reply, "vsan"), text(reply, "link"), text(reply, "denyList"),
+               reply.at("enabled").get<bool>() ? "" : ", disabled");
+}
+
+void print_port_settings(const Json &reply) {
+    fmt::print("Port {} ({})\n", text(reply, "ifIndex"), text(reply, "name"));
+    fmt::print("  alias      {}\n", text_or_dash(reply, "alias"));
+    fmt::print("  state      {}, link {}, operationally {}\n", enabled_or_disabled(reply), text(reply, "link"),
+               text(reply, "oper"));
+    fmt::print("  VSAN       {}, deny list {}\n", text(reply, "vsan"), text(reply, "denyList"));
+    fmt::print("  speed      {} Mbit/s\n", text(reply, "speedMbps"));
+    fmt::print("  traps      {}\n", on_or_off(reply.at("traps")));
+    fmt::print("  WWN        {}\n", text(reply, "wwn"));
+    const char *title = "traffic";
+    for (const Counter &counter : counters) {
+        const auto traffic = reply.find("traffic");
+        if (traffic != reply.end() && traffic->contains(counter.key)) {
+            fmt::print("  {:<9}  {} {} a second\n", title, counter.word, text(*traffic, counter.key));
+            title = "";
+        }
+    }
+    if (*title) {
+        fmt::print("  {:<9}  -\n", title);
+    }
+}
+
+void print_system(const Json &reply) {
+    fmt::print("Switch {}\n", text(reply, "wwn"));
+    for (const char *which : {"name", "contact", "location"}) {
+        fmt::print("  {:<9}  {}\n", which, text_or_dash(reply, which));
+    }
 }
 
 void print_roles(const Json &reply) {

@@ -11,8 +11,12 @@ namespace vswitchctl {
 
 constexpr size_t line_width = 80;
 
-// A text from outside as it may be printed: without anything that moves the cursor.
+// A text from outside as it may be printed: without anything that moves the cursor. What is UTF-8
+// stays so.
 std::string printable(const std::string &text);
+
+// How many characters a text of UTF-8 has.
+size_t length_of(const std::string &text);
 
 // The text cut to `width` characters, with "..." where something is missing.
 std::string shortened(const std::string &text, size_t width);

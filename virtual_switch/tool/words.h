@@ -12,6 +12,7 @@
 
 #include "contract/attributes.h"
 #include "contract/events.h"
+#include "contract/interfaces.h"
 #include "contract/run_directory.h"
 #include "contract/services.h"
 
@@ -29,11 +30,31 @@ inline constexpr Word service_words[] = {MTS_SERVICES(TOOL_WORD)};
 inline constexpr Word opcode_words[] = {MTS_OPCODES(TOOL_WORD)};
 inline constexpr Word kind_words[] = {MTS_KINDS(TOOL_WORD)};
 #undef TOOL_WORD
+#define PORT_CHANGE_WORD(number, name, word) Word{word, number},
+inline constexpr Word port_change_words[] = {PORT_CHANGES(PORT_CHANGE_WORD)};
+#undef PORT_CHANGE_WORD
+#define SYSTEM_TEXT_WORD(number, name, word, initial) Word{word, number},
+inline constexpr Word system_text_words[] = {SYSTEM_TEXTS(SYSTEM_TEXT_WORD)};
+#undef SYSTEM_TEXT_WORD
+#define TIMER_WORD(key, name, word, least, greatest, initial) Word{word, key},
+#define LATENCY_WORD(key, name, word, tool_word, initial) Word{tool_word, key},
+inline constexpr Word attribute_words[] = {FABRIC_TIMERS(TIMER_WORD) SWITCH_LATENCIES(LATENCY_WORD)};
+#undef TIMER_WORD
+#undef LATENCY_WORD
 inline constexpr Word interop_words[] = {{"none", VSAN_INTEROP_NONE}};
 
 #define TIMER_WORD(key, name, word, least, greatest, initial) word,
 inline constexpr const char *timer_words[] = {FABRIC_TIMERS(TIMER_WORD)};
 #undef TIMER_WORD
+
+// A port's counters: the word here, and that of the switch's commands.
+struct Counter {
+    const char *word;
+    const char *key;
+};
+#define COUNTER(name, word, tool_word) {tool_word, word},
+inline constexpr Counter counters[] = {PORT_COUNTERS(COUNTER)};
+#undef COUNTER
 
 // A setting of the whole switch that is no timer: its word here, and that of the switch's commands.
 struct Setting {
