@@ -42,10 +42,17 @@ SEEDS = {
     "status_trap": request(15, 8018, 3, struct.pack(">I", 1)),
     "switch_name": request(46, 1282, 1),
     "membership": request(46, 1283, 2, struct.pack(">3I", 1, 0, 0)),
+    "port": request(46, 9301, 1, struct.pack(">I", 16777216)),
+    "port_next": request(46, 9301, 2, struct.pack(">I", 1)),
+    "port_admin_set": request(46, 9301, 3, struct.pack(">3I", 16777216, 1, 2), user=b"alice"),
+    "port_traps_set": request(46, 9301, 3, struct.pack(">3I", 16777216, 2, 2)),
+    "port_alias_set": request(46, 9301, 3, struct.pack(">2I", 16777216, 3) + "Büro".encode()),
+    "system": request(46, 9302, 1),
+    "system_set": request(46, 9302, 3, struct.pack(">I", 2) + b"rack 7"),
     "role": request(3, 9101, 1, b"alice"),
     "distribution": request(66, 9201, 1, b"fctimer"),
     "counters": request(1, 9001, 1),
-    "subscribe": frame(SUBSCRIBE, 1, struct.pack(">2I", 102, 145)),
+    "subscribe": frame(SUBSCRIBE, 1, struct.pack(">4I", 102, 145, 301, 302)),
     "ping": frame(PING, 1),
 }
 
