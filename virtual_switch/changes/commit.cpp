@@ -59,9 +59,42 @@ VsanEvent difference(uint32_t id, const std::optional<VsanState> &before, const 
     return event;
 }
 
+using Events = std::vector<Event>;
+
+void add_timer_event(Events &events, uint32_t vsan, uint32_t key, uint32_t value, uint32_t former) {
+    if (value != former) {
+        events.push_back(setting_event({CHANGED_TIMER, vsan, key, value, former, {}}));
+    }
+}
+
+void add_settings_events(Events &events, const Settings &former, const Settings &present) {
+    for (const TimerKind &kind : timer_kinds) {
+        add_timer_event(events, 0, static_cast<uint32_t>(kind.timer), present.timers[kind.timer],
+                        former.timers[kind.timer]);
+    }
+    for (const LatencyKind &kind : latency_kinds) {
+        add_timer_event(events, 0, kind.key, present.*kind.setting, former.*kind.setting);
+    }
+    for (uint32_t text = 0; text < former.system.size(); ++text) {
+        if (present.system[text] != former.system[text]) {
+            events.push_back(setting_event({CHANGED_SYSTEM_TEXT, text, 0, 0, 0, present.system[text]}));
+        }
+    }
+}
+
+void add_vsan_events(Events &events, uint32_t id, const Vsan &former, const Vsan &present) {
+    if (present.name != former.name) {
+        events.push_back(setting_event({CHANGED_VSAN_NAME, id, 0, 0, 0, present.name}));
+    }
+    for (const TimerKind &kind : timer_kinds) {
+        add_timer_event(events, id, static_cast<uint32_t>(kind.timer), present.timers[kind.timer].value_or(0),
+                        former.timers[kind.timer].value_or(0));
+    }
+}
+
 // What a change leads to beyond VSANs and moves, in the order in which it is published.
-std::vector<Event> further_events(const SwitchModel &model, const Change &change, Timestamp now) {
-    std::vector<Event> events;
+Events further_events(const SwitchModel &model, const Change &change, Timestamp now) {
+    Events events;
     for (const auto &[if_index, port] : change.ports) {
         const Port &former = *model.port(if_index);
         const Timestamp moment = former.is_up() == port.is_up() ? now : port.last_change;
@@ -69,37 +102,13 @@ std::vector<Event> further_events(const SwitchModel &model, const Change &change
             events.push_back(std::move(*event));
         }
     }
-    const auto add_timer = [&](uint32_t vsan, uint32_t key, uint32_t value, uint32_t former) {
-        if (value != former) {
-            events.push_back(setting_event({CHANGED_TIMER, vsan, key, value, former, {}}));
-        }
-    };
     if (change.settings) {
-        const Settings &former = model.settings();
-        for (const TimerKind &kind : timer_kinds) {
-            add_timer(0, static_cast<uint32_t>(kind.timer), change.settings->timers[kind.timer],
-                      former.timers[kind.timer]);
-        }
-        for (const LatencyKind &kind : latency_kinds) {
-            add_timer(0, kind.key, (*change.settings).*kind.setting, former.*kind.setting);
-        }
-        for (uint32_t text = 0; text < former.system.size(); ++text) {
-            if (change.settings->system[text] != former.system[text]) {
-                events.push_back(setting_event({CHANGED_SYSTEM_TEXT, text, 0, 0, 0, change.settings->system[text]}));
-            }
-        }
+        add_settings_events(events, model.settings(), *change.settings);
     }
     for (const auto &[id, vsan] : change.vsans) {
-        const Vsan *former = model.vsan(id);
-        if (!former) {
-            continue; // that it is there now says everything
-        }
-        if (vsan.name != former->name) {
-            events.push_back(setting_event({CHANGED_VSAN_NAME, id, 0, 0, 0, vsan.name}));
-        }
-        for (const TimerKind &kind : timer_kinds) {
-            add_timer(id, static_cast<uint32_t>(kind.timer), vsan.timers[kind.timer].value_or(0),
-                      former->timers[kind.timer].value_or(0));
+        // That a new one is there says everything.
+        if (const Vsan *former = model.vsan(id)) {
+            add_vsan_events(events, id, *former, vsan);
         }
     }
     return events;
@@ -114,7 +123,7 @@ uint32_t commit(Switch &the_switch, const Change &change) {
 
     const Timestamp now = the_switch.clock.now();
     const auto before = affected_vsans(the_switch.model, change);
-    std::vector<Event> further = further_events(the_switch.model, change, now);
+    Events further = further_events(the_switch.model, change, now);
     for (const auto &[if_index, port] : change.ports) {
         const Port &former = *the_switch.model.port(if_index);
         if (former.is_up() != port.is_up() || former.traffic != port.traffic) {

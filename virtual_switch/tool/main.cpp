@@ -221,29 +221,7 @@ void add_vsan(CLI::App &app) {
 }
 
 // Commands that set one thing of a port, see port.set.
-void add_port_settings(CLI::App &group, const char *which) {
-    Command speed(group, "speed", "Sets a port's speed", "  vswitchctl port speed fc3 16000");
-    speed.port("port", which)->required();
-    speed.number("speed", "speedMbps", "In Mbit/s: 2000, 4000, 8000, 16000 or 32000")->required();
-    speed.changes("port.set", vswitchctl::print_port_settings);
-    Command alias(group, "alias", "Sets a port's alias", "  vswitchctl port alias fc3 tape_library");
-    alias.port("port", which)->required();
-    alias.text("alias", "alias", "At most 64 bytes, without control characters; '' for none")->required();
-    alias.changes("port.set", vswitchctl::print_port_settings);
-    const auto add_state = [&](const char *name, bool enabled, const char *description) {
-        Command state(group, name, description, fmt::format("  vswitchctl port {} fc3", name));
-        state.port("port", which)->required();
-        (*state.arguments())["enabled"] = enabled;
-        state.changes("port.set", vswitchctl::print_port_settings);
-    };
-    add_state("enable", true, "Takes a port into service");
-    add_state("disable", false, "Takes a port out of service, whatever its cable");
-    Command traps(group, "traps", "Whether a port's going up and down is told as a notification",
-                  "  vswitchctl port traps fc3 off");
-    traps.port("port", which)->required();
-    traps.on_off("on", "traps", "on or off")->required();
-    traps.changes("port.set", vswitchctl::print_port_settings);
-
+void add_port_traffic(CLI::App &group, const char *which) {
     Command traffic(group, "traffic", "Simulates traffic; what is not named stays as it is",
                     "  vswitchctl port traffic fc3 --in-octets 120000000 --in-frames 60000\n"
                     "  vswitchctl port traffic fc3 off");
@@ -271,6 +249,31 @@ void add_port_settings(CLI::App &group, const char *which) {
         }
         show(vswitchctl::change("port.set", *arguments), vswitchctl::print_port_settings);
     });
+}
+
+void add_port_settings(CLI::App &group, const char *which) {
+    Command speed(group, "speed", "Sets a port's speed", "  vswitchctl port speed fc3 16000");
+    speed.port("port", which)->required();
+    speed.number("speed", "speedMbps", "In Mbit/s: 2000, 4000, 8000, 16000 or 32000")->required();
+    speed.changes("port.set", vswitchctl::print_port_settings);
+    Command alias(group, "alias", "Sets a port's alias", "  vswitchctl port alias fc3 tape_library");
+    alias.port("port", which)->required();
+    alias.text("alias", "alias", "At most 64 bytes, without control characters; '' for none")->required();
+    alias.changes("port.set", vswitchctl::print_port_settings);
+    const auto add_state = [&](const char *name, bool enabled, const char *description) {
+        Command state(group, name, description, fmt::format("  vswitchctl port {} fc3", name));
+        state.port("port", which)->required();
+        (*state.arguments())["enabled"] = enabled;
+        state.changes("port.set", vswitchctl::print_port_settings);
+    };
+    add_state("enable", true, "Takes a port into service");
+    add_state("disable", false, "Takes a port out of service, whatever its cable");
+    Command traps(group, "traps", "Whether a port's going up and down is told as a notification",
+                  "  vswitchctl port traps fc3 off");
+    traps.port("port", which)->required();
+    traps.on_off("on", "traps", "on or off")->required();
+    traps.changes("port.set", vswitchctl::print_port_settings);
+    add_port_traffic(group, which);
 }
 
 void add_port(CLI::App &app) {
