@@ -3,6 +3,7 @@
 // nobody takes.
 #include <thread>
 
+#include "netsnmpagent_oryx.h"
 #include "network/conversation.h"
 #include "network/server.h"
 #include "vswitch_changes_fixture.h"
@@ -165,6 +166,22 @@ TEST(Events, PayloadIsLaidOutInNetworkByteOrder) {
     EXPECT_EQ(vsan_event(event).payload, (Buffer{0, 0, 0, 0, 0, 0, 1, 2, 0, 0, 0, 1,  0, 0, 0, 2, 0, 0, 0, 1,
                                                  0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 19, 0, 0, 0, 3, 0, 0, 0, 4}));
     EXPECT_EQ(port_event(0x01020304, 5, 4095).payload, (Buffer{1, 2, 3, 4, 0, 0, 0, 5, 0, 0, 15, 255}));
+}
+
+TEST_F(ChangeTest, SubscriberOfVsansAndMovesHearsOfNothingElse) {
+    Subscriber module(target_->events);
+    module.subscribe({EVENT_CLASS_VSAN_CONFIG, EVENT_CLASS_PORT_MEMBERSHIP});
+    ASSERT_EQ(set_link(*target_, operator_, 101, false), STATUS_SUCCESS);
+    ASSERT_EQ(set_name(10, "other"), STATUS_SUCCESS);
+    ASSERT_EQ(set_system_texts(*target_, operator_, {"a", "b", "c"}), STATUS_SUCCESS);
+    target_->events.deliver();
+    EXPECT_EQ(module.queued(), 0u);
+    ASSERT_EQ(set_link(*target_, operator_, 102, false), STATUS_SUCCESS);
+    target_->events.deliver();
+    Buffer taken;
+    module.take(taken, SIZE_MAX);
+    EXPECT_EQ(module.delivered(), 1u) << "the VSAN went down";
+    EXPECT_EQ(word(taken, MTS_WIRE_HEADER), uint32_t{EVENT_VSAN_CHANGED});
 }
 
 TEST(Events, SubscriberGetsItsClassesOnly) {

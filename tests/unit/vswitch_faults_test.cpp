@@ -68,6 +68,11 @@ TEST(Faults, MatchByWhatTheRecordOfEachOpcodeNames) {
     EXPECT_TRUE(meets({.vsan = 40, .if_index = 0x01003000}, membership));
     EXPECT_FALSE(meets({.vsan = 40, .if_index = 0x01004000}, membership));
 
+    const Buffer alias = words({0x01003000, PORT_SETTING_ALIAS, 0x78787878});
+    const Request set_alias = make_request(MANAGER_SAP_PORT, MTS_OP_PORT, 3, alias);
+    EXPECT_TRUE(meets({.if_index = 0x01003000}, set_alias));
+    EXPECT_FALSE(meets({.if_index = PORT_SETTING_ALIAS}, set_alias));
+
     const Buffer count;
     EXPECT_FALSE(meets({.vsan = 10}, make_request(MANAGER_SAP_VSAN, op_vsan_count, 1, count)));
     const Buffer cut(20);
