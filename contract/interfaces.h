@@ -95,8 +95,8 @@ enum system_text { SYSTEM_TEXTS(SYSTEM_TEXT_ENUMERATOR) SYSTEM_TEXT_COUNT };
 #undef SYSTEM_TEXT_ENUMERATOR
 /* For each text its length, one word, and 256 bytes; then the world wide name: of a switch made
  * since it has one of NAA 1, that and a locally administered address of 48 bits. */
-#define SYSTEM_RECORD_WWN (SYSTEM_TEXT_COUNT * SYSTEM_TEXT_FIELD)
-#define SYSTEM_RECORD_SIZE (SYSTEM_RECORD_WWN + 8u)
+#define SYSTEM_RECORD_WWN 780u
+#define SYSTEM_RECORD_SIZE 788u
 enum system_setting_at { SYSTEM_SETTING_TEXT = 0, SYSTEM_SETTING_VALUE = 4 /* text to the end of the payload */ };
 
 /*

@@ -62,9 +62,9 @@ def all_commands():
 
 LOOKS = [
     ("show",), ("vsan",), ("vsan", "list"), ("vsan", "show", 10), ("port",), ("port", "list"), ("port", "show", "fc3"),
-    ("port", "list", "--vsan", 1), ("system",), ("system", "show"), ("role",), ("role", "list"), ("timers",), ("timers", "show"),
-    ("timers", "show", "--vsan", 10), ("tdx",), ("tdx", "show"), ("tdx", "pending"), ("event-history",), ("debug",),
-    ("debug", "show"), ("fault",), ("fault", "list"),
+    ("port", "list", "--vsan", 1), ("system",), ("system", "show"), ("role",), ("role", "list"), ("timers",),
+    ("timers", "show"), ("timers", "show", "--vsan", 10), ("tdx",), ("tdx", "show"), ("tdx", "pending"),
+    ("event-history",), ("debug",), ("debug", "show"), ("fault",), ("fault", "list"),
 ]
 
 
@@ -140,8 +140,8 @@ def test_settings_of_a_port_are_shown_and_outlive_the_switch(owned, tool):
         {"alias": "B\u00fcro 3", "speedMbps": 32000, "enabled": False, "link": "up", "oper": "down", "traps": False,
          "traffic": {"inOctets": 4294967295, "outDiscards": 1}}
     text = tool("port", "show", "fc3")
-    for words in ("B\u00fcro 3", "disabled, link up, operationally down", "32000 Mbit/s", "out-discards 1 a second"):
-        assert words in text, text
+    for part in ("B\u00fcro 3", "disabled, link up, operationally down", "32000 Mbit/s", "out-discards 1 a second"):
+        assert part in text, text
     assert re.search(r"^fc3 +\d+ +1 +up +disabled +0 +B\u00fcro 3$", tool("port"), re.MULTILINE)
     assert "disabled" in tool("port", "up", "fc3")
     assert tool.json("port", "enable", "fc3")["oper"] == "up"

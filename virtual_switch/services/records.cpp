@@ -154,6 +154,8 @@ static_assert(PORT_RECORD_ALIAS == PORT_RECORD_ALIAS_LENGTH + 4);
 static_assert(PORT_RECORD_SINCE == PORT_RECORD_ALIAS + PORT_ALIAS_MAX);
 static_assert(PORT_RECORD_REST == PORT_RECORD_COUNTERS + 16 * PORT_COUNTER_COUNT);
 static_assert(SYSTEM_TEXT_MAX + 4 <= SYSTEM_TEXT_FIELD);
+static_assert(SYSTEM_RECORD_WWN == SYSTEM_TEXT_COUNT * SYSTEM_TEXT_FIELD);
+static_assert(SYSTEM_RECORD_SIZE == SYSTEM_RECORD_WWN + 8);
 
 void append_port_record(Buffer &buffer, const PortStatus &status, const Port &port) {
     const size_t start = append_zeros(buffer, PORT_RECORD_SIZE);
