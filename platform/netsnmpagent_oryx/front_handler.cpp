@@ -12,11 +12,14 @@
 
 #include "context.h"
 #include "free_pass.h"
+#include "requester.h"
 #include "root.h"
 #include "row_guard.h"
 
 namespace oryx {
 namespace {
+
+const char HANDLER_NAME[] = "netsnmpagent_oryx";
 
 bool started = false;
 
@@ -43,6 +46,12 @@ int front_handler(netsnmp_mib_handler *handler, netsnmp_handler_registration *re
     return status;
 }
 
+int requester_handler(netsnmp_mib_handler *handler, netsnmp_handler_registration *registration,
+                      netsnmp_agent_request_info *request_info, netsnmp_request_info *requests) {
+    PduScope scope(*request_info);
+    return netsnmp_call_next_handler(handler, registration, request_info, requests);
+}
+
 netsnmp_mib_handler *find_front_handler(const netsnmp_handler_registration &registration) {
     netsnmp_mib_handler *handler = registration.handler;
     while (handler && handler->access_method != front_handler) {
@@ -55,7 +64,7 @@ void attach(netsnmp_handler_registration &registration) {
     if (!registration.handler || find_front_handler(registration)) {
         return;
     }
-    netsnmp_mib_handler *handler = netsnmp_create_handler("netsnmpagent_oryx", front_handler);
+    netsnmp_mib_handler *handler = netsnmp_create_handler(HANDLER_NAME, front_handler);
     if (handler && netsnmp_inject_handler(&registration, handler) == SNMPERR_SUCCESS) {
         return;
     }
@@ -136,3 +145,16 @@ void front_handler_stop() {
 }
 
 } // namespace oryx
+
+extern "C" {
+
+int oryx_note_requester(netsnmp_handler_registration *registration) {
+    netsnmp_mib_handler *handler = netsnmp_create_handler(oryx::HANDLER_NAME, oryx::requester_handler);
+    if (handler && netsnmp_inject_handler(registration, handler) == SNMPERR_SUCCESS) {
+        return 0;
+    }
+    netsnmp_handler_free(handler);
+    return 1;
+}
+
+} // extern "C"

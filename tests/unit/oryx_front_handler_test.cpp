@@ -3,7 +3,10 @@
 
 #include <algorithm>
 
+#include "context.h"
 #include "front_handler.h"
+#include "netsnmpagent_oryx.h"
+#include "requester.h"
 
 namespace {
 
@@ -108,6 +111,40 @@ TEST_F(FrontHandlerTest, StartedLateItStandsBeforeWhatIsThere) {
     oryx::front_handler_start();
     EXPECT_EQ(handler_chain(*registration_of(NAME_COLUMN)).front(), FRONT);
     EXPECT_EQ(front_handlers_in(*registration_of(NAME_COLUMN)), 1);
+}
+
+// What an object elsewhere learns of who asks.
+struct Requester {
+    std::string user;
+    uint32_t number;
+};
+Requester noted;
+
+int note(netsnmp_mib_handler *, netsnmp_handler_registration *, netsnmp_agent_request_info *, netsnmp_request_info *) {
+    const char *user = get_snmp_username(0);
+    noted = {user ? user : "nobody", get_pdu_reqid()};
+    return SNMP_ERR_NOERROR;
+}
+
+TEST_F(FrontHandlerTest, ALibraryThatPutsTheRequesterInFrontOfItsOwnObjectsKnowsWhoAsks) {
+    Oid name = {1, 3, 6, 1, 4, 1, 99999999, 2};
+    netsnmp_handler_registration *registration =
+        netsnmp_create_handler_registration("elsewhere", note, name.data(), name.size(), HANDLER_CAN_RONLY);
+    ASSERT_EQ(oryx_note_requester(registration), 0);
+    ASSERT_EQ(netsnmp_register_handler(registration), MIB_REGISTERED_OK);
+    Pdu first = Pdu::v2c("public"), second = Pdu::v3("alice");
+    first.add(name);
+    second.add(name);
+    first.call(MODE_GET);
+    const Requester before = noted;
+    EXPECT_EQ(before.user, "public");
+    second.call(MODE_GET);
+    EXPECT_EQ(noted.user, "alice");
+    EXPECT_NE(noted.number, before.number);
+    first.call(MODE_GET);
+    EXPECT_EQ(noted.number, before.number);
+    EXPECT_EQ(oryx::current_pdu(), nullptr);
+    unregister_mib(name.data(), name.size());
 }
 
 TEST_F(FrontHandlerTest, StartingAndStoppingTwiceChangesNothing) {
