@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// The virtual switch's own part of the agent: what a switch shows of itself beside its VSANs.
+#include "switch_mib.h"
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include "registrations.h"
+#include "system_group.h"
+
+namespace {
+
+const oid SNMPV2_MIB[] = {1, 3, 6, 1, 6, 3, 1};
+const oid VSAN_MIB[] = {1, 3, 6, 1, 4, 1, static_cast<oid>(VENDOR_PEN), 9, 282};
+
+bool is_started = false;
+
+} // namespace
+
+extern "C" {
+
+void init_switchmib(void) {
+    using namespace switch_agent;
+    if (is_started) {
+        return;
+    }
+    is_started = true;
+    register_system_group();
+    add_module(SNMPV2_MIB, OID_LENGTH(SNMPV2_MIB), "The MIB module for SNMP entities.");
+    add_module(VSAN_MIB, OID_LENGTH(VSAN_MIB), "The virtual storage area networks of a Fibre Channel switch.");
+}
+
+void deinit_switchmib(void) {
+    using namespace switch_agent;
+    if (!is_started) {
+        return;
+    }
+    remove_all();
+    is_started = false;
+}
+
+} // extern "C"
