@@ -10,6 +10,7 @@
 #include "contract/status_codes.h"
 #include "netsnmpagent_oryx.h"
 #include "plain_text.h"
+#include "port.h"
 
 namespace switch_agent {
 namespace {
@@ -49,6 +50,7 @@ Staged *staged_for(netsnmp_request_info &request) {
 }
 
 uint32_t send(const Setting &setting) {
+    forget_port();
     const uint32_t status =
         exchange({MTS_SERVICE_PORT, setting.opcode, MTS_KIND_SET, setting.payload, setting.length}, nullptr, 0);
     if (status != 0) {

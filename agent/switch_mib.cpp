@@ -6,12 +6,14 @@
 
 #include <net-snmp/net-snmp-includes.h>
 
+#include "if_tables.h"
 #include "registrations.h"
 #include "system_group.h"
 
 namespace {
 
 const oid SNMPV2_MIB[] = {1, 3, 6, 1, 6, 3, 1};
+const oid IF_MIB[] = {1, 3, 6, 1, 2, 1, 31};
 const oid VSAN_MIB[] = {1, 3, 6, 1, 4, 1, static_cast<oid>(VENDOR_PEN), 9, 282};
 
 bool is_started = false;
@@ -27,7 +29,10 @@ void init_switchmib(void) {
     }
     is_started = true;
     register_system_group();
+    register_interfaces();
     add_module(SNMPV2_MIB, OID_LENGTH(SNMPV2_MIB), "The MIB module for SNMP entities.");
+    add_module(IF_MIB, OID_LENGTH(IF_MIB),
+               "The MIB module to describe generic objects for network interface sub-layers.");
     add_module(VSAN_MIB, OID_LENGTH(VSAN_MIB), "The virtual storage area networks of a Fibre Channel switch.");
 }
 
@@ -37,6 +42,7 @@ void deinit_switchmib(void) {
         return;
     }
     remove_all();
+    release_interfaces();
     is_started = false;
 }
 
