@@ -6,7 +6,10 @@
 
 #include <net-snmp/net-snmp-includes.h>
 
+#include "contract/events.h"
 #include "if_tables.h"
+#include "link_notifications.h"
+#include "netsnmpagent_oryx.h"
 #include "registrations.h"
 #include "system_group.h"
 
@@ -34,6 +37,9 @@ void init_switchmib(void) {
     add_module(IF_MIB, OID_LENGTH(IF_MIB),
                "The MIB module to describe generic objects for network interface sub-layers.");
     add_module(VSAN_MIB, OID_LENGTH(VSAN_MIB), "The virtual storage area networks of a Fibre Channel switch.");
+    if (register_for_notification(EVENT_PORT_CHANGED, notify_of_link) != 0) {
+        snmp_log(LOG_ERR, "switchmib: no room for another class of events; links are not notified of\n");
+    }
 }
 
 void deinit_switchmib(void) {
@@ -41,6 +47,7 @@ void deinit_switchmib(void) {
     if (!is_started) {
         return;
     }
+    unregister_for_notification(EVENT_PORT_CHANGED);
     remove_all();
     release_interfaces();
     is_started = false;

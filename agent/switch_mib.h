@@ -6,8 +6,8 @@
 
 extern "C" {
 
-// Registers the system group and the interfaces. What the agent refuses, because it serves that
-// itself, is named in its log; the rest is served.
+// Registers the system group and the interfaces, and begins to listen to changes of ports. What
+// the agent refuses, because it serves that itself, is named in its log; the rest is served.
 [[gnu::visibility("default")]] void init_switchmib(void);
 
 // Takes back all of it: nothing in the agent refers to this library afterwards.

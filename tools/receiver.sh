@@ -22,8 +22,8 @@ trap2sink $(endpoint 127.0.0.1 "$2") $community
 CONF
 }
 
-# start_receiver FOLDER PORT MIBS: shows each notification of the VSANs in one line on standard
-# output. What else the receiver gets or says goes to FOLDER/snmptrapd.log.
+# start_receiver FOLDER PORT MIBS: shows each notification of the VSANs and links in one line on
+# standard output. What else the receiver gets or says goes to FOLDER/snmptrapd.log.
 start_receiver() {
     local program out
     program=$(PATH=$PATH:/usr/sbin:/sbin command -v snmptrapd) || fail "snmptrapd is not installed"
@@ -31,8 +31,8 @@ start_receiver() {
     # the receiver has ended, so Ctrl-C must not reach it first.
     open_log "$1" snmptrapd
     exec {out}> >(trap '' HUP INT && exec sed -u -n \
-        -e 's/^@\([0-9:]*\) .*|snmpTrapOID\.0 = \(vsan[A-Za-z]*\)|/\1 \2: /; t show' \
-        -e 'w /dev/stderr' -e 'b' -e ':show' -e 's/|/, /g; s/"\([0-9A-F ]*\) "/\1/g; p' 2>&"$LOG")
+        -e 's/^@\([0-9:]*\) .*|snmpTrapOID\.0 = \(vsan[A-Za-z]*\|link[UD][a-z]*\)|/\1 \2: /; t show' \
+        -e 'w /dev/stderr' -e 'b' -e ':show' -e 's/|snmpTrapEnterprise[^|]*//; s/|/, /g; s/"\([0-9A-F ]*\) "/\1/g; p' 2>&"$LOG")
     SHOWING_PID=$!
     exec {LOG}>&-
     # -X: it would register with another agent on this machine, if there were one. Strings are
