@@ -50,7 +50,7 @@ python_types_fit() {
 
 # One process a few files: it holds all that it has read. What it looks for is in .clang-tidy.
 code_is_tidy() {
-    files 'feature/*.cpp' 'platform/*.cpp' 'virtual_switch/*.cpp' |
+    files 'agent/*.cpp' 'feature/*.cpp' 'platform/*.cpp' 'virtual_switch/*.cpp' |
         xargs -d '\n' -n 4 -P "$(nproc)" clang-tidy-16 --quiet -p "$LOGS/tidy" 2> >(grep -v "warnings generated" >&2)
 }
 
@@ -76,7 +76,7 @@ say "checking format and code"
 check "format of C and C++" clang-format-16 --dry-run -Werror "${SOURCES[@]}"
 check "cppcheck" cppcheck --quiet --std=c++20 --language=c++ --enable=warning,performance,portability \
     --inline-suppr --suppressions-list=tools/cppcheck.suppressions --error-exitcode=1 -j "$(nproc)" \
-    -I platform/include -I . -I virtual_switch contract feature platform virtual_switch
+    -I platform/include -I . -I virtual_switch -I platform agent contract feature platform virtual_switch
 configure_project "$LOGS/tidy" -DBUILD_TESTS=OFF
 check "clang-tidy" code_is_tidy
 check "shell scripts parse" every_script_parses
