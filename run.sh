@@ -19,6 +19,9 @@ PORT=1161
 LISTEN=127.0.0.1
 STATE=$BUILD/state
 START_WITH=()
+# Modules that the agent starts beside those of a switch, with commas between; and all of them.
+MORE_MODULES=
+MODULES=
 # Where notifications are received; empty for nowhere.
 TRAP_PORT=1162
 # The numbers of the switch and the agent while they run.
@@ -32,7 +35,7 @@ ROOT=
 usage() {
     cat <<HELP
 Usage: ./run.sh [OPTION]...
-Runs a virtual Fibre Channel switch and an SNMP agent that serves its VSANs, shows
+Runs a virtual Fibre Channel switch and an SNMP agent that serves its VSANs and ports, shows
 the agent's notifications, and stays until Ctrl-C. Installs missing packages and
 builds first.
 
@@ -45,10 +48,13 @@ builds first.
   --trap-port N      UDP port on 127.0.0.1 where notifications are received to be
                      shown (default $TRAP_PORT)
   --no-traps         receives and shows none
+  --agent-modules LIST
+                     starts more of the agent's own modules than a switch shows, by their
+                     names with commas between; docs/running.md tells what that is for
   -h, --help         this text
   --version          which release this is
 
-On loopback the community 'public' may read and 'private' may also change VSANs.
+On loopback the community 'public' may read and 'private' may also change VSANs and ports.
 On other addresses neither is accepted; SNMPv3 users are, and ./snmp_user.sh makes
 them.
 HELP
@@ -57,7 +63,7 @@ HELP
 # parse_options ARGUMENT...: sets the variables above, or ends with 2.
 parse_options() {
     while (($#)); do
-        next_option "--port --trap-port --listen --state" "$@"
+        next_option "--port --trap-port --listen --state --agent-modules" "$@"
         shift "$TAKEN"
         case $OPTION in
         -h | --help | --version) tell_about "$OPTION" ;;
@@ -73,6 +79,11 @@ parse_options() {
             LISTEN=${VALUE%]}
             ;;
         --state) STATE=$VALUE ;;
+        --agent-modules)
+            [[ $VALUE =~ ^[A-Za-z0-9_]+(,[A-Za-z0-9_]+)*$ ]] ||
+                usage_error "$OPTION takes names with commas between, not '$VALUE'."
+            MORE_MODULES+=,$VALUE
+            ;;
         *) usage_error "unknown option '$OPTION'." ;;
         esac
     done
@@ -129,12 +140,23 @@ start_switch() {
     exec {LOG}>&-
 }
 
+# choose_modules SNMPD: sets MODULES to those that the agent starts, and says what is not used
+# because of that.
+choose_modules() {
+    local unknown
+    MODULES=$(IFS=, && printf %s "${AGENT_MODULES[*]}")$MORE_MODULES
+    unknown=$(unknown_modules "$1" "$STATE" "${MORE_MODULES#,}" | grep . | paste -sd ' ')
+    [[ -z $unknown ]] || fail "the agent has no module of this name: $unknown"
+    unstarted_lines "$1" "$STATE" "$MODULES"
+}
+
 start_agent() {
     local snmpd conf
     snmpd=$(PATH=$PATH:/usr/sbin:/sbin command -v snmpd) || fail "snmpd is not installed"
     # The agent cuts the line that loads a library at 255 bytes.
     plain_path "$BUILD/lib" lib 180
     write_agent_configuration "$STATE" "$LISTEN" "$ROOT" "$PLAIN"
+    choose_modules "$snmpd"
     if [[ -n $TRAP_PORT ]]; then
         write_receiver_configuration "$STATE" "$TRAP_PORT"
         plain_path "$BUILD/mibs" mibs 1000
@@ -147,12 +169,12 @@ start_agent() {
     keep_engine "$STATE" 1
     plain_path "$STATE/agent" agent 180
     conf=$PLAIN
-    # Without the SMUX module snmpd does not open a port that nobody asked for; with -r it
-    # does not mind that files only root can read are closed to it.
+    # With a list of modules snmpd starts no others, the SMUX module for instance, which opens a port
+    # that nobody asked for; with -r it does not mind that files only root can read are closed to it.
     open_log "$STATE" snmpd
     start_group env VSWITCH_RUN_DIR="$RUN" MIBS= MIBDIRS= \
         SNMPCONFPATH="$conf:$conf/persistent" SNMP_PERSISTENT_DIR="$conf/persistent" \
-        "$snmpd" -f -r -Le -I -smux -p "$RUN/snmpd.pid" "$ENDPOINT" "unix:$RUN/agent.sock" \
+        "$snmpd" -f -r -Le -I "$MODULES" -p "$RUN/snmpd.pid" "$ENDPOINT" "unix:$RUN/agent.sock" \
         >&"$LOG" 2>&1 8>&-
     AGENT_PID=$!
     exec {LOG}>&-
@@ -293,7 +315,7 @@ mapfile -t MIB_PACKAGES < <(packages_for_standard_mibs "$BUILD")
 install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${MIB_PACKAGES[@]}"
 # What was configured for the tests serves as well; the build itself notices changed files.
 is_configured "$BUILD" || configure_project "$BUILD" -DBUILD_TESTS=OFF
-build_project "$BUILD" vswitchd vswitchctl boundlog vsanmib netsnmpagent_oryx
+build_project "$BUILD" vswitchd vswitchctl boundlog vsanmib netsnmpagent_oryx switchmib
 provide_standard_mibs "$BUILD"
 
 umask 077

@@ -14,10 +14,26 @@
 #   run/                     the sockets, and the number of the running agent
 #   vswitchd.log, snmpd.log, snmptrapd.log   of this run; *.log.old of what came before
 
-# What readers get beside the objects of the VSANs: the system group, the counts of SNMP messages,
-# and snmpMIB, whose one value says who changed what last. The agent knows much more: the command
-# line of every process of this machine, its packages, its connections.
-READABLE=(.1.3.6.1.2.1.1 .1.3.6.1.2.1.11 .1.3.6.1.6.3.1)
+# What readers get beside the objects of the VSANs: the system group, the interfaces, the counts of
+# SNMP messages, IF-MIB's later objects, and snmpMIB, whose one value says who changed what last.
+READABLE=(.1.3.6.1.2.1.1 .1.3.6.1.2.1.2 .1.3.6.1.2.1.11 .1.3.6.1.2.1.31 .1.3.6.1.6.3.1)
+
+# What writers get beside them: sysContact, sysName, sysLocation, ifAdminStatus,
+# ifLinkUpDownTrapEnable and ifAlias.
+WRITABLE=(
+    .1.3.6.1.2.1.1.4 .1.3.6.1.2.1.1.5 .1.3.6.1.2.1.1.6
+    .1.3.6.1.2.1.2.2.1.7 .1.3.6.1.2.1.31.1.1.1.14 .1.3.6.1.2.1.31.1.1.1.18
+)
+
+# The modules of its own that the agent starts: who may do what, users and engine, what counts SNMP
+# messages, the library loader, sysORTable, and where notifications go. All others are the machine's
+# (its processes, packages, disks, its interfaces instead of the switch's) or run its commands.
+# shellcheck disable=SC2034 # for run.sh
+AGENT_MODULES=(
+    vacm_conf vacm_context vacm_vars usmConf usmStats usmUser snmpEngine snmpMPDStats snmp_mib setSerialNo dlmod
+    sysORTable snmpNotifyTable snmpNotifyFilterTable snmpNotifyFilterProfileTable snmpTargetAddrEntry
+    snmpTargetParamsEntry target_counters
+)
 
 # Objects that the scripts themselves ask for: the number that the agent gives to the library that
 # it loads next, usmUserStatus of RFC 3414, and, under the root of the MIB, vsanNumber.0.
@@ -135,7 +151,8 @@ address_problem() {
 }
 
 # write_agent_configuration FOLDER ADDRESS ROOT LIBRARIES: the agent's configuration for a
-# state folder: who may do what to the objects under ROOT, and the library that serves them.
+# state folder: who may do what to the objects under ROOT and to the switch's other ones, and the
+# libraries that serve them.
 write_agent_configuration() {
     local agent=$1/agent
     {
@@ -146,20 +163,21 @@ dontLogTCPWrappersConnects yes
 # the agent tries to send it all the same, answers nothing, and logs every name in it.
 [snmp] sendMessageMaxSize 65507
 dlmod netsnmpagent_oryx $4/libnetsnmpagent_oryx.so
+dlmod switchmib $4/libswitchmib.so
 
-# Only the trees of a switch may be read, and only the VSANs changed: the agent has objects of
-# its own that would let a writer run commands. Its targets, users, communities and rights are
-# nobody's to read, whatever else is.
+# Only the trees of a switch may be read, and only what is a switch's own changed: other modules of
+# the agent have objects that would let a writer run commands. Its targets, users, communities and
+# rights are nobody's to read, whatever else is.
 $(printf 'view switch included %s\n' "${READABLE[@]}" ".$3")
 view switch excluded .1.3.6.1.6.3.12
 view switch excluded .1.3.6.1.6.3.15
 view switch excluded .1.3.6.1.6.3.16
 view switch excluded .1.3.6.1.6.3.18
-view vsans included .$3
-access operators "" usm priv exact switch vsans none
+$(printf 'view settings included %s\n' "${WRITABLE[@]}" ".$3")
+access operators "" usm priv exact switch settings none
 access viewers "" usm priv exact switch none none
 access readers "" any noauth exact switch none none
-access writers "" any noauth exact switch vsans none
+access writers "" any noauth exact switch settings none
 
 # run.sh asks over a socket in this folder whether the agent answers, and snmp_user.sh makes
 # it forget users there.
@@ -190,6 +208,41 @@ CONF
     make_users_file "$1"
     [[ -e $agent/snmpd.local.conf ]] ||
         printf '# Your own lines for the agent; run.sh never changes this file.\n' >"$agent/snmpd.local.conf"
+}
+
+# directives SNMPD FOLDER [OPTION...]: prints each directive of snmpd.conf that an agent with these
+# options knows, in small letters, and the module that was started before it was known.
+directives() {
+    SNMPCONFPATH=/nonexistent SNMP_PERSISTENT_DIR=$2/agent/persistent MIBS='' MIBDIRS='' \
+        "$1" -H -Lo -D9:read_config:register_handler,mib_init "${@:3}" 2>&1 </dev/null |
+        awk '/^mib_init: initializing: / { module = $NF } / registering snmpd / { print tolower($NF), module }'
+}
+
+# unstarted_lines SNMPD FOLDER MODULES: names each of the operator's own lines that is for a module
+# of the agent which MODULES does not start. The agent would say in its log only that it does not
+# know them.
+unstarted_lines() {
+    local file=$2/agent/snmpd.local.conf
+    # Where there are no lines nobody needs to ask.
+    grep -qsv '^[[:space:]]*\(#\|$\)' "$file" || return 0
+    awk -v file="$file" '
+        FILENAME == ARGV[1] { if (!($1 in of)) of[$1] = $2; next }
+        FILENAME == ARGV[2] { started[$1]; next }
+        /^[ \t]*(#|$)/ { next }
+        # [snmp] and the like: alone in a line it is for all that follow.
+        /^[ \t]*\[/ { if (NF == 1) foreign = tolower($1) != "[snmpd]"; next }
+        !foreign && !(tolower($1) in started) && tolower($1) in of {
+            printf "line %d of %s is not used: %s is of the module %s, which --agent-modules %s starts\n",
+                FNR, file, $1, of[tolower($1)], of[tolower($1)]
+        }' <(directives "$1" "$2") <(directives "$1" "$2" -I "$3") "$file"
+}
+
+# unknown_modules SNMPD FOLDER LIST: prints those of a list, with commas between, that the agent does
+# not have.
+unknown_modules() {
+    comm -13 <(SNMPCONFPATH=/nonexistent SNMP_PERSISTENT_DIR=$2/agent/persistent MIBS='' MIBDIRS='' \
+        "$1" -H -Lo -Dmib_init 2>&1 </dev/null | sed -n 's/^mib_init: initializing: *//p' | sort -u) \
+        <(tr , '\n' <<<"$3" | sort -u)
 }
 
 # make_users_file FOLDER: where there is no file of users yet, makes one without any. Not all who

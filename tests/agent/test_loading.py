@@ -13,7 +13,7 @@ import pytest
 
 from harness import wire
 from harness.agent import BY_EXTENSION, DIRECTLY
-from harness.build import AGENT_PRELOAD, EXTENSION, LIBRARIES, MODULE, PORTED_MODULE, REPOSITORY
+from harness.build import AGENT_PRELOAD, EXTENSION, LIBRARIES, MODULE, PORTED_MODULE, REPOSITORY, SWITCH_LIBRARY
 from harness.clients import EXCEPTIONS, NetSnmp, Packets
 from harness.notifications import SINKS, Receiver, status_change, wait_until_subscribed
 from harness.oids import ARCS, NAMES, ROOT, SYS_DESCR, VSAN_ENTRY, cell, scalar
@@ -255,12 +255,20 @@ def test_module_exports_what_its_export_list_says():
 def test_module_links_libc_net_snmp_and_the_platform_only():
     platform = {f"lib{name}.so" for name in (
         "mts", "indxobj", "sdwrap", "syserr", "sysmgr", "tdx", "vsan", "pm", "netsnmpagent_oryx")}
-    assert platform == {path.name for path in LIBRARIES.glob("lib*.so")} - {"libvsanmib.so"}
+    assert platform == {path.name for path in LIBRARIES.glob("lib*.so")} - {"libvsanmib.so", "libswitchmib.so"}
     others = {name for name in needed_by(MODULE) - platform
               if not re.fullmatch(r"lib(netsnmp|netsnmpagent|netsnmpmibs|c)\.so\.\d+", name)}
     if AGENT_PRELOAD:
         others = {name for name in others if not re.match(r"lib(asan|ubsan|clang_rt)", name)}
     assert others == set()
+
+
+def test_the_switchs_own_part_of_the_agent_needs_no_runtime_of_another_language():
+    others = {name for name in needed_by(SWITCH_LIBRARY)
+              if not re.fullmatch(r"lib(netsnmp|netsnmpagent|netsnmpmibs|c)\.so\.\d+", name)}
+    if AGENT_PRELOAD:
+        others = {name for name in others if not re.match(r"lib(asan|ubsan|clang_rt)", name)}
+    assert others == {"libmts.so", "libnetsnmpagent_oryx.so"}
 
 
 # What a switch has to bring along, and what of Net-SNMP.

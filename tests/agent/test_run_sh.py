@@ -13,6 +13,7 @@ import pytest
 from harness.agent import free_udp_port
 from harness.build import MIBS, PROGRAMS, REPOSITORY
 from harness.clients import NetSnmp, NoAnswer, SnmpError
+from harness.interfaces import COLUMN, IF_NUMBER, SYS_CONTACT, SYS_DESCR, SYS_LOCATION, SYS_NAME, if_cell
 from harness.notifications import wait_until_subscribed
 from harness.oids import ARCS, ROOT, VSAN_ENTRY, cell, scalar
 from harness.operator_tool import OperatorTool
@@ -20,6 +21,8 @@ from harness.run_script import SCRIPT, Running, once, only_for_its_own_build, pr
 from harness.transcript import blocks, follow, steps
 
 pytestmark = only_for_its_own_build
+
+FC1 = 0x01000000
 
 
 @pytest.fixture
@@ -36,7 +39,7 @@ def test_help_names_every_option_and_its_default():
     done = once(SCRIPT, "--help")
     assert (done.returncode, done.stderr) == (0, "")
     for word in ("--port", "1161", "--listen", "127.0.0.1", "--state", "--empty", "--trap-port", "1162", "--no-traps",
-                 "--help"):
+                 "--agent-modules", "--help"):
         assert word in done.stdout
 
 
@@ -44,6 +47,7 @@ def test_help_names_every_option_and_its_default():
     ["--prot", "1161"], ["--port"], ["--port", "0"], ["--port", "65536"], ["--port", "x"], ["--port", "-1"],
     ["--port", "1161 "], ["--port", ""], ["--listen", "nowhere"], ["--listen", ""], ["--state"], ["--state", ""],
     ["extra"], ["--listen", "127.0.0.1; reboot"], ["--trap-port"], ["--trap-port", "0"], ["--trap-port=x"],
+    ["--agent-modules"], ["--agent-modules", ""], ["--agent-modules", "-smux"], ["--agent-modules", "a,,b"],
 ])
 def test_wrong_option_ends_with_2_and_one_sentence(options):
     done = once(SCRIPT, *options)
@@ -180,6 +184,61 @@ def test_notifications_are_shown_decoded_as_in_the_readme(run):
                              r"vsanNotificationPortManager\.0 = ([0-9A-F]{2} ){7}[0-9A-F]{2}, "
                              r"ifIndex\.16777216 = 16777216, vsanNotificationVsan\.0 = 10$")
     assert script.process.text().count("vsanStatusChange") == 1
+
+
+def test_changes_of_a_link_are_shown_in_one_line_each(run):
+    script = run().wait_ready()
+    wait_until_subscribed(script, script, 3)
+    tool = OperatorTool(script)
+    tool("port", "down", "fc1")
+    tool("port", "up", "fc1")
+    for name, state in (("linkDown", "down"), ("linkUp", "up")):
+        script.process.wait_line(rf"^\d\d:\d\d:\d\d {name}: ifIndex\.16777216 = 16777216, "
+                                 rf"ifAdminStatus\.16777216 = up, ifOperStatus\.16777216 = {state}$")
+
+
+def test_writers_may_change_what_is_the_operators_of_a_port_and_of_the_switch(run):
+    script = run().wait_ready()
+    writer = NetSnmp(script, user="private")
+    writable = [*((name, "s", "x") for name in (SYS_CONTACT, SYS_NAME, SYS_LOCATION)),
+                (if_cell("ifAlias", FC1), "s", "x"), (if_cell("ifAdminStatus", FC1), "i", "2"),
+                (if_cell("ifLinkUpDownTrapEnable", FC1), "i", "2")]
+    writer.set(*writable)
+    others = [*((if_cell(column, FC1), "i", "1") for column in COLUMN), (SYS_DESCR, "s", "x"), (IF_NUMBER, "i", "1")]
+    for assignment in others:
+        if assignment[0] not in [name for name, _, _ in writable]:
+            with pytest.raises(SnmpError) as refused:
+                writer.set(assignment)
+            assert refused.value.status == "noAccess"
+    for assignment in writable:
+        with pytest.raises(SnmpError) as refused:
+            NetSnmp(script).set(assignment)
+        assert refused.value.status == "noAccess"
+
+
+def test_own_lines_for_modules_that_are_not_started_are_named(run, state):
+    run().wait_ready().end()
+    own = state / "agent" / "snmpd.local.conf"
+    own.write_text("# mine\n\nview switch included .1.3.6.1.4.1.2021.10\n  Load 12 10 5\n[snmp] clientaddr 127.0.0.1\n"
+                   "extend secret /bin/echo hush\n[snmptrapd]\ndisk /\n[snmpd]\nnonsense 1\n")
+    script = run().wait_ready()
+    named = [line for line in script.process.lines if "is not used" in line]
+    assert named == [
+        f"line 4 of {own} is not used: Load is of the module loadave, which --agent-modules loadave starts",
+        f"line 6 of {own} is not used: extend is of the module extend, which --agent-modules extend starts"]
+    load = (1, 3, 6, 1, 4, 1, 2021, 10, 1, 2, 1)
+    assert NetSnmp(script).get(load)[0].kind == "noSuchObject"
+    script.end()
+    script = run("--agent-modules", "loadave,extend").wait_ready()
+    assert "is not used" not in script.process.text()
+    assert NetSnmp(script).get(load)[0].value in (b"Load-1", "Load-1", '"Load-1"')
+
+
+def test_a_module_that_the_agent_does_not_have_is_one_clear_sentence(state):
+    done = once(SCRIPT, "--port", free_udp_port(), "--no-traps", "--state", state, "--agent-modules", "loadave,lodave")
+    assert done.returncode == 1
+    assert done.stderr == "run.sh: the agent has no module of this name: lodave\n"
+    assert processes_using(state) == []
 
 
 def test_only_the_agent_can_have_lines_shown(run):

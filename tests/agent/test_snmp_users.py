@@ -256,8 +256,9 @@ def test_nobody_reads_names_keys_or_rights_from_the_agent(users):
             assert " = " not in re.sub(r"^.* = No .*$", "", shown, flags=re.M)
 
 
-# What a switch shows to those who may read: the system, the counts of SNMP messages, snmpMIB, and the VSANs.
-SHOWN = ("1.3.6.1.2.1.1", "1.3.6.1.2.1.11", "1.3.6.1.6.3.1", dotted(ROOT)[1:])
+# What a switch shows to those who may read: the system, the interfaces, the counts of SNMP messages, IF-MIB's
+# later objects, snmpMIB, and the VSANs.
+SHOWN = ("1.3.6.1.2.1.1", "1.3.6.1.2.1.2", "1.3.6.1.2.1.11", "1.3.6.1.2.1.31", "1.3.6.1.6.3.1", dotted(ROOT)[1:])
 
 
 def trees_met(walk):

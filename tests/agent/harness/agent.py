@@ -4,12 +4,13 @@
 import contextlib
 import os
 import pwd
+import re
 import shutil
 import signal
 import socket
 from pathlib import Path
 
-from .build import AGENT_PRELOAD, EXTENSION, MODULE, RUN_UNDER
+from .build import AGENT_PRELOAD, EXTENSION, MODULE, REPOSITORY, RUN_UNDER, SWITCH_LIBRARY
 from .process import LoggedProcess
 
 # SNMPv3 users: name, the level they are used at, and the passphrases.
@@ -27,6 +28,13 @@ GET_UPTIME = bytes.fromhex("3029020101" "04067075626c6963" "a01c" "020400000001"
 
 BY_EXTENSION = f"dlmod netsnmpagent_oryx {EXTENSION}"
 DIRECTLY = f"dlmod vsan_mib {MODULE}"
+THE_SWITCH = f"dlmod switchmib {SWITCH_LIBRARY}"
+
+
+def started_modules():
+    """The modules of its own that run.sh lets the agent start."""
+    text = (REPOSITORY / "tools/agent.sh").read_text()
+    return re.search(r"^AGENT_MODULES=\(([^)]*)\)", text, re.M).group(1).split()
 
 
 def free_udp_port():
@@ -44,15 +52,18 @@ class Agent:
     preload  a library to load before all others, beside that of the whole run
     lines    further lines of its configuration
     users    further SNMPv3 users who may write, as in USERS
+    modules  the modules of its own that it starts; all but one by default
     """
 
-    def __init__(self, folder, run_dir, loading=BY_EXTENSION, user=None, preload=None, lines=(), users=None):
+    def __init__(self, folder, run_dir, loading=BY_EXTENSION, user=None, preload=None, lines=(), users=None,
+                 modules=("-smux",)):
         self.folder = Path(folder)
         self.run_dir = Path(run_dir)
         self.port = free_udp_port()
         self.user = user
         self.users = USERS | (users or {})
         self.process = None
+        self._modules = ",".join(modules)
         self._preload = " ".join(str(p) for p in (AGENT_PRELOAD, preload) if p)
         self._conf = self.folder / "conf"
         self._persistent = self.folder / "persistent"
@@ -96,7 +107,7 @@ class Agent:
         if self._preload:
             env["LD_PRELOAD"] = self._preload
         snmpd = shutil.which("snmpd", path=os.environ["PATH"] + ":/usr/sbin:/sbin")
-        command = [*RUN_UNDER, snmpd, "-f", "-Lo", "-I", "-smux"]
+        command = [*RUN_UNDER, snmpd, "-f", "-Lo", "-I", self._modules]
         if self.user:
             account = pwd.getpwnam(self.user)
             command += ["-u", account.pw_name, "-g", str(account.pw_gid)]

@@ -13,6 +13,7 @@ MIBS = BUILD / "mibs"
 
 MODULE = LIBRARIES / "libvsanmib.so"
 EXTENSION = LIBRARIES / "libnetsnmpagent_oryx.so"
+SWITCH_LIBRARY = LIBRARIES / "libswitchmib.so"
 PORTED_MODULE = BUILD / "tests/porting/libported_vsanmib.so"  # built against a maker's headers
 
 # Put into the agent's environment only. Code built with a sanitizer needs its

@@ -19,6 +19,7 @@ MEMBERSHIP_CHANGE = ROOT + (1, 3, 0, 2)
 VSAN = ROOT + (1, 1, 4, 0)
 PORT_MANAGER = ROOT + (1, 5, 1, 0)
 IF_INDEX = (1, 3, 6, 1, 2, 1, 2, 2, 1, 1)
+SNMP_TRAPS = (1, 3, 6, 1, 6, 3, 1, 1, 5)
 TRAP_OID = (1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0)
 UPTIME = (1, 3, 6, 1, 2, 1, 1, 3, 0)
 OUT_TRAPS = (1, 3, 6, 1, 2, 1, 11, 29, 0)  # snmpOutTraps: informs are counted, too
@@ -106,10 +107,11 @@ class Receiver:
             self.stop()
 
     def next(self, timeout=15):
-        """The next notification of this MIB: its OID as text and the bindings behind
-        sysUpTime and snmpTrapOID, as printed."""
+        """The next notification of this MIB or of a link: its OID as text and the bindings
+        behind sysUpTime and snmpTrapOID, as printed."""
         pattern = (rf"^{re.escape(dotted(UPTIME))} = Timeticks: [^\t]+\t{re.escape(dotted(TRAP_OID))} = OID: "
-                   rf"(?P<kind>{re.escape(dotted(ROOT))}[.0-9]*)\t(?P<bindings>.*)$")
+                   rf"(?P<kind>{re.escape(dotted(ROOT))}[.0-9]*|{re.escape(dotted(SNMP_TRAPS))}[.][34])"
+                   r"\t(?P<bindings>.*)$")
         found = self.process.wait_line(pattern, timeout, start=self._read)
         self._read = self.process.lines.index(found.string, self._read) + 1
         return found["kind"], [binding.rstrip() for binding in found["bindings"].split("\t")]
@@ -176,11 +178,11 @@ class SilentReceiver:
         self._socket.close()
 
 
-def wait_until_subscribed(switch, agent):
+def wait_until_subscribed(switch, agent, classes=SUBSCRIBED_CLASSES):
     """The agent subscribes from its own loop, a second after it was told to."""
     deadline = time.monotonic() + 15
     with switch.connect() as connection:
-        while connection.counters()["subscriptions"] < SUBSCRIBED_CLASSES:
+        while connection.counters()["subscriptions"] < classes:
             assert time.monotonic() < deadline, agent.process.text()
             time.sleep(0.05)
 
