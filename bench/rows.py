@@ -12,8 +12,8 @@ import subprocess
 from dataclasses import dataclass
 from pathlib import Path
 
-from stage import (ALL_VSANS, BY_EXTENSION, MEMORY_TABLE_NAME, MODULE_ROOT, SYS_NAME, VSAN_NAME, CountedSwitch,
-                   NotMeasured, callgrind)
+from stage import (ALL_PORTS, ALL_VSANS, BY_EXTENSION, IF_TABLE_COLUMNS, MEMORY_TABLE_NAME, MODULE_ROOT, SYS_NAME,
+                   VSAN_NAME, CountedSwitch, NotMeasured, callgrind)
 from harness.build import cached_setting  # stage has put the harness on the path
 
 RECORD = Path(__file__).with_name("instructions_per_get.json")
@@ -73,6 +73,14 @@ def get_sixteen(stage):
 def bulk(stage):
     agent = stage.agent()
     return compare(stage, get_bulk(agent, VSAN_NAME), get_bulk(agent, MEMORY_TABLE_NAME), "values", 0.50)
+
+
+def interfaces(stage):
+    """A table of ports, ten columns at a time, beside the VSANs' names of the same switch."""
+    agent = stage.agent_of_a_switch()
+    table = {"kind": "getbulk", "port": agent.port, "columns": IF_TABLE_COLUMNS, "first": 1, "count": ALL_PORTS,
+             "repetitions": REPETITIONS}
+    return compare(stage, table, get_bulk(agent, VSAN_NAME), "values", 0.70)
 
 
 def simulator(stage):

@@ -10,7 +10,7 @@ source tools/build.sh
 
 BUILD=$REPO/build/release
 SECONDS_EACH=5
-ROWS=(get get16 bulk simulator flat set instructions memory size)
+ROWS=(get get16 bulk simulator interfaces flat set instructions memory size)
 # What measure.py gets.
 OPTIONS=()
 # The rows that were asked for; none stands for all.
@@ -29,6 +29,7 @@ when every row could be measured, whether it reached what it must or not.
                   get16         the same with 16 requests outstanding
                   bulk          GETBULK 50 beside a table in the agent's memory
                   simulator     GETBULK 50 beside the SNMP simulator snmpsim
+                  interfaces    GETBULK 50 of ten columns of ifTable beside vsanName
                   flat          instructions for a row, of small and large tables
                   set           durable SETs beside bare SQLite commits
                   instructions  of a GET, beside the figure on record
@@ -93,7 +94,7 @@ trap end_step EXIT
 end_on_signals
 install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
 configure_project "$BUILD" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTS=OFF -DBUILD_BENCHMARKS=ON
-build_project "$BUILD" vswitchd vsanmib netsnmpagent_oryx snmp_load memory_table
+build_project "$BUILD" vswitchd vsanmib netsnmpagent_oryx switchmib snmp_load memory_table
 ! is_wanted size || build_32_bit_module
 run_group env BUILD_DIR="$BUILD" PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 bench/measure.py \
     --seconds "$SECONDS_EACH" "${ONLY[@]/#/--only=}" "${OPTIONS[@]}"

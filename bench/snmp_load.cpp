@@ -34,6 +34,7 @@ DESCRIPTION is a JSON object:
     outstanding  requests under way at any time (default 1)
     repetitions  of a getbulk (default 50)
     type         BER tag of every value (default 4, OCTET STRING)
+    columns      of a getbulk, instead of oid and type: a list of objects with both
     database     of a commit: a copy of a switch's database, with VSANs 1 to count
 )";
 

@@ -70,29 +70,37 @@ class Channel {
     Octets buffer_ = Octets(max_message);
 };
 
+// An object whose instances are asked for.
+struct Object {
+    std::string oid; // without instance
+    uint8_t type;    // what every value must have
+};
+
 struct Description {
     uint8_t pdu; // tag_get, tag_get_bulk or tag_set
     std::string community;
-    std::string oid;      // the object, without instance
-    uint32_t first;       // the first instance
-    uint32_t count;       // instances, each one more than the one before
-    uint32_t repetitions; // of a GETBULK
+    std::vector<Object> objects; // of a GETBULK; others ask for the first
+    uint32_t first;              // the first instance
+    uint32_t count;              // instances, each one more than the one before
+    uint32_t repetitions;        // of a GETBULK
     uint32_t outstanding;
-    uint8_t type; // what every value must have
 };
 
 class SnmpStream : public Stream {
   public:
     SnmpStream(uint16_t port, Description description)
-        : channel_(port), what_(std::move(description)), object_(oid_content(what_.oid)),
+        : channel_(port), what_(std::move(description)),
           community_(element(tag_octet_string, as_octets(what_.community))), slots_(what_.outstanding) {
         for (uint32_t slot = 0; slot < what_.outstanding; ++slot) {
             free_slots_.push_back(slot);
         }
-        names_.reserve(what_.count);
-        for (uint32_t i = 0; i < what_.count; ++i) {
-            names_.push_back(object_);
-            append_arc(names_.back(), what_.first + i);
+        for (const Object &object : what_.objects) {
+            columns_.push_back({oid_content(object.oid), object.type, {}});
+            std::vector<Octets> &names = columns_.back().names;
+            names.assign(what_.count, columns_.back().name);
+            for (uint32_t i = 0; i < what_.count; ++i) {
+                append_arc(names[i], what_.first + i);
+            }
         }
     }
 
@@ -124,6 +132,12 @@ class SnmpStream : public Stream {
         uint32_t count = 0; // how many are
     };
 
+    struct Column {
+        Octets name;
+        uint8_t type;
+        std::vector<Octets> names; // of the instances
+    };
+
     static View as_octets(const std::string &text) {
         return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
     }
@@ -145,6 +159,14 @@ class SnmpStream : public Stream {
         return element(tag_octet_string, as_octets(fmt::format("{:05}-{:04}", pass_ % 100000, what_.first + instance)));
     }
 
+    // A GETBULK names the instance before the first that it wants.
+    const Octets &name_to_send(const Column &column, uint32_t first) const {
+        if (what_.pdu != tag_get_bulk) {
+            return column.names[first];
+        }
+        return first > 0 ? column.names[first - 1] : column.name;
+    }
+
     void send_next() {
         const uint32_t index = free_slots_.back();
         free_slots_.pop_back();
@@ -154,22 +176,18 @@ class SnmpStream : public Stream {
         slot.first = next_;
         slot.count = what_.pdu == tag_get_bulk ? std::min(what_.repetitions, what_.count - next_) : 1;
 
-        // A GETBULK names the instance before the first that it wants.
-        Octets varbind;
-        if (what_.pdu != tag_get_bulk) {
-            varbind = element(tag_oid, names_[slot.first]);
-        } else if (slot.first > 0) {
-            varbind = element(tag_oid, names_[slot.first - 1]);
-        } else {
-            varbind = element(tag_oid, object_);
+        Octets varbinds;
+        for (const Column &column : columns_) {
+            Octets varbind = element(tag_oid, name_to_send(column, slot.first));
+            append(varbind, what_.pdu == tag_set ? value_to_set(slot.first) : element(tag_null, {}));
+            append(varbinds, element(tag_sequence, varbind));
         }
-        append(varbind, what_.pdu == tag_set ? value_to_set(slot.first) : element(tag_null, {}));
 
         Octets pdu;
         append_integer(pdu, slot.id);
         append_integer(pdu, 0); // error status, or no non-repeaters
         append_integer(pdu, what_.pdu == tag_get_bulk ? slot.count : 0);
-        append(pdu, element(tag_sequence, element(tag_sequence, varbind)));
+        append(pdu, element(tag_sequence, varbinds));
 
         Octets message;
         append_integer(message, 1); // version 2c
@@ -185,7 +203,7 @@ class SnmpStream : public Stream {
     }
 
     [[noreturn]] void wrong(const char *why) const {
-        throw Failure(fmt::format("a wrong answer to a request for {}: {}", what_.oid, why));
+        throw Failure(fmt::format("a wrong answer to a request for {}: {}", what_.objects[0].oid, why));
     }
 
     // Takes one answer, checks all of it, and returns how many values it has.
@@ -221,23 +239,29 @@ class SnmpStream : public Stream {
         check_varbinds(*varbinds, slots_[at]);
         slots_[at].id = 0;
         free_slots_.push_back(at);
-        return slots_[at].count;
+        return uint64_t{slots_[at].count} * columns_.size();
+    }
+
+    void check_varbind(Reader &list, const Octets &expected, uint8_t type) const {
+        const auto varbind = list.take(tag_sequence);
+        if (!varbind) {
+            wrong("too few varbinds");
+        }
+        Reader parts(*varbind);
+        const auto name = parts.take(tag_oid);
+        if (!name || !std::ranges::equal(*name, expected)) {
+            wrong("another name");
+        }
+        if (parts.next_tag() != type || !parts.take(type) || !parts.at_end()) {
+            wrong("a value of another type");
+        }
     }
 
     void check_varbinds(View varbinds, const Slot &slot) const {
         Reader list(varbinds);
         for (uint32_t i = 0; i < slot.count; ++i) {
-            const auto varbind = list.take(tag_sequence);
-            if (!varbind) {
-                wrong("too few varbinds");
-            }
-            Reader parts(*varbind);
-            const auto name = parts.take(tag_oid);
-            if (!name || !std::ranges::equal(*name, names_[slot.first + i])) {
-                wrong("another name");
-            }
-            if (parts.next_tag() != what_.type || !parts.take(what_.type) || !parts.at_end()) {
-                wrong("a value of another type");
+            for (const Column &column : columns_) {
+                check_varbind(list, column.names[slot.first + i], column.type);
             }
         }
         if (!list.at_end()) {
@@ -247,9 +271,8 @@ class SnmpStream : public Stream {
 
     Channel channel_;
     Description what_;
-    Octets object_;
+    std::vector<Column> columns_;
     Octets community_;
-    std::vector<Octets> names_; // of the instances
     std::vector<Slot> slots_;
     std::vector<uint32_t> free_slots_;
     uint32_t sequence_ = 0;
@@ -277,12 +300,20 @@ std::unique_ptr<Stream> make_snmp_stream(const nlohmann::json &description) {
     Description what;
     what.pdu = pdu_of_kind(description.at("kind"));
     what.community = description.value("community", "public");
-    what.oid = description.at("oid");
+    if (description.contains("columns")) {
+        for (const nlohmann::json &column : description["columns"]) {
+            what.objects.push_back({column.at("oid"), column.at("type")});
+        }
+    } else {
+        what.objects.push_back({description.at("oid"), description.value("type", uint8_t{tag_octet_string})});
+    }
     what.first = description.value("first", 0u);
     what.count = description.value("count", 1u);
     what.repetitions = description.value("repetitions", 50u);
     what.outstanding = description.value("outstanding", 1u);
-    what.type = description.value("type", uint8_t{tag_octet_string});
+    if (what.objects.empty() || (what.objects.size() > 1 && what.pdu != tag_get_bulk)) {
+        throw Failure("only a getbulk is for several columns, and each is for at least one object");
+    }
     if (what.count == 0 || what.repetitions == 0 || what.outstanding == 0 || what.outstanding > max_outstanding) {
         throw Failure("a count in a stream's description is out of range");
     }

@@ -19,6 +19,7 @@ sys.path.insert(0, str(REPOSITORY / "tests" / "agent"))
 
 from harness.agent import BY_EXTENSION, GET_UPTIME, Agent, free_udp_port  # noqa: E402
 from harness.build import LIBRARIES, PROGRAMS  # noqa: E402
+from harness.interfaces import AS_A_SWITCH, COLUMN  # noqa: E402
 from harness.oids import ARCS, ROOT, dotted  # noqa: E402
 from harness.process import LoggedProcess  # noqa: E402
 from harness.switch import VirtualSwitch  # noqa: E402
@@ -26,14 +27,24 @@ from harness.switch import VirtualSwitch  # noqa: E402
 import callgrind  # noqa: E402
 
 ALL_VSANS = 4095
+ALL_PORTS = 4096
 VSAN_NAME = ".".join(map(str, ARCS["vsanName"]))
 MODULE_ROOT = dotted(ROOT)
 SYS_NAME = "1.3.6.1.2.1.1.5"
 # The table of bench/memory_table.cpp: the module's neighbour, with names of the same length.
 MEMORY_TABLE_NAME = ".".join(map(str, ROOT[:-1] + (ROOT[-1] + 1, 1, 1, 3, 1, 2)))
 
+# What an overview of the ports asks for, with the tags of their values.
+INTEGER, OCTET_STRING, COUNTER, GAUGE, TIME_TICKS = 2, 4, 0x41, 0x42, 0x43
+IF_TABLE_COLUMNS = [{"oid": ".".join(map(str, COLUMN[name])), "type": tag} for name, tag in {
+    "ifIndex": INTEGER, "ifDescr": OCTET_STRING, "ifType": INTEGER, "ifSpeed": GAUGE, "ifPhysAddress": OCTET_STRING,
+    "ifAdminStatus": INTEGER, "ifOperStatus": INTEGER, "ifLastChange": TIME_TICKS, "ifInOctets": COUNTER,
+    "ifOutOctets": COUNTER}.items()]
+
 # One log line for each packet would be measured, too.
 QUIET = "dontLogTCPWrappersConnects yes"
+# Left to itself the agent ends the answer to a GETBULK after a hundred values.
+LONG_ANSWERS = "maxGetbulkResponses 1000"
 
 
 class NotMeasured(Exception):
@@ -44,8 +55,12 @@ def vsan_name(vsan):
     return f"bench-{vsan:04}"
 
 
-def configuration(vsans):
-    return {"vsans": [{"id": vsan, "name": vsan_name(vsan)} for vsan in range(1, vsans + 1)], "portCount": 48}
+def configuration(vsans, ports=None):
+    """So many VSANs, and ports with the indices from 1 on, or the ordinary ones."""
+    named = {"vsans": [{"id": vsan, "name": vsan_name(vsan)} for vsan in range(1, vsans + 1)]}
+    if ports is None:
+        return named | {"portCount": 48}
+    return named | {"ports": [{"ifIndex": index} for index in range(1, ports + 1)]}
 
 
 class CountedSwitch(VirtualSwitch):
@@ -150,11 +165,11 @@ class Stage:
             self._kept[name] = make()
         return self._kept[name]
 
-    def new_switch(self, vsans, kind=VirtualSwitch):
-        return self._start(kind(self.folder(), initial=configuration(vsans)))
+    def new_switch(self, vsans, kind=VirtualSwitch, ports=None):
+        return self._start(kind(self.folder(), initial=configuration(vsans, ports)))
 
-    def new_agent(self, run_dir, loading=BY_EXTENSION, lines=()):
-        return self._start(Agent(self.folder(), run_dir, loading=loading, lines=(QUIET, *lines)))
+    def new_agent(self, run_dir, loading=BY_EXTENSION, lines=(), **more):
+        return self._start(Agent(self.folder(), run_dir, loading=loading, lines=(QUIET, *lines), **more))
 
     def switch(self):
         """A switch that has all VSANs."""
@@ -164,6 +179,11 @@ class Stage:
         """An agent that serves that switch, and beside it the table in memory."""
         table = f"dlmod memory_table {LIBRARIES / 'memory_table.so'}"
         return self._keep("agent", lambda: self.new_agent(self.switch().run_dir, lines=(table,)))
+
+    def agent_of_a_switch(self):
+        """An agent that serves all VSANs and many ports, as run.sh starts one."""
+        return self._keep("agent of a switch", lambda: self.new_agent(
+            self.new_switch(ALL_VSANS, ports=ALL_PORTS).run_dir, lines=(LONG_ANSWERS,), **AS_A_SWITCH))
 
     def simulator(self):
         return self._keep("simulator", lambda: self._start(Simulator(self.folder())))
