@@ -177,8 +177,9 @@ def test_notifications_are_shown_decoded_as_in_the_readme(run):
     wait_until_subscribed(script, script)
     places = {"build/bin/vswitchctl": PROGRAMS / "vswitchctl", "build/state/run": script.run_dir}
     assert follow(steps(pulling), places) == steps(pulling)
-    time_of_day, _, text = printed.strip().partition(" ")
-    script.process.wait_line(re.sub(r"\d", r"\\d", time_of_day) + " " + re.escape(text) + "$")
+    for line in printed.strip().splitlines():
+        time_of_day, _, text = line.partition(" ")
+        script.process.wait_line(re.sub(r"\d", r"\\d", time_of_day) + " " + re.escape(text) + "$")
     OperatorTool(script)("port", "move", "fc1", 10)
     script.process.wait_line(r"vsanPortMembershipChange: "
                              r"vsanNotificationPortManager\.0 = ([0-9A-F]{2} ){7}[0-9A-F]{2}, "
