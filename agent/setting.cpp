@@ -6,10 +6,10 @@
 
 #include "channel.h"
 #include "contract/big_endian.h"
+#include "contract/plain_text.h"
 #include "contract/services.h"
 #include "contract/status_codes.h"
 #include "netsnmpagent_oryx.h"
-#include "plain_text.h"
 #include "port.h"
 
 namespace switch_agent {
@@ -109,7 +109,7 @@ int check_text(const netsnmp_variable_list &varbind, size_t longest) {
     if (varbind.val_len > longest) {
         return SNMP_ERR_WRONGLENGTH;
     }
-    return is_plain_text(varbind.val.string, varbind.val_len) ? SNMP_ERR_NOERROR : SNMP_ERR_WRONGVALUE;
+    return is_plain_text(varbind.val.string, varbind.val_len) != 0 ? SNMP_ERR_NOERROR : SNMP_ERR_WRONGVALUE;
 }
 
 int stage_setting(netsnmp_request_info &request, const Setting &change, const Setting &former) {

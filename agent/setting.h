@@ -38,7 +38,7 @@ Setting port_alias_setting(uint32_t if_index, const void *text, size_t length);
 Setting system_text_setting(uint32_t which, const void *text, size_t length);
 
 // Says why a text cannot be written: wrongType, wrongLength, or wrongValue where it is none that the
-// switch keeps (plain_text.h); noError when it can be.
+// switch keeps (contract/plain_text.h); noError when it can be.
 int check_text(const netsnmp_variable_list &varbind, size_t longest);
 
 // Stages a write and what takes it back. Returns noError, or resourceUnavailable without memory.

@@ -24,7 +24,7 @@ static_assert(sizeof(allowed_vsan_list::bitmap) == VSAN_BITMAP_SIZE);
 
 // The last role that the switch gave, the PDU that it was given for, and the generation
 // of the switch's settings then. PDU numbers and generations start at 1.
-Role role;
+Permission role;
 uint32_t role_pdu = 0;
 uint64_t role_generation = 0;
 char role_user[MTS_WIRE_MAX_USER + 1];
@@ -37,13 +37,13 @@ bool is_empty(const uint8_t (&vsans)[VSAN_BITMAP_SIZE]) {
 }
 
 // Without ranges, whatever `limits.ranges` holds says nothing.
-void restrict_to_nothing(Role &limits) {
+void restrict_to_nothing(Permission &limits) {
     limits.restricted = true;
     memset(limits.vsans, 0, sizeof(limits.vsans));
     limits.range_count = 0;
 }
 
-bool decode(const uint8_t *reply, uint32_t length, Role &decoded) {
+bool decode(const uint8_t *reply, uint32_t length, Permission &decoded) {
     if (!reply || length < ROLE_REPLY_RANGES) {
         return false;
     }
@@ -108,7 +108,7 @@ bool fetch(const char *user) {
         const char *reason = status == UINT32_MAX ? reason_of(errno) : syserr_format(status);
         restrict_to_nothing(role);
         report_failure(reason);
-    } else if (!role_decode(static_cast<const uint8_t *>(reply), length, role)) {
+    } else if (!permission_decode(static_cast<const uint8_t *>(reply), length, role)) {
         report_failure("its answer is damaged");
     } else {
         is_given = true;
@@ -136,7 +136,7 @@ void refresh(const PduContext &pdu) {
     role_pdu = pdu.number;
 }
 
-bool contains_interface(const Role &limits, uint32_t if_index) {
+bool contains_interface(const Permission &limits, uint32_t if_index) {
     const InterfaceRange *end = limits.ranges + limits.range_count;
     const InterfaceRange *range = std::lower_bound(
         limits.ranges, end, if_index, [](const InterfaceRange &one, uint32_t wanted) { return one.last < wanted; });
@@ -149,15 +149,15 @@ uint32_t usable_bytes(const allowed_vsan_list &list) {
 }
 
 // Outside any PDU the platform acts for itself, and without limits.
-const Role &current_role() {
+const Permission &current_permission() {
     const PduContext *pdu = current_pdu();
-    static Role unrestricted; // zero: it restricts nothing, and takes no room in the file
-    return pdu ? role_of(*pdu) : unrestricted;
+    static Permission unrestricted; // zero: it restricts nothing, and takes no room in the file
+    return pdu ? permission_of(*pdu) : unrestricted;
 }
 
 } // namespace
 
-bool role_decode(const uint8_t *reply, uint32_t length, Role &decoded) {
+bool permission_decode(const uint8_t *reply, uint32_t length, Permission &decoded) {
     if (decode(reply, length, decoded)) {
         return true;
     }
@@ -165,9 +165,9 @@ bool role_decode(const uint8_t *reply, uint32_t length, Role &decoded) {
     return false;
 }
 
-const Role &role_of(const PduContext &pdu) {
+const Permission &permission_of(const PduContext &pdu) {
     if (!pdu.identified) {
-        static Role nothing;
+        static Permission nothing;
         restrict_to_nothing(nothing);
         return nothing;
     }
@@ -182,7 +182,7 @@ extern "C" {
 // A role holds for the module's whole subtree, for reading and for writing alike, so
 // neither the name nor the type of the PDU makes a difference here.
 int snmp_get_allowed_vsans_subtree(allowed_vsan_list *list, const oid *, size_t, int) {
-    const oryx::Role &role = oryx::current_role();
+    const oryx::Permission &role = oryx::current_permission();
     if (!role.restricted) {
         return 0;
     }
@@ -217,14 +217,14 @@ int snmp_get_next_allowed_vsan_in_list(uint32_t *vsan, allowed_vsan_list list) {
 }
 
 int snmp_is_vsan_allowed_subtree(uint32_t vsan, const oid *, size_t, int) {
-    const oryx::Role &role = oryx::current_role();
+    const oryx::Permission &role = oryx::current_permission();
     return !role.restricted || vsan_bitmap_has(role.vsans, VSAN_BITMAP_SIZE, vsan);
 }
 
 // Here a role names its interfaces itself, for every operation. The list serves
 // platforms on which an interface's permission follows from its VSAN's.
 int intf_chk_vsan_role_allowed(uint32_t if_index, int, allowed_vsan_list) {
-    const oryx::Role &role = oryx::current_role();
+    const oryx::Permission &role = oryx::current_permission();
     return role.restricted && !oryx::contains_interface(role, if_index) ? 1 : 0;
 }
 

@@ -18,7 +18,8 @@ struct InterfaceRange {
     uint32_t last;
 };
 
-struct Role {
+// What a user may touch: all that their roles allow.
+struct Permission {
     // False: everything is allowed and the rest says nothing.
     bool restricted;
 
@@ -31,13 +32,13 @@ struct Role {
 
 // Reads the switch's reply of `length` bytes; its layout is in contract/records.h.
 //
-// Returns true when the reply is exactly one well-formed role. Otherwise `role` is
+// Returns true when the reply is exactly one well-formed role. Otherwise `permission` is
 // restricted to nothing.
-bool role_decode(const uint8_t *reply, uint32_t length, Role &role);
+bool permission_decode(const uint8_t *reply, uint32_t length, Permission &permission);
 
-// The role of the requester of `pdu`: restricted to nothing when the switch cannot
+// What the requester of `pdu` may touch: restricted to nothing when the switch cannot
 // be asked or its answer makes no sense. Valid until the next call.
-const Role &role_of(const PduContext &pdu);
+const Permission &permission_of(const PduContext &pdu);
 
 } // namespace oryx
 

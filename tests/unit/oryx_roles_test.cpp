@@ -72,13 +72,13 @@ TEST(VsanList, AfterTheEndThereIsNoNextNumber) {
 
 // The decoder is shown replies on the heap, exactly as long as they say.
 bool decodes(const std::vector<uint8_t> &reply) {
-    static oryx::Role role;
+    static oryx::Permission role;
     memset(&role, 0xff, sizeof(role));
     uint8_t *copy = static_cast<uint8_t *>(malloc(reply.empty() ? 1 : reply.size()));
     if (!reply.empty()) {
         memcpy(copy, reply.data(), reply.size());
     }
-    const bool good = oryx::role_decode(copy, static_cast<uint32_t>(reply.size()), role);
+    const bool good = oryx::permission_decode(copy, static_cast<uint32_t>(reply.size()), role);
     free(copy);
     if (!good) {
         EXPECT_TRUE(role.restricted);

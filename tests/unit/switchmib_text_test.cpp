@@ -3,12 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include "plain_text.h"
+#include "contract/plain_text.h"
 
 namespace {
 
 bool is_plain(const std::string &text) {
-    return switch_agent::is_plain_text(reinterpret_cast<const uint8_t *>(text.data()), text.size());
+    return is_plain_text(reinterpret_cast<const uint8_t *>(text.data()), text.size()) != 0;
 }
 
 TEST(PlainText, IsUtf8) {

@@ -2,9 +2,8 @@
 #include "model/rules.h"
 
 #include <algorithm>
-#include <iterator>
-#include <optional>
 
+#include "contract/plain_text.h"
 #include "contract/status_codes.h"
 #include "model/words.h"
 
@@ -12,47 +11,8 @@ namespace vswitch {
 
 namespace {
 
-// The character at the front of `text`, which is shortened by it; nothing when the bytes there are
-// no UTF-8, of which each character has one form only, the shortest.
-std::optional<uint32_t> take_character(std::string_view &text) {
-    struct Form {
-        uint8_t mask, lead; // of the first byte
-        uint32_t least;     // character that needs so many bytes
-    };
-    static constexpr Form forms[] = {{0x80, 0, 0}, {0xe0, 0xc0, 0x80}, {0xf0, 0xe0, 0x800}, {0xf8, 0xf0, 0x10000}};
-    const auto byte = [&](size_t at) { return static_cast<uint8_t>(text[at]); };
-    for (size_t more = 0; more < std::size(forms) && more < text.size(); ++more) {
-        const Form &form = forms[more];
-        if ((byte(0) & form.mask) != form.lead) {
-            continue;
-        }
-        uint32_t character = byte(0) & static_cast<uint8_t>(~form.mask);
-        for (size_t at = 1; at <= more; ++at) {
-            if ((byte(at) & 0xc0) != 0x80) {
-                return std::nullopt;
-            }
-            character = character << 6 | (byte(at) & 0x3fu);
-        }
-        if (character < form.least || character > 0x10ffff || (character >= 0xd800 && character <= 0xdfff)) {
-            return std::nullopt;
-        }
-        text.remove_prefix(more + 1);
-        return character;
-    }
-    return std::nullopt;
-}
-
-bool is_plain_text(std::string_view text, size_t longest) {
-    if (text.size() > longest) {
-        return false;
-    }
-    while (!text.empty()) {
-        const auto character = take_character(text);
-        if (!character || *character < ' ' || (*character >= 0x7f && *character < 0xa0)) {
-            return false;
-        }
-    }
-    return true;
+bool is_text(std::string_view text, size_t longest) {
+    return text.size() <= longest && is_plain_text(reinterpret_cast<const uint8_t *>(text.data()), text.size()) != 0;
 }
 
 } // namespace
@@ -62,11 +22,11 @@ bool is_vsan_name(std::string_view name) {
 }
 
 bool is_port_alias(std::string_view text) {
-    return is_plain_text(text, PORT_ALIAS_MAX);
+    return is_text(text, PORT_ALIAS_MAX);
 }
 
 bool is_system_text(std::string_view text) {
-    return is_plain_text(text, SYSTEM_TEXT_MAX);
+    return is_text(text, SYSTEM_TEXT_MAX);
 }
 
 bool is_port_speed(uint32_t speed) {
