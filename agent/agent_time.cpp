@@ -34,9 +34,8 @@ uint32_t time_stamp(Moment moment) {
     return static_cast<uint32_t>(ticks < now ? ticks : now);
 }
 
-uint64_t microseconds_since(Moment moment) {
-    const int64_t run = static_cast<int64_t>(netsnmp_get_agent_runtime()) * MICROSECONDS_OF_TICK;
-    const int64_t passed = start_of_agent() + run - microseconds_of(moment);
+uint64_t microseconds_between(Moment first, Moment last) {
+    const int64_t passed = microseconds_of(last) - microseconds_of(first);
     return passed < 0 ? 0 : static_cast<uint64_t>(passed);
 }
 

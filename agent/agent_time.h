@@ -19,8 +19,8 @@ struct Moment {
 // start, and never more than sysUpTime is now.
 uint32_t time_stamp(Moment moment);
 
-// Microseconds from a moment to now; 0 for a moment that is still to come.
-uint64_t microseconds_since(Moment moment);
+// Microseconds from one moment of the switch to another; 0 when the other was before it.
+uint64_t microseconds_between(Moment first, Moment last);
 
 } // namespace switch_agent
 

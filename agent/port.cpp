@@ -21,7 +21,7 @@ constexpr uint64_t MICROSECONDS = 1000000;
 
 const oid INTERFACES[] = {1, 3, 6, 1, 2, 1, 2};
 
-static_assert(PORT_RECORD_COUNTERS + 16 * PORT_COUNTER_COUNT == PORT_RECORD_REST);
+static_assert(PORT_RECORD_COUNTERS + 16 * PORT_COUNTER_COUNT == PORT_RECORD_NOW);
 static_assert(PORT_RECORD_ALIAS + PORT_ALIAS_MAX == PORT_RECORD_SINCE);
 
 // The last answer, which serves all columns of a row as long as the PDU is the same.
@@ -112,6 +112,7 @@ bool port_decode(const uint8_t (&record)[PORT_RECORD_SIZE], Port &port) {
     port.alias_length = read_be32(record + PORT_RECORD_ALIAS_LENGTH);
     memcpy(port.alias, record + PORT_RECORD_ALIAS, sizeof port.alias);
     port.since = read_moment(record + PORT_RECORD_SINCE);
+    port.now = read_moment(record + PORT_RECORD_NOW);
     for (size_t i = 0; i < PORT_COUNTER_COUNT; ++i) {
         const uint8_t *counter = record + PORT_RECORD_COUNTERS + 16 * i;
         port.counters[i] = {read_be64(counter), read_be64(counter + 8)};
@@ -126,7 +127,7 @@ uint64_t port_counter_value(const Port &port, port_counter counter) {
     if (rate == 0 || (port.since.seconds == 0 && port.since.microseconds == 0)) {
         return base;
     }
-    const uint64_t passed = microseconds_since(port.since);
+    const uint64_t passed = microseconds_between(port.since, port.now);
     return base + rate * (passed / MICROSECONDS) + rate * (passed % MICROSECONDS) / MICROSECONDS;
 }
 

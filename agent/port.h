@@ -26,6 +26,7 @@ struct Port {
     uint32_t alias_length; // bytes, at most PORT_ALIAS_MAX
     char alias[PORT_ALIAS_MAX];
     Moment since;
+    Moment now; // when the switch said all this
     struct {
         uint64_t base;
         uint64_t rate; // a second

@@ -33,7 +33,8 @@
 
 /*
  * Counters that only ever grow while the port is in service. The value at a moment T is
- * base + rate * (T - since), in whole units, and base alone while `since` is 0. The switch
+ * base + rate * (T - since), in whole units, and base alone while `since` is 0; T is the
+ * record's own `now`, since two processes need not agree on the time of day. The switch
  * gives a new base at each change of rate or link. Rates fit into 32 bits. Beside each
  * counter stand the word of files and commands, and that of the tool.
  */
@@ -58,7 +59,7 @@ enum port_counter { PORT_COUNTERS(PORT_COUNTER_ENUMERATOR) PORT_COUNTER_COUNT };
 enum port_status { PORT_UP = 1, PORT_DOWN = 2 };
 enum port_traps { PORT_TRAPS_ENABLED = 1, PORT_TRAPS_DISABLED = 2 };
 
-#define PORT_RECORD_SIZE 256u
+#define PORT_RECORD_SIZE 260u
 enum port_record_at {
     PORT_RECORD_IF_INDEX = 0,
     PORT_RECORD_NUMBER = 4,         /* n of its name "fcn" */
@@ -73,7 +74,7 @@ enum port_record_at {
     PORT_RECORD_ALIAS = 52,     /* PORT_ALIAS_MAX bytes, zero behind the text */
     PORT_RECORD_SINCE = 116,    /* moment from which the rates count */
     PORT_RECORD_COUNTERS = 124, /* for each: base, rate a second; 8 bytes each */
-    PORT_RECORD_REST = 252      /* zero */
+    PORT_RECORD_NOW = 252       /* moment of the answer */
 };
 
 enum port_setting_key {

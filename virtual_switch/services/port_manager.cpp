@@ -54,7 +54,7 @@ uint32_t answer_port(const ServedSwitch &the_switch, uint32_t if_index, Buffer &
     append_port_record(data,
                        {if_index, number, port_wwn(model.settings().wwn, number),
                         the_switch.clock.told(port->last_change), the_switch.traffic.start(),
-                        the_switch.traffic.of(if_index, *port)},
+                        the_switch.traffic.of(if_index, *port), the_switch.clock.now()},
                        *port);
     return STATUS_SUCCESS;
 }

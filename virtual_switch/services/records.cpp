@@ -152,7 +152,8 @@ std::optional<LatencyRecord> decode_latency_record(Bytes payload) {
 
 static_assert(PORT_RECORD_ALIAS == PORT_RECORD_ALIAS_LENGTH + 4);
 static_assert(PORT_RECORD_SINCE == PORT_RECORD_ALIAS + PORT_ALIAS_MAX);
-static_assert(PORT_RECORD_REST == PORT_RECORD_COUNTERS + 16 * PORT_COUNTER_COUNT);
+static_assert(PORT_RECORD_NOW == PORT_RECORD_COUNTERS + 16 * PORT_COUNTER_COUNT);
+static_assert(PORT_RECORD_SIZE == PORT_RECORD_NOW + MOMENT_SIZE);
 static_assert(SYSTEM_TEXT_MAX + 4 <= SYSTEM_TEXT_FIELD);
 static_assert(SYSTEM_RECORD_WWN == SYSTEM_TEXT_COUNT * SYSTEM_TEXT_FIELD);
 static_assert(SYSTEM_RECORD_SIZE == SYSTEM_RECORD_WWN + 8);
@@ -175,6 +176,7 @@ void append_port_record(Buffer &buffer, const PortStatus &status, const Port &po
         store_double_word(buffer, at, status.count.base[counter]);
         store_double_word(buffer, at + 8, port.traffic[counter]);
     }
+    store_moment(buffer, start + PORT_RECORD_NOW, status.now);
 }
 
 std::optional<PortSetting> decode_port_setting(Bytes payload) {

@@ -73,6 +73,7 @@ struct PortStatus {
     Timestamp last_change;
     Timestamp discontinuity;
     PortCount count;
+    Timestamp now;
 };
 
 // An alias longer than its field is cut.

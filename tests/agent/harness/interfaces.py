@@ -3,6 +3,7 @@
 that says what a test wants."""
 
 import struct
+import time
 
 from . import wire
 from .agent import BY_EXTENSION, THE_SWITCH, started_modules
@@ -46,13 +47,21 @@ def if_cell(column, if_index):
     return COLUMN[column] + (if_index,)
 
 
+PORT_NOW = 252  # where a port record says when it was made
+
+
+def now():
+    clock = time.time()
+    return int(clock), int(clock % 1 * 1_000_000)
+
+
 def port_record(if_index, *, number=1, admin=UP, oper=UP, speed=8000, traps=1, last_change=(0, 0),
                 discontinuity=(0, 0), wwn=bytes(range(8)), alias=b"", since=(0, 0), counters=()):
-    """A port as a manager describes it. `counters` are pairs of base and rate, in their order."""
+    """A port as a manager describes it; Ports adds the time. `counters` are pairs of base and rate, in their order."""
     pairs = [*counters, *[(0, 0)] * (8 - len(counters))]
     return (struct.pack(">6I", if_index, number, admin, oper, speed, traps) + struct.pack(">2I", *last_change)
             + struct.pack(">2I", *discontinuity) + wwn + struct.pack(">I64s", len(alias), alias)
-            + struct.pack(">2I", *since) + b"".join(struct.pack(">2Q", *pair) for pair in pairs) + bytes(4))
+            + struct.pack(">2I", *since) + b"".join(struct.pack(">2Q", *pair) for pair in pairs) + bytes(8))
 
 
 class Ports:
@@ -76,7 +85,10 @@ class Ports:
             found = min((index for index in self.records if index > asked), default=None)
         if found is None:
             return wire.Reply(NO_SUCH_INTERFACE if request.kind == wire.GET else NO_MORE_INTERFACES, None)
-        return wire.Reply(0, self.records[found])
+        record = self.records[found]
+        if len(record) == PORT_NOW + 8:
+            record = record[:PORT_NOW] + struct.pack(">2I", *now())
+        return wire.Reply(0, record)
 
     def _set(self, request):
         self.settings.append((*struct.unpack_from(">2I", request.payload), request.payload[8:]))
