@@ -18,8 +18,8 @@ UNFINISHED=
 usage() {
     cat <<HELP
 Usage: monitoring/make_config.sh [OPTION]...
-Writes the configuration of prometheus-snmp-exporter for the VSANs of a switch: one
-module, 'vsan', made from the MIB of a build. Installs the exporter when it is missing.
+Writes the configuration of prometheus-snmp-exporter for a switch, made from the MIB of a
+build: modules 'vsan' and, for its ports, 'if_mib'. Installs the exporter when it is missing.
 
   --auth FILE     how the exporter logs in to the agents: lines of YAML as in
                   docs/monitoring.md, in a file that only its owner can read. Without
@@ -72,12 +72,10 @@ tidy_up() {
     [[ -z $UNFINISHED ]] || rm -f "$UNFINISHED"
 }
 
-# generate: runs the generator in WORK, on the module and how to log in.
+# generate: runs the generator in WORK, on the modules, each with how to log in.
 generate() {
-    {
-        cat "$REPO/monitoring/generator.yml"
-        [[ -z $AUTH ]] || sed 's/^/    /' "$AUTH"
-    } >"$WORK/generator.yml"
+    sed -e 's/^/    /' -e "\$a\\" "${AUTH:-/dev/null}" >"$WORK/login"
+    sed "/^  [a-z_]*:\$/r $WORK/login" "$REPO/monitoring/generator.yml" >"$WORK/generator.yml"
     # MIBDIRS would take a colon in the folder's name for the end of it.
     ln -s "$BUILD/mibs" "$WORK/mibs"
     run_step "$WORK/log" env -C "$WORK" MIBS=VSAN-MIB MIBDIRS=mibs SNMPCONFPATH=/nonexistent \
@@ -85,8 +83,9 @@ generate() {
         run_step "$WORK/log" prometheus-snmp-exporter --dry-run --config.file="$WORK/snmp.yml"
 }
 
-# reason: prints the last complaint in the generator's log, without time and place.
-reason() { grep -v 'level=info' "$WORK/log" | tail -n 1 | sed 's/^.* \(err\|msg\)="\(.*\)"$/\2/'; }
+# reason: prints the last complaint in the generator's log, without time and place, and once for all
+# modules.
+reason() { grep -v 'level=info' "$WORK/log" | tail -n 1 | sed -e 's/^.* \(err\|msg\)="\(.*\)"$/\2/' -e 's/\\n  line [0-9]*: \([^\\]*\)\\n.*/ \1/'; }
 
 # put_in_place: the exporter may be reading the file that is there already.
 put_in_place() {

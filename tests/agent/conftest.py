@@ -13,6 +13,7 @@ from harness.agent import Agent
 from harness.campaign import SHARES, Campaign
 from harness.clients import NetSnmp
 from harness.fake_manager import FakeManager
+from harness.interfaces import AS_A_SWITCH
 from harness.packets import PacketClient
 from harness.switch import VirtualSwitch
 
@@ -187,9 +188,9 @@ def client(agent):
 class Operator(PacketClient):
     """A client that may write, and what is behind it: its agent and its switch."""
 
-    def __init__(self, collection, community="private"):
+    def __init__(self, collection, community="private", **agent):
         self.switch = collection.add(VirtualSwitch(collection.folders.make(), initial=INITIAL, roles=ROLES)).start()
-        self.agent = collection.add(Agent(collection.folders.make(), self.switch.run_dir)).start()
+        self.agent = collection.add(Agent(collection.folders.make(), self.switch.run_dir, **agent)).start()
         super().__init__(self.agent, community)
 
 
@@ -197,6 +198,13 @@ class Operator(PacketClient):
 def operator(started):
     """An operator with a switch of the test's own."""
     with Operator(started) as client:
+        yield client
+
+
+@pytest.fixture
+def operator_of_switch(started):
+    """The same with an agent that serves all that a switch shows, as run.sh starts it."""
+    with Operator(started, **AS_A_SWITCH) as client:
         yield client
 
 

@@ -14,6 +14,7 @@ from harness.agent import free_udp_port
 from harness.build import BUILD, MIBS, PROGRAMS, REPOSITORY
 from harness.clients import NetSnmp
 from harness.exporter import Exporter, ScrapeFailed, command, described, listening_port, make_config, samples
+from harness.interfaces import AS_A_SWITCH
 from harness.notifications import wait_until_subscribed
 from harness.oids import ARCS, NAMES, dotted, scalar
 from harness.operator_tool import OperatorTool
@@ -52,8 +53,9 @@ def start_exporter(started):
     return lambda more="", **login: started.add(Exporter(started.folders.make(), AUTH.format(**login) + more))
 
 
-def expected(switch):
-    """The metrics of a switch, made from what its operator is told, but for the clocks."""
+def expected(switch, has_names=True):
+    """The metrics of a switch, made from what its operator is told, but for the clocks. `has_names`
+    when its agent names the ports."""
     tool = OperatorTool(switch)
     state, timers = tool.json("show"), tool.json("timers", "show")
     metrics = {}
@@ -89,9 +91,9 @@ def expected(switch):
         for timer, value in vsan["running"].items():
             add(f"vsanFcTimer{timer.title()}", value, **names[vsan["id"]])
     for port in state["portList"]:
-        index = str(port["ifIndex"])
-        add("vsanIfVsan", port["vsan"], ifIndex=index)
-        add("vsanMembershipSummaryIfIndex", port["ifIndex"], ifIndex=index, **names[port["vsan"]])
+        row = {"ifIndex": str(port["ifIndex"]), "ifName": port["name"] if has_names else ""}
+        add("vsanIfVsan", port["vsan"], **row)
+        add("vsanMembershipSummaryIfIndex", port["ifIndex"], **row, **names[port["vsan"]])
     return metrics
 
 
@@ -99,8 +101,13 @@ def without_clocks(metrics):
     return {key: value for key, value in metrics.items() if key[0] not in CLOCKS}
 
 
-def test_metrics_are_the_state_of_the_switch_before_and_after_a_change(exporter, operator):
-    switch, agent = operator.switch, operator.agent
+def test_where_the_agent_names_no_ports_they_go_by_number(exporter, operator):
+    metrics = samples(exporter.scrape(operator.agent))
+    assert without_clocks(metrics) == expected(operator.switch, has_names=False)
+
+
+def test_metrics_are_the_state_of_the_switch_before_and_after_a_change(exporter, operator_of_switch):
+    switch, agent = operator_of_switch.switch, operator_of_switch.agent
     before = samples(exporter.scrape(agent))
     assert without_clocks(before) == expected(switch)
 
@@ -118,6 +125,18 @@ def test_metrics_are_the_state_of_the_switch_before_and_after_a_change(exporter,
     assert after["vsanOperState", frozenset({("vsanIndex", "60"), ("vsanName", "archive"),
                                              ("vsanOperState", "up")})] == 1
     assert not any(("vsanIndex", "2") in labels for _, labels in after)
+
+
+def test_ports_are_read_as_those_of_any_switch(exporter, operator_of_switch):
+    tool = OperatorTool(operator_of_switch.switch)
+    tool("port", "alias", "fc2", "to the tape")
+    metrics = samples(exporter.scrape(operator_of_switch.agent, "if_mib"))
+    for port in tool.json("port", "list")["ports"]:
+        row = frozenset({"ifIndex": str(port["ifIndex"]), "ifName": port["name"], "ifDescr": port["name"],
+                         "ifAlias": port["alias"]}.items())
+        assert metrics["ifOperStatus", row] == {"up": 1, "down": 2}[port["oper"]]
+        assert metrics["ifHighSpeed", row] == port["speedMbps"]
+        assert metrics["ifHCInOctets", row] == 0
 
 
 def test_clocks_are_those_of_the_agent(exporter, operator):
@@ -152,7 +171,7 @@ def test_agent_without_its_switch_has_no_vsans_rather_than_old_ones(exporter, op
     switch.kill()
     assert [name for name, _ in samples(exporter.scrape(agent))] == ["sysUpTime"]
     switch.start()
-    assert without_clocks(samples(exporter.scrape(agent))) == expected(switch)
+    assert without_clocks(samples(exporter.scrape(agent))) == expected(switch, has_names=False)
 
 
 def test_silent_agent_fails_the_scrape(exporter):
@@ -168,7 +187,7 @@ def test_restricted_snmpv3_user_gets_the_metrics_of_its_vsans_only(start_exporte
     shown = {dict(labels)["vsanIndex"] for _, labels in metrics if "vsanIndex" in dict(labels)}
     assert shown == {"1", "30"}
     of_vsans = {key: value for key, value in metrics.items() if "vsanName" in dict(key[1])}
-    assert of_vsans == {key: value for key, value in expected(switch).items()
+    assert of_vsans == {key: value for key, value in expected(switch, has_names=False).items()
                         if dict(key[1]).get("vsanIndex") in shown}
 
 
@@ -274,7 +293,7 @@ sys.stdout.write(urllib.request.urlopen(sys.argv[-1]).read().decode())
 
 def test_a_first_look_goes_as_the_page_shows(started, folder, start_switch, start_agent):
     switch = start_switch()
-    agent = start_agent(switch)
+    agent = start_agent(switch, **AS_A_SWITCH)
     setting_up, looking = map(steps, blocks(PAGE, "Prometheus: a first look"))
     (making, said), (starting, _) = setting_up
     output = folder / "snmp.yml"
@@ -311,7 +330,7 @@ def test_login_for_real_use_is_the_one_of_the_page(started, folder, start_switch
     switch = start_switch(empty=True)
     agent = start_agent(switch, lines=agent_lines.splitlines())
     exporter = started.add(Exporter(folder, login))
-    assert without_clocks(samples(exporter.scrape(agent))) == expected(switch)
+    assert without_clocks(samples(exporter.scrape(agent))) == expected(switch, has_names=False)
 
 
 def test_net_snmp_tools_learn_the_names_as_the_page_shows(started, folder, start_switch, start_agent):

@@ -57,9 +57,9 @@ class Exporter:
         except urllib.error.HTTPError as failure:
             raise ScrapeFailed(failure.read().decode()) from None
 
-    def scrape(self, agent):
+    def scrape(self, agent, module="vsan"):
         """The page of metrics of an agent."""
-        return self.page("snmp", module="vsan", target=agent.address)
+        return self.page("snmp", module=module, target=agent.address)
 
 
 def command(configuration, listen="127.0.0.1:0"):
