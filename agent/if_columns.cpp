@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "if_columns.h"
 
+#include <cstddef>
 #include <cstdio>
 
 namespace switch_agent {
@@ -20,12 +21,53 @@ void set_name(const Port &port, Value &value) {
     value.set_bytes(value.room.text, static_cast<size_t>(length));
 }
 
-void set_counter32(const Port &port, port_counter counter, Value &value) {
-    value.set_count(ASN_COUNTER, static_cast<uint32_t>(port_counter_value(port, counter)));
+// A column that counts.
+struct Counting {
+    unsigned column;
+    port_counter counter;
+};
+
+// No frame of the simulated traffic has more than one receiver, or a protocol that is unknown.
+constexpr port_counter NOTHING = PORT_COUNTER_COUNT;
+
+constexpr Counting IF_COUNTERS[] = {
+    {IF_IN_OCTETS, PORT_COUNTER_IN_OCTETS},
+    {IF_IN_UCAST_PKTS, PORT_COUNTER_IN_FRAMES},
+    {IF_IN_DISCARDS, PORT_COUNTER_IN_DISCARDS},
+    {IF_IN_ERRORS, PORT_COUNTER_IN_ERRORS},
+    {IF_IN_UNKNOWN_PROTOS, NOTHING},
+    {IF_OUT_OCTETS, PORT_COUNTER_OUT_OCTETS},
+    {IF_OUT_UCAST_PKTS, PORT_COUNTER_OUT_FRAMES},
+    {IF_OUT_DISCARDS, PORT_COUNTER_OUT_DISCARDS},
+    {IF_OUT_ERRORS, PORT_COUNTER_OUT_ERRORS},
+};
+
+constexpr Counting IF_X_COUNTERS[] = {
+    {IF_IN_MULTICAST_PKTS, NOTHING},
+    {IF_IN_BROADCAST_PKTS, NOTHING},
+    {IF_OUT_MULTICAST_PKTS, NOTHING},
+    {IF_OUT_BROADCAST_PKTS, NOTHING},
+};
+
+constexpr Counting IF_HC_COUNTERS[] = {
+    {IF_HC_IN_OCTETS, PORT_COUNTER_IN_OCTETS},   {IF_HC_IN_UCAST_PKTS, PORT_COUNTER_IN_FRAMES},
+    {IF_HC_IN_MULTICAST_PKTS, NOTHING},          {IF_HC_IN_BROADCAST_PKTS, NOTHING},
+    {IF_HC_OUT_OCTETS, PORT_COUNTER_OUT_OCTETS}, {IF_HC_OUT_UCAST_PKTS, PORT_COUNTER_OUT_FRAMES},
+    {IF_HC_OUT_MULTICAST_PKTS, NOTHING},         {IF_HC_OUT_BROADCAST_PKTS, NOTHING},
+};
+
+// Finds a column among those that count; null when it is none of them.
+template <size_t Count> const Counting *find_counting(const Counting (&columns)[Count], unsigned column) {
+    for (const Counting &counting : columns) {
+        if (counting.column == column) {
+            return &counting;
+        }
+    }
+    return nullptr;
 }
 
-void set_counter64(const Port &port, port_counter counter, Value &value) {
-    value.set_counter64(port_counter_value(port, counter));
+uint64_t count_of(const Port &port, const Counting &counting) {
+    return counting.counter == NOTHING ? 0 : port_counter_value(port, counting.counter);
 }
 
 uint32_t if_speed(const Port &port) {
@@ -35,6 +77,10 @@ uint32_t if_speed(const Port &port) {
 } // namespace
 
 bool if_table_value(const Port &port, unsigned column, Value &value) {
+    if (const Counting *counting = find_counting(IF_COUNTERS, column)) {
+        value.set_count(ASN_COUNTER, static_cast<uint32_t>(count_of(port, *counting)));
+        return true;
+    }
     switch (column) {
     case IF_INDEX:
         value.set_integer(static_cast<int32_t>(port.if_index));
@@ -63,67 +109,23 @@ bool if_table_value(const Port &port, unsigned column, Value &value) {
     case IF_LAST_CHANGE:
         value.set_count(ASN_TIMETICKS, time_stamp(port.last_change));
         return true;
-    case IF_IN_OCTETS:
-        set_counter32(port, PORT_COUNTER_IN_OCTETS, value);
-        return true;
-    case IF_IN_UCAST_PKTS:
-        set_counter32(port, PORT_COUNTER_IN_FRAMES, value);
-        return true;
-    case IF_IN_DISCARDS:
-        set_counter32(port, PORT_COUNTER_IN_DISCARDS, value);
-        return true;
-    case IF_IN_ERRORS:
-        set_counter32(port, PORT_COUNTER_IN_ERRORS, value);
-        return true;
-    case IF_IN_UNKNOWN_PROTOS:
-        value.set_count(ASN_COUNTER, 0);
-        return true;
-    case IF_OUT_OCTETS:
-        set_counter32(port, PORT_COUNTER_OUT_OCTETS, value);
-        return true;
-    case IF_OUT_UCAST_PKTS:
-        set_counter32(port, PORT_COUNTER_OUT_FRAMES, value);
-        return true;
-    case IF_OUT_DISCARDS:
-        set_counter32(port, PORT_COUNTER_OUT_DISCARDS, value);
-        return true;
-    case IF_OUT_ERRORS:
-        set_counter32(port, PORT_COUNTER_OUT_ERRORS, value);
-        return true;
     default:
         return false;
     }
 }
 
 bool if_x_table_value(const Port &port, unsigned column, Value &value) {
+    if (const Counting *counting = find_counting(IF_X_COUNTERS, column)) {
+        value.set_count(ASN_COUNTER, static_cast<uint32_t>(count_of(port, *counting)));
+        return true;
+    }
+    if (const Counting *counting = find_counting(IF_HC_COUNTERS, column)) {
+        value.set_counter64(count_of(port, *counting));
+        return true;
+    }
     switch (column) {
     case IF_NAME:
         set_name(port, value);
-        return true;
-    // All frames of the simulated traffic go to one receiver.
-    case IF_IN_MULTICAST_PKTS:
-    case IF_IN_BROADCAST_PKTS:
-    case IF_OUT_MULTICAST_PKTS:
-    case IF_OUT_BROADCAST_PKTS:
-        value.set_count(ASN_COUNTER, 0);
-        return true;
-    case IF_HC_IN_MULTICAST_PKTS:
-    case IF_HC_IN_BROADCAST_PKTS:
-    case IF_HC_OUT_MULTICAST_PKTS:
-    case IF_HC_OUT_BROADCAST_PKTS:
-        value.set_counter64(0);
-        return true;
-    case IF_HC_IN_OCTETS:
-        set_counter64(port, PORT_COUNTER_IN_OCTETS, value);
-        return true;
-    case IF_HC_IN_UCAST_PKTS:
-        set_counter64(port, PORT_COUNTER_IN_FRAMES, value);
-        return true;
-    case IF_HC_OUT_OCTETS:
-        set_counter64(port, PORT_COUNTER_OUT_OCTETS, value);
-        return true;
-    case IF_HC_OUT_UCAST_PKTS:
-        set_counter64(port, PORT_COUNTER_OUT_FRAMES, value);
         return true;
     case IF_LINK_UP_DOWN_TRAP_ENABLE:
         value.set_integer(static_cast<long>(port.traps));
