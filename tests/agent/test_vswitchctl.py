@@ -271,10 +271,10 @@ def test_watch_prints_each_event_in_words(tool):
     tool("system", "location", "rack 7")
     assert watching.wait(15) == 0
     text = watching.text()
-    for words in ("VSAN 50 created", f"port {FC3} moved from VSAN 1 to VSAN 50", "VSAN 50 went up",
-                  f"port {FC3} went up", "VSAN 50 is called fifty", "ratov of VSAN 50 is 20000, was the switch's",
-                  "VSAN 50 suspended", "VSAN 50 deleted", f"port {FC3} disabled, went down",
-                  f"port {FC3} enabled, went up", f"port {FC3} alias changed", "network-latency is 3000, was 2000",
+    for words in ("VSAN 50 created", "port fc3 moved from VSAN 1 to VSAN 50", "VSAN 50 went up",
+                  "port fc3 went up", "VSAN 50 is called fifty", "ratov of VSAN 50 is 20000, was the switch's",
+                  "VSAN 50 suspended", "VSAN 50 deleted", "port fc3 disabled, went down",
+                  "port fc3 enabled, went up", "port fc3 alias changed", "network-latency is 3000, was 2000",
                   "the switch's location is rack 7"):
         assert words in text, text
 
@@ -292,7 +292,7 @@ def test_watch_prints_one_json_object_a_line(tool):
     assert watching.wait(15) == 0
     events = [json.loads(line) for line in watching.lines if line.startswith("{")]
     assert [event["event"] for event in events] == ["vsan", "vsan", "port"]
-    assert (events[2]["ifIndex"], events[2]["formerVsan"], events[2]["vsan"]) == (FC3, 1, 20)
+    assert [events[2][key] for key in ("ifIndex", "name", "formerVsan", "vsan")] == [FC3, "fc3", 1, 20]
 
 
 def test_watch_prints_ports_and_settings_as_json(tool):
@@ -309,10 +309,10 @@ def test_watch_prints_ports_and_settings_as_json(tool):
         event.pop("time")
         event.pop("moment", None)
     assert events == [
-        {"event": "interface", "class": 301, "ifIndex": FC3, "changes": ["admin"], "formerAdmin": "up", "admin": "down",
-         "formerOper": "down", "oper": "down", "traps": True},
-        {"event": "interface", "class": 301, "ifIndex": FC3 + 0x1000, "changes": ["oper"], "formerAdmin": "up",
-         "admin": "up", "formerOper": "down", "oper": "up", "traps": True},
+        {"event": "interface", "class": 301, "ifIndex": FC3, "name": "fc3", "changes": ["admin"], "formerAdmin": "up",
+         "admin": "down", "formerOper": "down", "oper": "down", "traps": True},
+        {"event": "interface", "class": 301, "ifIndex": FC3 + 0x1000, "name": "fc4", "changes": ["oper"],
+         "formerAdmin": "up", "admin": "up", "formerOper": "down", "oper": "up", "traps": True},
         {"event": "setting", "class": 302, "setting": "vsan-name", "vsan": 20, "text": "other"},
         {"event": "setting", "class": 302, "setting": "ratov", "vsan": 20, "value": 20000, "former": 0}]
 

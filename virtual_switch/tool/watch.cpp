@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fmt/format.h>
+#include <map>
 #include <memory>
 #include <poll.h>
 
@@ -18,6 +19,18 @@
 namespace vswitchctl {
 
 namespace {
+
+// What the ports are called, by ifIndex. The switch keeps the ports that it was made with.
+using PortNames = std::map<uint32_t, std::string>;
+
+PortNames port_names() {
+    PortNames names;
+    const Json reply = list("port.list", "ports", "ifIndex");
+    for (const Json &port : reply.at("ports")) {
+        names.emplace(port.at("ifIndex").get<uint32_t>(), port.at("name").get<std::string>());
+    }
+    return names;
+}
 
 Json unknown_event(uint32_t event_class) {
     return {{"event", "unknown"}, {"class", event_class}};
@@ -138,6 +151,10 @@ std::string vsan_words(const Json &event) {
     return fmt::format("{} {}", vsan, changes.empty() ? fmt::format("changed, {} and {}", state, oper) : changes);
 }
 
+std::string port_words(const Json &event) {
+    return event.contains("name") ? printable(event["name"]) : fmt::format("{}", event["ifIndex"].get<uint32_t>());
+}
+
 std::string interface_words(const Json &event) {
     std::string line;
     for (const Json &change : event["changes"]) {
@@ -150,7 +167,7 @@ std::string interface_words(const Json &event) {
             line += fmt::format("{} changed", change.get<std::string>());
         }
     }
-    return fmt::format("port {} {}", event["ifIndex"].get<uint32_t>(), line.empty() ? "changed" : line);
+    return fmt::format("port {} {}", port_words(event), line.empty() ? "changed" : line);
 }
 
 std::string setting_words(const Json &event) {
@@ -176,7 +193,7 @@ std::string words(const Json &event) {
         return vsan_words(event);
     }
     if (event["event"] == "port") {
-        return fmt::format("port {} moved from VSAN {} to VSAN {}", event["ifIndex"].get<uint32_t>(),
+        return fmt::format("port {} moved from VSAN {} to VSAN {}", port_words(event),
                            event["formerVsan"].get<uint32_t>(), event["vsan"].get<uint32_t>());
     }
     if (event["event"] == "interface") {
@@ -210,8 +227,13 @@ Json decode(uint32_t event_class, const void *payload, uint32_t size) {
     }
 }
 
-void print_event(const mts_message *message, bool json) {
+void print_event(const mts_message *message, const PortNames &names, bool json) {
     Json event = decode(mts_message_class(message), mts_payload_get(message), mts_payload_size(message));
+    if (event.contains("ifIndex")) {
+        if (const auto name = names.find(event["ifIndex"].get<uint32_t>()); name != names.end()) {
+            event["name"] = name->second;
+        }
+    }
     if (json) {
         event["time"] = time_now();
         fmt::print("{}\n", event.dump(-1, ' ', false, Json::error_handler_t::replace));
@@ -232,6 +254,7 @@ void watch(bool json, std::optional<uint32_t> count) {
     if (descriptor < 0) {
         throw Refusal(connection_problem(errno));
     }
+    const PortNames names = port_names();
     bool confirmed = false;
     for (uint32_t seen = 0; !confirmed || !count || seen < *count;) {
         pollfd state{descriptor, POLLIN, 0};
@@ -251,7 +274,7 @@ void watch(bool json, std::optional<uint32_t> count) {
         if (result == 0) {
             continue;
         }
-        print_event(message, json);
+        print_event(message, names, json);
         ++seen;
     }
     mts_events_close();
