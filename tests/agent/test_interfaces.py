@@ -9,16 +9,15 @@ import time
 import pytest
 
 from harness import wire
-from harness.agent import BY_EXTENSION, Agent
-from harness.clients import NetSnmp, SnmpError
+from harness.agent import BY_EXTENSION
+from harness.clients import NetSnmp
 from harness.fake_manager import Close, Silence
 from harness.interfaces import (AS_A_SWITCH, COLUMN, DOWN, IF_COLUMNS, IF_MIB, IF_NUMBER, IF_TABLE,
                                 IF_TABLE_LAST_CHANGE, IF_X_COLUMNS, IF_X_TABLE, INTERFACES, PORT, PORT_CHANGED,
-                                SYS_NAME, SYS_UP_TIME, UP, Ports, if_cell, now, port_record)
+                                SYS_NAME, SYS_UP_TIME, UP, Ports, SwitchScene, if_cell, now, port_record, refusal)
 from harness.notifications import Receiver, wait_until_subscribed
 from harness.oids import cell, dotted
 from harness.operator_tool import OperatorTool
-from harness.switch import VirtualSwitch
 
 FC1, FC2, FC3, FC4 = PORT_NUMBERS = (0x01000000, 0x01001000, 0x01002000, 0x01003000)
 INITIAL = {"vsans": [{"id": 10}], "ports": [{"ifIndex": index, "vsan": 10, "link": "down" if index == FC3 else "up"}
@@ -28,19 +27,13 @@ ROLES = {"some": (["limited", "alice"], ["10"], [str(FC2), str(FC4)])}
 LINK_DOWN, LINK_UP = (1, 3, 6, 1, 6, 3, 1, 1, 5, 3), (1, 3, 6, 1, 6, 3, 1, 1, 5, 4)
 
 
-class Scene:
-    """A switch, the agent of a switch, and clients."""
+class Scene(SwitchScene):
+    """With a client whose role limits it."""
 
     def __init__(self, started, lines=()):
-        self.switch = started.add(VirtualSwitch(started.folders.make(), initial=INITIAL, roles=ROLES)).start()
-        self.agent = started.add(Agent(started.folders.make(), self.switch.run_dir, lines=lines, **AS_A_SWITCH)).start()
-        self.reader = NetSnmp(self.agent)
-        self.writer = NetSnmp(self.agent, user="private")
+        super().__init__(started, lines, initial=INITIAL, roles=ROLES)
         self.limited = NetSnmp(self.agent, user="limited")
         self.tool = OperatorTool(self.switch)
-
-    def value(self, column, if_index):
-        return self.reader.get(if_cell(column, if_index))[0].value
 
 
 @pytest.fixture
@@ -58,12 +51,6 @@ def shared_scene(started_for_file):
 def puppet(manager, start_agent):
     """The agent of a switch whose manager is the scripted one."""
     return start_agent(manager, **AS_A_SWITCH)
-
-
-def refusal(client, *assignments):
-    with pytest.raises(SnmpError) as refused:
-        client.set(*assignments)
-    return refused.value.status, refused.value.failed
 
 
 # Reads

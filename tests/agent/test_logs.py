@@ -18,6 +18,7 @@ from harness.clients import NetSnmp
 from harness.oids import SYS_DESCR, scalar
 from harness.packets import GETNEXT, PacketClient
 from harness.run_script import Running, once, only_for_its_own_build
+from harness.small_disk import SmallDisk
 
 LARGEST = 4 << 20
 SMALL = 64 << 10
@@ -86,22 +87,8 @@ def test_what_cannot_be_written_keeps_nobody_waiting(folder):
     log.end()
 
 
-class Disk:
-    """A file system of 96 MiB, there until the end of the test."""
-
-    def __init__(self, folder):
-        self._folder = folder
-        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=96m", "tmpfs", folder],
-                               capture_output=True, text=True)
-        if mount.returncode != 0:
-            pytest.skip(f"only root can make a file system: {mount.stderr.strip()}")
-
-    def finish(self):
-        subprocess.run(["umount", self._folder], check=True)
-
-
 def test_on_a_disk_almost_full_the_room_is_left_to_the_database(folder, started):
-    started.add(Disk(folder))
+    started.add(SmallDisk(folder, 96 * 1024))
     ballast = folder / "ballast"
     ballast.write_bytes(bytes(48 << 20))  # 48 MiB are left, and 64 are the database's
     log = Log(folder / "log")

@@ -9,54 +9,34 @@ import time
 import pytest
 
 from harness import wire
-from harness.agent import Agent
 from harness.build import ENTERPRISE, REPOSITORY
-from harness.clients import NetSnmp, SnmpError
+from harness.clients import NetSnmp
 from harness.interfaces import (AS_A_SWITCH, IF_MIB, INTERFACES, PORT, SYS_CONTACT, SYS_DESCR, SYS_LOCATION, SYS_NAME,
-                                SYS_OBJECT_ID, SYS_SERVICES, SYS_UP_TIME, SYSTEM, SYSTEM_TEXTS, Ports, port_record)
+                                SYS_OBJECT_ID, SYS_SERVICES, SYS_UP_TIME, SYSTEM, SYSTEM_TEXTS, Ports,
+                                SwitchScene, port_record, refusal)
 from harness.oids import ROOT, dotted
 from harness.operator_tool import OperatorTool
-from harness.switch import VirtualSwitch
 
 TEXTS = (SYS_CONTACT, SYS_NAME, SYS_LOCATION)
 # A user with a role, whatever it names.
 ROLES = {"some": (["limited"], ["1-4095"], ["1-4294967295"])}
 
 
-class Scene:
-    """A switch, the agent of a switch, and clients."""
-
-    def __init__(self, started):
-        self.switch = started.add(VirtualSwitch(started.folders.make(), roles=ROLES)).start()
-        self.agent = started.add(Agent(started.folders.make(), self.switch.run_dir, **AS_A_SWITCH)).start()
-        self.reader = NetSnmp(self.agent)
-        self.writer = NetSnmp(self.agent, user="private")
-
-    def values(self, *names):
-        return [binding.value for binding in self.reader.get(*names)]
-
-
 @pytest.fixture
 def scene(started):
-    return Scene(started)
+    return SwitchScene(started, roles=ROLES)
 
 
 @pytest.fixture(scope="module")
 def shared_scene(started_for_file):
     """For tests that leave everything as it was."""
-    return Scene(started_for_file)
+    return SwitchScene(started_for_file, roles=ROLES)
 
 
 @pytest.fixture
 def puppet(manager, start_agent):
     """The agent of a switch whose manager is the scripted one."""
     return start_agent(manager, **AS_A_SWITCH)
-
-
-def refusal(client, *assignments):
-    with pytest.raises(SnmpError) as refused:
-        client.set(*assignments)
-    return refused.value.status, refused.value.failed
 
 
 def text(value):

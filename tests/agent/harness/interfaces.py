@@ -5,8 +5,12 @@ that says what a test wants."""
 import struct
 import time
 
+import pytest
+
 from . import wire
-from .agent import BY_EXTENSION, THE_SWITCH, started_modules
+from .agent import BY_EXTENSION, THE_SWITCH, Agent, started_modules
+from .clients import NetSnmp, SnmpError
+from .switch import VirtualSwitch
 
 SYSTEM = (1, 3, 6, 1, 2, 1, 1)
 SYS_DESCR, SYS_OBJECT_ID, SYS_UP_TIME, SYS_CONTACT, SYS_NAME, SYS_LOCATION, SYS_SERVICES = (
@@ -62,6 +66,29 @@ def port_record(if_index, *, number=1, admin=UP, oper=UP, speed=8000, traps=1, l
     return (struct.pack(">6I", if_index, number, admin, oper, speed, traps) + struct.pack(">2I", *last_change)
             + struct.pack(">2I", *discontinuity) + wwn + struct.pack(">I64s", len(alias), alias)
             + struct.pack(">2I", *since) + b"".join(struct.pack(">2Q", *pair) for pair in pairs) + bytes(8))
+
+
+class SwitchScene:
+    """A switch, the agent of a switch, and clients. `switch` goes to the VirtualSwitch."""
+
+    def __init__(self, started, lines=(), **switch):
+        self.switch = started.add(VirtualSwitch(started.folders.make(), **switch)).start()
+        self.agent = started.add(Agent(started.folders.make(), self.switch.run_dir, lines=lines, **AS_A_SWITCH)).start()
+        self.reader = NetSnmp(self.agent)
+        self.writer = NetSnmp(self.agent, user="private")
+
+    def value(self, column, if_index):
+        return self.reader.get(if_cell(column, if_index))[0].value
+
+    def values(self, *names):
+        return [binding.value for binding in self.reader.get(*names)]
+
+
+def refusal(client, *assignments):
+    """The error of a SET, and which of the assignments it names."""
+    with pytest.raises(SnmpError) as refused:
+        client.set(*assignments)
+    return refused.value.status, refused.value.failed
 
 
 class Ports:
