@@ -19,6 +19,8 @@
  *            to, over all connections
  *   Requests to MTS_SERVICE_SWITCH itself are not counted.
  *
+ * MTS_SERVICE_SWITCH, MTS_OP_CLIENT_FAULTS: see client_faults.h.
+ *
  * MTS_SERVICE_ROLES, MTS_OP_ROLE_OF_USER, GET: what a user may touch.
  *   payload  the user name, without a NUL, 0 to MTS_WIRE_MAX_USER bytes
  *   reply    the role reply of records.h

@@ -26,7 +26,7 @@ bool is_unchanged(const ServedSwitch &target, const SwitchData &data) {
     const SwitchModel &model = target.model;
     if (model.settings() != data.settings || model.vsan_count() != data.vsans.size() ||
         model.port_count() != data.ports.size() || model.session() || !target.events.staged().empty() ||
-        !target.faults.list().empty() || !target.roles.list().empty()) {
+        !target.faults.list().empty() || !target.client_faults.list().empty() || !target.roles.list().empty()) {
         return false;
     }
     for (const auto &[id, vsan] : data.vsans) {

@@ -13,6 +13,7 @@ add_executable(
   vswitch_changes_test.cpp
   vswitch_changes_timers_test.cpp
   vswitch_changes_vsan_test.cpp
+  vswitch_client_faults_test.cpp
   vswitch_commands_test.cpp
   vswitch_configuration_test.cpp
   vswitch_daemon_test.cpp

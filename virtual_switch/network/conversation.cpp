@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "contract/client_faults.h"
 #include "contract/frames.h"
 #include "services/services.h"
 
@@ -134,7 +135,11 @@ bool Conversation::subscribe(Bytes body) {
     }
     switch_.counters.subscriptions += classes.size();
     switch_.counters.subscriptions -= subscriber_.classes().size();
+    const bool goes_by_client_faults = classes.contains(EVENT_CLIENT_FAULTS);
     subscriber_.subscribe(std::move(classes));
+    if (goes_by_client_faults) {
+        switch_.events.publish({EVENT_CLIENT_FAULTS, {}});
+    }
     return true;
 }
 

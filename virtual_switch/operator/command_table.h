@@ -111,6 +111,7 @@ std::span<const Command> configuration_commands(); // VSANs, ports, roles, the s
 std::span<const Command> timer_commands();         // timers, latencies, distribution
 std::span<const Command> status_commands();        // the whole switch, events
 std::span<const Command> fault_commands();
+std::span<const Command> client_fault_commands(); // what is special to faults of the agent's clients
 std::span<const Command> agent_file_commands(); // the agent's trace filters
 
 } // namespace vswitch

@@ -15,8 +15,8 @@ using Json = JsonReader::Json;
 constexpr size_t max_answer = MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED;
 
 const Command *find_command(std::string_view name) {
-    for (const auto table :
-         {configuration_commands(), timer_commands(), status_commands(), fault_commands(), agent_file_commands()}) {
+    for (const auto table : {configuration_commands(), timer_commands(), status_commands(), fault_commands(),
+                             client_fault_commands(), agent_file_commands()}) {
         for (const Command &command : table) {
             if (name == command.name) {
                 return &command;
@@ -98,10 +98,24 @@ uint32_t answer_command(ServedSwitch &the_switch, const Request &request, Buffer
     return status;
 }
 
+uint32_t hand_client_faults_over(ServedSwitch &the_switch, const Request &request, Buffer &data) {
+    return the_switch.client_faults.hand_over(request.payload, data);
+}
+
+uint32_t take_client_fault_counts(ServedSwitch &the_switch, const Request &request, Buffer &) {
+    return the_switch.client_faults.take_counts(request.payload);
+}
+
+constexpr uint32_t most_counts = CLIENT_FAULT_COUNTS_FIXED + CLIENT_FAULTS_MAX * CLIENT_FAULT_COUNT_SIZE;
+
 constexpr Operation operations[] = {
     {MTS_OP_SWITCH_COUNTERS, MTS_KIND_GET, false, 0, 0, answer_counters},
     {MTS_OP_SWITCH_COMMAND, MTS_KIND_GET, true, 0, MTS_WIRE_MAX_PAYLOAD, nullptr, answer_command},
     {MTS_OP_SWITCH_COMMAND, MTS_KIND_SET, true, 0, MTS_WIRE_MAX_PAYLOAD, nullptr, answer_command},
+    {MTS_OP_CLIENT_FAULTS, MTS_KIND_GET, true, CLIENT_FAULT_AGENT_SIZE, CLIENT_FAULT_AGENT_SIZE, nullptr,
+     hand_client_faults_over},
+    {MTS_OP_CLIENT_FAULTS, MTS_KIND_SET, true, CLIENT_FAULT_COUNTS_FIXED, most_counts, nullptr,
+     take_client_fault_counts},
 };
 
 } // namespace

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Commands that make the switch do something wrong.
+#include <algorithm>
+
 #include "contract/frames.h"
+#include "operator/client_faults.h"
 #include "operator/command_table.h"
 
 namespace vswitch {
@@ -35,7 +38,8 @@ const char *name_of(FaultAction action) {
 }
 
 Json fault_json(const Fault &fault) {
-    Json json = {{"number", fault.number}, {"action", name_of(fault.action)}, {"applied", fault.applied}};
+    Json json = {
+        {"number", fault.number}, {"side", "manager"}, {"action", name_of(fault.action)}, {"applied", fault.applied}};
     for (const auto &[key, member] : match_keys) {
         if (fault.match.*member) {
             json[key] = *(fault.match.*member);
@@ -55,10 +59,24 @@ Json fault_json(const Fault &fault) {
 
 void list_faults(Call &call) {
     const uint32_t after = call.arguments.number("after", any_number).value_or(0);
+    const ServedSwitch &the_switch = call.the_switch;
+    std::vector<Json> rows;
+    for (const Fault &fault : the_switch.faults.list()) {
+        rows.push_back(fault_json(fault));
+    }
+    for (const ClientFault &fault : the_switch.client_faults.list()) {
+        rows.push_back(client_fault_json(fault));
+    }
+    const auto number_of = [](const Json &row) { return row["number"].get<uint32_t>(); };
+    std::sort(rows.begin(), rows.end(),
+              [&](const Json &left, const Json &right) { return number_of(left) < number_of(right); });
     Page page(call, "faults");
-    call.reply["applied"] = call.the_switch.faults.applied();
-    for (const Fault &fault : call.the_switch.faults.list()) {
-        if (fault.number > after && !page.add(fault_json(fault))) {
+    call.reply["applied"] = the_switch.faults.applied() + the_switch.client_faults.applied();
+    if (!the_switch.client_faults.list().empty()) {
+        call.reply["fetched"] = client_faults_are_fetched(the_switch);
+    }
+    for (Json &row : rows) {
+        if (number_of(row) > after && !page.add(std::move(row))) {
             break;
         }
     }
@@ -104,10 +122,19 @@ void add_fault(Call &call) {
 
 void clear_faults(Call &call) {
     const auto number = call.arguments.number("number", {1, UINT32_MAX});
-    if (number && !call.the_switch.faults.clear(*number)) {
+    Faults &faults = call.the_switch.faults;
+    ClientFaults &client_faults = call.the_switch.client_faults;
+    const size_t of_clients = client_faults.list().size();
+    if (!number) {
+        call.reply["cleared"] = faults.clear() + client_faults.clear();
+    } else if (faults.clear(*number) || client_faults.clear(*number)) {
+        call.reply["cleared"] = 1;
+    } else {
         throw Refusal(STATUS_BAD_RECORD, fmt::format("There is no fault {}.", *number));
     }
-    call.reply["cleared"] = number ? 1 : call.the_switch.faults.clear();
+    if (client_faults.list().size() != of_clients) {
+        publish_client_faults(call.the_switch);
+    }
 }
 
 const Command commands[] = {

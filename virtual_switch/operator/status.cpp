@@ -69,7 +69,9 @@ void show_switch(Call &call) {
                     {"missed", the_switch.events.totals().missed},
                     {"dropped", the_switch.events.totals().dropped}}},
                   {"subscribers", subscribers_json(the_switch.events)},
-                  {"faults", {{"active", the_switch.faults.list().size()}, {"applied", the_switch.faults.applied()}}}};
+                  {"faults",
+                   {{"active", the_switch.faults.list().size() + the_switch.client_faults.list().size()},
+                    {"applied", the_switch.faults.applied() + the_switch.client_faults.applied()}}}};
     if (model.session()) {
         call.reply["tdx"]["heldBy"] = model.session()->user;
     }

@@ -53,6 +53,9 @@ class Faults {
     // max_faults already.
     uint32_t add(Fault fault);
 
+    // The number of a fault that is kept elsewhere: none of this list's, and none twice.
+    uint32_t take_number() { return ++last_number_; }
+
     // Removes one fault; false when there is none of that number.
     bool clear(uint32_t number);
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "changes/switch.h"
+#include "services/client_faults.h"
 #include "services/faults.h"
 
 namespace vswitch {
@@ -33,6 +34,7 @@ struct ServedSwitch : Switch {
 
     Counters counters;
     Faults faults;
+    ClientFaults client_faults;
     std::string run_directory; // where the agent leaves its files; empty: nowhere
 };
 

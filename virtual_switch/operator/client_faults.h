@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+// Faults of the agent's clients as JSON. Stays in the room, like the JSON library.
+#ifndef VSWITCH_OPERATOR_CLIENT_FAULTS_H
+#define VSWITCH_OPERATOR_CLIENT_FAULTS_H
+
+#include "model/json_reader.h"
+#include "services/client_faults.h"
+#include "services/served_switch.h"
+
+namespace vswitch {
+
+// A row of fault.list, and the reply of fault.add-client.
+JsonReader::Json client_fault_json(const ClientFault &fault);
+
+// Tells the agents that the list is another one.
+void publish_client_faults(ServedSwitch &the_switch);
+
+// Whether an agent goes by the list as it is now.
+bool client_faults_are_fetched(const ServedSwitch &the_switch);
+
+} // namespace vswitch
+
+#endif
