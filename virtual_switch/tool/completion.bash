@@ -33,8 +33,14 @@ _vswitchctl_words() {
     "debug set") echo "failures trace history debug on off" ;;
     "fault ") echo "list add clear storm" ;;
     "fault add")
-        echo "status delay no-data short drop close exit" \
+        echo "client status delay no-data short drop close exit" \
             "--with-data --service --opcode --kind --vsan --port --times"
+        ;;
+    "fault add-client")
+        echo "lose-request lose-answer delay-answer repeat-answer reorder-answers cut-answer wrong-request-id error" \
+            "too-big not-in-time-window unknown-engine reboot-engine lose-notification repeat-notification" \
+            "delay-notification reorder-notifications" \
+            "--deviation --index --oid --pdu --user --from --to --times --after --percent --seed"
         ;;
     "fault storm") echo "--class --vsan" ;;
     "watch "*) echo "--count" ;;
@@ -48,6 +54,7 @@ _vswitchctl_values() {
     --load-balancing) echo "srcIdDestId srcIdDestIdOxId" ;;
     --inorder-delivery) echo "on off" ;;
     --interop) echo "none 1 2 3 4" ;;
+    --pdu) echo "get get-next get-bulk set trap inform" ;;
     --service) echo "vsan port roles distribution" ;;
     --kind) echo "get get-next set delete distributed-get" ;;
     --opcode)
@@ -80,6 +87,8 @@ _vswitchctl() {
                 command=${COMP_WORDS[at]}
             elif [[ -z $subcommand ]]; then
                 subcommand=${COMP_WORDS[at]}
+            elif [[ "$command $subcommand ${COMP_WORDS[at]}" == "fault add client" ]]; then
+                subcommand=add-client
             fi
             ;;
         esac

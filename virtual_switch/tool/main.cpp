@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // vswitchctl, the operator's tool: its command line.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 
 #include "contract/run_directory.h"
 #include "tool/history.h"
+#include "tool/object_names.h"
 #include "tool/print.h"
 #include "tool/words.h"
 
@@ -462,6 +464,81 @@ void add_agent(CLI::App &app) {
     set.changes("debug.set", vswitchctl::print_filters);
 }
 
+void print_fault(const Json &reply) {
+    vswitchctl::print_faults({{"faults", {reply}}});
+}
+
+const vswitchctl::ClientFaultWord &client_fault(const std::string &word) {
+    return *std::find_if(std::begin(vswitchctl::client_fault_words), std::end(vswitchctl::client_fault_words),
+                         [&](const vswitchctl::ClientFaultWord &row) { return row.word == word; });
+}
+
+// `of_managers` are the arguments of the command above: options that are no client fault's end there.
+void add_client_fault(Command &above, const std::shared_ptr<Json> &of_managers) {
+    Command command(above.app(), "client", "Sets a fault that the agent's clients meet, for the messages that agree",
+                    "  vswitchctl fault add client lose-answer --oid vsanName --user alice --times 3\n"
+                    "  vswitchctl fault add client delay-answer 1500 --deviation 500 --pdu get-bulk\n"
+                    "  vswitchctl fault add client error genErr --index 2 --pdu set --percent 20 --seed 7\n"
+                    "  vswitchctl fault add client too-big 1000 --from 192.0.2.0/24\n"
+                    "  vswitchctl fault add client reboot-engine\n"
+                    "  vswitchctl fault add client lose-notification --oid linkDown --to 192.0.2.7");
+    std::vector<std::string> words;
+    for (const auto &[word, about, value] : vswitchctl::client_fault_words) {
+        words.emplace_back(word);
+    }
+    command
+        .text("action", "action",
+              "delay-answer and delay-notification MILLISECONDS, cut-answer and too-big BYTES, "
+              "error STATUS; the others take no value",
+              "ACTION")
+        ->required()
+        ->check(CLI::IsMember(words));
+    command.number("value", "value", "Of these", vswitchctl::error_words)->type_name("VALUE");
+    command.number("--deviation", "deviation", "Milliseconds by which a delay may differ, either way");
+    command.number("--index", "index", "Which variable an error names, counted from 1; by default 0, none");
+    const auto object = std::make_shared<std::string>();
+    command.app()
+        .add_option("--oid", *object, "Messages with a name that begins with this one: vsanName, vsanName.10, 1.3.6.1")
+        ->type_name("OID");
+    command.texts("--pdu", "pdus", "get, get-next, get-bulk, set; of notifications trap, inform", "TYPE,...");
+    command.text("--user", "user", "SNMP user, or for v1 and v2c community", "NAME");
+    const auto from = std::make_shared<std::string>();
+    const auto to = std::make_shared<std::string>();
+    command.app().add_option("--from", *from, "Requests from this address")->type_name("ADDRESS[/BITS]");
+    command.app().add_option("--to", *to, "Notifications to this address")->type_name("ADDRESS[/BITS]");
+    command.number("--times", "times", "Apply so many times, then no more");
+    command.number("--after", "after", "Let so many messages pass first");
+    command.number("--percent", "percent", "Apply to so many of a hundred, as chance will have it");
+    command.number("--seed", "seed", "Another seed, another chance; by default 1");
+    command.run([arguments = command.arguments(), of_managers, object, from, to] {
+        const std::string word = arguments->at("action");
+        const vswitchctl::ClientFaultWord &action = client_fault(word);
+        if (!of_managers->empty()) {
+            throw CLI::ValidationError(fmt::format("--{}", of_managers->items().begin().key()),
+                                       "is for faults of the managers");
+        }
+        if ((action.value != VALUE_NONE) != arguments->contains("value")) {
+            throw CLI::ValidationError(word, action.value != VALUE_NONE ? "needs a value" : "takes no value");
+        }
+        const bool is_notification = action.about == ABOUT_NOTIFICATIONS;
+        if (!(is_notification ? from : to)->empty()) {
+            throw CLI::ValidationError(word, is_notification ? "takes --to, not --from" : "takes --from, not --to");
+        }
+        const std::string &address = is_notification ? *to : *from;
+        if (!address.empty()) {
+            (*arguments)["address"] = address;
+        }
+        if (!object->empty()) {
+            const auto oid = vswitchctl::oid_of(*object);
+            if (!oid) {
+                wrong_value("--oid", *object, "an object of the switch such as vsanName, or numbers with dots between");
+            }
+            (*arguments)["oid"] = *oid;
+        }
+        show(vswitchctl::change("fault.add-client", *arguments), print_fault);
+    });
+}
+
 void add_fault_add(CLI::App &group) {
     Command add(group, "add", "Sets a fault for the requests that agree with all of its options",
                 "  vswitchctl fault add status store-failed --opcode vsan --kind set --times 1\n"
@@ -471,7 +548,6 @@ void add_fault_add(CLI::App &group) {
                 "  vswitchctl fault add exit --opcode vsan --kind set");
     add.text("action", "action",
              "status S, delay MILLISECONDS, no-data, short BYTES, drop, close or exit (of the whole switch)", "ACTION")
-        ->required()
         ->check(CLI::IsMember({"status", "delay", "no-data", "short", "drop", "close", "exit"}));
     add.number("value", "value", "Of status, delay and short", vswitchctl::status_words())->type_name("VALUE");
     add.flag("--with-data", "withData", "With status: carry the request out, and answer its data, too");
@@ -482,7 +558,11 @@ void add_fault_add(CLI::App &group) {
     const auto port_name = std::make_shared<std::string>();
     add.app().add_option("--port", *port_name, "Requests whose record names this port")->type_name("PORT");
     add.number("--times", "times", "Apply so many times, then no more");
+    add_client_fault(add, add.arguments());
     add.run([arguments = add.arguments(), port_name] {
+        if (!arguments->contains("action")) {
+            throw CLI::RequiredError("action");
+        }
         const std::string action = arguments->at("action");
         const bool takes_value = action == "status" || action == "delay" || action == "short";
         if (takes_value != arguments->contains("value")) {
@@ -492,16 +572,15 @@ void add_fault_add(CLI::App &group) {
             port("--port", *port_name);
             (*arguments)["ifIndex"] = vswitchctl::find_port(*port_name);
         }
-        show(vswitchctl::change("fault.add", *arguments), [](const Json &reply) {
-            vswitchctl::print_faults({{"faults", {reply}}});
-        });
+        show(vswitchctl::change("fault.add", *arguments), print_fault);
     });
 }
 
 void add_fault(CLI::App &app) {
-    CLI::App &group = add_group(app, "fault", "Makes the switch fail on purpose, to test who manages it",
-                                "  vswitchctl fault add status no-such-vsan --vsan 10 --times 1\n"
-                                "  vswitchctl fault add delay 3000 --opcode vsan\n  vswitchctl fault clear");
+    CLI::App &group =
+        add_group(app, "fault", "Makes the switch and its agent fail on purpose, to test who manages them",
+                  "  vswitchctl fault add status no-such-vsan --vsan 10 --times 1\n"
+                  "  vswitchctl fault add delay 3000 --opcode vsan\n  vswitchctl fault clear");
     Command list(group, "list", "The faults that are set, the default", "  vswitchctl fault list");
     list.lists("fault.list", "faults", "number", vswitchctl::print_faults);
     same_as(group, list);

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <map>
 
+#include "tool/object_names.h"
 #include "tool/print.h"
 #include "tool/table.h"
 #include "tool/words.h"
@@ -165,6 +166,58 @@ void print_filters(const Json &reply) {
     }
 }
 
+namespace {
+
+// What a fault does, in the words of the command that sets it.
+std::string fault_action(const Json &fault) {
+    const bool is_clients = fault.value("side", "") == "client";
+    std::string action = (is_clients ? "client " : "") + text(fault, "action");
+    if (fault.contains("status")) {
+        action += " " + text(fault, "status") + (fault.at("withData").get<bool>() ? " with data" : "");
+    }
+    if (fault.contains("index")) {
+        const auto status = fault.at("value").get<uint32_t>();
+        action += " " + (status < std::size(error_words) ? word_of(error_words, status) : std::to_string(status));
+        action += " at " + text(fault, "index");
+    } else if (fault.contains("value")) {
+        action += " " + text(fault, "value");
+    }
+    return action + (fault.contains("deviation") ? " +-" + text(fault, "deviation") : "");
+}
+
+// Which requests or notifications a fault is for.
+std::string fault_match(const Json &fault) {
+    std::string match;
+    const auto add = [&](const std::string &words) { match += (match.empty() ? "" : ", ") + words; };
+    for (const char *key : {"service", "opcode", "kind", "vsan", "ifIndex"}) {
+        if (fault.contains(key)) {
+            add(fmt::format("{} {}", key, text(fault, key)));
+        }
+    }
+    if (fault.contains("pdus")) {
+        for (const Json &pdu : fault["pdus"]) {
+            add(pdu.get<std::string>());
+        }
+    }
+    if (fault.contains("oid")) {
+        add(name_of(text(fault, "oid")));
+    }
+    for (const char *key : {"user", "address", "after"}) {
+        if (fault.contains(key)) {
+            add(fmt::format("{} {}", key, printable(text(fault, key))));
+        }
+    }
+    if (fault.contains("percent")) {
+        add(text(fault, "percent") + " %");
+    }
+    if (fault.contains("seed")) {
+        add("seed " + text(fault, "seed"));
+    }
+    return match.empty() ? "anything" : match;
+}
+
+} // namespace
+
 void print_faults(const Json &reply) {
     if (reply.at("faults").empty()) {
         fmt::print("No faults.\n");
@@ -172,23 +225,14 @@ void print_faults(const Json &reply) {
     }
     Table table({{"Fault", true}, {"Action"}, {"Left", true}, {"Applied", true}, {"For requests with"}});
     for (const Json &fault : reply.at("faults")) {
-        std::string action = text(fault, "action");
-        if (fault.contains("status")) {
-            action += " " + text(fault, "status") + (fault.at("withData").get<bool>() ? " with data" : "");
-        }
-        if (fault.contains("value")) {
-            action += " " + text(fault, "value");
-        }
-        std::string match;
-        for (const char *key : {"service", "opcode", "kind", "vsan", "ifIndex"}) {
-            if (fault.contains(key)) {
-                match += fmt::format("{}{} {}", match.empty() ? "" : ", ", key, text(fault, key));
-            }
-        }
-        table.add({text(fault, "number"), action, fault.contains("remaining") ? text(fault, "remaining") : "-",
-                   text(fault, "applied"), match.empty() ? "anything" : match});
+        table.add({text(fault, "number"), fault_action(fault),
+                   fault.contains("remaining") ? text(fault, "remaining") : "-", text(fault, "applied"),
+                   fault_match(fault)});
     }
     table.print();
+    if (!reply.value("fetched", true)) {
+        fmt::print("No agent has fetched this list: no client meets a fault of it.\n");
+    }
 }
 
 } // namespace vswitchctl

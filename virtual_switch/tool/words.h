@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "contract/attributes.h"
+#include "contract/client_faults.h"
 #include "contract/events.h"
 #include "contract/interfaces.h"
 #include "contract/run_directory.h"
@@ -55,6 +56,20 @@ struct Counter {
 #define COUNTER(name, word, tool_word) {tool_word, word},
 inline constexpr Counter counters[] = {PORT_COUNTERS(COUNTER)};
 #undef COUNTER
+
+#define TOOL_WORD(number, word) Word{word, number},
+inline constexpr Word error_words[] = {SNMP_ERROR_STATUSES(TOOL_WORD)};
+#undef TOOL_WORD
+
+// A fault of the agent's clients.
+struct ClientFaultWord {
+    std::string_view word;
+    client_fault_about about;
+    client_fault_value value;
+};
+#define CLIENT_FAULT_WORD(number, name, word, about, value) {word, about, value},
+inline constexpr ClientFaultWord client_fault_words[] = {CLIENT_FAULT_ACTIONS(CLIENT_FAULT_WORD)};
+#undef CLIENT_FAULT_WORD
 
 // A setting of the whole switch that is no timer: its word here, and that of the switch's commands.
 struct Setting {
