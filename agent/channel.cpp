@@ -9,12 +9,6 @@
 #include "netsnmpagent_oryx.h"
 
 namespace switch_agent {
-namespace {
-
-// Units of the message service; the VSANs' requests have the same.
-constexpr uint32_t WAIT_CLASS = 4;
-
-} // namespace
 
 uint32_t exchange(const Request &request, void *record, size_t size) {
     void *reply = nullptr;

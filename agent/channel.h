@@ -8,6 +8,9 @@
 
 namespace switch_agent {
 
+// How long a reply is waited for, in units of the message service; as long as for one about VSANs.
+constexpr uint32_t WAIT_CLASS = 4;
+
 // A request that a manager can be sent, in the layouts of contract/.
 struct Request {
     uint32_t service; // an mts_service

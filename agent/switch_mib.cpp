@@ -7,6 +7,7 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include "contract/events.h"
+#include "fault_list.h"
 #include "if_tables.h"
 #include "link_notifications.h"
 #include "netsnmpagent_oryx.h"
@@ -40,6 +41,7 @@ void init_switchmib(void) {
     if (register_for_notification(EVENT_PORT_CHANGED, notify_of_link) != 0) {
         snmp_log(LOG_ERR, "switchmib: no room for another class of events; links are not notified of\n");
     }
+    fault_list_start();
 }
 
 void deinit_switchmib(void) {
@@ -47,6 +49,7 @@ void deinit_switchmib(void) {
     if (!is_started) {
         return;
     }
+    fault_list_stop();
     unregister_for_notification(EVENT_PORT_CHANGED);
     remove_all();
     release_interfaces();
