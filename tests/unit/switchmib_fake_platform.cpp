@@ -81,6 +81,8 @@ mts_queue *mts_response_q = nullptr;
 uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void **reply, uint32_t *length, const char *,
                       uint32_t, uint32_t, mts_queue *, uint32_t) {
     ++fake_platform.requests;
+    const auto *bytes = static_cast<const uint8_t *>(payload);
+    fake_platform.asked.assign(bytes, bytes ? bytes + *length : bytes);
     if (fake_platform.reply) {
         return answer(*fake_platform.reply, reply, length);
     }
@@ -120,8 +122,9 @@ int intf_chk_vsan_role_allowed(uint32_t if_index, int, allowed_vsan_list) {
     return fake_platform.role && !fake_platform.role->contains(if_index);
 }
 
-int register_for_notification(uint32_t event_class, notification_callback) {
+int register_for_notification(uint32_t event_class, notification_callback callback) {
     fake_platform.classes.insert(event_class);
+    fake_platform.callbacks[event_class] = callback;
     return 0;
 }
 

@@ -14,6 +14,7 @@
 
 #include "contract/interfaces.h"
 #include "mts.h"
+#include "netsnmpagent_oryx.h"
 
 using PortRecord = std::array<uint8_t, PORT_RECORD_SIZE>;
 
@@ -26,6 +27,7 @@ struct FakePlatform {
     std::optional<std::vector<uint8_t>> reply;
     uint32_t status = 0;
     unsigned requests = 0;
+    std::vector<uint8_t> asked; // the payload of the latest request
 
     // Who asks: the number of the PDU in progress, and the interfaces of the requester's role.
     uint32_t pdu = 1;
@@ -33,6 +35,7 @@ struct FakePlatform {
 
     // The event classes that are subscribed to, and the lines of the agent's log.
     std::set<uint32_t> classes;
+    std::map<uint32_t, notification_callback> callbacks;
     std::string log;
 };
 

@@ -7,6 +7,7 @@ include(GoogleTest)
 get_target_property(switchmib_sources switchmib UNIT_TEST_SOURCES)
 get_target_property(switchmib_definitions switchmib UNIT_TEST_DEFINITIONS)
 add_executable(switchmib_test
+  switchmib_client_faults_test.cpp
   switchmib_columns_test.cpp
   switchmib_fake_platform.cpp
   switchmib_link_test.cpp
