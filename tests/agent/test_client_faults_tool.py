@@ -125,7 +125,8 @@ def oid_of(tool, text):
 def test_names_of_the_mib_stand_for_its_numbers(start_switch):
     tool = OperatorTool(start_switch(empty=True))
     source = (REPOSITORY / "virtual_switch/tool/object_names.cpp").read_text()
-    of_the_vsans, of_everybody = (re.findall(r'\{"(\w+)", "([.\d]*)"\}', part) for part in source.split("of_everybody[]")[:2])
+    of_the_vsans, of_everybody = (re.findall(r'\{"(\w+)", "([.\d]*)"\}', part)
+                                  for part in source.split("of_everybody[]")[:2])
     known = {name: dotted(ROOT)[1:] + place for name, place in of_the_vsans}
     assert set(ARCS) <= set(known)
     for name, arcs in ARCS.items():

@@ -14,6 +14,7 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <net-snmp/agent/snmp_agent.h>
 
 #include "client_fault.h"
 #include "contract/big_endian.h"
@@ -409,6 +410,90 @@ TEST_F(FaultListTest, UnloadingForgetsAllOfIt) {
     deinit_switchmib();
     EXPECT_EQ(met(), 0u);
     EXPECT_TRUE(fake_platform.classes.empty());
+}
+
+// The agent's own sessions: two that receive requests, and one that sends notifications.
+class InterceptionTest : public FaultListTest {
+  protected:
+    void SetUp() override {
+        FaultListTest::SetUp();
+        udp_ = listen_on("udp:127.0.0.1:0");
+        local_ = listen_on(("unix:" + socket_).c_str());
+        netsnmp_session wanted;
+        snmp_sess_init(&wanted);
+        wanted.version = SNMP_VERSION_2c;
+        wanted.peername = const_cast<char *>("udp:127.0.0.1:9");
+        sender_ = snmp_open(&wanted);
+        ASSERT_NE(sender_, nullptr);
+        udp_send_ = transport_of(udp_)->f_send;
+        sender_send_ = transport_of(sender_)->f_send;
+    }
+    void TearDown() override {
+        FaultListTest::TearDown();
+        EXPECT_TRUE(is_untouched());
+        for (netsnmp_session *session : {udp_, local_, sender_}) {
+            snmp_close(session);
+        }
+        unlink(socket_.c_str());
+    }
+
+    static netsnmp_session *listen_on(const char *place) {
+        netsnmp_transport *transport = netsnmp_transport_open_server("snmp", place);
+        EXPECT_NE(transport, nullptr);
+        netsnmp_session session;
+        snmp_sess_init(&session);
+        session.version = SNMP_DEFAULT_VERSION;
+        session.callback = handle_snmp_packet;
+        session.isAuthoritative = SNMP_SESS_AUTHORITATIVE;
+        return snmp_add(&session, transport, nullptr, nullptr);
+    }
+    static netsnmp_transport *transport_of(netsnmp_session *session) {
+        return snmp_sess_transport(snmp_sess_pointer(session));
+    }
+    bool sees_requests() const { return udp_->callback != handle_snmp_packet; }
+    bool sees_notifications() const { return transport_of(sender_)->f_send != sender_send_; }
+    bool is_untouched() const {
+        return !sees_requests() && !sees_notifications() && local_->callback == handle_snmp_packet &&
+               transport_of(udp_)->f_send == udp_send_;
+    }
+
+    const std::string socket_ = "/tmp/switchmib_test." + std::to_string(getpid());
+    netsnmp_session *udp_, *local_, *sender_;
+    decltype(netsnmp_transport::f_send) udp_send_, sender_send_;
+};
+
+TEST_F(InterceptionTest, NothingOfTheAgentIsReplacedWhileNoFaultIsSet) {
+    EXPECT_TRUE(is_untouched());
+    hand_over({Record(1, CLIENT_FAULT_LOSE_ANSWER, CLIENT_FAULT_GET)});
+    EXPECT_TRUE(sees_requests());
+    EXPECT_FALSE(sees_notifications());
+    EXPECT_EQ(transport_of(udp_)->f_send, udp_send_) << "but while a request is answered";
+    hand_over({Record(2, CLIENT_FAULT_LOSE_NOTIFICATION, CLIENT_FAULT_TRAP)});
+    EXPECT_FALSE(sees_requests());
+    EXPECT_TRUE(sees_notifications());
+    hand_over({});
+    EXPECT_TRUE(is_untouched());
+}
+
+TEST_F(InterceptionTest, AFaultThatIsUsedUpLeavesNothingReplaced) {
+    hand_over({Record(1, CLIENT_FAULT_LOSE_ANSWER, CLIENT_FAULT_GET).set(CLIENT_FAULT_TIMES, 1)});
+    EXPECT_TRUE(sees_requests());
+    EXPECT_EQ(met(), 1u);
+    reported();
+    EXPECT_TRUE(is_untouched());
+}
+
+TEST_F(InterceptionTest, UnloadingGivesEverythingBack) {
+    hand_over({Record(1), Record(2, CLIENT_FAULT_LOSE_NOTIFICATION)});
+    EXPECT_TRUE(sees_requests());
+    EXPECT_TRUE(sees_notifications());
+    deinit_switchmib();
+    EXPECT_TRUE(is_untouched());
+}
+
+TEST_F(InterceptionTest, TheAgentsOwnSocketIsNeverLookedAt) {
+    hand_over({Record(1)});
+    EXPECT_EQ(local_->callback, handle_snmp_packet);
 }
 
 } // namespace
