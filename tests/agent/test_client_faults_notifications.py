@@ -5,7 +5,7 @@ not acknowledged is sent again after a second."""
 import pytest
 
 from harness.faulted import NotificationReceiver, Scene
-from harness.notifications import PERSISTENT_SINKS, SINKS, wait_until_subscribed
+from harness.notifications import PERSISTENT_SINKS, SINKS
 from harness.oids import ROOT
 
 LINK_DOWN, LINK_UP = (1, 3, 6, 1, 6, 3, 1, 1, 5, 3), (1, 3, 6, 1, 6, 3, 1, 1, 5, 4)
@@ -23,7 +23,6 @@ class Receiving(Scene):
         self.is_inform, self.is_v3 = "inform" in way, "v3" in way
         self.receiver = collection.add(NotificationReceiver())
         super().__init__(collection, INITIAL, lines=(WAYS[way].format(port=self.receiver.port),))
-        wait_until_subscribed(self.switch, self.agent, 4)
         self.receiver.forget()
 
     def flap(self):

@@ -33,7 +33,8 @@ ROWS = list(documented())
 
 def test_the_table_has_every_action():
     manual = (REPOSITORY / "docs/vswitchctl.md").read_text()
-    actions = re.findall(r"^\| `([a-z-]+)[^`]*` \|", manual.partition("| action |")[2].partition("\n\n")[0], re.M)
+    table = manual.partition("| fault | where it acts |")[2].partition("\n\n")[0]
+    actions = re.findall(r"^\| `(?!client)([a-z-]+)[^`]*` \|", table, re.M)
     assert len(actions) == 7
     assert {fault.split()[0] for fault, _ in ROWS} == set(actions)
 

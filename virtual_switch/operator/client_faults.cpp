@@ -232,12 +232,11 @@ void publish_client_faults(ServedSwitch &the_switch) {
     the_switch.events.publish({EVENT_CLIENT_FAULTS, {}});
 }
 
-bool client_faults_are_fetched(const ServedSwitch &the_switch) {
+size_t agents_told_of_faults(const ServedSwitch &the_switch) {
     const auto subscribers = the_switch.events.subscribers();
-    return the_switch.client_faults.is_fetched() &&
-           std::any_of(subscribers.begin(), subscribers.end(), [](const Subscriber *subscriber) {
-               return subscriber->classes().contains(EVENT_CLIENT_FAULTS);
-           });
+    return static_cast<size_t>(std::count_if(subscribers.begin(), subscribers.end(), [](const Subscriber *subscriber) {
+        return subscriber->classes().contains(EVENT_CLIENT_FAULTS);
+    }));
 }
 
 std::span<const Command> client_fault_commands() {

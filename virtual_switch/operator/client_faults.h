@@ -15,8 +15,8 @@ JsonReader::Json client_fault_json(const ClientFault &fault);
 // Tells the agents that the list is another one.
 void publish_client_faults(ServedSwitch &the_switch);
 
-// Whether an agent goes by the list as it is now.
-bool client_faults_are_fetched(const ServedSwitch &the_switch);
+// How many agents are told when the list changes.
+size_t agents_told_of_faults(const ServedSwitch &the_switch);
 
 } // namespace vswitch
 

@@ -72,8 +72,12 @@ void list_faults(Call &call) {
               [&](const Json &left, const Json &right) { return number_of(left) < number_of(right); });
     Page page(call, "faults");
     call.reply["applied"] = the_switch.faults.applied() + the_switch.client_faults.applied();
-    if (!the_switch.client_faults.list().empty()) {
-        call.reply["fetched"] = client_faults_are_fetched(the_switch);
+    // An agent that is told nothing does not go by what it once fetched.
+    const size_t agents = agents_told_of_faults(the_switch);
+    const bool fetched = the_switch.client_faults.is_fetched() && agents > 0;
+    if (!the_switch.client_faults.list().empty() || (agents > 0 && !fetched)) {
+        call.reply["fetched"] = fetched;
+        call.reply["agents"] = agents;
     }
     for (Json &row : rows) {
         if (number_of(row) > after && !page.add(std::move(row))) {

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -10,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <thread>
 
 #include "contract/run_directory.h"
 #include "tool/history.h"
@@ -465,7 +467,24 @@ void add_agent(CLI::App &app) {
 }
 
 void print_fault(const Json &reply) {
-    vswitchctl::print_faults({{"faults", {reply}}});
+    vswitchctl::print_faults({{"faults", {reply}}, {"fetched", reply.value("fetched", true)}});
+}
+
+// Whether the agent goes by the faults as they are now. It is told of a change at once, so a script
+// may go on with what is to meet them; an agent that does not ask is not waited for longer.
+bool agent_knows_faults() {
+    constexpr int tries = 50;
+    for (int turn = 0; turn < tries; ++turn) {
+        const Json reply = vswitchctl::look("fault.list", {{"limit", 1}});
+        if (reply.value("fetched", true)) {
+            return true;
+        }
+        if (reply.at("agents") == 0) {
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
 }
 
 const vswitchctl::ClientFaultWord &client_fault(const std::string &word) {
@@ -535,7 +554,9 @@ void add_client_fault(Command &above, const std::shared_ptr<Json> &of_managers) 
             }
             (*arguments)["oid"] = *oid;
         }
-        show(vswitchctl::change("fault.add-client", *arguments), print_fault);
+        Json reply = vswitchctl::change("fault.add-client", *arguments);
+        reply["fetched"] = agent_knows_faults();
+        show(reply, print_fault);
     });
 }
 
@@ -587,8 +608,11 @@ void add_fault(CLI::App &app) {
     add_fault_add(group);
     Command clear(group, "clear", "Removes one fault, or all", "  vswitchctl fault clear\n  vswitchctl fault clear 2");
     clear.number("number", "number", "The fault's number");
-    clear.changes("fault.clear",
-                  [](const Json &reply) { fmt::print("Faults cleared: {}\n", reply.at("cleared").get<unsigned>()); });
+    clear.run([arguments = clear.arguments()] {
+        const Json reply = vswitchctl::change("fault.clear", *arguments);
+        agent_knows_faults();
+        show(reply, [](const Json &done) { fmt::print("Faults cleared: {}\n", done.at("cleared").get<unsigned>()); });
+    });
     Command storm(group, "storm", "Publishes events that nothing has caused, all at once",
                   "  vswitchctl fault storm 10000\n  vswitchctl fault storm 100 --class 102");
     storm.number("count", "count", "How many")->required();

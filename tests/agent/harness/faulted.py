@@ -19,7 +19,7 @@ from pysnmp.proto.rfc1902 import OctetString
 from .agent import Agent, free_udp_port
 from .clients import convert
 from .interfaces import AS_A_SWITCH
-from .notifications import RECEIVER_ENGINE, SENDER_ENGINE, TRAP_OID
+from .notifications import RECEIVER_ENGINE, SENDER_ENGINE, TRAP_OID, wait_until_subscribed
 from .operator_tool import OperatorTool
 from .switch import VirtualSwitch
 
@@ -39,20 +39,15 @@ class Scene:
 
     def wait_until_told(self):
         """The agent subscribes a second after its start."""
-        self.fault("lose-answer", "--user", "nobody")
-        self.clear()
+        wait_until_subscribed(self.switch, self.agent, 4)
 
     def fault(self, *words):
-        """Sets a fault and returns once the agent goes by it."""
-        number = self.tool.json("fault", "add", "client", *words)["number"]
-        self.wait(lambda told: told["fetched"])
-        return number
+        """Sets a fault, by which the agent goes then; returns its number."""
+        told = self.tool.json("fault", "add", "client", *words)
+        assert told["fetched"], self.agent.process.text()
+        return told["number"]
 
     def clear(self):
-        self.tool("fault", "clear")
-        # An empty list says nothing of who has fetched it, and this fault meets nobody.
-        self.tool("fault", "add", "client", "lose-answer", "--user", "nobody")
-        self.wait(lambda told: told["fetched"])
         self.tool("fault", "clear")
 
     def wait(self, condition):
