@@ -31,6 +31,17 @@ Kept *first = nullptr;
 unsigned kept_count = 0;
 size_t kept_bytes = 0;
 
+// Puts a message behind the others, so that those which are due together leave in their order.
+void append(Kept *kept) {
+    Kept **place = &first;
+    while (*place) {
+        place = &(*place)->next;
+    }
+    *place = kept;
+    ++kept_count;
+    kept_bytes += static_cast<size_t>(kept->size);
+}
+
 // Takes a message from the list.
 void unlink(Kept *kept) {
     for (Kept **place = &first; *place; place = &(*place)->next) {
@@ -111,14 +122,7 @@ bool keep(const Outgoing &message, uint32_t milliseconds, bool is_for_next) {
         memcpy(kept->bytes, *message.socket_address, address_length);
     }
     memcpy(kept->bytes + address_length, message.bytes, length);
-    // Behind the others, so that those which are due together leave in their order.
-    Kept **place = &first;
-    while (*place) {
-        place = &(*place)->next;
-    }
-    *place = kept;
-    ++kept_count;
-    kept_bytes += length;
+    append(kept);
     return true;
 }
 

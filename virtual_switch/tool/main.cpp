@@ -492,6 +492,53 @@ const vswitchctl::ClientFaultWord &client_fault(const std::string &word) {
                          [&](const vswitchctl::ClientFaultWord &row) { return row.word == word; });
 }
 
+// The options of a client fault that are not handed on as they are.
+struct ClientFaultChoice {
+    std::string object, from, to;
+};
+
+// Which messages a client fault is for.
+void add_choice(Command &command, ClientFaultChoice &choice) {
+    command.app()
+        .add_option("--oid", choice.object,
+                    "Messages with a name that begins with this one: vsanName, vsanName.10, 1.3.6.1")
+        ->type_name("OID");
+    command.texts("--pdu", "pdus", "get, get-next, get-bulk, set; of notifications trap, inform", "TYPE,...");
+    command.text("--user", "user", "SNMP user, or for v1 and v2c community", "NAME");
+    command.app().add_option("--from", choice.from, "Requests from this address")->type_name("ADDRESS[/BITS]");
+    command.app().add_option("--to", choice.to, "Notifications to this address")->type_name("ADDRESS[/BITS]");
+    command.number("--times", "times", "Apply so many times, then no more");
+    command.number("--after", "after", "Let so many messages pass first");
+    command.number("--percent", "percent", "Apply to so many of a hundred, as chance will have it");
+    command.number("--seed", "seed", "Another seed, another chance; by default 1");
+}
+
+// Adds what was chosen to the arguments of a client fault, or throws a CLI::ValidationError where it
+// does not go with the fault's action.
+void take_choice(Json &arguments, const ClientFaultChoice &choice) {
+    const std::string word = arguments.at("action");
+    const vswitchctl::ClientFaultWord &action = client_fault(word);
+    if ((action.value != VALUE_NONE) != arguments.contains("value")) {
+        throw CLI::ValidationError(word, action.value != VALUE_NONE ? "needs a value" : "takes no value");
+    }
+    const bool is_notification = action.about == ABOUT_NOTIFICATIONS;
+    if (!(is_notification ? choice.from : choice.to).empty()) {
+        throw CLI::ValidationError(word, is_notification ? "takes --to, not --from" : "takes --from, not --to");
+    }
+    const std::string &address = is_notification ? choice.to : choice.from;
+    if (!address.empty()) {
+        arguments["address"] = address;
+    }
+    if (!choice.object.empty()) {
+        const auto oid = vswitchctl::oid_of(choice.object);
+        if (!oid) {
+            wrong_value("--oid", choice.object,
+                        "an object of the switch such as vsanName, or numbers with dots between");
+        }
+        arguments["oid"] = *oid;
+    }
+}
+
 // `of_managers` are the arguments of the command above: options that are no client fault's end there.
 void add_client_fault(Command &above, const std::shared_ptr<Json> &of_managers) {
     Command command(above.app(), "client", "Sets a fault that the agent's clients meet, for the messages that agree",
@@ -515,45 +562,14 @@ void add_client_fault(Command &above, const std::shared_ptr<Json> &of_managers) 
     command.number("value", "value", "Of these", vswitchctl::error_words)->type_name("VALUE");
     command.number("--deviation", "deviation", "Milliseconds by which a delay may differ, either way");
     command.number("--index", "index", "Which variable an error names, counted from 1; by default 0, none");
-    const auto object = std::make_shared<std::string>();
-    command.app()
-        .add_option("--oid", *object, "Messages with a name that begins with this one: vsanName, vsanName.10, 1.3.6.1")
-        ->type_name("OID");
-    command.texts("--pdu", "pdus", "get, get-next, get-bulk, set; of notifications trap, inform", "TYPE,...");
-    command.text("--user", "user", "SNMP user, or for v1 and v2c community", "NAME");
-    const auto from = std::make_shared<std::string>();
-    const auto to = std::make_shared<std::string>();
-    command.app().add_option("--from", *from, "Requests from this address")->type_name("ADDRESS[/BITS]");
-    command.app().add_option("--to", *to, "Notifications to this address")->type_name("ADDRESS[/BITS]");
-    command.number("--times", "times", "Apply so many times, then no more");
-    command.number("--after", "after", "Let so many messages pass first");
-    command.number("--percent", "percent", "Apply to so many of a hundred, as chance will have it");
-    command.number("--seed", "seed", "Another seed, another chance; by default 1");
-    command.run([arguments = command.arguments(), of_managers, object, from, to] {
-        const std::string word = arguments->at("action");
-        const vswitchctl::ClientFaultWord &action = client_fault(word);
+    const auto choice = std::make_shared<ClientFaultChoice>();
+    add_choice(command, *choice);
+    command.run([arguments = command.arguments(), of_managers, choice] {
         if (!of_managers->empty()) {
             throw CLI::ValidationError(fmt::format("--{}", of_managers->items().begin().key()),
                                        "is for faults of the managers");
         }
-        if ((action.value != VALUE_NONE) != arguments->contains("value")) {
-            throw CLI::ValidationError(word, action.value != VALUE_NONE ? "needs a value" : "takes no value");
-        }
-        const bool is_notification = action.about == ABOUT_NOTIFICATIONS;
-        if (!(is_notification ? from : to)->empty()) {
-            throw CLI::ValidationError(word, is_notification ? "takes --to, not --from" : "takes --from, not --to");
-        }
-        const std::string &address = is_notification ? *to : *from;
-        if (!address.empty()) {
-            (*arguments)["address"] = address;
-        }
-        if (!object->empty()) {
-            const auto oid = vswitchctl::oid_of(*object);
-            if (!oid) {
-                wrong_value("--oid", *object, "an object of the switch such as vsanName, or numbers with dots between");
-            }
-            (*arguments)["oid"] = *oid;
-        }
+        take_choice(*arguments, *choice);
         Json reply = vswitchctl::change("fault.add-client", *arguments);
         reply["fetched"] = agent_knows_faults();
         show(reply, print_fault);
