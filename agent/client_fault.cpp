@@ -195,7 +195,8 @@ bool fault_decode(const uint8_t *record, Fault &fault) {
         fault.address_bits <= 8 * fault.address.length && fault.oid_length <= CLIENT_FAULT_ARCS_MAX &&
         fault.value <= CLIENT_FAULT_ERROR_MAX && fault.detail <= CLIENT_FAULT_ERROR_MAX;
     for (uint32_t i = 0; is_possible && i < fault.oid_length; ++i) {
-        fault.oid[i] = read_be32(record + CLIENT_FAULT_OID + size_t{4} * i);
+        const size_t place = CLIENT_FAULT_OID + size_t{4} * i;
+        fault.oid[i] = read_be32(record + place);
     }
     return is_possible;
 }

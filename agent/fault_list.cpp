@@ -29,6 +29,7 @@ unsigned edition = 0;
 
 uint8_t this_agent[CLIENT_FAULT_AGENT_SIZE];
 uint8_t the_switch[CLIENT_FAULT_AGENT_SIZE];
+uint32_t switch_edition = 0;
 
 // The agent's timers, or 0.
 unsigned fetch_timer = 0;
@@ -80,6 +81,7 @@ bool take_list(const uint8_t *list, uint32_t size) {
         }
     }
     memcpy(the_switch, list + CLIENT_FAULT_LIST_SWITCH, sizeof the_switch);
+    switch_edition = read_be32(list + CLIENT_FAULT_LIST_EDITION);
     memcpy(faults, next, count * sizeof *faults);
     fault_count = count;
     ++edition;
@@ -93,25 +95,13 @@ void on_fetch_timer(unsigned, void *) {
     fetch();
 }
 
-void fetch() {
-    void *reply = nullptr;
-    uint32_t length = sizeof this_agent;
-    const uint32_t status = cmi_req_resp(MTS_OP_CLIENT_FAULTS, MTS_KIND_GET, this_agent, &reply, &length, nullptr, 0,
-                                         MTS_SERVICE_SWITCH, mts_response_q, WAIT_CLASS);
-    if (status == 0 && take_list(static_cast<const uint8_t *>(reply), length)) {
-        intercept_as_needed();
-    } else {
-        start_timer(fetch_timer, RETRY_AFTER_MS, on_fetch_timer);
-    }
-    free(reply);
-}
-
-// Sends the counts of all faults. False when the switch could not be told.
+// Says which edition this agent goes by, and the counts of all faults. False when the switch could not be told.
 bool report() {
     uint8_t payload[CLIENT_FAULT_COUNTS_FIXED + CLIENT_FAULTS_MAX * CLIENT_FAULT_COUNT_SIZE];
     uint32_t length = CLIENT_FAULT_COUNTS_FIXED;
     memcpy(payload + CLIENT_FAULT_COUNTS_AGENT, this_agent, sizeof this_agent);
     memcpy(payload + CLIENT_FAULT_COUNTS_SWITCH, the_switch, sizeof the_switch);
+    write_be32(payload + CLIENT_FAULT_COUNTS_EDITION, switch_edition);
     for (uint32_t i = 0; i < fault_count; ++i) {
         if (faults[i].applied > 0) {
             write_be32(payload + length, faults[i].number);
@@ -132,6 +122,21 @@ void on_report_timer(unsigned, void *) {
     }
     // The last may have been used up.
     intercept_as_needed();
+}
+
+void fetch() {
+    void *reply = nullptr;
+    uint32_t length = sizeof this_agent;
+    const uint32_t status = cmi_req_resp(MTS_OP_CLIENT_FAULTS, MTS_KIND_GET, this_agent, &reply, &length, nullptr, 0,
+                                         MTS_SERVICE_SWITCH, mts_response_q, WAIT_CLASS);
+    if (status == 0 && take_list(static_cast<const uint8_t *>(reply), length)) {
+        intercept_as_needed();
+        stop_timer(report_timer);
+        on_report_timer(0, nullptr);
+    } else {
+        start_timer(fetch_timer, RETRY_AFTER_MS, on_fetch_timer);
+    }
+    free(reply);
 }
 
 // An event of the switch that is no notification.

@@ -201,13 +201,13 @@ int on_message(int operation, netsnmp_session *session, int request_id, netsnmp_
 // first time, and again for want of an acknowledgement), and hands f_send the two members of the
 // PDU that say where it goes.
 const netsnmp_pdu *pdu_of(void **socket_address, const int *socket_address_size) {
-    constexpr size_t AT = offsetof(netsnmp_pdu, transport_data);
-    constexpr ptrdiff_t APART = offsetof(netsnmp_pdu, transport_data_length) - AT;
+    constexpr size_t at = offsetof(netsnmp_pdu, transport_data);
+    constexpr ptrdiff_t apart = offsetof(netsnmp_pdu, transport_data_length) - at;
     const char *place = reinterpret_cast<const char *>(socket_address);
-    if (!place || reinterpret_cast<const char *>(socket_address_size) - place != APART) {
+    if (!place || reinterpret_cast<const char *>(socket_address_size) - place != apart) {
         return nullptr;
     }
-    return reinterpret_cast<const netsnmp_pdu *>(place - AT);
+    return reinterpret_cast<const netsnmp_pdu *>(place - at);
 }
 
 // The f_send of the transports that notifications leave by.

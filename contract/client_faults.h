@@ -6,14 +6,17 @@
  * MTS_SERVICE_SWITCH, MTS_OP_CLIENT_FAULTS, GET: the list, handed to an agent.
  *   payload  the agent's number, 8 bytes: another one after each of its starts
  *   reply    byte  0  the switch's number, 8 bytes: another one after each of its starts
- *                  8  how many faults follow, at most CLIENT_FAULTS_MAX
- *                 12  a record for each, by number; the first that meets a message applies
+ *                  8  the list's edition: another one after each change
+ *                 12  how many faults follow, at most CLIENT_FAULTS_MAX
+ *                 16  a record for each, by number; the first that meets a message applies
  *   From then on this agent's counts are the switch's, and begin at 0 if it is another agent.
  *
- * MTS_SERVICE_SWITCH, MTS_OP_CLIENT_FAULTS, SET: how often each fault has applied.
+ * MTS_SERVICE_SWITCH, MTS_OP_CLIENT_FAULTS, SET: which edition the agent goes by, sent once it does,
+ * and how often each fault has applied.
  *   payload  byte  0  the agent's number, 8 bytes
  *                  8  the switch's number, 8 bytes
- *                 16  for each fault that has applied at all: its number, how often
+ *                 16  the edition
+ *                 20  for each fault that has applied at all: its number, how often
  *   reply    nothing beside the status: STATUS_BAD_RECORD where this is not the switch that the
  *            list came from, or not the agent that has fetched it last
  *   A fault that has applied as often as it should is on the list no longer.
@@ -113,11 +116,15 @@ enum client_fault_pdu { CLIENT_FAULT_PDUS(CLIENT_FAULT_ENUMERATOR) };
 #define CLIENT_FAULT_REORDER_WAIT 1000u
 
 #define CLIENT_FAULT_AGENT_SIZE 8u
-#define CLIENT_FAULT_LIST_FIXED 12u
-enum client_fault_list_at { CLIENT_FAULT_LIST_SWITCH = 0, CLIENT_FAULT_LIST_COUNT = 8 };
-#define CLIENT_FAULT_COUNTS_FIXED 16u
+#define CLIENT_FAULT_LIST_FIXED 16u
+enum client_fault_list_at { CLIENT_FAULT_LIST_SWITCH = 0, CLIENT_FAULT_LIST_EDITION = 8, CLIENT_FAULT_LIST_COUNT = 12 };
+#define CLIENT_FAULT_COUNTS_FIXED 20u
 #define CLIENT_FAULT_COUNT_SIZE 8u
-enum client_fault_counts_at { CLIENT_FAULT_COUNTS_AGENT = 0, CLIENT_FAULT_COUNTS_SWITCH = 8 };
+enum client_fault_counts_at {
+    CLIENT_FAULT_COUNTS_AGENT = 0,
+    CLIENT_FAULT_COUNTS_SWITCH = 8,
+    CLIENT_FAULT_COUNTS_EDITION = 16
+};
 
 /* A fault's record. */
 #define CLIENT_FAULT_RECORD_SIZE 648u

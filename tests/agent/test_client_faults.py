@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Faults that clients meet, as clients see them. The client is pysnmp: it waits a second and asks once more; each
+"""Faults that clients meet, as clients see them. The client is pysnmp: it waits for a while and asks once more; each
 fault is met by version 2c and by a user whose messages are authenticated and encrypted."""
 
+import contextlib
 import re
 import socket
 import time
@@ -17,7 +18,7 @@ INITIAL = {"vsans": [{"id": 1, "name": "default"}, *({"id": number, "name": f"v{
            "portCount": 4}
 NAME, OTHER = cell("vsanName", 10), cell("vsanName", 20)
 NO_ANSWER = "No SNMP response received before timeout"
-TIMEOUT = 1
+TIMEOUT = 0.9  # what a client waits for an answer, at least
 
 
 @pytest.fixture(scope="module")
@@ -109,10 +110,10 @@ def test_a_delayed_answer_comes_late_and_holds_up_nobody(scene, client, tap):
 
 
 def test_an_answer_delayed_beyond_the_clients_patience_is_asked_for_again(scene, client, tap):
-    scene.fault("delay-answer", 1500, "--times", 1)
+    scene.fault("delay-answer", 3500, "--times", 1)
     outcome = client.get(NAME)
-    assert outcome.values == [b"v10"] and TIMEOUT <= outcome.seconds < 1.5
-    time.sleep(0.6)
+    assert outcome.values == [b"v10"] and TIMEOUT <= outcome.seconds < 3.5
+    time.sleep(3)
     assert tap.counts() == (2, 2), "the late one comes, too"
     assert_served_at_once(client)
 
@@ -133,20 +134,20 @@ def test_delays_differ_as_far_as_they_may_and_the_same_seed_gives_the_same(scene
     assert any(abs(one - two) > 0.03 for one, two in zip(first, other, strict=True)), (first, other)
 
 
-def test_what_is_kept_back_is_bounded_and_the_rest_leaves_at_once(scene):
-    scene.fault("delay-answer", 3000, "--user", "public")
-    with Packets(scene.agent) as packets:
-        packets.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 20)
-        start = time.monotonic()
+def test_what_is_kept_back_is_bounded_and_the_rest_leaves_at_once(started):
+    scene = Scene(started, INITIAL)
+    scene.fault("delay-answer", 60000, "--user", "public")
+    with Packets(scene.agent) as packets, Packets(scene.agent, "private") as barrier:
         for request in range(300):
             packets.socket.send(packets.packet([NAME], request))
-            if request % 20 == 19:
-                time.sleep(0.02)
-        times = []
-        for _ in range(300):
-            packets.socket.recv(65536)
-            times.append(time.monotonic() - start)
-    assert sum(1 for moment in times if moment < 2.5) == 300 - 256
+            if request % 20 == 19:  # or the agent's own buffer would overflow
+                barrier.exchange(barrier.packet([NAME], request))
+        packets.socket.settimeout(0.5)
+        answers = 0
+        with contextlib.suppress(TimeoutError):
+            while packets.socket.recv(65536):
+                answers += 1
+    assert answers == 300 - 256
 
 
 # Answers that are too many, out of order, cut, or another's.

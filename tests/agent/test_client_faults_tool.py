@@ -59,7 +59,8 @@ def test_a_fault_is_shown_in_the_words_that_set_it(tool):
     row = tool.json("fault", "add", "client", "delay-notification", 7, "--to", "192.0.2.0/24", "--after", 2,
                     "--percent", 50, "--seed", 9, "--pdu", "inform")
     assert row == {"number": 3, "side": "client", "action": "delay-notification", "value": 7, "applied": 0,
-                   "address": "192.0.2.0/24", "after": 2, "percent": 50, "seed": 9, "pdus": ["inform"], "fetched": False}
+                   "address": "192.0.2.0/24", "after": 2, "percent": 50, "seed": 9, "pdus": ["inform"],
+                   "fetched": False}
     assert "error genErr at 2" in tool("fault", "add", "client", "error", "genErr", "--index", 2)
     assert "error 99 at 0" in tool("fault", "add", "client", "error", 99)
     assert tool.json("show")["faults"] == {"active": 5, "applied": 0}
@@ -168,7 +169,8 @@ def test_completion_offers_every_action_and_option_of_a_clients_fault():
 def test_the_manual_has_every_action_with_its_value_and_every_option():
     manual = (REPOSITORY / "docs/vswitchctl.md").read_text()
     table = manual.partition("| fault | where it acts |")[2].partition("\n\n")[0]
-    values = {"VALUE_NONE": "", "VALUE_MILLISECONDS": " MILLISECONDS", "VALUE_BYTES": " BYTES", "VALUE_ERROR": " STATUS"}
+    values = {"VALUE_NONE": "", "VALUE_MILLISECONDS": " MILLISECONDS", "VALUE_BYTES": " BYTES",
+              "VALUE_ERROR": " STATUS"}
     assert re.findall(r"^\| `client ([^`]+)` \|", table, re.M) == [
         word + values[re.search(r"VALUE_\w+", row).group(0)] for word, row in ACTIONS.items()]
     for option in complete("fault", "add", "client", "--") - {"--json", "--run", "--help"}:

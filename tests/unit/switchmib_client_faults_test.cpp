@@ -309,6 +309,7 @@ class FaultListTest : public testing::Test {
     static void hand_over(const std::vector<Record> &records, uint8_t run = 1) {
         std::vector<uint8_t> list(CLIENT_FAULT_LIST_FIXED);
         std::fill_n(list.begin(), 8, run);
+        write_be32(&list[CLIENT_FAULT_LIST_EDITION], 77);
         write_be32(&list[CLIENT_FAULT_LIST_COUNT], static_cast<uint32_t>(records.size()));
         for (const Record &record : records) {
             list.insert(list.end(), record.bytes().begin(), record.bytes().end());
@@ -374,15 +375,16 @@ TEST_F(FaultListTest, CountsOutliveANewListAndNotANewSwitch) {
 
 TEST_F(FaultListTest, CountsAreReportedTogetherAndOnce) {
     hand_over({Record(5), Record(6, CLIENT_FAULT_LOSE_ANSWER, CLIENT_FAULT_SET), Record(7)});
-    const std::vector<uint8_t> agent = fake_platform.asked;
-    EXPECT_EQ(agent.size(), size_t{CLIENT_FAULT_AGENT_SIZE});
+    const std::vector<uint8_t> confirmation = fake_platform.asked;
+    EXPECT_EQ(confirmation.size(), size_t{CLIENT_FAULT_COUNTS_FIXED}) << "that it goes by the list, without counts";
+    EXPECT_EQ(read_be32(&confirmation[CLIENT_FAULT_COUNTS_EDITION]), 77u);
     for (int i = 0; i < 3; ++i) {
         met();
     }
     const unsigned requests = fake_platform.requests;
     EXPECT_EQ(reported(), (std::vector<uint32_t>{5, 3}));
     EXPECT_EQ(fake_platform.requests, requests + 1);
-    EXPECT_TRUE(std::equal(agent.begin(), agent.end(), fake_platform.asked.begin()));
+    EXPECT_TRUE(std::equal(confirmation.begin(), confirmation.end(), fake_platform.asked.begin()));
     EXPECT_EQ(fake_platform.asked[CLIENT_FAULT_COUNTS_SWITCH], 1);
 }
 

@@ -55,7 +55,7 @@ class ClientFaultsTest : public testing::Test {
 
     uint32_t count(const Buffer &agent, const Buffer &list, std::initializer_list<uint32_t> counts) {
         Buffer payload = agent;
-        payload.insert(payload.end(), list.begin(), list.begin() + 8);
+        payload.insert(payload.end(), list.begin(), list.begin() + 12); // the switch, and the edition
         const Buffer numbers = words(counts);
         payload.insert(payload.end(), numbers.begin(), numbers.end());
         return send(MTS_OP_CLIENT_FAULTS, 3, payload).status;
@@ -193,30 +193,39 @@ TEST_F(ClientFaultsTest, CountsAreTheFetchersAndAUsedUpFaultIsGone) {
     EXPECT_EQ(this->list()["faults"].size(), 1u);
     EXPECT_EQ(this->list()["applied"], 7);
     EXPECT_EQ(count(another_agent, list, {2, 9}), STATUS_BAD_RECORD);
-    EXPECT_EQ(count(one_agent, Buffer(8), {2, 9}), STATUS_BAD_RECORD) << "of another run of the switch";
+    EXPECT_EQ(count(one_agent, Buffer(12), {2, 9}), STATUS_BAD_RECORD) << "of another run of the switch";
     EXPECT_EQ(count(one_agent, list, {2}), STATUS_BAD_LENGTH);
     fetch(another_agent);
     EXPECT_EQ(this->list()["faults"][0]["applied"], 0) << "another agent begins anew";
     EXPECT_EQ(this->list()["applied"], 7) << "what has happened has happened";
 }
 
-TEST_F(ClientFaultsTest, ListSaysWhetherAnAgentHasFetchedIt) {
+TEST_F(ClientFaultsTest, ListSaysWhetherAnAgentGoesByIt) {
+    const auto fetch_and_confirm = [&] { EXPECT_EQ(count(one_agent, fetch(one_agent), {}), 0u); };
     EXPECT_FALSE(list().contains("fetched"));
     add(R"("action": "lose-answer")");
     EXPECT_EQ(list()["fetched"], false);
-    fetch(one_agent);
+    fetch_and_confirm();
     EXPECT_EQ(list()["fetched"], false) << "an agent that is told nothing would not notice that it changes";
     Subscriber agent(target_.events);
     agent.subscribe({EVENT_CLIENT_FAULTS});
     EXPECT_EQ(list()["fetched"], true);
     add(R"("action": "lose-answer")");
     EXPECT_EQ(list()["fetched"], false);
-    fetch(one_agent);
+    const Buffer former = fetch(one_agent);
+    EXPECT_EQ(list()["fetched"], false) << "the answer may have been too late for the agent";
+    add(R"("action": "lose-answer")");
+    EXPECT_EQ(count(one_agent, former, {}), 0u);
+    EXPECT_EQ(list()["fetched"], false) << "it goes by an earlier one";
+    fetch_and_confirm();
     EXPECT_EQ(list()["fetched"], true);
     EXPECT_EQ(list()["agents"], 1);
+    target_.client_faults.expect_agent();
+    EXPECT_EQ(list()["fetched"], false) << "what another agent went by is nothing to the next";
+    fetch_and_confirm();
     command(3, R"({"command": "fault.clear"})");
     EXPECT_EQ(list()["fetched"], false) << "the agent still goes by what there was";
-    fetch(one_agent);
+    fetch_and_confirm();
     EXPECT_FALSE(list().contains("fetched"));
 }
 

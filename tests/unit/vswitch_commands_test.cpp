@@ -360,8 +360,10 @@ TEST_F(Commands, InjectedEventsAreOfBothClasses) {
 }
 
 TEST_F(Commands, FaultIsAddedListedAndCleared) {
-    EXPECT_EQ(change("fault.add", {{"action", "status"}, {"value", 0x40190001}, {"vsan", 10}, {"times", 3}}),
-              Json::parse(R"({"number": 1, "side": "manager", "action": "status", "status": "0x40190001", "withData": false, "vsan": 10,
+    EXPECT_EQ(
+        change("fault.add", {{"action", "status"}, {"value", 0x40190001}, {"vsan", 10}, {"times", 3}}),
+        Json::parse(
+            R"({"number": 1, "side": "manager", "action": "status", "status": "0x40190001", "withData": false, "vsan": 10,
                               "remaining": 3, "applied": 0})"));
     change("fault.add", {{"action", "delay"}, {"value", 1}, {"opcode", 149}, {"kind", 1}, {"service", 15}});
     change("fault.add", {{"action", "exit"}, {"ifIndex", 5}});

@@ -138,6 +138,7 @@ bool Conversation::subscribe(Bytes body) {
     const bool goes_by_client_faults = classes.contains(EVENT_CLIENT_FAULTS);
     subscriber_.subscribe(std::move(classes));
     if (goes_by_client_faults) {
+        switch_.client_faults.expect_agent();
         switch_.events.publish({EVENT_CLIENT_FAULTS, {}});
     }
     return true;

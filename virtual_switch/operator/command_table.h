@@ -112,7 +112,7 @@ std::span<const Command> timer_commands();         // timers, latencies, distrib
 std::span<const Command> status_commands();        // the whole switch, events
 std::span<const Command> fault_commands();
 std::span<const Command> client_fault_commands(); // what is special to faults of the agent's clients
-std::span<const Command> agent_file_commands(); // the agent's trace filters
+std::span<const Command> agent_file_commands();   // the agent's trace filters
 
 } // namespace vswitch
 

@@ -74,7 +74,7 @@ void list_faults(Call &call) {
     call.reply["applied"] = the_switch.faults.applied() + the_switch.client_faults.applied();
     // An agent that is told nothing does not go by what it once fetched.
     const size_t agents = agents_told_of_faults(the_switch);
-    const bool fetched = the_switch.client_faults.is_fetched() && agents > 0;
+    const bool fetched = the_switch.client_faults.is_in_force() && agents > 0;
     if (!the_switch.client_faults.list().empty() || (agents > 0 && !fetched)) {
         call.reply["fetched"] = fetched;
         call.reply["agents"] = agents;

@@ -54,20 +54,20 @@ bool ClientFaults::add(ClientFault fault) {
         return false;
     }
     faults_.push_back(std::move(fault));
-    fetched_ = false;
+    ++edition_;
     return true;
 }
 
 bool ClientFaults::clear(uint32_t number) {
     const bool found = std::erase_if(faults_, [&](const ClientFault &fault) { return fault.number == number; }) > 0;
-    fetched_ = fetched_ && !found;
+    edition_ += found;
     return found;
 }
 
 size_t ClientFaults::clear() {
     const size_t count = faults_.size();
     faults_.clear();
-    fetched_ = fetched_ && count == 0;
+    edition_ += count > 0;
     return count;
 }
 
@@ -78,8 +78,8 @@ uint32_t ClientFaults::hand_over(Bytes payload, Buffer &data) {
             fault.applied = 0;
         }
     }
-    fetched_ = true;
     data.insert(data.end(), switch_.begin(), switch_.end());
+    append_word(data, edition_);
     append_word(data, static_cast<uint32_t>(faults_.size()));
     for (const ClientFault &fault : faults_) {
         append_record(data, fault);
@@ -98,6 +98,7 @@ uint32_t ClientFaults::take_counts(Bytes payload) {
     if (!is_at(CLIENT_FAULT_COUNTS_AGENT, agent_) || !is_at(CLIENT_FAULT_COUNTS_SWITCH, switch_)) {
         return STATUS_BAD_RECORD;
     }
+    edition_in_force_ = load_word(payload, CLIENT_FAULT_COUNTS_EDITION);
     for (size_t at = 0; at < counts.size(); at += CLIENT_FAULT_COUNT_SIZE) {
         note(*load_word(counts, at), *load_word(counts, at + 4));
     }

@@ -64,8 +64,11 @@ class ClientFaults {
 
     const std::vector<ClientFault> &list() const { return faults_; }
 
-    // Whether an agent has the list as it is now.
-    bool is_fetched() const { return fetched_; }
+    // Whether an agent goes by the list as it is now.
+    bool is_in_force() const { return edition_in_force_ == edition_; }
+
+    // Another agent has come, which does not have the list yet.
+    void expect_agent() { edition_in_force_.reset(); }
 
     // How often any fault has applied since the start.
     uint64_t applied() const { return applied_; }
@@ -78,7 +81,8 @@ class ClientFaults {
     std::vector<ClientFault> faults_;
     Number switch_;
     Number agent_ = {};
-    bool fetched_ = false;
+    uint32_t edition_ = 0;
+    std::optional<uint32_t> edition_in_force_; // not set: no agent has said
     uint64_t applied_ = 0;
 };
 

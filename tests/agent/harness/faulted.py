@@ -130,9 +130,10 @@ class Outcome:
 
 
 class Client:
-    """pysnmp, which waits a second for an answer and asks once more by itself."""
+    """pysnmp, which asks once more by itself. It looks at its clock twice a second: a wait of 1.5 seconds may be one
+    of 1."""
 
-    def __init__(self, target, who, timeout=1, retries=1, local=None):
+    def __init__(self, target, who, timeout=1.5, retries=1, local=None):
         version, name = who
         self._engine = hlapi.SnmpEngine()
         self._target = hlapi.UdpTransportTarget(("127.0.0.1", target.port), timeout=timeout, retries=retries)
