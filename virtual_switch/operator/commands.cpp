@@ -249,15 +249,22 @@ uint32_t Arguments::required_word(const char *key, Words words) const {
 
 namespace {
 
-// The position in a port's name, counted from 1, or nothing when it is no such name.
+// The position in a port's name, or nothing when it is no such name. Positions are counted from 1.
 std::optional<uint32_t> position_of(const std::string &name) {
     uint32_t position = 0;
     const char *end = name.data() + name.size();
-    if (name.size() < 3 || !name.starts_with("fc") || std::from_chars(name.data() + 2, end, position).ptr != end ||
-        position == 0) {
+    if (name.size() < 3 || !name.starts_with("fc") || std::from_chars(name.data() + 2, end, position).ptr != end) {
         return std::nullopt;
     }
     return position;
+}
+
+// Which ports there are, as the end of a sentence.
+std::string ports_of(const SwitchModel &model) {
+    if (model.port_count() < 2) {
+        return model.port_count() == 0 ? "the switch has none" : "the switch has fc1 alone";
+    }
+    return fmt::format("the switch has fc1 to fc{}", model.port_count());
 }
 
 } // namespace
@@ -279,7 +286,10 @@ uint32_t Arguments::required_port(const Switch &the_switch) const {
         if_index = reader_.number(*given, "\"ifIndex\"", if_indexes);
     }
     if (!if_index || !model.port(*if_index)) {
-        throw Refusal(STATUS_NO_SUCH_INTERFACE, fmt::format("There is no port {}.", given->dump()));
+        throw Refusal(STATUS_NO_SUCH_INTERFACE,
+                      given->is_string()
+                          ? fmt::format("There is no port {}; {}.", given->get<std::string>(), ports_of(model))
+                          : fmt::format("There is no port of ifIndex {}; {}.", given->dump(), ports_of(model)));
     }
     return *if_index;
 }

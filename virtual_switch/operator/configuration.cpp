@@ -71,12 +71,13 @@ void read_vsan(const Arguments &arguments, Vsan &vsan) {
     if (const auto in_order = arguments.flag("inorderDelivery")) {
         vsan.inorder_delivery = *in_order ? TRUTH_TRUE : TRUTH_FALSE;
     }
-    // 0 would mean that nothing is said about it.
-    vsan.drop_latency = arguments.number("networkDropLatency", {1, UINT32_MAX}).value_or(vsan.drop_latency);
+    vsan.drop_latency = arguments.number("networkDropLatency", any_number).value_or(vsan.drop_latency);
 }
 
 void change(Call &call, uint32_t id, Vsan wanted, bool create) {
     read_vsan(call.arguments, wanted);
+    // In a record 0 would mean that nothing is said about it.
+    require(wanted.drop_latency == 0 ? STATUS_BAD_DROP_LATENCY : STATUS_SUCCESS, fmt::format("VSAN {}", id));
     require(change_vsan(call.the_switch, call.requester, id, wanted, create), fmt::format("VSAN {}", id));
     call.reply = vsan_json(call.the_switch.model, id);
 }
@@ -128,6 +129,10 @@ void list_ports(Call &call) {
         }
         if_index = model.port_after(*if_index);
     }
+}
+
+void show_port(Call &call) {
+    call.reply = port_json(call.the_switch.model, call.arguments.required_port(call.the_switch));
 }
 
 // Makes a change of the call's port and answers how the port is then.
@@ -250,6 +255,7 @@ const Command commands[] = {
      {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency"}},
     {"vsan.delete", MTS_KIND_SET, remove_vsan, {"id"}},
     {"port.list", MTS_KIND_GET, list_ports, {"after", "limit", "vsan"}},
+    {"port.show", MTS_KIND_GET, show_port, {"ifIndex"}},
     {"port.move", MTS_KIND_SET, move, {"ifIndex", "vsan"}},
     {"port.up", MTS_KIND_SET, plug_in, {"ifIndex"}},
     {"port.down", MTS_KIND_SET, unplug, {"ifIndex"}},

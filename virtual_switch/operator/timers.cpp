@@ -80,6 +80,10 @@ void set_timer(Call &call, Timer timer, const std::string &what) {
     const auto vsan = arguments.number("vsan", vsan_numbers);
     const uint32_t value = arguments.required_number("value", any_number);
     const bool force = arguments.flag("force").value_or(false);
+    if (const uint32_t status = check_timer(timer, value); status != STATUS_SUCCESS) {
+        const TimerKind &kind = kind_of(timer);
+        throw Refusal(status, fmt::format("{} is {} to {} milliseconds.", what, kind.least, kind.greatest));
+    }
     require_unlocked(call,
                      vsan ? set_vsan_timer(call.the_switch, call.requester, *vsan, timer, value, force)
                           : set_switch_timer(call.the_switch, call.requester, timer, value, force),
