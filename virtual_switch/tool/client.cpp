@@ -39,7 +39,7 @@ Json send(uint32_t kind, const std::string &command, Json arguments) {
     const int reason = errno;
     const std::unique_ptr<void, decltype(&std::free)> owner(data, std::free);
     if (status == UINT32_MAX) {
-        throw Refusal(connection_problem(reason));
+        throw Unreachable(connection_problem(reason));
     }
     const auto *bytes = static_cast<const char *>(data);
     Json reply = Json::parse(bytes, bytes + (data ? length : 0), nullptr, false);
@@ -116,17 +116,8 @@ Json list(const std::string &command, const char *key, const char *after, Json a
     }
 }
 
-uint32_t find_port(const std::string &text) {
-    if (text.find_first_not_of("0123456789") == std::string::npos) {
-        return static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
-    }
-    const Json reply = list("port.list", "ports", "ifIndex");
-    for (const Json &port : reply.at("ports")) {
-        if (port.at("name") == text) {
-            return port.at("ifIndex").get<uint32_t>();
-        }
-    }
-    throw Refusal(fmt::format("There is no port {}.", text));
+uint32_t find_port(const Json &port) {
+    return look("port.show", {{"ifIndex", port}}).at("ifIndex").get<uint32_t>();
 }
 
 } // namespace vswitchctl

@@ -23,6 +23,12 @@ class Refusal : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// There is no switch to ask, whatever the question was.
+class Unreachable : public Refusal {
+  public:
+    using Refusal::Refusal;
+};
+
 // What the sentence of an errno value of the message service is.
 std::string connection_problem(int reason);
 
@@ -35,8 +41,8 @@ Json change(const std::string &command, Json arguments = Json::object());
 // request starts behind. Throws Refusal.
 Json list(const std::string &command, const char *key, const char *after, Json arguments = Json::object());
 
-// The ifIndex of a port given as a number or as fcN. Throws Refusal for an unknown fcN.
-uint32_t find_port(const std::string &text);
+// The ifIndex of a port given as such or as "fcN". Throws Refusal when there is none.
+uint32_t find_port(const Json &port);
 
 } // namespace vswitchctl
 

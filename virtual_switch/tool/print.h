@@ -3,6 +3,7 @@
 #ifndef VSWITCHCTL_PRINT_H
 #define VSWITCHCTL_PRINT_H
 
+#include <functional>
 #include <optional>
 
 #include "tool/client.h"
@@ -11,6 +12,13 @@ namespace vswitchctl {
 
 // Prints a reply as JSON text.
 void print_json(const Json &reply);
+
+// Whether show() prints JSON; at first it does not.
+void print_as_json(bool on);
+bool prints_json();
+
+// Prints a reply, with `print` in words or else as JSON text.
+void show(const Json &reply, const std::function<void(const Json &)> &print);
 
 void print_vsans(const Json &reply);
 void print_vsan(const Json &reply);

@@ -12,6 +12,8 @@ namespace vswitchctl {
 
 namespace {
 
+bool as_json = false;
+
 std::string text(const Json &object, const char *key) {
     const Json &value = object.at(key);
     return value.is_string() ? value.get<std::string>() : value.dump();
@@ -43,6 +45,22 @@ std::string joined(const Json &list) {
 
 void print_json(const Json &reply) {
     fmt::print("{}\n", reply.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+void print_as_json(bool on) {
+    as_json = on;
+}
+
+bool prints_json() {
+    return as_json;
+}
+
+void show(const Json &reply, const std::function<void(const Json &)> &print) {
+    if (as_json) {
+        print_json(reply);
+    } else {
+        print(reply);
+    }
 }
 
 void print_vsans(const Json &reply) {

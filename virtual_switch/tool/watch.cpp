@@ -252,19 +252,19 @@ void watch(bool json, std::optional<uint32_t> count) {
 #undef EVENT_CLASS
     const int descriptor = mts_events_open(classes, std::size(classes));
     if (descriptor < 0) {
-        throw Refusal(connection_problem(errno));
+        throw Unreachable(connection_problem(errno));
     }
     const PortNames names = port_names();
     bool confirmed = false;
     for (uint32_t seen = 0; !confirmed || !count || seen < *count;) {
         pollfd state{descriptor, POLLIN, 0};
         if (poll(&state, 1, -1) < 0 && errno != EINTR) {
-            throw Refusal(connection_problem(errno));
+            throw Unreachable(connection_problem(errno));
         }
         const mts_message *message = nullptr;
         const int result = mts_events_next(&message);
         if (result < 0) {
-            throw Refusal(connection_problem(errno));
+            throw Unreachable(connection_problem(errno));
         }
         // The first that comes is the switch's confirmation: from then on nothing is missed.
         if (!confirmed) {
