@@ -95,17 +95,17 @@ def test_a_lost_answer_makes_the_client_ask_again(scene, client, tap):
 # Answers that come late.
 
 def test_a_delayed_answer_comes_late_and_holds_up_nobody(scene, client, tap):
-    scene.fault("delay-answer", 600, "--oid", "vsanName.10")
-    start = time.monotonic()
-    quick = []
+    scene.fault("delay-answer", 1500, "--oid", "vsanName.10", "--times", 1)
     with Packets(scene.agent) as packets:
         packets.socket.send(packets.packet([NAME], 1))
         for request in range(2, 12):
             packets.exchange(packets.packet([OTHER], request))
-            quick.append(time.monotonic() - start)
-    assert quick[-1] < 0.5
+        late = packets.socket.recv(65536)
+        packets.socket.send(packets.packet([NAME], 1))
+        assert late == packets.socket.recv(65536), "what was asked for first comes behind all others"
+    scene.fault("delay-answer", 300)
     outcome = client.get(NAME)
-    assert outcome.values == [b"v10"] and 0.6 <= outcome.seconds < TIMEOUT
+    assert outcome.values == [b"v10"] and outcome.seconds >= 0.3
     assert tap.counts() == (1, 1)
 
 
@@ -113,25 +113,15 @@ def test_an_answer_delayed_beyond_the_clients_patience_is_asked_for_again(scene,
     scene.fault("delay-answer", 3500, "--times", 1)
     outcome = client.get(NAME)
     assert outcome.values == [b"v10"] and TIMEOUT <= outcome.seconds < 3.5
-    time.sleep(3)
-    assert tap.counts() == (2, 2), "the late one comes, too"
+    tap.wait_received(2)  # the late one comes, too
+    assert tap.counts() == (2, 2)
     assert_served_at_once(client)
 
 
-def test_delays_differ_as_far_as_they_may_and_the_same_seed_gives_the_same(scene, client, tap):
-    def delays(*seed):
-        scene.fault("delay-answer", 150, "--deviation", 100, *seed)
-        tap.forget()
-        for _ in range(6):
-            assert client.get(NAME).values == [b"v10"]
-        scene.clear()
-        return [came - asked for (asked, _), (came, _) in zip(tap.sent, tap.received, strict=True)]
-
-    first, again, other = delays(), delays(), delays("--seed", 2)
-    assert all(0.05 <= delay < 0.4 for delay in first + again + other)
-    assert max(first) - min(first) > 0.04
-    assert all(abs(one - two) < 0.03 for one, two in zip(first, again, strict=True)), (first, again)
-    assert any(abs(one - two) > 0.03 for one, two in zip(first, other, strict=True)), (first, other)
+def test_delays_differ_but_never_by_more_than_they_may(scene, client):
+    scene.fault("delay-answer", 200, "--deviation", 150)
+    seconds = [client.get(NAME).seconds for _ in range(6)]
+    assert min(seconds) >= 0.05 and max(seconds) - min(seconds) > 0.03, seconds
 
 
 def test_what_is_kept_back_is_bounded_and_the_rest_leaves_at_once(started):
@@ -389,7 +379,7 @@ def test_of_several_faults_the_first_applies_and_the_next_when_that_does_not(sce
     scene.fault("delay-answer", 300, "--times", 1)
     assert client.get(NAME).status == "genErr"
     assert client.get(NAME).seconds >= 0.3
-    assert client.get(NAME).seconds < 0.3
+    scene.wait(lambda told: told["faults"] == [])
     scene.fault("too-big", 2000)
     scene.fault("delay-answer", 300)
     assert client.get(NAME).seconds >= 0.3, "an answer that is small enough goes on to the next"
@@ -456,7 +446,7 @@ def test_without_an_agent_the_list_says_so(start_switch, start_agent):
 
 def test_a_restart_of_the_switch_clears_both_sides(started):
     scene = Scene(started, INITIAL)
-    client = Client(scene.agent, COMMUNITY, timeout=0.5)
+    client = Client(scene.agent, COMMUNITY)
     scene.fault("error", "genErr")
     assert client.get(NAME).status == "genErr"
     scene.switch.stop()

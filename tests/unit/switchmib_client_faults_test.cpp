@@ -279,6 +279,9 @@ TEST(ClientFaultTest, DelaysDifferByTheDeviationAtMostAndReachIt) {
     }
     EXPECT_EQ(*std::min_element(seen.begin(), seen.end()), 0u);
     EXPECT_EQ(*std::max_element(seen.begin(), seen.end()), 10u);
+    // Written down, as above.
+    seen.resize(8);
+    EXPECT_EQ(seen, std::vector<uint32_t>({9, 8, 0, 7, 7, 1, 0, 3}));
 }
 
 TEST(ClientFaultTest, ARecordThatIsNoFaultIsRefused) {

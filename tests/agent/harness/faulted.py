@@ -102,11 +102,18 @@ class Tap:
         self.sent.clear()
         self.received.clear()
 
+    def wait_received(self, count):
+        """Waits until so many messages have come back."""
+        deadline = time.monotonic() + 15
+        while len(self.received) < count:
+            assert time.monotonic() < deadline, self.received
+            time.sleep(0.02)
+
     def counts(self):
         """How many messages went either way, once no more is under way."""
         while True:
             before = len(self.sent), len(self.received)
-            time.sleep(0.05)
+            time.sleep(0.2)
             if before == (len(self.sent), len(self.received)):
                 return before
 
