@@ -34,6 +34,13 @@
  *
  *   What waits in a session of the distribution service has not changed yet.
  *
+ * EVENT_ANY_CHANGE, what the operator's tool shows of the configuration, of the links, of the
+ * distribution session or of the agents that are there is different. It has no payload, comes
+ * behind all other events of the change, and stands for several changes while it waits for
+ * its receiver: who gets it asks again. It is not counted with the other events. Only the
+ * operator's tool subscribes to it; of the other connections that have subscribed to
+ * something each is an agent's.
+ *
  * A change is answered first. Then it publishes the moves of its ports, by ifIndex; the
  * VSANs that it affects, by number; the ports that are different, by ifIndex; and settings:
  * the switch's timers and latencies by key, its texts, then those of each VSAN by number,
@@ -50,7 +57,10 @@
     X(302, EVENT_SETTING_CHANGED, "setting")
 
 #define EVENT_ENUMERATOR(number, name, word) name = number,
-enum switch_event_class { EVENTS(EVENT_ENUMERATOR) };
+enum switch_event_class {
+    EVENT_ANY_CHANGE = 303, /* no word: it tells nothing by itself */
+    EVENTS(EVENT_ENUMERATOR)
+};
 #undef EVENT_ENUMERATOR
 
 #define PORT_EVENT_SIZE 12u

@@ -218,6 +218,43 @@ TEST(Events, EventThatNobodyWantedIsCountedAsMissed) {
     EXPECT_EQ(other.queued(), 1u);
 }
 
+TEST(Events, ChangesThatWaitAreToldOnceBehindWhatTheyPublishedAndNotCounted) {
+    EventHub hub;
+    Subscriber tool(hub), agent(hub);
+    tool.subscribe({EVENT_PORT_MOVED, EVENT_ANY_CHANGE});
+    agent.subscribe({EVENT_PORT_MOVED});
+    hub.note_change();
+    hub.publish(port_event(1, 2, 3));
+    hub.deliver();
+    hub.note_change();
+    hub.deliver();
+    EXPECT_EQ(tool.queued(), 2u) << "the second change is told with the first";
+    EXPECT_EQ(agent.queued(), 1u);
+    Buffer taken;
+    tool.take(taken, SIZE_MAX);
+    EXPECT_EQ(word(taken, MTS_WIRE_HEADER), EVENT_PORT_MOVED);
+    const size_t first = 2 * MTS_WIRE_HEADER + MTS_WIRE_EVENT_FIXED + PORT_EVENT_SIZE;
+    ASSERT_EQ(taken.size(), first + MTS_WIRE_EVENT_FIXED);
+    EXPECT_EQ(word(taken, first), EVENT_ANY_CHANGE);
+    hub.deliver();
+    EXPECT_EQ(tool.queued(), 0u) << "nothing has changed since";
+    hub.note_change();
+    hub.deliver();
+    EXPECT_EQ(tool.queued(), 1u);
+    EXPECT_EQ(hub.totals().published, 1u);
+    EXPECT_EQ(hub.totals().missed, 0u);
+}
+
+TEST(Events, WhoWaitsForAnyChangeIsNoAgent) {
+    EventHub hub;
+    Subscriber subscriber(hub);
+    EXPECT_FALSE(subscriber.is_agent()) << "it has subscribed to nothing";
+    subscriber.subscribe({EVENT_VSAN_CHANGED});
+    EXPECT_TRUE(subscriber.is_agent());
+    subscriber.subscribe({EVENT_VSAN_CHANGED, EVENT_ANY_CHANGE});
+    EXPECT_FALSE(subscriber.is_agent());
+}
+
 TEST(Events, StormWithinTheBoundIsKeptAndWhatIsBeyondIsDroppedAndCounted) {
     EventHub hub;
     Subscriber slow(hub), fast(hub);

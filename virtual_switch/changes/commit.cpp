@@ -145,6 +145,7 @@ uint32_t commit(Switch &the_switch, const Change &change) {
     for (Event &event : further) {
         the_switch.events.publish(std::move(event));
     }
+    the_switch.events.note_change();
     return STATUS_SUCCESS;
 }
 

@@ -58,8 +58,20 @@ void Subscriber::offer(const Frame &frame) {
     }
 }
 
+EventHub::EventHub() : change_frame_(std::make_shared<const Buffer>(event_frame({EVENT_ANY_CHANGE, {}}))) {}
+
+void EventHub::deliver_change() {
+    is_changed_ = false;
+    for (Subscriber *subscriber : subscribers_) {
+        const bool has_one = !subscriber->queue_.empty() && subscriber->queue_.back() == change_frame_;
+        if (!has_one && subscriber->classes_.contains(EVENT_ANY_CHANGE)) {
+            subscriber->offer(change_frame_);
+        }
+    }
+}
+
 void EventHub::deliver() {
-    if (staged_.empty()) {
+    if (staged_.empty() && !is_changed_) {
         return;
     }
     const std::deque<Event> events = std::exchange(staged_, {});
@@ -78,6 +90,9 @@ void EventHub::deliver() {
         if (!frame) {
             ++totals_.missed;
         }
+    }
+    if (is_changed_) {
+        deliver_change();
     }
 }
 

@@ -36,6 +36,9 @@ class Subscriber {
     void subscribe(std::set<uint32_t> classes);
     const std::set<uint32_t> &classes() const { return classes_; }
 
+    // Whether it is an agent's: who waits for EVENT_ANY_CHANGE is an operator's tool.
+    bool is_agent() const { return !classes_.empty() && !classes_.contains(EVENT_ANY_CHANGE); }
+
     // Calls `wake` whenever events have come to a queue that was empty. It must not take
     // events itself.
     void on_events(std::function<void()> wake) { wake_ = std::move(wake); }
@@ -73,12 +76,16 @@ class EventHub {
                               // behind; counted for each subscriber
     };
 
-    EventHub() = default;
+    EventHub();
     EventHub(const EventHub &) = delete;
     EventHub &operator=(const EventHub &) = delete;
 
     // Keeps an event until deliver().
     void publish(Event event) { staged_.push_back(std::move(event)); }
+
+    // Something that can be asked for is different: EVENT_ANY_CHANGE is due. It is not counted among
+    // the published ones.
+    void note_change() { is_changed_ = true; }
 
     // Hands the events published since the last call to their subscribers. Whoever serves
     // a request calls it once the answer is on its way.
@@ -95,7 +102,11 @@ class EventHub {
   private:
     friend class Subscriber;
 
+    void deliver_change();
+
+    const Subscriber::Frame change_frame_; // an EVENT_ANY_CHANGE, always the same
     std::deque<Event> staged_;
+    bool is_changed_ = false; // since the last deliver()
     std::vector<Subscriber *> subscribers_;
     uint64_t next_number_ = 1;
     Totals totals_;

@@ -269,6 +269,7 @@ bool Connection::leave() {
     if (!host_.left(*this)) {
         return false;
     }
+    conversation_.leave();
     close();
     return true;
 }

@@ -17,6 +17,12 @@ Conversation::~Conversation() {
     switch_.counters.subscriptions -= subscriber_.classes().size();
 }
 
+void Conversation::leave() {
+    // Now, since this connection may last a little longer.
+    replace_subscription({});
+    switch_.events.deliver();
+}
+
 size_t Conversation::serve(Bytes input, Buffer &output) {
     size_t used = 0;
     while ((state_ == State::serving || state_ == State::excused) && output.size() < output_limit) {
@@ -133,15 +139,23 @@ bool Conversation::subscribe(Bytes body) {
     for (size_t at = 0; at < body.size(); at += 4) {
         classes.insert(*load_word(body, at));
     }
-    switch_.counters.subscriptions += classes.size();
-    switch_.counters.subscriptions -= subscriber_.classes().size();
     const bool goes_by_client_faults = classes.contains(EVENT_CLIENT_FAULTS);
-    subscriber_.subscribe(std::move(classes));
+    replace_subscription(std::move(classes));
     if (goes_by_client_faults) {
         switch_.client_faults.expect_agent();
         switch_.events.publish({EVENT_CLIENT_FAULTS, {}});
     }
     return true;
+}
+
+void Conversation::replace_subscription(std::set<uint32_t> classes) {
+    switch_.counters.subscriptions += classes.size();
+    switch_.counters.subscriptions -= subscriber_.classes().size();
+    const bool was_agent = subscriber_.is_agent();
+    subscriber_.subscribe(std::move(classes));
+    if (subscriber_.is_agent() != was_agent) {
+        switch_.events.note_change();
+    }
 }
 
 } // namespace vswitch

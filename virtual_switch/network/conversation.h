@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "network/frames.h"
@@ -56,6 +57,9 @@ class Conversation {
     // answers and returns true, or returns false when the client gets none.
     void on_share(std::function<bool(uint32_t correlation)> give) { memory_giver_ = std::move(give); }
 
+    // The client has gone: its subscription ends, and others hear of it where that matters to them.
+    void leave();
+
     // Null, or why the conversation cannot go on; a static text.
     const char *broken() const { return state_ == State::broken ? reason_ : nullptr; }
 
@@ -81,6 +85,7 @@ class Conversation {
     void answer_wrongly(const Request &request, const Fault &fault);
     bool give_memory(uint32_t correlation);
     bool subscribe(Bytes body);
+    void replace_subscription(std::set<uint32_t> classes);
 
     ServedSwitch &switch_;
     Reply reply_; // kept for its buffer

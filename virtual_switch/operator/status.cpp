@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Commands about the switch as a whole and its events.
+#include <algorithm>
 #include <unistd.h>
 
 #include "operator/command_table.h"
@@ -26,6 +27,11 @@ Json subscribers_json(const EventHub &events) {
                         {"dropped", subscriber->dropped()}});
     }
     return list;
+}
+
+size_t agents(const EventHub &events) {
+    const auto subscribers = events.subscribers();
+    return static_cast<size_t>(std::ranges::count_if(subscribers, &Subscriber::is_agent));
 }
 
 Json vsans_json(const SwitchModel &model) {
@@ -69,6 +75,7 @@ void show_switch(Call &call) {
                     {"missed", the_switch.events.totals().missed},
                     {"dropped", the_switch.events.totals().dropped}}},
                   {"subscribers", subscribers_json(the_switch.events)},
+                  {"agents", agents(the_switch.events)},
                   {"faults",
                    {{"active", the_switch.faults.list().size() + the_switch.client_faults.list().size()},
                     {"applied", the_switch.faults.applied() + the_switch.client_faults.applied()}}}};

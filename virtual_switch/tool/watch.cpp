@@ -248,7 +248,7 @@ void print_event(const mts_message *message, const PortNames &names, bool json) 
 
 void watch(bool json, std::optional<uint32_t> count) {
 #define EVENT_CLASS(number, name, word) number,
-    const uint32_t classes[] = {EVENTS(EVENT_CLASS)};
+    const uint32_t classes[] = {EVENTS(EVENT_CLASS) EVENT_ANY_CHANGE};
 #undef EVENT_CLASS
     const int descriptor = mts_events_open(classes, std::size(classes));
     if (descriptor < 0) {
@@ -271,7 +271,7 @@ void watch(bool json, std::optional<uint32_t> count) {
             std::fputs("watching; Ctrl-C ends\n", stderr);
         }
         confirmed = true;
-        if (result == 0) {
+        if (result == 0 || mts_message_class(message) == EVENT_ANY_CHANGE) {
             continue;
         }
         print_event(message, names, json);
