@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tool/client.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -18,7 +19,8 @@ namespace vswitchctl {
 
 namespace {
 
-constexpr uint32_t wait_class = 40; // ten seconds
+constexpr uint32_t longest_wait = 40; // ten seconds
+uint32_t wait_class = longest_wait;
 
 // Who works with the tool; the switch notes who holds a distribution session.
 std::string user_name() {
@@ -39,7 +41,7 @@ Json send(uint32_t kind, const std::string &command, Json arguments) {
     const int reason = errno;
     const std::unique_ptr<void, decltype(&std::free)> owner(data, std::free);
     if (status == UINT32_MAX) {
-        throw Unreachable(connection_problem(reason));
+        throw_connection_problem(reason);
     }
     const auto *bytes = static_cast<const char *>(data);
     Json reply = Json::parse(bytes, bytes + (data ? length : 0), nullptr, false);
@@ -86,6 +88,29 @@ std::string connection_problem(int reason) {
     default:
         return fmt::format("Cannot talk to the switch at {}: {}.", socket, std::strerror(reason));
     }
+}
+
+void throw_connection_problem(int reason) {
+    switch (reason) {
+    case ENOENT:
+    case ENOTDIR:
+    case ECONNREFUSED:
+    case ETIMEDOUT:
+    case ECONNRESET:
+    case EPIPE:
+        throw Away(connection_problem(reason));
+    default:
+        throw Unreachable(connection_problem(reason));
+    }
+}
+
+Patience::Patience(std::chrono::milliseconds longest) : former_(wait_class) {
+    const auto units = longest.count() / MTS_WIRE_WAIT_UNIT_MS;
+    wait_class = static_cast<uint32_t>(std::clamp<decltype(longest.count())>(units, 1, longest_wait));
+}
+
+Patience::~Patience() {
+    wait_class = former_;
 }
 
 Json look(const std::string &command, Json arguments) {

@@ -6,6 +6,7 @@
 #ifndef VSWITCHCTL_CLIENT_H
 #define VSWITCHCTL_CLIENT_H
 
+#include <chrono>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
@@ -29,8 +30,30 @@ class Unreachable : public Refusal {
     using Refusal::Refusal;
 };
 
+// It is away, or does not answer: it may be there again later.
+class Away : public Unreachable {
+  public:
+    using Unreachable::Unreachable;
+};
+
 // What the sentence of an errno value of the message service is.
 std::string connection_problem(int reason);
+
+// Throws that sentence, as Away where the switch may come back, else as Unreachable.
+[[noreturn]] void throw_connection_problem(int reason);
+
+// While it lives, a reply is waited for no longer than so; otherwise it is ten seconds. The message
+// service counts in quarters of a second, of which one is the least.
+class Patience {
+  public:
+    explicit Patience(std::chrono::milliseconds longest);
+    ~Patience();
+    Patience(const Patience &) = delete;
+    Patience &operator=(const Patience &) = delete;
+
+  private:
+    uint32_t former_;
+};
 
 // Sends one command and returns its reply. Throws Refusal.
 Json look(const std::string &command, Json arguments = Json::object());

@@ -248,6 +248,7 @@ CommandLine::CommandLine(GlobalOptions *options) : commands_(std::make_unique<Co
     add_agent(*commands_);
     add_fault(*commands_);
     add_watch(*commands_);
+    add_wait_until(*commands_);
 }
 
 CommandLine::~CommandLine() = default;

@@ -118,6 +118,14 @@ CLI::Option *Command::texts(const std::string &option, const char *key, const st
     });
 }
 
+CLI::Option *Command::words(const std::string &name, const char *key, const std::string &help, const char *type) {
+    row_.options[key] = name;
+    return row_.app
+        ->add_option_function<std::vector<std::string>>(
+            name, [&row = row_, key](const std::vector<std::string> &given) { row.arguments[key] = given; }, help)
+        ->type_name(type);
+}
+
 void Command::flag(const std::string &option, const char *key, const std::string &help) {
     row_.options[key] = option;
     row_.app->add_flag_callback(

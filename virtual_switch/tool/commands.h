@@ -106,6 +106,8 @@ class Command {
                       const std::vector<std::string> &words);
     // Texts separated by commas.
     CLI::Option *texts(const std::string &option, const char *key, const std::string &help, const char *type);
+    // All words that stand in the command's place for them.
+    CLI::Option *words(const std::string &name, const char *key, const std::string &help, const char *type);
     void flag(const std::string &option, const char *key, const std::string &help);
     // An argument that every such command has.
     void always(const char *key, const Json &value) { row_.initial[key] = value; }
@@ -136,6 +138,7 @@ void add_tdx(Commands &commands);
 void add_agent(Commands &commands);
 void add_fault(Commands &commands);
 void add_watch(Commands &commands);
+void add_wait_until(Commands &commands);
 
 } // namespace vswitchctl
 

@@ -7,7 +7,7 @@
 _vswitchctl_words() {
     local vsan_options="--name --state --mtu --load-balancing --interop --inorder-delivery --drop-latency"
     case "$1 $2" in
-    " ") echo "show vsan port system role timers tdx event-history debug fault watch" ;;
+    " ") echo "show vsan port system role timers tdx event-history debug fault watch wait-until" ;;
     "vsan ") echo "list show create set delete" ;;
     "vsan create" | "vsan set") echo "$vsan_options" ;;
     "port ") echo "list show move up down deny speed alias enable disable traps traffic" ;;
@@ -44,6 +44,9 @@ _vswitchctl_words() {
         ;;
     "fault storm") echo "--class --vsan" ;;
     "watch "*) echo "--count" ;;
+    "wait-until "*)
+        echo "ready vsan port tdx timer agents --timeout exists absent oper state name link enabled disabled session"
+        ;;
     esac
 }
 

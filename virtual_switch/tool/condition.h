@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a switch can be waited for.
+//
+//   ready                            it answers
+//   vsan N exists | absent
+//   vsan N oper up | down
+//   vsan N state active | suspended
+//   vsan N name TEXT                 '' for none
+//   port P oper up | down            P is an ifIndex, or fc3 for the third port
+//   port P link up | down            its cable
+//   port P vsan N
+//   port P enabled | disabled
+//   tdx session open | none
+//   timer SETTING VALUE [vsan N]     what is in force, not what waits in a session
+//   agents N                         so many agents are connected
+#ifndef VSWITCHCTL_CONDITION_H
+#define VSWITCHCTL_CONDITION_H
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace vswitchctl {
+
+class Condition {
+  public:
+    // Reads one condition, a word each. Throws UsageError, which names the wrong word and what may
+    // stand in its place.
+    static Condition parse(std::span<const std::string> words);
+
+    // Asks the switch. Nothing when the condition holds, else a sentence that says what is instead.
+    // Throws Refusal, for a port that the switch does not have, too; Away when the switch is away.
+    std::optional<std::string> failure() const { return ask_(); }
+
+    // The condition as it was typed.
+    const std::string &text() const { return text_; }
+
+  private:
+    using Ask = std::function<std::optional<std::string>()>;
+
+    Condition(std::string text, Ask ask) : text_(std::move(text)), ask_(std::move(ask)) {}
+
+    std::string text_;
+    Ask ask_;
+};
+
+// Waits until the condition holds, for `timeout` at most; milliseconds::max() is without an end. It is
+// asked once more at each change of the switch; a switch that is away is waited for. Returns whether
+// the condition held. Throws Refusal.
+bool wait_until(const Condition &condition, std::chrono::milliseconds timeout);
+
+// The time that a word stands for: a number with ms, s or m behind it, without them in seconds.
+// Throws UsageError.
+std::chrono::milliseconds parse_duration(const std::string &text);
+
+} // namespace vswitchctl
+
+#endif
