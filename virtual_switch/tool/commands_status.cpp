@@ -4,6 +4,7 @@
 
 #include "tool/commands.h"
 #include "tool/history.h"
+#include "tool/watch.h"
 
 namespace vswitchctl {
 
@@ -43,12 +44,14 @@ void add_show(Commands &commands) {
 }
 
 void add_watch(Commands &commands) {
-    Command command(commands, "watch", "Prints the switch's events as they happen",
-                    "  vswitchctl watch\n  vswitchctl watch --count 1 --json");
+    Command command(commands, "watch", "Prints the switch's present state, then its events as they happen",
+                    "  vswitchctl watch\n  vswitchctl watch --events-only --count 1 --json");
     command.number("--count", "count", "End after so many events");
+    command.flag("--events-only", "eventsOnly", "Leave the present state out");
     command.run([](const Json &arguments) {
         const auto count = arguments.find("count");
-        watch(prints_json(), count == arguments.end() ? std::nullopt : std::optional<uint32_t>(*count));
+        watch({prints_json(), arguments.contains("eventsOnly"),
+               count == arguments.end() ? std::nullopt : std::optional<uint32_t>(*count)});
     });
 }
 

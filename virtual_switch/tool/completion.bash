@@ -43,7 +43,7 @@ _vswitchctl_words() {
             "--deviation --index --oid --pdu --user --from --to --times --after --percent --seed"
         ;;
     "fault storm") echo "--class --vsan" ;;
-    "watch "*) echo "--count" ;;
+    "watch "*) echo "--count --events-only" ;;
     "wait-until "*)
         echo "ready vsan port tdx timer agents --timeout exists absent oper state name link enabled disabled session"
         ;;

@@ -4,7 +4,6 @@
 #define VSWITCHCTL_PRINT_H
 
 #include <functional>
-#include <optional>
 
 #include "tool/client.h"
 
@@ -36,10 +35,6 @@ void print_pending(const Json &reply);
 void print_history(const Json &reply);
 void print_filters(const Json &reply);
 void print_faults(const Json &reply);
-
-// Prints each event that the switch publishes, in words or as one JSON object a line,
-// until `count` have come, or without an end. Throws Refusal.
-void watch(bool json, std::optional<uint32_t> count);
 
 } // namespace vswitchctl
 

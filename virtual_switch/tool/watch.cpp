@@ -1,283 +1,186 @@
 // SPDX-License-Identifier: Apache-2.0
-// The switch's events as they are published.
-#include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <fmt/format.h>
-#include <map>
-#include <memory>
-#include <poll.h>
+#include "tool/watch.h"
 
-#include "contract/big_endian.h"
-#include "mts.h"
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fmt/format.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "contract/events.h"
 #include "mts/mts_events.h"
-#include "tool/print.h"
-#include "tool/table.h"
-#include "tool/words.h"
-#include "vsan.h"
+#include "tool/event_words.h"
+#include "tool/present_state.h"
+#include "tool/subscription.h"
 
 namespace vswitchctl {
 
 namespace {
 
-// What the ports are called, by ifIndex. The switch keeps the ports that it was made with.
-using PortNames = std::map<uint32_t, std::string>;
+// How long the switch may take for one answer: as long, a signal may go unheard.
+constexpr std::chrono::milliseconds patience(2000);
 
-PortNames port_names() {
-    PortNames names;
-    const Json reply = list("port.list", "ports", "ifIndex");
-    for (const Json &port : reply.at("ports")) {
-        names.emplace(port.at("ifIndex").get<uint32_t>(), port.at("name").get<std::string>());
-    }
-    return names;
-}
-
-Json unknown_event(uint32_t event_class) {
-    return {{"event", "unknown"}, {"class", event_class}};
-}
-
-Json vsan_event(const void *payload, uint32_t size) {
-    uint32_t condition = 0, vsan = 0, created = 0;
-    if (vsan_range_config_change_get_info(payload, size, &condition, &vsan, &created) != 0) {
-        return unknown_event(EVENT_VSAN_CHANGED);
-    }
-    const auto attribute = [&](uint32_t key) {
-        uint32_t value = 0, former = 0;
-        if (vsan_range_config_change_get_attr_values(payload, size, key, &value, &former) != 0) {
-            value = former = 0;
-        }
-        return std::pair(read_be32(reinterpret_cast<const uint8_t *>(&value)),
-                         read_be32(reinterpret_cast<const uint8_t *>(&former)));
-    };
-    const auto [state, former_state] = attribute(ATTRIBUTE_ADMIN_STATE);
-    const auto [oper, former_oper] = attribute(ATTRIBUTE_OPER_STATE);
-    return {{"event", "vsan"},
-            {"class", EVENT_VSAN_CHANGED},
-            {"vsan", vsan},
-            {"created", created != 0},
-            {"deleted", condition != 0},
-            {"state", word_of(state_words, state)},
-            {"formerState", word_of(state_words, former_state)},
-            {"oper", word_of(oper_words, oper)},
-            {"formerOper", word_of(oper_words, former_oper)}};
-}
-
-Json port_event(const void *payload, uint32_t size) {
-    if (!payload || size < PORT_EVENT_SIZE) {
-        return unknown_event(EVENT_PORT_MOVED);
-    }
-    const auto *bytes = static_cast<const uint8_t *>(payload);
-    return {{"event", "port"},
-            {"class", EVENT_PORT_MOVED},
-            {"ifIndex", read_be32(bytes + PORT_EVENT_IF_INDEX)},
-            {"formerVsan", read_be32(bytes + PORT_EVENT_FORMER_VSAN)},
-            {"vsan", read_be32(bytes + PORT_EVENT_VSAN)}};
-}
-
-std::string time_text(std::time_t seconds, uint32_t microseconds) {
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    char line[40];
-    const size_t length = std::strftime(line, sizeof line, "%Y-%m-%dT%H:%M:%S", &parts);
-    return fmt::format("{}.{:03}Z", std::string(line, length), microseconds / 1000);
-}
-
-Json interface_event(const void *payload, uint32_t size) {
-    if (!payload || size < PORT_CHANGED_SIZE) {
-        return unknown_event(EVENT_PORT_CHANGED);
-    }
-    const auto field = [bytes = static_cast<const uint8_t *>(payload)](size_t at) { return read_be32(bytes + at); };
-    Json changes = Json::array();
-    for (const auto &[word, change] : port_change_words) {
-        if (field(PORT_CHANGED_WHICH) & change) {
-            changes.push_back(word);
+// The signals that end the tool, taken when it is convenient, so that no line stays half printed.
+class EndingSignals {
+  public:
+    EndingSignals() {
+        sigset_t ending;
+        sigemptyset(&ending);
+        sigaddset(&ending, SIGINT);
+        sigaddset(&ending, SIGTERM);
+        sigprocmask(SIG_BLOCK, &ending, &former_);
+        descriptor_ = signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
+        if (descriptor_ < 0) {
+            sigprocmask(SIG_SETMASK, &former_, nullptr);
         }
     }
-    return {{"event", "interface"},
-            {"class", EVENT_PORT_CHANGED},
-            {"ifIndex", field(PORT_CHANGED_IF_INDEX)},
-            {"changes", changes},
-            {"formerAdmin", word_of(oper_words, field(PORT_CHANGED_FORMER_ADMIN))},
-            {"admin", word_of(oper_words, field(PORT_CHANGED_ADMIN))},
-            {"formerOper", word_of(oper_words, field(PORT_CHANGED_FORMER_OPER))},
-            {"oper", word_of(oper_words, field(PORT_CHANGED_OPER))},
-            {"traps", field(PORT_CHANGED_TRAPS) == PORT_TRAPS_ENABLED},
-            {"moment", time_text(field(PORT_CHANGED_MOMENT), field(PORT_CHANGED_MOMENT + 4))}};
+    ~EndingSignals() {
+        if (descriptor_ >= 0) {
+            // What has come has been heeded.
+            for (signalfd_siginfo taken; read(descriptor_, &taken, sizeof taken) == sizeof taken;) {
+            }
+            close(descriptor_);
+            sigprocmask(SIG_SETMASK, &former_, nullptr);
+        }
+    }
+    EndingSignals(const EndingSignals &) = delete;
+    EndingSignals &operator=(const EndingSignals &) = delete;
+
+    // Readable when one has come; -1 where they end the tool as they always do.
+    int descriptor() const { return descriptor_; }
+
+  private:
+    sigset_t former_;
+    int descriptor_;
+};
+
+class Watch {
+  public:
+    explicit Watch(const WatchWish &wish) : wish_(wish) {}
+
+    void run();
+
+  private:
+    // One connection, from the state on. Returns when the watch is over. Throws Away when the
+    // switch goes away.
+    void follow();
+    void print_state(const PresentState &state) const;
+    void print_event(const mts_message *message, const PortNames &names) const;
+    void print(const std::string &time, Json object) const;
+    void complain(const std::string &sentence) const;
+
+    const WatchWish wish_;
+    const EndingSignals signals_;
+    Pauses pauses_{signals_.descriptor()};
+    const Patience patience_{patience};
+    bool has_begun_ = false;
+    bool is_away_ = false;
+    uint32_t seen_ = 0;
+};
+
+// Who reads from a pipe wants each event at once, and nobody wants events that go nowhere.
+void flush() {
+    if (std::fflush(stdout) != 0) {
+        throw Refusal(fmt::format("Cannot print: {}.", std::strerror(errno)));
+    }
 }
 
-Json setting_event(const void *payload, uint32_t size) {
-    if (!payload || size < SETTING_EVENT_FIXED) {
-        return unknown_event(EVENT_SETTING_CHANGED);
-    }
-    const auto *bytes = static_cast<const uint8_t *>(payload);
-    const uint32_t kind = read_be32(bytes + SETTING_EVENT_KIND);
-    const uint32_t which = read_be32(bytes + SETTING_EVENT_WHICH);
-    const std::string text(bytes + SETTING_EVENT_TEXT, bytes + size);
-    Json event = {{"event", "setting"}, {"class", EVENT_SETTING_CHANGED}};
-    if (kind == CHANGED_VSAN_NAME) {
-        event.update({{"setting", "vsan-name"}, {"vsan", which}, {"text", text}});
-    } else if (kind == CHANGED_TIMER) {
-        event.update({{"setting", word_of(attribute_words, read_be32(bytes + SETTING_EVENT_KEY))},
-                      {"value", read_be32(bytes + SETTING_EVENT_VALUE)},
-                      {"former", read_be32(bytes + SETTING_EVENT_FORMER)}});
-        if (which != 0) {
-            event["vsan"] = which;
+void Watch::complain(const std::string &sentence) const {
+    std::fputs(fmt::format("{} {}\n", time_now(), sentence).c_str(), stderr);
+}
+
+void Watch::print(const std::string &time, Json object) const {
+    object["time"] = time;
+    fmt::print("{}\n", object.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+void Watch::print_state(const PresentState &state) const {
+    const std::string now = time_now();
+    if (wish_.as_json) {
+        for (Json &object : state_objects(state)) {
+            print(now, std::move(object));
         }
-    } else if (kind == CHANGED_SYSTEM_TEXT) {
-        event.update({{"setting", word_of(system_text_words, which)}, {"text", text}});
     } else {
-        return unknown_event(EVENT_SETTING_CHANGED);
-    }
-    return event;
-}
-
-std::string vsan_words(const Json &event) {
-    const std::string state = event["state"], former_state = event["formerState"];
-    const std::string oper = event["oper"], former_oper = event["formerOper"];
-    const std::string vsan = fmt::format("VSAN {}", event["vsan"].get<uint32_t>());
-    if (event["created"].get<bool>()) {
-        return fmt::format("{} created, {} and {}", vsan, state, oper);
-    }
-    if (event["deleted"].get<bool>()) {
-        return vsan + " deleted";
-    }
-    std::string changes;
-    if (state != former_state) {
-        changes = state == "suspended" ? "suspended" : "resumed";
-    }
-    if (oper != former_oper) {
-        changes += fmt::format("{}went {}", changes.empty() ? "" : ", ", oper);
-    }
-    return fmt::format("{} {}", vsan, changes.empty() ? fmt::format("changed, {} and {}", state, oper) : changes);
-}
-
-std::string port_words(const Json &event) {
-    return event.contains("name") ? printable(event["name"]) : fmt::format("{}", event["ifIndex"].get<uint32_t>());
-}
-
-std::string interface_words(const Json &event) {
-    std::string line;
-    for (const Json &change : event["changes"]) {
-        line += line.empty() ? "" : ", ";
-        if (change == "admin") {
-            line += event["admin"] == "up" ? "enabled" : "disabled";
-        } else if (change == "oper") {
-            line += fmt::format("went {}", event["oper"].get<std::string>());
-        } else {
-            line += fmt::format("{} changed", change.get<std::string>());
+        for (const std::string &line : state_lines(state)) {
+            fmt::print("{} now: {}\n", now, line);
         }
     }
-    return fmt::format("port {} {}", port_words(event), line.empty() ? "changed" : line);
+    flush();
 }
 
-std::string setting_words(const Json &event) {
-    std::string what = event["setting"];
-    if (event.contains("text")) {
-        const std::string text = printable(event["text"]);
-        if (event.contains("vsan")) {
-            what = fmt::format("VSAN {} is called", event["vsan"].get<uint32_t>());
-            return fmt::format("{} {}", what, text.empty() ? "nothing any more" : text);
-        }
-        return fmt::format("the switch's {} is {}", what, text.empty() ? "empty" : text);
-    }
-    if (event.contains("vsan")) {
-        what += fmt::format(" of VSAN {}", event["vsan"].get<uint32_t>());
-    }
-    const auto former = event["former"].get<uint32_t>();
-    return fmt::format("{} is {}, was {}", what, event["value"].get<uint32_t>(),
-                       former == 0 && event.contains("vsan") ? "the switch's" : fmt::format("{}", former));
-}
-
-std::string words(const Json &event) {
-    if (event["event"] == "vsan") {
-        return vsan_words(event);
-    }
-    if (event["event"] == "port") {
-        return fmt::format("port {} moved from VSAN {} to VSAN {}", port_words(event),
-                           event["formerVsan"].get<uint32_t>(), event["vsan"].get<uint32_t>());
-    }
-    if (event["event"] == "interface") {
-        return interface_words(event);
-    }
-    if (event["event"] == "setting") {
-        return setting_words(event);
-    }
-    return fmt::format("event of class {} that cannot be decoded", event["class"].get<uint32_t>());
-}
-
-std::string time_now() {
-    using namespace std::chrono;
-    const auto now = system_clock::now();
-    const auto passed = duration_cast<microseconds>(now.time_since_epoch()).count() % 1000000;
-    return time_text(system_clock::to_time_t(now), static_cast<uint32_t>(passed));
-}
-
-Json decode(uint32_t event_class, const void *payload, uint32_t size) {
-    switch (event_class) {
-    case EVENT_VSAN_CHANGED:
-        return vsan_event(payload, size);
-    case EVENT_PORT_MOVED:
-        return port_event(payload, size);
-    case EVENT_PORT_CHANGED:
-        return interface_event(payload, size);
-    case EVENT_SETTING_CHANGED:
-        return setting_event(payload, size);
-    default:
-        return unknown_event(event_class);
-    }
-}
-
-void print_event(const mts_message *message, const PortNames &names, bool json) {
-    Json event = decode(mts_message_class(message), mts_payload_get(message), mts_payload_size(message));
+void Watch::print_event(const mts_message *message, const PortNames &names) const {
+    Json event = decode_event(mts_message_class(message), mts_payload_get(message), mts_payload_size(message));
     if (event.contains("ifIndex")) {
         if (const auto name = names.find(event["ifIndex"].get<uint32_t>()); name != names.end()) {
             event["name"] = name->second;
         }
     }
-    if (json) {
-        event["time"] = time_now();
-        fmt::print("{}\n", event.dump(-1, ' ', false, Json::error_handler_t::replace));
+    if (wish_.as_json) {
+        print(time_now(), std::move(event));
     } else {
-        fmt::print("{} {}\n", time_now(), words(event));
+        fmt::print("{} {}\n", time_now(), event_words(event));
     }
-    // Who reads from a pipe wants each event at once.
-    std::fflush(stdout);
+    flush();
+}
+
+void Watch::follow() {
+#define EVENT_CLASS(number, name, word) number,
+    Subscription events({EVENTS(EVENT_CLASS) EVENT_ANY_CHANGE}, signals_.descriptor());
+#undef EVENT_CLASS
+    if (!events.open(deadline_after(patience))) {
+        return;
+    }
+    // What is printed is whole, or it is not begun.
+    const auto state = wish_.events_only ? std::nullopt : std::optional(read_present_state());
+    const PortNames names = port_names(state ? state->ports : list("port.list", "ports", "ifIndex")["ports"]);
+    if (!has_begun_) {
+        std::fputs("watching; Ctrl-C ends\n", stderr);
+    } else if (is_away_) {
+        complain("The switch is back.");
+    }
+    has_begun_ = true;
+    is_away_ = false;
+    pauses_.begin_again();
+    if (state) {
+        print_state(*state);
+    }
+    while (!wish_.count || seen_ < *wish_.count) {
+        const mts_message *event = events.next({});
+        if (!event) {
+            return;
+        }
+        if (mts_message_class(event) != EVENT_ANY_CHANGE) {
+            print_event(event, names);
+            ++seen_;
+        }
+    }
+}
+
+void Watch::run() {
+    for (;;) {
+        try {
+            return follow();
+        } catch (const Away &problem) {
+            if (!has_begun_) {
+                throw;
+            }
+            if (!is_away_) {
+                complain(fmt::format("{} Waiting for it.", problem.what()));
+            }
+            is_away_ = true;
+        }
+        if (!pauses_.wait({})) {
+            return;
+        }
+    }
 }
 
 } // namespace
 
-void watch(bool json, std::optional<uint32_t> count) {
-#define EVENT_CLASS(number, name, word) number,
-    const uint32_t classes[] = {EVENTS(EVENT_CLASS) EVENT_ANY_CHANGE};
-#undef EVENT_CLASS
-    const int descriptor = mts_events_open(classes, std::size(classes));
-    if (descriptor < 0) {
-        throw Unreachable(connection_problem(errno));
-    }
-    const PortNames names = port_names();
-    bool confirmed = false;
-    for (uint32_t seen = 0; !confirmed || !count || seen < *count;) {
-        pollfd state{descriptor, POLLIN, 0};
-        if (poll(&state, 1, -1) < 0 && errno != EINTR) {
-            throw Unreachable(connection_problem(errno));
-        }
-        const mts_message *message = nullptr;
-        const int result = mts_events_next(&message);
-        if (result < 0) {
-            throw Unreachable(connection_problem(errno));
-        }
-        // The first that comes is the switch's confirmation: from then on nothing is missed.
-        if (!confirmed) {
-            std::fputs("watching; Ctrl-C ends\n", stderr);
-        }
-        confirmed = true;
-        if (result == 0 || mts_message_class(message) == EVENT_ANY_CHANGE) {
-            continue;
-        }
-        print_event(message, names, json);
-        ++seen;
-    }
-    mts_events_close();
+void watch(const WatchWish &wish) {
+    Watch(wish).run();
 }
 
 } // namespace vswitchctl
