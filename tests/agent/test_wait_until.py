@@ -57,7 +57,7 @@ def begin(switch, *words):
 
 
 def said(sentence):
-    """A sentence as it stands behind the command's name: VSAN is a name, other words lose their capital."""
+    """A sentence as it stands behind the command's name."""
     return sentence if sentence.startswith("VSAN") else sentence[0].lower() + sentence[1:]
 
 
@@ -73,7 +73,8 @@ def wait_subscribed(switch, count=1):
 
 @pytest.mark.parametrize("condition,instead,changes", CONDITIONS, ids=[row[0] for row in CONDITIONS])
 def test_condition_is_waited_for_until_a_change_brings_it(owned, tool, condition, instead, changes):
-    assert tool.refused("wait-until", *condition.split(), "--timeout", "0") == f"vswitchctl: wait-until: {said(instead)}\n"
+    complaint = tool.refused("wait-until", *condition.split(), "--timeout", "0")
+    assert complaint == f"vswitchctl: wait-until: {said(instead)}\n"
     waiting = begin(owned, *condition.split())
     wait_subscribed(owned)
     assert waiting.running()
@@ -170,7 +171,8 @@ def test_hung_switch_does_not_hold_the_wait_beyond_its_timeout(owned):
 
 
 def test_waiting_for_a_port_that_never_comes_ends_at_once(tool):
-    assert tool.refused("wait-until", "port", "fc99", "oper", "up") == "vswitchctl: wait-until: there is no port fc99; the switch has fc1 to fc6.\n"
+    assert tool.refused("wait-until", "port", "fc99", "oper", "up") == \
+        "vswitchctl: wait-until: there is no port fc99; the switch has fc1 to fc6.\n"
 
 
 def test_wait_that_has_come_true_says_so_as_json(tool):
