@@ -49,6 +49,7 @@
 #include <cstring>
 
 #include "contract/big_endian.h"
+#include "mts_counters.h"
 #include "mts_memory.h"
 #include "mts_settings.h"
 #include "mts_stream.h"
@@ -285,6 +286,7 @@ void look_at_socket(mts_queue &queue) {
 
 // Makes a connection. False with errno when that is not possible.
 bool connect_to_switch(mts_queue &queue) {
+    mts_counters_see_to_file();
     const bool was_silent = is_silent(queue);
     if (mts_stream_open(queue.stream) != 0) {
         queue.state = was_silent && errno == ETIMEDOUT ? link_state::shunned : link_state::closed;
@@ -547,8 +549,13 @@ uint32_t cmi_req_resp(uint32_t opcode, uint32_t kind, const void *payload, void 
                           .payload = {static_cast<const uint8_t *>(payload), payload == nullptr ? 0 : payload_length},
                           .user = {reinterpret_cast<const uint8_t *>(user_name), user_length}};
     mts_reply answer;
+    mts_count_asked(service, opcode, kind);
     if (exchange(*queue, what, answer, deadline) != outcome::done) {
+        mts_count(mts_counters_find(service, opcode, kind)->unanswered);
         return UINT32_MAX;
+    }
+    if (answer.status != 0) {
+        mts_count(mts_counters_find(service, opcode, kind)->refused);
     }
     if (!hand_over(answer, reply, *length)) {
         return no_status(ENOMEM);

@@ -9,13 +9,18 @@
 // Nor is anything taken down in the other entry: a module that somebody else loaded
 // as well stays in service, and without the hooks a restricted user would be nobody,
 // whom nothing is forbidden.
+#include <cerrno>
+
 #include "front_handler.h"
+#include "mts_counters.h"
 #include "notifications.h"
 
 namespace {
 
 [[gnu::constructor]] void on_load() {
     oryx::front_handler_start();
+    // So an operator can tell what a client's messages cost.
+    mts_count_requests(program_invocation_short_name);
 }
 
 [[gnu::destructor]] void on_unload() {

@@ -4,7 +4,7 @@
 set(platform_sources ${PROJECT_SOURCE_DIR}/platform)
 
 add_fuzzer(fuzz_mts_reply fuzz_mts_reply.cpp ${platform_sources}/mts/mts_frame.cpp)
-set(mts_sources mts.cpp mts_events.cpp mts_frame.cpp mts_memory.cpp mts_stream.cpp)
+set(mts_sources mts.cpp mts_counters.cpp mts_events.cpp mts_frame.cpp mts_memory.cpp mts_stream.cpp)
 list(TRANSFORM mts_sources PREPEND ${platform_sources}/mts/)
 find_package(Threads REQUIRED)
 add_fuzzer(fuzz_mts_client fuzz_mts_client.cpp ${mts_sources} LIBS Threads::Threads)

@@ -22,6 +22,7 @@ include(GoogleTest)
 
 platform_test(platform_mts mts)
 platform_test(platform_mts_hung mts)
+platform_test(platform_mts_counters mts)
 platform_test(platform_mts_listener mts)
 platform_test(platform_mts_events mts)
 platform_test(platform_mts_memory mts)
@@ -34,7 +35,7 @@ platform_test(mts_shared)
 platform_test(platform_debug_filters SOURCES sdwrap/debug_filters.cpp)
 
 # Linked in as sources, so that their calls of these functions can be led to the tests.
-set(mts_sources mts/mts.cpp mts/mts_events.cpp mts/mts_frame.cpp mts/mts_memory.cpp mts/mts_stream.cpp)
+set(mts_sources mts/mts.cpp mts/mts_counters.cpp mts/mts_events.cpp mts/mts_frame.cpp mts/mts_memory.cpp mts/mts_stream.cpp)
 platform_test(platform_oom SOURCES indxobj/indxobj.cpp ${mts_sources})
 target_link_options(platform_oom_test PRIVATE -Wl,--wrap=malloc)
 platform_test(platform_mts_grace SOURCES ${mts_sources})
