@@ -13,6 +13,7 @@ using Json = JsonReader::Json;
 
 constexpr uint32_t max_injected = 100000;
 constexpr size_t max_subscribers = 64; // so many are shown
+constexpr size_t max_note = 32768;     // bytes
 
 Json subscribers_json(const EventHub &events) {
     Json list = Json::array();
@@ -115,7 +116,33 @@ void inject_events(Call &call) {
     call.reply["published"] = count;
 }
 
+// The requests served since the last reset, and what the tool asked to be kept then.
+void show_counters(Call &call) {
+    const Counters &counters = call.the_switch.counters;
+    call.reply["requests"] = Json::array();
+    for (const auto &[key, count] : counters.requests) {
+        const auto former = counters.requests_at_reset.find(key);
+        const uint64_t since = count - (former == counters.requests_at_reset.end() ? 0 : former->second);
+        if (since > 0) {
+            call.reply["requests"].push_back(
+                {{"service", key.service}, {"opcode", key.opcode}, {"kind", key.kind}, {"answered", since}});
+        }
+    }
+    call.reply["note"] = counters.note_at_reset;
+}
+
+// Answers as if it were only asked, so that what was counted before is seen once more, and whole.
+void reset_counters(Call &call) {
+    const std::string note = call.arguments.required_text("note", max_note);
+    show_counters(call);
+    Counters &counters = call.the_switch.counters;
+    counters.requests_at_reset = counters.requests;
+    counters.note_at_reset = note;
+}
+
 const Command commands[] = {
+    {"counters.show", MTS_KIND_GET, show_counters, {}},
+    {"counters.reset", MTS_KIND_SET, reset_counters, {"note"}},
     {"switch.show", MTS_KIND_GET, show_switch, {}},
     {"events.inject", MTS_KIND_SET, inject_events, {"count", "class", "vsan"}},
 };

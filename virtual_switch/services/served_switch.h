@@ -22,11 +22,13 @@ struct Counters {
         auto operator<=>(const Key &) const = default;
     };
     std::map<Key, uint64_t> requests;
-    uint64_t connections = 0;         // open now
-    uint64_t dropped_connections = 0; // closed by the daemon because of what they sent or did not
-                                      // read, or for want of room
-    uint64_t refused_connections = 0; // of processes that may not connect
-    uint64_t subscriptions = 0;       // event classes subscribed to, over all open connections
+    std::map<Key, uint64_t> requests_at_reset; // what the operator no longer wants to see of these
+    std::string note_at_reset;                 // what the operator's tool had kept then
+    uint64_t connections = 0;                  // open now
+    uint64_t dropped_connections = 0;          // closed by the daemon because of what they sent or did not
+                                               // read, or for want of room
+    uint64_t refused_connections = 0;          // of processes that may not connect
+    uint64_t subscriptions = 0;                // event classes subscribed to, over all open connections
 };
 
 struct ServedSwitch : Switch {

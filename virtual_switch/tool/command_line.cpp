@@ -246,6 +246,7 @@ CommandLine::CommandLine(GlobalOptions *options) : commands_(std::make_unique<Co
     add_timers(*commands_);
     add_tdx(*commands_);
     add_agent(*commands_);
+    add_counters(*commands_);
     add_fault(*commands_);
     add_watch(*commands_);
     add_wait_until(*commands_);

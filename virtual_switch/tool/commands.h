@@ -136,6 +136,7 @@ void add_role(Commands &commands);
 void add_timers(Commands &commands);
 void add_tdx(Commands &commands);
 void add_agent(Commands &commands);
+void add_counters(Commands &commands);
 void add_fault(Commands &commands);
 void add_watch(Commands &commands);
 void add_wait_until(Commands &commands);

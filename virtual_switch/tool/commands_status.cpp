@@ -4,6 +4,7 @@
 
 #include "tool/commands.h"
 #include "tool/history.h"
+#include "tool/request_counters.h"
 #include "tool/watch.h"
 
 namespace vswitchctl {
@@ -32,6 +33,15 @@ void show_histories(const Json &arguments) {
 }
 
 } // namespace
+
+void add_counters(Commands &commands) {
+    Command command(commands, "counters", "How often agents have asked the switch for what",
+                    "  vswitchctl counters\n  vswitchctl counters --reset");
+    command.flag("--reset", "reset", "Begin at 0 after this; what was counted until now is printed once more");
+    command.run([](const Json &arguments) {
+        show(read_request_counters(arguments.contains("reset")), print_request_counters);
+    });
+}
 
 void add_show(Commands &commands) {
     Command command(commands, "show", "The whole switch at a glance", "  vswitchctl show\n  vswitchctl show --json");

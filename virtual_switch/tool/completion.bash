@@ -7,7 +7,7 @@
 _vswitchctl_words() {
     local vsan_options="--name --state --mtu --load-balancing --interop --inorder-delivery --drop-latency"
     case "$1 $2" in
-    " ") echo "show vsan port system role timers tdx event-history debug fault watch wait-until" ;;
+    " ") echo "show vsan port system role timers tdx event-history debug fault watch wait-until counters" ;;
     "vsan ") echo "list show create set delete" ;;
     "vsan create" | "vsan set") echo "$vsan_options" ;;
     "port ") echo "list show move up down deny speed alias enable disable traps traffic" ;;
@@ -43,6 +43,7 @@ _vswitchctl_words() {
             "--deviation --index --oid --pdu --user --from --to --times --after --percent --seed"
         ;;
     "fault storm") echo "--class --vsan" ;;
+    "counters "*) echo "--reset" ;;
     "watch "*) echo "--count --events-only" ;;
     "wait-until "*)
         echo "ready vsan port tdx timer agents --timeout exists absent oper state name link enabled disabled session"

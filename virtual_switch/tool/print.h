@@ -35,6 +35,7 @@ void print_pending(const Json &reply);
 void print_history(const Json &reply);
 void print_filters(const Json &reply);
 void print_faults(const Json &reply);
+void print_request_counters(const Json &reply); // of read_request_counters
 
 } // namespace vswitchctl
 

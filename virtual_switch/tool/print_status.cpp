@@ -44,6 +44,12 @@ std::string port_ranges(const std::vector<unsigned> &positions) {
     return line.empty() ? "-" : line;
 }
 
+// The word of a number, or the number.
+std::string word_or_number(Words words, uint32_t number) {
+    const auto found = std::ranges::find(words, number, &Word::second);
+    return found == words.end() ? fmt::format("{}", number) : std::string(found->first);
+}
+
 std::string timer_line(const Json &values) {
     std::string line;
     for (const char *timer : timer_words) {
@@ -233,6 +239,40 @@ void print_faults(const Json &reply) {
     if (!reply.value("fetched", true)) {
         fmt::print("No agent has fetched this list: no client meets a fault of it.\n");
     }
+}
+
+void print_request_counters(const Json &reply) {
+    for (const Json &agent : reply.at("agents")) {
+        if (agent.contains("problem")) {
+            fmt::print("The counters of {} {} cannot be read: {}.\n", printable(text(agent, "name")),
+                       text(agent, "pid"), text(agent, "problem"));
+        }
+    }
+    if (reply.at("agents").empty()) {
+        fmt::print("No agent counts what it asks.\n");
+    }
+    Table table({{"Service"},
+                 {"Opcode"},
+                 {"Kind"},
+                 {"Asked", true},
+                 {"Answered", true},
+                 {"Refused", true},
+                 {"Unanswered", true}});
+    uint64_t asked = 0, answered = 0, refused = 0, unanswered = 0;
+    for (const Json &row : reply.at("requests")) {
+        const bool is_others = row.at("service") == 0;
+        table.add({is_others ? "others" : word_or_number(service_words, row.at("service")),
+                   is_others ? "" : word_or_number(opcode_words, row.at("opcode")),
+                   is_others ? "" : word_or_number(kind_words, row.at("kind")), text(row, "asked"),
+                   text(row, "answered"), text(row, "refused"), text(row, "unanswered")});
+        asked += row.at("asked").get<uint64_t>();
+        answered += row.at("answered").get<uint64_t>();
+        refused += row.at("refused").get<uint64_t>();
+        unanswered += row.at("unanswered").get<uint64_t>();
+    }
+    table.add({"all", "", "", fmt::format("{}", asked), fmt::format("{}", answered), fmt::format("{}", refused),
+               fmt::format("{}", unanswered)});
+    table.print();
 }
 
 } // namespace vswitchctl
