@@ -1,11 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """The operator's tool against a running switch: every command in words and as JSON, what it
-refuses and how it ends, its completion, and the faults that it sets, seen by the switch's clients."""
+refuses and how it ends, and the faults that it sets, seen by the switch's clients."""
 
 import json
 import os
 import re
-import shutil
 import subprocess
 import time
 
@@ -15,7 +14,7 @@ from harness import wire
 from harness.build import REPOSITORY
 from harness.clients import NetSnmp, SnmpError
 from harness.oids import ARCS, cell, scalar
-from harness.operator_tool import VSWITCHCTL, OperatorTool
+from harness.operator_tool import VSWITCHCTL, OperatorTool, all_commands, help_of
 
 INITIAL = {
     "vsans": [{"id": 10, "name": "x" * 32}, {"id": 20, "name": "lab", "state": "suspended"}],
@@ -38,26 +37,6 @@ def tool(owned):
 def ask(switch, vsan, connection=None):
     with connection or switch.connect() as client:
         return client.request(wire.SERVICE_VSAN, wire.VSAN, payload=wire.vsan_block(vsanIndex=vsan))
-
-
-def help_of(*words):
-    done = subprocess.run([VSWITCHCTL, *words, "--help"], capture_output=True, text=True, timeout=20)
-    assert done.returncode == 0, done
-    return done.stdout
-
-
-def subcommands(text):
-    return re.findall(r"^  ([a-z-]+) ", text.partition("Subcommands:")[2].partition("\n\n")[0], re.MULTILINE)
-
-
-def all_commands():
-    """Every command of the tool, as words."""
-    for command in subcommands(help_of()):
-        below = subcommands(help_of(command))
-        if below:
-            yield from ((command, word) for word in below)
-        else:
-            yield (command,)
 
 
 LOOKS = [
@@ -369,56 +348,6 @@ def test_every_command_has_help_with_examples_that_are_understood(tool):
             if command != ("watch",):  # it would wait for events
                 done = tool.run(*example.split())
                 assert done.returncode in (0, 1), (example, done)
-
-
-def complete(*words):
-    """What bash offers for the last of these words."""
-    script = f"""source {REPOSITORY}/virtual_switch/tool/completion.bash
-COMP_WORDS=("$@"); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); _vswitchctl; printf '%s\\n' "${{COMPREPLY[@]}}" """
-    done = subprocess.run(["bash", "-c", script, "bash", "vswitchctl", *words], capture_output=True, text=True,
-                          timeout=20)
-    assert done.returncode == 0 and not done.stderr, done
-    return set(done.stdout.split())
-
-
-def test_completion_offers_every_command_and_option():
-    common = {"--json", "--run", "--help"}
-    assert complete("") - common == set(subcommands(help_of()))
-    assert complete("--json", "--run", "/x", "va") == set() and complete("--run", "/x", "vs") == {"vsan"}
-    for command in all_commands():
-        if len(command) == 2:
-            assert command[1] in complete(command[0], "")
-        options = set(re.findall(r"^  (--[a-z-]+)", help_of(*command), re.MULTILINE)) - {"--json", "--run"}
-        offered = {word for word in complete(*command, "--")} - common
-        assert offered == options, command
-    assert complete("vsan", "create", "5", "--state", "s") == {"suspended"}
-    assert complete("fault", "add", "d") == {"delay", "drop"}
-
-
-def words_of(header, rows):
-    """The words of a list of the contract: what stands last in each row of it, but for numbers."""
-    text = (REPOSITORY / "contract" / header).read_text()
-    lines = re.search(rf"#define {rows}\(X\)(.*?[^\\])\n(?:\n|#)", text, re.S)
-    return {re.findall(r'"([\w-]+)"', row)[-1] for row in lines.group(1).splitlines() if '"' in row}
-
-
-def test_completion_offers_the_words_that_the_switch_knows():
-    for option, header, rows in (("--state", "attributes.h", "ADMIN_STATES"),
-                                 ("--load-balancing", "attributes.h", "LOAD_BALANCINGS"),
-                                 ("--service", "services.h", "MTS_SERVICES"), ("--kind", "services.h", "MTS_KINDS"),
-                                 ("--opcode", "services.h", "MTS_OPCODES")):
-        words = words_of(header, rows)
-        assert len(words) >= 2
-        assert complete("fault", "add", option, "") == words, option
-    settings = words_of("attributes.h", "FABRIC_TIMERS") | words_of("attributes.h", "SWITCH_LATENCIES")
-    assert len(settings) == 6
-    offered = {word for word in complete("timers", "set", "") if not word.startswith("--")}
-    assert offered == settings | {"inorder-delivery"}
-
-
-@pytest.mark.skipif(shutil.which("shellcheck") is None, reason="shellcheck is not installed")
-def test_completion_is_clean_shell():
-    subprocess.run(["shellcheck", REPOSITORY / "virtual_switch/tool/completion.bash"], check=True, timeout=60)
 
 
 # Faults, seen by the switch's clients.

@@ -207,7 +207,20 @@ std::optional<ParsedCommand> Commands::read_leading(const std::vector<std::strin
     return std::nullopt;
 }
 
+const CommandRow *Commands::row_of(const Node &node) const {
+    return node.row || node.first.empty() ? node.row.get() : nodes_.at(node.first).row.get();
+}
+
 ParsedCommand Commands::parse(const std::vector<std::string> &words) {
+    if (!words.empty() && words.front() == "complete-words") {
+        return {nullptr, nullptr,
+                [this, rest = std::vector(words.begin() + 1, words.end())] {
+                    for (const std::string &word : complete(rest)) {
+                        fmt::print("{}\n", word);
+                    }
+                },
+                "complete-words"};
+    }
     auto next = words.begin();
     while (next != words.end() && next->starts_with('-')) {
         next += *next == "--run" && next + 1 != words.end() ? 2 : 1;

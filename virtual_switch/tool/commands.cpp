@@ -10,6 +10,13 @@
 
 namespace vswitchctl {
 
+namespace {
+
+// A number that can be one of so few is completed.
+constexpr uint32_t few_values = 10;
+
+} // namespace
+
 void wrong_value(const std::string &option, const std::string &text, const std::string &wanted) {
     throw UsageError(fmt::format("{}: '{}' is not {}", option, text, wanted));
 }
@@ -74,9 +81,16 @@ CLI::Option *Command::option(const std::string &option, const char *key, const s
 
 CLI::Option *Command::number(const std::string &option, const char *key, const std::string &help, Words words,
                              Bounds range) {
-    return this->option(option, key, help, "N", [words, range](const std::string &name, const std::string &text) {
-        return Json(read_number(name, text, words, range));
-    });
+    CLI::Option *added =
+        this->option(option, key, help, "N", [words, range](const std::string &name, const std::string &text) {
+            return Json(read_number(name, text, words, range));
+        });
+    const bool is_vsan = range.least == vsan_number_bounds.least && range.greatest == vsan_number_bounds.greatest;
+    Values values{is_vsan ? Values::Kind::vsans : Values::Kind::words, texts_of(words)};
+    for (uint64_t value = range.least; range.greatest - range.least < few_values && value <= range.greatest; ++value) {
+        values.words.push_back(fmt::format("{}", value));
+    }
+    return completes(added, std::move(values));
 }
 
 CLI::Option *Command::text(const std::string &option, const char *key, const std::string &help, const char *type) {
@@ -89,20 +103,24 @@ CLI::Option *Command::text(const std::string &option, const char *key, const std
 }
 
 CLI::Option *Command::on_off(const std::string &option, const char *key, const std::string &help) {
-    return this->option(option, key, help, "on|off", [](const std::string &name, const std::string &given) {
-        return Json(read_on_or_off(name, given));
-    });
+    CLI::Option *added =
+        this->option(option, key, help, "on|off", [](const std::string &name, const std::string &given) {
+            return Json(read_on_or_off(name, given));
+        });
+    return completes(added, {Values::Kind::words, {"on", "off"}});
 }
 
 CLI::Option *Command::port(const std::string &option, const std::string &help) {
-    return this->option(option, "ifIndex", help, "PORT", read_port);
+    return completes(this->option(option, "ifIndex", help, "PORT", read_port), {Values::Kind::ports, {}});
 }
 
 CLI::Option *Command::word(const std::string &option, const char *key, const std::string &help, const char *type,
                            const std::vector<std::string> &words) {
-    return this->option(option, key, help, type, [words](const std::string &name, const std::string &given) {
-        return Json(read_word(name, given, words));
-    });
+    CLI::Option *added =
+        this->option(option, key, help, type, [words](const std::string &name, const std::string &given) {
+            return Json(read_word(name, given, words));
+        });
+    return completes(added, {Values::Kind::words, words});
 }
 
 CLI::Option *Command::texts(const std::string &option, const char *key, const std::string &help, const char *type) {

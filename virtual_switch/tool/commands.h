@@ -20,6 +20,13 @@ namespace vswitchctl {
 
 using Printer = std::function<void(const Json &)>;
 
+// What can stand in an option's place, for who has a word of the command line completed.
+struct Values {
+    enum class Kind { words, vsans, ports, roles, files, folders, condition };
+    Kind kind = Kind::words;
+    std::vector<std::string> words; // of that kind; there may be others, as numbers beside words
+};
+
 // What a command makes of its words: the arguments that the switch is asked with.
 struct CommandRow {
     std::string name; // "vsan create"
@@ -27,9 +34,10 @@ struct CommandRow {
     Json initial = Json::object();              // arguments that no words give
     Json arguments;                             // of the words that are read just now
     std::map<std::string, std::string> options; // the word of each argument: "mtu" is "--mtu"
-    std::function<void(Json &)> finish;         // or nothing
-    std::string change;                         // the switch's command, of one that is part of the configuration
-    Printer print;                              // of the reply to it
+    std::map<const CLI::Option *, Values> values;
+    std::function<void(Json &)> finish; // or nothing
+    std::string change;                 // the switch's command, of one that is part of the configuration
+    Printer print;                      // of the reply to it
     std::function<void(const Json &)> run;
 };
 
@@ -61,12 +69,21 @@ class Commands {
 
     ParsedCommand parse(const std::vector<std::string> &words);
 
+    // What the last of the words, which may be empty, can be completed to: "words" and these, or "files"
+    // or "folders" alone. The switch is asked for its names and numbers, for a short time, and done
+    // without where it does not answer.
+    std::vector<std::string> complete(std::vector<std::string> words) const;
+
   private:
     struct Node {
         CLI::App *app = nullptr;
         std::string first; // the command that a group alone does
         std::unique_ptr<CommandRow> row;
     };
+
+    // The command that a name stands for: its own, or the first one of a group. Null when there is none.
+    const CommandRow *row_of(const Node &node) const;
+    friend class Completion;
 
     CLI::App &add_app(const std::string &name, const std::string &description, const std::string &examples);
     // The words that may follow a name.
@@ -114,6 +131,12 @@ class Command {
 
     // Looks at all arguments together, and may make others of them. Throws UsageError.
     void finish(std::function<void(Json &)> look) { row_.finish = std::move(look); }
+
+    // The values of an option whose type does not say them.
+    CLI::Option *completes(CLI::Option *option, Values values) {
+        row_.values[option] = std::move(values);
+        return option;
+    }
 
     // What the command does.
     void run(std::function<void(const Json &)> action) { row_.run = std::move(action); }

@@ -72,7 +72,13 @@ void finish_traffic(Json &arguments) {
 void add_port_settings(Commands &commands) {
     Command speed(commands, "port speed", "Sets a port's speed", "  vswitchctl port speed fc3 16000");
     speed.port("port", which_port)->required();
-    speed.number("speed", "speedMbps", "In Mbit/s: 2000, 4000, 8000, 16000 or 32000", {}, {2000, 32000})->required();
+#define SPEED_WORD(speed) std::to_string(speed),
+    const Values speeds{Values::Kind::words, {PORT_SPEEDS(SPEED_WORD)}};
+#undef SPEED_WORD
+    speed
+        .completes(speed.number("speed", "speedMbps", "In Mbit/s: 2000, 4000, 8000, 16000 or 32000", {}, {2000, 32000}),
+                   speeds)
+        ->required();
     speed.changes("port.set", print_port_settings);
     Command alias(commands, "port alias", "Sets a port's alias", "  vswitchctl port alias fc3 tape_library");
     alias.port("port", which_port)->required();
@@ -176,7 +182,7 @@ void add_role(Commands &commands) {
     add.flag("--replace", "replace", "Replace a role of that name");
     add.changes("role.add", [](const Json &reply) { print_roles({{"roles", {reply}}}); });
     Command remove(commands, "role remove", "Removes a role", "  vswitchctl role remove tapes");
-    remove.text("name", "name", "The role's name", "NAME")->required();
+    remove.completes(remove.text("name", "name", "The role's name", "NAME"), {Values::Kind::roles, {}})->required();
     remove.changes("role.remove",
                    [](const Json &reply) { fmt::print("Role {} removed\n", reply.at("name").get<std::string>()); });
 }

@@ -45,7 +45,12 @@ std::vector<std::string> client_actions() {
 void add_choice(Command &command) {
     command.text("--oid", "oid", "Messages with a name that begins with this one: vsanName, vsanName.10, 1.3.6.1",
                  "OID");
-    command.texts("--pdu", "pdus", "get, get-next, get-bulk, set; of notifications trap, inform", "TYPE,...");
+#define PDU_WORD(number, name, word) word,
+    const Values pdus{Values::Kind::words, {CLIENT_FAULT_PDUS(PDU_WORD)}};
+#undef PDU_WORD
+    command.completes(
+        command.texts("--pdu", "pdus", "get, get-next, get-bulk, set; of notifications trap, inform", "TYPE,..."),
+        pdus);
     command.text("--user", "user", "SNMP user, or for v1 and v2c community", "NAME");
     command.text("--from", "from", "Requests from this address", "ADDRESS[/BITS]");
     command.text("--to", "to", "Notifications to this address", "ADDRESS[/BITS]");

@@ -50,13 +50,13 @@ void add_wait_until(Commands &commands) {
                     "  vswitchctl wait-until port fc3 vsan 10 --timeout 0\n"
                     "  vswitchctl wait-until timer ratov 10000 vsan 10 --timeout 0\n"
                     "  vswitchctl wait-until tdx session none --timeout 0");
-    command
-        .words("condition", "condition",
-               "ready; vsan N exists, absent, oper up|down, state active|suspended or name TEXT; port P oper "
-               "up|down, link up|down, vsan N, enabled or disabled; tdx session open|none; timer SETTING VALUE "
-               "[vsan N]; agents N",
-               "CONDITION")
-        ->required();
+    CLI::Option *condition =
+        command.words("condition", "condition",
+                      "ready; vsan N exists, absent, oper up|down, state active|suspended or name TEXT; port P oper "
+                      "up|down, link up|down, vsan N, enabled or disabled; tdx session open|none; timer SETTING VALUE "
+                      "[vsan N]; agents N",
+                      "CONDITION");
+    command.completes(condition, {Values::Kind::condition, {}})->required();
     command.option("--timeout", "timeout",
                    "Wait no longer than so many seconds, or 500ms, 5s, 2m; by default without an end", "TIME",
                    [](const std::string &, const std::string &text) {

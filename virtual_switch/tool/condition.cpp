@@ -33,15 +33,25 @@ std::optional<uint32_t> number_of(const std::string &text) {
     return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
 }
 
+using Choices = ConditionChoices;
+
+// The words end before the condition does.
+class Unfinished : public UsageError {
+  public:
+    Unfinished(const std::string &sentence, Choices what) : UsageError(sentence), choices(std::move(what)) {}
+
+    const Choices choices;
+};
+
 // The words of a condition, taken one after the other.
 class Reader {
   public:
     explicit Reader(std::span<const std::string> words) : words_(words) {}
 
     // The next word. `wanted` says what may stand there.
-    const std::string &next(const std::string &wanted) {
+    const std::string &next(const std::string &wanted, const Choices &choices = {}) {
         if (is_at_end()) {
-            throw UsageError(fmt::format("Something is missing {}: {}.", place(), wanted));
+            throw Unfinished(fmt::format("Something is missing {}: {}.", place(), wanted), choices);
         }
         return words_[at_++];
     }
@@ -49,20 +59,24 @@ class Reader {
     // One of these words.
     const std::string &one_of(const std::vector<std::string> &words) {
         const std::string wanted = fmt::format("{}", fmt::join(words, ", "));
-        const std::string &word = next(wanted);
+        const std::string &word = next(wanted, {Choices::Kind::words, words});
         if (std::ranges::find(words, word) == words.end()) {
             fail(wanted);
         }
         return word;
     }
 
-    uint32_t number(uint32_t least, uint32_t greatest, const std::string &what) {
+    uint32_t number(uint32_t least, uint32_t greatest, const std::string &what, const Choices &choices = {}) {
         const std::string wanted = fmt::format("{} from {} to {}", what, least, greatest);
-        const auto value = number_of(next(wanted));
+        const auto value = number_of(next(wanted, choices));
         if (!value || *value < least || *value > greatest) {
             fail(wanted);
         }
         return *value;
+    }
+
+    uint32_t vsan() {
+        return number(VSAN_NUMBER_DEFAULT, VSAN_NUMBER_MAX, "a VSAN number", {Choices::Kind::vsans, {}});
     }
 
     // The word that was taken last should have been something else.
@@ -148,7 +162,7 @@ Ask vsan_word(uint32_t id, const char *key, const std::string &wanted, fmt::stri
 }
 
 Ask read_vsan(Reader &reader) {
-    const uint32_t id = reader.number(VSAN_NUMBER_DEFAULT, VSAN_NUMBER_MAX, "a VSAN number");
+    const uint32_t id = reader.vsan();
     const std::string &what = reader.one_of({"exists", "absent", "oper", "state", "name"});
     if (what == "oper") {
         return vsan_word(id, "oper", reader.one_of(texts_of(oper_words)), "VSAN {} is operationally {}.");
@@ -193,7 +207,7 @@ bool is_port(const std::string &text) {
 
 Ask read_port(Reader &reader) {
     const std::string wanted = "an ifIndex or fc1, fc2, ...";
-    const std::string &name = reader.next(wanted);
+    const std::string &name = reader.next(wanted, {Choices::Kind::ports, {}});
     if (!is_port(name)) {
         reader.fail(wanted);
     }
@@ -205,7 +219,7 @@ Ask read_port(Reader &reader) {
         return port_word(name, "link", reader.one_of(texts_of(oper_words)), "The link of port {} is {}.");
     }
     if (what == "vsan") {
-        return port_vsan(name, reader.number(VSAN_NUMBER_DEFAULT, VSAN_NUMBER_MAX, "a VSAN number"));
+        return port_vsan(name, reader.vsan());
     }
     return port_service(name, what == "enabled");
 }
@@ -267,7 +281,7 @@ Ask read_timer(Reader &reader) {
         return switch_setting(setting, value);
     }
     reader.one_of({"vsan"});
-    return vsan_timer(setting, value, reader.number(VSAN_NUMBER_DEFAULT, VSAN_NUMBER_MAX, "a VSAN number"));
+    return vsan_timer(setting, value, reader.vsan());
 }
 
 Ask read_agents(Reader &reader) {
@@ -298,6 +312,15 @@ struct Subject {
 constexpr Subject subjects[] = {{"ready", read_ready}, {"vsan", read_vsan},   {"port", read_port},
                                 {"tdx", read_tdx},     {"timer", read_timer}, {"agents", read_agents}};
 
+Ask read_condition(Reader &reader) {
+    std::vector<std::string> known;
+    for (const Subject &subject : subjects) {
+        known.emplace_back(subject.word);
+    }
+    const std::string &word = reader.one_of(known);
+    return std::ranges::find(subjects, word, &Subject::word)->read(reader);
+}
+
 // Asks the condition within the time that is left.
 bool holds(const Condition &condition, const Deadline &deadline) {
     const Patience patience(deadline ? milliseconds(milliseconds_until(deadline)) : longest_question);
@@ -321,15 +344,23 @@ bool wait_connected(const Condition &condition, const Deadline &deadline, Pauses
 
 Condition Condition::parse(std::span<const std::string> words) {
     Reader reader(words);
-    std::vector<std::string> known;
-    for (const Subject &subject : subjects) {
-        known.emplace_back(subject.word);
-    }
-    const std::string &word = reader.one_of(known);
-    const Subject *subject = std::ranges::find(subjects, word, &Subject::word);
-    Ask ask = subject->read(reader);
+    Ask ask = read_condition(reader);
     reader.end();
     return {fmt::format("{}", fmt::join(words, " ")), std::move(ask)};
+}
+
+Choices Condition::choices(std::span<const std::string> words) {
+    try {
+        Reader reader(words);
+        read_condition(reader);
+        // A whole condition goes on in one case only.
+        const bool can_be_of_vsan = words.size() == 3 && words[0] == "timer" && !setting_key(words[1]);
+        return {Choices::Kind::words, can_be_of_vsan ? std::vector<std::string>{"vsan"} : std::vector<std::string>{}};
+    } catch (const Unfinished &unfinished) {
+        return unfinished.choices;
+    } catch (const UsageError &) {
+        return {};
+    }
 }
 
 bool wait_until(const Condition &condition, milliseconds timeout) {

@@ -21,14 +21,25 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace vswitchctl {
+
+// What may stand behind the words of a condition that is not whole yet.
+struct ConditionChoices {
+    enum class Kind { words, vsans, ports };
+    Kind kind = Kind::words;
+    std::vector<std::string> words; // of that kind; none where anything may stand there, or nothing
+};
 
 class Condition {
   public:
     // Reads one condition, a word each. Throws UsageError, which names the wrong word and what may
     // stand in its place.
     static Condition parse(std::span<const std::string> words);
+
+    // What may follow these words.
+    static ConditionChoices choices(std::span<const std::string> words);
 
     // Asks the switch. Nothing when the condition holds, else a sentence that says what is instead.
     // Throws Refusal, for a port that the switch does not have, too; Away when the switch is away.

@@ -3,12 +3,44 @@
 
 import json
 import os
+import re
 import subprocess
 
-from .build import PROGRAMS
+from .build import PROGRAMS, REPOSITORY
 from .process import LoggedProcess
 
 VSWITCHCTL = PROGRAMS / "vswitchctl"
+COMPLETION = REPOSITORY / "virtual_switch/tool/completion.bash"
+
+
+def help_of(*words):
+    done = subprocess.run([VSWITCHCTL, *words, "--help"], capture_output=True, text=True, timeout=20)
+    assert done.returncode == 0, done
+    return done.stdout
+
+
+def subcommands(text):
+    return re.findall(r"^  ([a-z-]+) ", text.partition("Subcommands:")[2].partition("\n\n")[0], re.MULTILINE)
+
+
+def all_commands():
+    """Every command of the tool, as words."""
+    for command in subcommands(help_of()):
+        below = subcommands(help_of(command))
+        if below:
+            yield from ((command, word) for word in below)
+        else:
+            yield (command,)
+
+
+def complete(*words, run_dir="/nonexistent"):
+    """What bash offers for the last of these words."""
+    script = f"""source {COMPLETION}
+COMP_WORDS=("$@"); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); _vswitchctl; printf '%s\\n' "${{COMPREPLY[@]}}" """
+    done = subprocess.run(["bash", "-c", script, "bash", VSWITCHCTL, *words], capture_output=True,
+                          text=True, timeout=60, env=dict(os.environ, VSWITCH_RUN_DIR=str(run_dir)))
+    assert done.returncode == 0 and not done.stderr, done
+    return set(done.stdout.split())
 
 
 class OperatorTool:
