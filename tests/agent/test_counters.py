@@ -264,7 +264,7 @@ def test_what_the_switch_keeps_of_a_reset_is_bounded(owned, tool):
     answer = None
     with owned.connect() as connection:
         answer = connection.request(wire.SERVICE_SWITCH, wire.SWITCH_COMMAND, wire.SET,
-                                    json.dumps({"command": "counters.reset", "note": "x" * 40000}).encode())
+                                    json.dumps({"command": "counters.reset", "note": "x" * 60001}).encode())
     assert answer.status != 0 and "note" in json.loads(answer.data)["error"]
 
 
@@ -292,3 +292,9 @@ def test_costs_of_the_document_are_true(start_switch, start_agent):
     lines = client.by_name("snmpwalk", block.group(2)).splitlines()
     assert len(lines) == int(block.group(3))
     assert tool("counters") == block.group(4)
+
+
+def test_more_agents_than_a_reset_can_keep_are_refused(owned, tool):
+    for number in range(65):
+        os.mkfifo(owned.run_dir / f"requests.evil.{number}")
+    assert "more than 64 agents" in tool.refused("counters").lower()

@@ -13,7 +13,7 @@ using Json = JsonReader::Json;
 
 constexpr uint32_t max_injected = 100000;
 constexpr size_t max_subscribers = 64; // so many are shown
-constexpr size_t max_note = 32768;     // bytes
+constexpr size_t max_note = 60000;     // bytes
 
 Json subscribers_json(const EventHub &events) {
     Json list = Json::array();

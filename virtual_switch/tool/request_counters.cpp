@@ -23,8 +23,8 @@ namespace vswitchctl {
 
 namespace {
 
-// How many agents are looked at; what the switch keeps of them at a reset has a bound.
-constexpr size_t max_agents = 8;
+// What the switch keeps of the agents at a reset has a bound.
+constexpr size_t max_agents = 64;
 
 // A process counts while its file is read: two readings that agree are whole.
 constexpr int max_readings = 8;
@@ -113,10 +113,13 @@ std::vector<Agent> read_agents() {
     const std::unique_ptr<DIR, int (*)(DIR *)> folder(opendir(directory.c_str()), closedir);
     std::vector<Agent> agents;
     const dirent *entry = nullptr;
-    while (folder && agents.size() < max_agents && (entry = readdir(folder.get()))) {
+    while (folder && (entry = readdir(folder.get()))) {
         auto agent = named_by(entry->d_name);
         if (agent && read_agent(fmt::format("{}/{}", directory, entry->d_name), *agent)) {
             agents.push_back(std::move(*agent));
+        }
+        if (agents.size() > max_agents) {
+            throw Refusal(fmt::format("More than {} agents count what they ask in {}.", max_agents, directory));
         }
     }
     std::ranges::sort(agents, {}, [](const Agent &agent) { return std::pair(agent.name, agent.pid); });

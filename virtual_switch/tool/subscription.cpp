@@ -116,7 +116,9 @@ bool Pauses::look_at_directory() {
 }
 
 bool Pauses::wait(const Deadline &deadline) {
-    look_at_directory();
+    if (look_at_directory()) { // since the last attempt
+        begin_again();
+    }
     const Deadline end = deadline_after(pause_);
     pause_ = std::min(2 * pause_, longest_pause);
     pollfd states[] = {{wake_descriptor_, POLLIN, 0}, {directory_, POLLIN, 0}};
