@@ -17,6 +17,7 @@ add_executable(
   vswitch_commands_test.cpp
   vswitch_configuration_test.cpp
   vswitch_daemon_test.cpp
+  vswitch_difference_test.cpp
   vswitch_events_test.cpp
   vswitch_faults_test.cpp
   vswitch_frames_test.cpp

@@ -3,6 +3,8 @@
 
 #include <SQLiteCpp/VariadicBind.h>
 #include <fmt/format.h>
+#include <map>
+#include <string_view>
 
 #include "model/store_settings.h"
 
@@ -63,6 +65,7 @@ StoreWriter::StoreWriter(SQLite::Database &database)
                       "UPDATE SET name = ?2, media = ?3, admin_state = ?4, mtu = ?5, load_balancing = ?6, "
                       "interop = ?7, inorder_delivery = ?8, drop_latency = ?9, rest = ?10"),
       vsan_removal_(database, "DELETE FROM vsan WHERE id = ?"),
+      name_removal_(database, "UPDATE vsan SET name = '' WHERE id = ?"),
       port_(database,
             "INSERT INTO port (if_index, vsan, deny_list, link_up, enabled, alias, speed, traps, change_seconds, "
             "change_microseconds) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10) ON CONFLICT (if_index) DO UPDATE "
@@ -135,11 +138,36 @@ void StoreWriter::write(const SwitchData &data) {
     }
 }
 
-// The order is that of the references: rows appear before others refer to them.
+void StoreWriter::free_names(const Change &change, const SwitchData &present) {
+    std::map<std::string_view, uint32_t> taken;
+    for (const auto &[id, vsan] : change.vsans) {
+        taken.emplace(vsan.name, id);
+    }
+    const auto free_name = [&](uint32_t id) {
+        const auto former = present.vsans.find(id);
+        if (former == present.vsans.end() || former->second.name.empty()) {
+            return;
+        }
+        const auto taker = taken.find(former->second.name);
+        if (taker != taken.end() && taker->second != id) {
+            run(name_removal_, id);
+        }
+    };
+    for (const auto &[id, vsan] : change.vsans) {
+        free_name(id);
+    }
+    for (const uint32_t id : change.deleted_vsans) {
+        free_name(id);
+    }
+}
+
+// The order is that of the references: rows appear before others refer to them. At no moment have
+// two VSANs one name.
 void StoreWriter::write(const Change &change, const SwitchData &present) {
     if (change.settings) {
         write(*change.settings, &present.settings);
     }
+    free_names(change, present);
     for (const auto &[id, vsan] : change.vsans) {
         const auto former = present.vsans.find(id);
         write(id, vsan, former == present.vsans.end() ? nullptr : &former->second);
@@ -147,10 +175,11 @@ void StoreWriter::write(const Change &change, const SwitchData &present) {
     for (const auto &[if_index, port] : change.ports) {
         write(if_index, port, &present.ports.at(if_index));
     }
-    if (change.session == Change::Session::ends) {
+    if (change.ends_session()) {
         run(session_removal_);
         run(pending_removal_);
-    } else if (change.session == Change::Session::opens) {
+    }
+    if (change.opens_session()) {
         open_session(change.holder);
     }
     for (const Change::PendingTimer &value : change.pending) {

@@ -43,10 +43,13 @@ class StoreWriter {
     void write(uint32_t id, const Vsan &vsan, const Vsan *present);
     void write(uint32_t if_index, const Port &port, const Port *present);
     void open_session(const std::string &user);
+    // Takes their names away from VSANs whose names others get.
+    void free_names(const Change &change, const SwitchData &present);
 
     SQLite::Statement setting_;
     SQLite::Statement vsan_;
     SQLite::Statement vsan_removal_;
+    SQLite::Statement name_removal_;
     SQLite::Statement port_;
     SQLite::Statement traffic_;
     SQLite::Statement traffic_removal_;

@@ -167,16 +167,19 @@ struct Change {
     std::set<uint32_t> deleted_vsans; // `ports` moves their ports away
 
     // What becomes of the distribution service's session, see Distribution; values are added to
-    // what is pending.
-    enum class Session { stays, opens, ends };
+    // what is pending. One that restarts ends, and another opens in its place.
+    enum class Session { stays, opens, ends, restarts };
     struct PendingTimer {
         uint32_t vsan; // 0: switch-wide
         Timer timer;
         uint32_t value;
     };
     Session session = Session::stays;
-    std::string holder; // of a session that opens
+    std::string holder; // of a session that opens or restarts
     std::vector<PendingTimer> pending;
+
+    bool ends_session() const { return session == Session::ends || session == Session::restarts; }
+    bool opens_session() const { return session == Session::opens || session == Session::restarts; }
 };
 
 // A latency of the whole switch, numbered as the manager's attribute keys.

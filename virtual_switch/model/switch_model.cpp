@@ -33,18 +33,23 @@ SwitchModel::SwitchModel(SwitchData data) : data_(std::move(data)) {
 
 void SwitchModel::count_port(uint32_t if_index, const Port &port) {
     members_.insert(Member{port.vsan, if_index});
-    if (port.is_up()) {
-        ++up_ports_[port.vsan];
-    }
+    PortCount &count = port_counts_[port.vsan];
+    ++count.all;
+    count.up += port.is_up();
 }
 
 void SwitchModel::forget_port(uint32_t if_index, const Port &port) {
     members_.erase({port.vsan, if_index});
-    if (!port.is_up()) {
-        return;
+    PortCount &count = port_counts_.at(port.vsan);
+    count.up -= port.is_up();
+    if (--count.all == 0) {
+        port_counts_.erase(port.vsan);
     }
-    if (--up_ports_.at(port.vsan) == 0) {
-        up_ports_.erase(port.vsan);
+}
+
+void SwitchModel::forget_name(uint32_t id) {
+    if (const Vsan *former = vsan(id); former && !former->name.empty()) {
+        names_.erase(former->name);
     }
 }
 
@@ -52,17 +57,18 @@ void SwitchModel::apply(const Change &change) {
     if (change.settings) {
         data_.settings = *change.settings;
     }
+    // A name that one gives up another may take.
     for (const auto &[id, vsan] : change.vsans) {
-        Vsan &row = data_.vsans[id];
-        if (row.name != vsan.name) {
-            if (!row.name.empty()) {
-                names_.erase(row.name);
-            }
-            if (!vsan.name.empty()) {
-                names_[vsan.name] = id;
-            }
+        forget_name(id);
+    }
+    for (const uint32_t id : change.deleted_vsans) {
+        forget_name(id);
+    }
+    for (const auto &[id, vsan] : change.vsans) {
+        data_.vsans[id] = vsan;
+        if (!vsan.name.empty()) {
+            names_[vsan.name] = id;
         }
-        row = vsan;
     }
     for (const auto &[if_index, port] : change.ports) {
         Port &row = data_.ports.at(if_index);
@@ -70,19 +76,16 @@ void SwitchModel::apply(const Change &change) {
         row = port;
         count_port(if_index, row);
     }
-    if (change.session == Change::Session::ends) {
+    if (change.ends_session()) {
         data_.session.reset();
-    } else if (change.session == Change::Session::opens) {
+    }
+    if (change.opens_session()) {
         data_.session = DistributionSession{change.holder, {}};
     }
     for (const Change::PendingTimer &value : change.pending) {
         data_.session->pending[value.vsan][value.timer] = value.value;
     }
     for (const uint32_t id : change.deleted_vsans) {
-        const std::string &name = data_.vsans.at(id).name;
-        if (!name.empty()) {
-            names_.erase(name);
-        }
         data_.vsans.erase(id);
         if (data_.session) {
             data_.session->pending.erase(id);
@@ -144,8 +147,13 @@ std::vector<uint32_t> SwitchModel::ports_of(uint32_t vsan) const {
     return ports;
 }
 
+SwitchModel::PortCount SwitchModel::port_count_of(uint32_t vsan) const {
+    const auto found = port_counts_.find(vsan);
+    return found == port_counts_.end() ? PortCount() : found->second;
+}
+
 bool SwitchModel::is_up(uint32_t vsan) const {
-    return data_.vsans.at(vsan).admin_state == ADMIN_STATE_ACTIVE && up_ports_.contains(vsan);
+    return data_.vsans.at(vsan).admin_state == ADMIN_STATE_ACTIVE && port_count_of(vsan).up > 0;
 }
 
 } // namespace vswitch

@@ -63,22 +63,31 @@ class SwitchModel {
     // Whether the VSAN is up: it is active and one of its ports is up. REQUIRES: it exists.
     bool is_up(uint32_t vsan) const;
 
+    // How many ports a VSAN has, and how many of them are up.
+    struct PortCount {
+        uint32_t all = 0;
+        uint32_t up = 0;
+    };
+    PortCount port_count_of(uint32_t vsan) const;
+
     // The ifIndexes of a VSAN's ports, ascending.
     std::vector<uint32_t> ports_of(uint32_t vsan) const;
 
     // REQUIRES: the result is a switch: every port in `change` exists, the VSANs that ports
-    // are in remain, names are unique, and a session is open where values are pending.
+    // are in remain, names are unique, and a session is open where values are pending. Names may
+    // pass from one VSAN to another.
     void apply(const Change &change);
 
   private:
     void count_port(uint32_t if_index, const Port &port);
     void forget_port(uint32_t if_index, const Port &port);
+    void forget_name(uint32_t id);
 
     SwitchData data_;
     std::map<std::string, uint32_t> names_; // VSAN numbers; without VSANs that have no name
     std::set<Member> members_;
-    std::map<uint32_t, uint32_t> up_ports_; // how many are up, by VSAN number
-    std::vector<uint32_t> port_order_;      // ifIndexes, ascending: no port comes or goes
+    std::map<uint32_t, PortCount> port_counts_; // by VSAN number; without VSANs that have none
+    std::vector<uint32_t> port_order_;          // ifIndexes, ascending: no port comes or goes
 };
 
 } // namespace vswitch
