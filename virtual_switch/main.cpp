@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 
 #include "model/configuration.h"
+#include "model/files.h"
 #include "model/state_folder.h"
 #include "model/store.h"
 #include "network/server.h"
@@ -34,12 +35,26 @@ struct Options {
     std::string log_level = "info";
 };
 
-vswitch::SwitchData new_switch(const Options &options) {
-    vswitch::SwitchData data = options.empty                   ? vswitch::empty_configuration()
-                               : !options.initial_file.empty() ? vswitch::load_configuration(options.initial_file)
-                                                               : vswitch::demo_configuration();
-    vswitch::give_identity(data);
-    return data;
+vswitch::Configuration new_switch(const Options &options) {
+    vswitch::Configuration configuration;
+    if (!options.initial_file.empty()) {
+        configuration = vswitch::load_configuration(options.initial_file);
+    } else {
+        configuration.data = options.empty ? vswitch::empty_configuration() : vswitch::demo_configuration();
+    }
+    vswitch::give_identity(configuration.data);
+    return configuration;
+}
+
+// Makes the database, and the role file where the configuration has roles: that first, so that a switch
+// with a database has both. `roles` are those of the file.
+void create_switch(vswitch::Store &store, const std::string &role_file, const Options &options, vswitch::Roles &roles) {
+    const vswitch::Configuration configuration = new_switch(options);
+    if (configuration.roles) {
+        vswitch::replace_file(role_file, vswitch::format_roles(configuration.roles->list()));
+        roles = *configuration.roles;
+    }
+    store.create(configuration.data);
 }
 
 // Why a folder will not do, or nothing when it will: it is named in lines of the log.
@@ -63,7 +78,7 @@ void serve(const Options &options) {
     const std::string role_file = options.state_directory + "/roles.json";
     vswitch::Roles roles = vswitch::load_roles(role_file);
     if (!store.exists()) {
-        store.create(new_switch(options));
+        create_switch(store, role_file, options, roles);
     } else if (options.empty || !options.initial_file.empty()) {
         spdlog::info("{} exists; the initial configuration is ignored", store.path());
     }
@@ -109,7 +124,8 @@ int main(int argc, char **argv) {
         ->check(folder_problem)
         ->type_name("DIR");
     auto *empty = app.add_flag("--empty", options.empty, "Start a new switch with VSAN 1 only");
-    app.add_option("--initial", options.initial_file, "Start a new switch with the configuration in this JSON file")
+    app.add_option("--initial", options.initial_file,
+                   "Start a new switch with the configuration in this JSON file, - for standard input")
         ->type_name("FILE")
         ->excludes(empty);
     app.add_option("--socket-group", options.socket_group, "Group whose members may connect")->type_name("GROUP");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whatever the operator's JSON files hold: they make a switch that is whole, or are
-// refused with one printable line.
+// Whatever the operator's JSON files hold: they make a switch that is whole and is written as it was
+// read, or are refused with one printable line.
 #include <cstdlib>
 #include <string_view>
 
@@ -27,7 +27,7 @@ void check_switch(const SwitchData &data) {
         abort();
     }
     for (const auto &[id, vsan] : data.vsans) {
-        if (id < 1 || id > VSAN_NUMBER_MAX || vsan.name.empty() || vsan.name.size() > VSAN_NAME_MAX) {
+        if (id < 1 || id > VSAN_NUMBER_MAX || !is_vsan_name(vsan.name)) {
             abort();
         }
     }
@@ -37,6 +37,18 @@ void check_switch(const SwitchData &data) {
         }
     }
     if (check_system_texts(data.settings.system) != STATUS_SUCCESS) {
+        abort();
+    }
+}
+
+// What is written of a configuration is read as the same, and written as the same.
+void check_written_again(const Configuration &configuration) {
+    const std::vector<Role> roles = configuration.roles.value_or(Roles()).list();
+    const std::string text = format_configuration(configuration.data, roles);
+    const Configuration again = read_configuration(text, "written");
+    const std::vector<Role> roles_again = again.roles.value_or(Roles()).list();
+    if (again.data != configuration.data || roles_again != roles ||
+        format_configuration(again.data, roles_again) != text) {
         abort();
     }
 }
@@ -55,12 +67,13 @@ void check_permission(const Permission &permission) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string_view text(reinterpret_cast<const char *>(data), size);
     try {
-        const SwitchData parsed = parse_configuration(text, "initial.json");
-        check_switch(parsed);
-        const SwitchModel model(parsed);
+        const Configuration parsed = read_configuration(text, "initial.json");
+        check_switch(parsed.data);
+        const SwitchModel model(parsed.data);
         if (!model.vsan_after(0)) {
             abort();
         }
+        check_written_again(parsed);
     } catch (const Refusal &refusal) {
         check_refusal(refusal);
     }

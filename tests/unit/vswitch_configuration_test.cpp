@@ -253,10 +253,9 @@ const Mistake mistakes[] = {
     {R"({"vsans": [{"id": 5}, {"id": 5}]})", "VSAN 5 is listed twice"},
     {R"({"vsans": [{"id": 5, "id": 6}]})", "key \"id\" is given twice"},
     {R"({"vsans": [{"id": 5, "nmae": "x"}]})", "unknown key \"nmae\""},
-    {R"({"vsans": [{"id": 5, "name": ""}]})", "\"name\" must be 1 to 32"},
     {R"({"vsans": [{"id": 5, "name": "a b"}]})", "without blanks"},
     {R"({"vsans": [{"id": 5, "name": "a\u0000b"}]})", "printable"},
-    {R"({"vsans": [{"id": 5, "name": "abcdefghijklmnopqrstuvwxyz0123456"}]})", "\"name\" must be 1 to 32"},
+    {R"({"vsans": [{"id": 5, "name": "abcdefghijklmnopqrstuvwxyz0123456"}]})", "\"name\" must be at most 32"},
     {R"({"vsans": [{"id": 5, "name": 5}]})", "\"name\" must be a text"},
     {R"({"vsans": [{"id": 5, "name": "x"}, {"id": 6, "name": "x"}]})", "VSAN 5 and VSAN 6 have the same name \"x\""},
     {R"({"vsans": [{"id": 5, "name": "VSAN0001"}]})", "VSAN 1 and VSAN 5 have the same name"},
@@ -265,7 +264,7 @@ const Mistake mistakes[] = {
     {R"({"vsans": [{"id": 5, "loadBalancing": "x"}]})", "\"loadBalancing\" must be"},
     {R"({"vsans": [{"id": 5, "interop": 5}]})", "\"interop\" must be 1 to 4, or 100"},
     {R"({"vsans": [{"id": 5, "interop": 0}]})", "VSAN 5: \"interop\""},
-    {R"({"vsans": [{"id": 5, "inorderDelivery": 3}]})", "from 1 to 2"},
+    {R"({"vsans": [{"id": 5, "inorderDelivery": 3}]})", "must be true or false"},
     {R"({"vsans": [{"id": 5, "networkDropLatency": 0}]})", "from 1 to 60000"},
     {R"({"vsans": [{"id": 5, "networkDropLatency": 60001}]})", "from 1 to 60000"},
     {R"({"vsans": [{"id": 5, "timers": {"x": 1}}]})", "unknown key \"x\""},
@@ -303,7 +302,7 @@ const Mistake mistakes[] = {
     {R"({"system": {"name": 5}})", "\"system\": \"name\" must be a text"},
     {R"({"system": {"location": "rack\t7"}})", "\"system\": \"location\" must be at most 255 bytes of UTF-8 without"},
     {R"({"switchLatency": 60001})", "\"switchLatency\" must be"},
-    {R"({"inorderDelivery": 0})", "from 1 to 2"},
+    {R"({"inorderDelivery": 0})", "must be true or false"},
     {R"({"tdx": {"x": {}}})", "\"tdx\" has the unknown key"},
     {R"({"tdx": {"fctimer": {"enabled": 1}}})", "\"enabled\" must be true or false"},
     {R"({"tdx": {"fctimer": {"timers": {"2": {}}}}})", "a VSAN that exists"},
@@ -325,7 +324,7 @@ TEST(Configuration, MissingFileIsRefused) {
 TEST(Configuration, FileThatIsNoFileOrTooLargeIsRefused) {
     const TemporaryFolder folder;
     EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder.path()); }), "not a regular file"));
-    write_file(folder / "large.json", std::string((4u << 20) + 1, ' '));
+    write_file(folder / "large.json", std::string(max_configuration_size + 1, ' '));
     EXPECT_TRUE(contains(refusal_of([&] { load_configuration(folder / "large.json"); }), "larger than"));
 }
 

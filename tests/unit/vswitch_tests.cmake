@@ -16,6 +16,7 @@ add_executable(
   vswitch_client_faults_test.cpp
   vswitch_commands_test.cpp
   vswitch_configuration_test.cpp
+  vswitch_configuration_text_test.cpp
   vswitch_daemon_test.cpp
   vswitch_difference_test.cpp
   vswitch_events_test.cpp

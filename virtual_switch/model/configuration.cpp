@@ -20,7 +20,6 @@ namespace {
 
 using Json = JsonReader::Json;
 
-constexpr size_t max_configuration_file = 4u << 20;
 constexpr uint32_t default_port_count = 48;
 constexpr uint32_t max_port_count = 4096;
 
@@ -30,10 +29,42 @@ void read_name(const JsonReader &reader, const Json &object, const std::string &
         return;
     }
     name = reader.text(*found, place + ": \"name\"");
-    if (name.empty() || !is_vsan_name(name)) {
+    if (!is_vsan_name(name)) {
         reader.fail(
-            fmt::format("{}: \"name\" must be 1 to {} printable characters without blanks", place, VSAN_NAME_MAX));
+            fmt::format("{}: \"name\" must be at most {} printable characters without blanks", place, VSAN_NAME_MAX));
     }
+}
+
+// Reads a key that is true or false; files of earlier releases have the numbers of the records.
+void read_truth(const JsonReader &reader, const Json &object, const char *key, const std::string &place,
+                uint32_t &value) {
+    const auto found = object.find(key);
+    if (found == object.end()) {
+        return;
+    }
+    if (found->is_boolean()) {
+        value = found->get<bool>() ? TRUTH_TRUE : TRUTH_FALSE;
+    } else if (*found == TRUTH_TRUE || *found == TRUTH_FALSE) {
+        value = found->get<uint32_t>();
+    } else {
+        reader.fail(fmt::format("{}: \"{}\" must be true or false", place, key));
+    }
+}
+
+void read_interop(const JsonReader &reader, const Json &object, const std::string &place, uint32_t &interop) {
+    const auto found = object.find("interop");
+    if (found == object.end()) {
+        return;
+    }
+    if (*found == "none") {
+        interop = VSAN_INTEROP_NONE;
+        return;
+    }
+    if (!found->is_number_unsigned() || *found > VSAN_INTEROP_NONE || !is_interop(found->get<uint32_t>())) {
+        reader.fail(fmt::format("{}: \"interop\" must be {} to {}, or {} or \"none\" for none", place, VSAN_INTEROP_MIN,
+                                VSAN_INTEROP_MAX, VSAN_INTEROP_NONE));
+    }
+    interop = found->get<uint32_t>();
 }
 
 // Reads a key whose value is one of two words.
@@ -81,12 +112,8 @@ void read_vsan(const JsonReader &reader, const Json &json, SwitchData &data, std
     read_word(reader, json, "state", place, admin_state_words, vsan.admin_state);
     reader.optional_number(json, "mtu", place, mtus, vsan.mtu);
     read_word(reader, json, "loadBalancing", place, load_balancing_words, vsan.load_balancing);
-    reader.optional_number(json, "interop", place, {VSAN_INTEROP_MIN, VSAN_INTEROP_NONE}, vsan.interop);
-    if (!is_interop(vsan.interop)) {
-        reader.fail(fmt::format("{}: \"interop\" must be {} to {}, or {} for none", place, VSAN_INTEROP_MIN,
-                                VSAN_INTEROP_MAX, VSAN_INTEROP_NONE));
-    }
-    reader.optional_number(json, "inorderDelivery", place, truth_values, vsan.inorder_delivery);
+    read_interop(reader, json, place, vsan.interop);
+    read_truth(reader, json, "inorderDelivery", place, vsan.inorder_delivery);
     reader.optional_number(json, "networkDropLatency", place, drop_latencies, vsan.drop_latency);
     if (json.contains("timers")) {
         read_timers(reader, json["timers"], place + ": \"timers\"", vsan.timers);
@@ -137,7 +164,7 @@ void read_vsans(const JsonReader &reader, const Json &json, SwitchData &data) {
     }
     std::map<std::string_view, uint32_t> names;
     for (const auto &[id, vsan] : data.vsans) {
-        if (names.contains(vsan.name)) {
+        if (!vsan.name.empty() && names.contains(vsan.name)) {
             reader.fail(
                 fmt::format("VSAN {} and VSAN {} have the same name \"{}\"", names.at(vsan.name), id, vsan.name));
         }
@@ -197,7 +224,8 @@ void read_settings(const JsonReader &reader, const Json &json, Settings &setting
     for (const LatencyKind &kind : latency_kinds) {
         reader.optional_number(json, kind.word, "the file", latencies, settings.*kind.setting);
     }
-    reader.optional_number(json, "inorderDelivery", "the file", truth_values, settings.inorder_delivery);
+    read_truth(reader, json, "inorderDelivery", "the file", settings.inorder_delivery);
+    reader.optional_boolean(json, "statusEvents", "the file", settings.status_events);
     if (json.contains("timers")) {
         PartialTimers timers;
         read_timers(reader, json["timers"], "\"timers\"", timers);
@@ -213,9 +241,10 @@ void read_distribution(const JsonReader &reader, const Json &json, SwitchData &d
     if (feature == json.end()) {
         return;
     }
-    reader.expect_object(*feature, "\"fctimer\"", {"enabled", "showRun", "timers"});
+    reader.expect_object(*feature, "\"fctimer\"", {"enabled", "showRun", "refuse", "timers"});
     reader.optional_boolean(*feature, "enabled", "\"fctimer\"", data.settings.tdx_enabled);
     reader.optional_boolean(*feature, "showRun", "\"fctimer\"", data.settings.tdx_show_run);
+    reader.optional_boolean(*feature, "refuse", "\"fctimer\"", data.settings.tdx_refusing);
     const auto timers = feature->find("timers");
     if (timers == feature->end()) {
         return;
@@ -237,23 +266,34 @@ void read_distribution(const JsonReader &reader, const Json &json, SwitchData &d
 // In each VSAN the timers must be in order, and in the distribution service's record of it,
 // which becomes the VSAN's own when it is committed.
 void check_timer_orders(const JsonReader &reader, const SwitchData &data) {
-    const auto require_order = [&](const std::string &place, const auto &value_of) {
-        if (!are_timers_in_order(value_of)) {
-            reader.fail(place + ": \"edtov\" must be less than \"ratov\"");
-        }
-    };
-    const auto of_switch = [&](Timer timer) { return data.settings.timers[timer]; };
-    require_order("the switch-wide timers", of_switch);
-    for (const auto &[id, vsan] : data.vsans) {
-        const auto running = [&of_switch, &timers = vsan.timers](Timer timer) {
-            return timers[timer].value_or(of_switch(timer));
-        };
-        const auto distributed = [&running, &timers = vsan.distributed_timers](Timer timer) {
-            return timers[timer].value_or(running(timer));
-        };
-        require_order(fmt::format("the timers of VSAN {}", id), running);
-        require_order(fmt::format("\"fctimer\": timers of \"{}\"", id), distributed);
+    if (const std::string place = disordered_timers(data); !place.empty()) {
+        reader.fail(place + ": \"edtov\" must be less than \"ratov\", but where \"forceTimers\" is true");
     }
+}
+
+void check_format(const JsonReader &reader, const Json &json) {
+    const auto format = json.find("format");
+    if (format != json.end() && *format != configuration_format) {
+        reader.fail(fmt::format("\"format\" must be {}; another is of another release", configuration_format));
+    }
+}
+
+// A world wide name as wwn_text writes it, and not 0.
+uint64_t read_wwn(const JsonReader &reader, const Json &json) {
+    const std::string &text = reader.text(json, "\"wwn\"");
+    uint64_t wwn = 0;
+    std::string digits;
+    for (size_t at = 0; at < text.size(); ++at) {
+        if (at % 3 == 2 && text[at] == ':') {
+            continue;
+        }
+        digits += at % 3 == 2 ? '?' : text[at];
+    }
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), wwn, 16);
+    if (digits.size() != 16 || error != std::errc() || end != digits.data() + digits.size() || wwn == 0) {
+        reader.fail("\"wwn\" must be eight bytes as in \"10:00:02:5c:b5:ae:8c:a5\"");
+    }
+    return wwn;
 }
 
 } // namespace
@@ -262,16 +302,45 @@ std::string default_vsan_name(uint32_t id) {
     return fmt::format("VSAN{:04}", id);
 }
 
-SwitchData parse_configuration(std::string_view text, const std::string &source) {
+std::string disordered_timers(const SwitchData &data) {
+    const auto of_switch = [&](Timer timer) { return data.settings.timers[timer]; };
+    if (!are_timers_in_order(of_switch)) {
+        return "the switch-wide timers";
+    }
+    for (const auto &[id, vsan] : data.vsans) {
+        const auto running = [&of_switch, &timers = vsan.timers](Timer timer) {
+            return timers[timer].value_or(of_switch(timer));
+        };
+        const auto distributed = [&running, &timers = vsan.distributed_timers](Timer timer) {
+            return timers[timer].value_or(running(timer));
+        };
+        if (!are_timers_in_order(running)) {
+            return fmt::format("the timers of VSAN {}", id);
+        }
+        if (!are_timers_in_order(distributed)) {
+            return fmt::format("\"fctimer\": timers of \"{}\"", id);
+        }
+    }
+    return "";
+}
+
+Configuration read_configuration(std::string_view text, const std::string &source) {
     const JsonReader reader(source);
     const Json json = reader.parse_object(text);
+    check_format(reader, json);
     reader.expect_object(json, "the file",
-                         {"vsans", "vsanRange", "ports", "portCount", "timers", "switchLatency", "networkLatency",
-                          "inorderDelivery", "system", "tdx"});
-    SwitchData data;
+                         {"format", "wwn", "vsans", "vsanRange", "ports", "portCount", "timers", "forceTimers",
+                          "switchLatency", "networkLatency", "inorderDelivery", "statusEvents", "system", "tdx",
+                          "roles"});
+    Configuration configuration;
+    SwitchData &data = configuration.data;
     read_vsans(reader, json, data);
     read_ports(reader, json, data);
+    configuration.has_ports = json.contains("ports") || json.contains("portCount");
     read_settings(reader, json, data.settings);
+    if (json.contains("wwn")) {
+        data.settings.wwn = read_wwn(reader, json["wwn"]);
+    }
     if (json.contains("system")) {
         const Json &system = json["system"];
         reader.expect_object(system, "\"system\"", {"contact", "name", "location"});
@@ -280,19 +349,33 @@ SwitchData parse_configuration(std::string_view text, const std::string &source)
     if (json.contains("tdx")) {
         read_distribution(reader, json["tdx"], data);
     }
-    check_timer_orders(reader, data);
-    return data;
+    bool force = false;
+    reader.optional_boolean(json, "forceTimers", "the file", force);
+    if (!force) {
+        check_timer_orders(reader, data);
+    }
+    if (json.contains("roles")) {
+        configuration.roles = read_roles(reader, json["roles"]);
+    }
+    return configuration;
 }
 
-SwitchData load_configuration(const std::string &path) {
+SwitchData parse_configuration(std::string_view text, const std::string &source) {
+    return read_configuration(text, source).data;
+}
+
+Configuration load_configuration(const std::string &path) {
+    if (path == "-") {
+        return read_configuration(read_standard_input(max_configuration_size), "standard input");
+    }
     // The operator may name a link; it is in the daemon's own folders that there must be none.
     std::error_code error;
     const std::filesystem::path file = std::filesystem::canonical(path, error);
-    const auto text = read_file(error ? path : file.string(), max_configuration_file);
+    const auto text = read_file(error ? path : file.string(), max_configuration_size);
     if (!text) {
         throw Refusal(fmt::format("Cannot read {}: there is no such file.", path));
     }
-    return parse_configuration(*text, path);
+    return read_configuration(*text, path);
 }
 
 SwitchData demo_configuration() {
@@ -327,7 +410,9 @@ constexpr uint64_t naa(uint64_t format) {
 
 void give_identity(SwitchData &data) {
     std::random_device random;
-    data.settings.wwn = naa(1) | own_address(uint64_t{random()} << 32 | random());
+    if (data.settings.wwn == 0) {
+        data.settings.wwn = naa(1) | own_address(uint64_t{random()} << 32 | random());
+    }
     data.settings.last_change = time_of_day();
 }
 

@@ -39,23 +39,14 @@ class Descriptor {
 
 } // namespace
 
-std::optional<std::string> read_file(const std::string &path, size_t max_size) {
-    // Without O_NONBLOCK, opening a FIFO would wait for a writer.
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
-    if (file.get() < 0) {
-        if (errno == ENOENT) {
-            return std::nullopt;
-        }
-        throw Refusal(fmt::format("Cannot read {}: {}.", path, errno == ELOOP ? "it is a link" : std::strerror(errno)));
-    }
-    struct stat status {};
-    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        throw Refusal(fmt::format("Cannot read {}: it is not a regular file.", path));
-    }
+namespace {
+
+// All that comes from a descriptor; `path` names it in errors.
+std::string read_all(int file, const std::string &path, size_t max_size) {
     std::string content;
     char chunk[16384];
     for (;;) {
-        const ssize_t got = read(file.get(), chunk, sizeof chunk);
+        const ssize_t got = read(file, chunk, sizeof chunk);
         if (got < 0 && errno == EINTR) {
             continue;
         }
@@ -70,6 +61,28 @@ std::optional<std::string> read_file(const std::string &path, size_t max_size) {
             throw Refusal(fmt::format("Cannot use {}: it is larger than {} bytes.", path, max_size));
         }
     }
+}
+
+} // namespace
+
+std::optional<std::string> read_file(const std::string &path, size_t max_size) {
+    // Without O_NONBLOCK, opening a FIFO would wait for a writer.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+    if (file.get() < 0) {
+        if (errno == ENOENT) {
+            return std::nullopt;
+        }
+        throw Refusal(fmt::format("Cannot read {}: {}.", path, errno == ELOOP ? "it is a link" : std::strerror(errno)));
+    }
+    struct stat status {};
+    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        throw Refusal(fmt::format("Cannot read {}: it is not a regular file.", path));
+    }
+    return read_all(file.get(), path, max_size);
+}
+
+std::string read_standard_input(size_t max_size) {
+    return read_all(STDIN_FILENO, "standard input", max_size);
 }
 
 namespace {
@@ -122,21 +135,38 @@ bool admit_group_of(const std::string &folder, int file) {
 
 } // namespace
 
-void replace_file(const std::string &path, std::string_view content, Readers readers) {
-    const std::string draft = path + ".new";
+FileDraft::FileDraft(const std::string &path, std::string_view content, Readers readers)
+    : path_(path), draft_(path + ".new") {
     const std::string folder = std::filesystem::path(path).parent_path().string();
-    unlink(draft.c_str());
-    const Descriptor file(open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    unlink(draft_.c_str());
+    const Descriptor file(open(draft_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (file.get() < 0) {
         throw Refusal(fmt::format("Cannot write {}: {}.", path, std::strerror(errno)));
     }
     if ((readers == Readers::folder_group && !admit_group_of(folder, file.get())) || !write_all(file.get(), content) ||
-        fsync(file.get()) != 0 || rename(draft.c_str(), path.c_str()) != 0) {
+        fsync(file.get()) != 0) {
         const int error = errno;
-        unlink(draft.c_str());
+        unlink(draft_.c_str());
         throw Refusal(fmt::format("Cannot write {}: {}.", path, std::strerror(error)));
     }
-    sync_directory(folder);
+}
+
+FileDraft::~FileDraft() {
+    if (!draft_.empty()) {
+        unlink(draft_.c_str());
+    }
+}
+
+void FileDraft::take_place() {
+    if (rename(draft_.c_str(), path_.c_str()) != 0) {
+        throw Refusal(fmt::format("Cannot write {}: {}.", path_, std::strerror(errno)));
+    }
+    draft_.clear();
+    sync_directory(std::filesystem::path(path_).parent_path().string());
+}
+
+void replace_file(const std::string &path, std::string_view content, Readers readers) {
+    FileDraft(path, content, readers).take_place();
 }
 
 bool ensure_directory(const std::string &path, const char *purpose) {

@@ -18,10 +18,34 @@ namespace vswitch {
 // is no such file. A link is not followed.
 std::optional<std::string> read_file(const std::string &path, size_t max_size);
 
-// Replaces a file by one with this content. When this returns, the file is on the disk; when it
-// throws, the former file is there unchanged. Beside the owner, nobody may read it, or whoever may
-// enter its folder as a member of the folder's group.
+// All of standard input, at most `max_size` bytes.
+std::string read_standard_input(size_t max_size);
+
+// Beside its owner, a file may be read by nobody, or by whoever may enter its folder as a member of the
+// folder's group.
 enum class Readers { owner, folder_group };
+
+// The next content of a file, on the disk under another name until it takes the file's place.
+class FileDraft {
+  public:
+    // Writes it. Whatever fails leaves nothing.
+    FileDraft(const std::string &path, std::string_view content, Readers readers = Readers::owner);
+    // Removes it, unless it is in its place.
+    ~FileDraft();
+    FileDraft(const FileDraft &) = delete;
+    FileDraft &operator=(const FileDraft &) = delete;
+
+    // Puts it into its place, where it may be lost with the power if this throws afterwards.
+    void take_place();
+    bool is_in_place() const { return draft_.empty(); }
+
+  private:
+    std::string path_;
+    std::string draft_; // empty once it is in its place
+};
+
+// Replaces a file by one with this content. When this returns, the file is on the disk; when it
+// throws, the former file is there unchanged.
 void replace_file(const std::string &path, std::string_view content, Readers readers = Readers::owner);
 
 // Makes a file's content durable, whoever has written it.

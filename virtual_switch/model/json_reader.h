@@ -5,6 +5,7 @@
 #ifndef VSWITCH_JSON_READER_H
 #define VSWITCH_JSON_READER_H
 
+#include <algorithm>
 #include <cstdint>
 #include <fmt/format.h>
 #include <initializer_list>
@@ -30,7 +31,7 @@ class JsonReader {
 
     // Parses a whole text whose top is an object. Throws Refusal, as all functions here.
     Json parse_object(std::string_view text) const {
-        Check check(*this);
+        Check check(*this, text);
         Json::sax_parse(text, &check);
         Json json = Json::parse(text);
         if (!json.is_object()) {
@@ -116,7 +117,7 @@ class JsonReader {
     // parser with a callback looks at a whole list again behind each object in it.
     class Check final : public nlohmann::json_sax<Json> {
       public:
-        explicit Check(const JsonReader &reader) : reader_(reader) {}
+        Check(const JsonReader &reader, std::string_view text) : reader_(reader), text_(text) {}
 
         bool null() override { return true; }
         bool boolean(bool) override { return true; }
@@ -140,8 +141,12 @@ class JsonReader {
 
         bool parse_error(size_t, const std::string &, const Json::exception &error) override {
             const auto *syntax = dynamic_cast<const Json::parse_error *>(&error);
-            reader_.fail(syntax ? fmt::format("it is not valid JSON near byte {}", syntax->byte)
-                                : "it holds a number that is too large");
+            if (!syntax) {
+                reader_.fail("it holds a number that is too large");
+            }
+            const std::string_view before = text_.substr(0, syntax->byte > 0 ? syntax->byte - 1 : 0);
+            const auto line = std::count(before.begin(), before.end(), '\n') + 1;
+            reader_.fail(fmt::format("it is not valid JSON near byte {}, in line {}", syntax->byte, line));
             return false;
         }
 
@@ -159,6 +164,7 @@ class JsonReader {
         }
 
         const JsonReader &reader_;
+        std::string_view text_;
         std::vector<std::set<std::string>> keys_; // of each object that is open; of a list, none
     };
 

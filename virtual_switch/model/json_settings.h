@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Settings of ports and of the system as JSON, alike in the configuration file and in the operator's
+// Settings of ports and of the system, and roles, as JSON, alike in files and in the operator's
 // commands. Included by the readers of those only; the JSON library is heavy.
 #ifndef VSWITCH_JSON_SETTINGS_H
 #define VSWITCH_JSON_SETTINGS_H
@@ -7,6 +7,7 @@
 #include <string>
 
 #include "model/json_reader.h"
+#include "model/roles.h"
 
 namespace vswitch {
 
@@ -24,6 +25,12 @@ void read_system_texts(const JsonReader &reader, const JsonReader::Json &object,
 // The same of a port as JSON; traffic only where it has any.
 JsonReader::Json port_settings_json(const Port &port);
 JsonReader::Json system_texts_json(const SystemTexts &texts);
+
+// The roles of a list, see parse_roles. Throws Refusal.
+Roles read_roles(const JsonReader &reader, const JsonReader::Json &list);
+
+// A role as read_roles takes it.
+JsonReader::Json role_json(const Role &role);
 
 } // namespace vswitch
 

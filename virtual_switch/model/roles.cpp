@@ -8,7 +8,7 @@
 #include "contract/frames.h"
 #include "contract/limits.h"
 #include "model/files.h"
-#include "model/json_reader.h"
+#include "model/json_settings.h"
 
 namespace vswitch {
 
@@ -133,18 +133,11 @@ void Roles::add(Role role) {
     list_.push_back(std::move(role));
 }
 
-Roles parse_roles(std::string_view text, const std::string &source) {
-    const JsonReader reader(source);
-    const auto json = reader.parse_object(text);
-    reader.expect_object(json, "the file", {"roles"});
+Roles read_roles(const JsonReader &reader, const JsonReader::Json &list) {
     Roles roles;
-    const auto list = json.find("roles");
-    if (list == json.end()) {
-        return roles;
-    }
-    reader.expect_array(*list, "\"roles\"");
+    reader.expect_array(list, "\"roles\"");
     std::set<std::string> names;
-    for (const auto &item : *list) {
+    for (const auto &item : list) {
         std::string place = "a role";
         reader.expect_object(item, place, {"name", "vsans", "interfaces", "users"});
         if (!item.contains("name")) {
@@ -172,12 +165,20 @@ Roles parse_roles(std::string_view text, const std::string &source) {
     return roles;
 }
 
+Roles parse_roles(std::string_view text, const std::string &source) {
+    const JsonReader reader(source);
+    const auto json = reader.parse_object(text);
+    reader.expect_object(json, "the file", {"roles"});
+    const auto list = json.find("roles");
+    return list == json.end() ? Roles() : read_roles(reader, *list);
+}
+
 Roles load_roles(const std::string &path) {
     const auto text = read_file(path, max_role_file);
     return text ? parse_roles(*text, path) : Roles();
 }
 
-std::string format_roles(const std::vector<Role> &roles) {
+JsonReader::Json role_json(const Role &role) {
     const auto texts = [](const std::vector<Range> &ranges) {
         JsonReader::Json list = JsonReader::Json::array();
         for (const auto &[first, last] : ranges) {
@@ -185,12 +186,16 @@ std::string format_roles(const std::vector<Role> &roles) {
         }
         return list;
     };
+    return {{"name", role.name},
+            {"vsans", texts(role.vsans)},
+            {"interfaces", texts(role.interfaces)},
+            {"users", role.users}};
+}
+
+std::string format_roles(const std::vector<Role> &roles) {
     JsonReader::Json list = JsonReader::Json::array();
     for (const Role &role : roles) {
-        list.push_back({{"name", role.name},
-                        {"vsans", texts(role.vsans)},
-                        {"interfaces", texts(role.interfaces)},
-                        {"users", role.users}});
+        list.push_back(role_json(role));
     }
     const JsonReader::Json file{{"roles", list}};
     return file.dump(2, ' ', false, JsonReader::Json::error_handler_t::replace) + "\n";

@@ -33,9 +33,6 @@ const char *status_text(uint32_t status);
 // "VSAN 7: VSAN does not exist."
 void require(uint32_t status, const std::string &what);
 
-// A world wide name as its eight bytes: "10:00:02:...".
-std::string wwn_text(uint64_t wwn);
-
 // The VSAN of that number. Throws Refusal when there is none.
 const Vsan &require_vsan(const Switch &the_switch, uint32_t id);
 

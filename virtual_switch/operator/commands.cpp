@@ -142,14 +142,6 @@ void require(uint32_t status, const std::string &what) {
     }
 }
 
-std::string wwn_text(uint64_t wwn) {
-    std::string text;
-    for (int shift = 56; shift >= 0; shift -= 8) {
-        text += fmt::format("{}{:02x}", shift == 56 ? "" : ":", wwn >> shift & 0xff);
-    }
-    return text;
-}
-
 const Vsan &require_vsan(const Switch &the_switch, uint32_t id) {
     const Vsan *vsan = the_switch.model.vsan(id);
     if (!vsan) {

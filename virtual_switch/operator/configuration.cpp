@@ -185,21 +185,6 @@ void set_system(Call &call) {
     show_system(call);
 }
 
-Json ranges_json(const std::vector<Range> &ranges) {
-    Json json = Json::array();
-    for (const auto &[first, last] : ranges) {
-        json.push_back(first == last ? fmt::format("{}", first) : fmt::format("{}-{}", first, last));
-    }
-    return json;
-}
-
-Json role_json(const Role &role) {
-    return {{"name", role.name},
-            {"vsans", ranges_json(role.vsans)},
-            {"interfaces", ranges_json(role.interfaces)},
-            {"users", role.users}};
-}
-
 void list_roles(Call &call) {
     const std::string after = call.arguments.text("after", max_text).value_or("");
     const auto &roles = call.the_switch.roles.list();

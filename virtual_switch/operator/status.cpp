@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unistd.h>
 
+#include "model/configuration.h"
 #include "operator/command_table.h"
 
 namespace vswitch {
