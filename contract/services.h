@@ -11,6 +11,17 @@
  *   payload  JSON text: {"command": "vsan.show", ...}
  *   reply    JSON text; beside a refusal's status {"error": "a sentence", ...}
  *
+ * MTS_SERVICE_SWITCH, MTS_OP_SWITCH_PARCEL: what is too long for a command's payload or its reply. The command
+ * upload.begin answers the number of a parcel that other commands take then; where a reply would
+ * be too long, it has the number of one to be fetched.
+ *   SET: a part of an upload
+ *   payload  number, offset: a word each; then the bytes, which follow those that came before
+ *   reply    nothing beside the status
+ *   GET: a part of a download. It is gone when its end was fetched.
+ *   payload  number, offset: a word each
+ *   reply    the bytes from there, as many as fit, at least one but at the end
+ * Of either the switch has few: STATUS_NO_SUCH_PARCEL says that one had to go.
+ *
  * MTS_SERVICE_SWITCH, MTS_OP_SWITCH_COUNTERS, GET: what the daemon has served.
  *   no payload
  *   reply    JSON text: {"requests": [{"service": 15, "opcode": 149, "kind": 1,
@@ -71,12 +82,16 @@ enum mts_service {
     MTS_SERVICES(MTS_ENUMERATOR)
 };
 enum mts_opcode {
-    MTS_OP_SWITCH_COUNTERS = 9001, /* these two are the switch's own, too */
+    MTS_OP_SWITCH_COUNTERS = 9001, /* these are the switch's own, too */
     MTS_OP_SWITCH_COMMAND = 9002,
+    MTS_OP_SWITCH_PARCEL = 9004,
     MTS_OPCODES(MTS_ENUMERATOR)
 };
 enum mts_kind { MTS_KINDS(MTS_ENUMERATOR) };
 #undef MTS_ENUMERATOR
+
+/* Of a parcel's part, before its bytes. */
+enum mts_parcel_at { MTS_PARCEL_NUMBER = 0, MTS_PARCEL_OFFSET = 4, MTS_PARCEL_FIXED = 8 };
 
 /* The distribution service knows one feature: the fabric timers. */
 #define MTS_TDX_TIMERS "fctimer"

@@ -19,6 +19,7 @@
     X(0x40010004u, STATUS_BAD_LENGTH,              "The request record has the wrong length") \
     X(0x40010005u, STATUS_BAD_RECORD,              "The request record has a field that is not allowed there") \
     X(0x40010006u, STATUS_STORE_FAILED,            "The switch's database could not be read or written") \
+    X(0x40010007u, STATUS_NO_SUCH_PARCEL,          "The upload or download is gone") \
     X(0x40190001u, STATUS_NO_SUCH_VSAN,            "VSAN does not exist") \
     X(0x40190002u, STATUS_NO_SUCH_ATTRIBUTE,       "Attribute not found for the VSAN") \
     X(0x40190003u, STATUS_NO_MORE_VSANS,           "No further VSAN") \

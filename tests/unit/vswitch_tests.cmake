@@ -24,6 +24,7 @@ add_executable(
   vswitch_frames_test.cpp
   vswitch_memory_hostile_test.cpp
   vswitch_memory_test.cpp
+  vswitch_parcels_test.cpp
   vswitch_ports_test.cpp
   vswitch_requests_test.cpp
   vswitch_rooms_test.cpp

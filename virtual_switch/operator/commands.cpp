@@ -106,12 +106,26 @@ uint32_t take_client_fault_counts(ServedSwitch &the_switch, const Request &reque
     return the_switch.client_faults.take_counts(request.payload);
 }
 
+// `payload` has both words.
+uint32_t add_part(ServedSwitch &the_switch, const Request &request, Buffer &) {
+    return the_switch.parcels.add(*load_word(request.payload, MTS_PARCEL_NUMBER),
+                                  *load_word(request.payload, MTS_PARCEL_OFFSET),
+                                  request.payload.subspan(MTS_PARCEL_FIXED));
+}
+
+uint32_t read_part(ServedSwitch &the_switch, const Request &request, Buffer &data) {
+    return the_switch.parcels.read(*load_word(request.payload, MTS_PARCEL_NUMBER),
+                                   *load_word(request.payload, MTS_PARCEL_OFFSET), max_answer, data);
+}
+
 constexpr uint32_t most_counts = CLIENT_FAULT_COUNTS_FIXED + CLIENT_FAULTS_MAX * CLIENT_FAULT_COUNT_SIZE;
 
 constexpr Operation operations[] = {
     {MTS_OP_SWITCH_COUNTERS, MTS_KIND_GET, false, 0, 0, answer_counters},
     {MTS_OP_SWITCH_COMMAND, MTS_KIND_GET, true, 0, MTS_WIRE_MAX_PAYLOAD, nullptr, answer_command},
     {MTS_OP_SWITCH_COMMAND, MTS_KIND_SET, true, 0, MTS_WIRE_MAX_PAYLOAD, nullptr, answer_command},
+    {MTS_OP_SWITCH_PARCEL, MTS_KIND_SET, true, MTS_PARCEL_FIXED, MTS_WIRE_MAX_PAYLOAD, nullptr, add_part},
+    {MTS_OP_SWITCH_PARCEL, MTS_KIND_GET, true, MTS_PARCEL_FIXED, MTS_PARCEL_FIXED, nullptr, read_part},
     {MTS_OP_CLIENT_FAULTS, MTS_KIND_GET, true, CLIENT_FAULT_AGENT_SIZE, CLIENT_FAULT_AGENT_SIZE, nullptr,
      hand_client_faults_over},
     {MTS_OP_CLIENT_FAULTS, MTS_KIND_SET, true, CLIENT_FAULT_COUNTS_FIXED, most_counts, nullptr,

@@ -12,6 +12,7 @@
 #include "changes/switch.h"
 #include "services/client_faults.h"
 #include "services/faults.h"
+#include "services/parcels.h"
 
 namespace vswitch {
 
@@ -37,6 +38,7 @@ struct ServedSwitch : Switch {
     Counters counters;
     Faults faults;
     ClientFaults client_faults;
+    Parcels parcels;
     std::string run_directory; // where the agent leaves its files; empty: nowhere
 };
 
