@@ -14,6 +14,7 @@
 #define VSWITCH_CHANGES_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -117,6 +118,9 @@ uint32_t tdx_abort(Switch &the_switch, const Requester &requester);
 // Adds a role, or replaces the one of the same name when `replace`, else STATUS_ROLE_EXISTS.
 uint32_t add_role(Switch &the_switch, const Requester &requester, const Role &role, bool replace,
                   std::string *sentence);
+// The same where an existing role becomes what `merge` makes of it. `role` receives what the role is then.
+uint32_t add_role(Switch &the_switch, const Requester &requester, Role &role,
+                  const std::function<Role(const Role &present)> &merge, std::string *sentence);
 uint32_t remove_role(Switch &the_switch, const Requester &requester, const std::string &name, std::string *sentence);
 
 } // namespace vswitch

@@ -116,11 +116,11 @@ Events further_events(const SwitchModel &model, const Change &change, Timestamp 
 
 } // namespace
 
-uint32_t commit(Switch &the_switch, const Change &change) {
-    if (the_switch.store && !the_switch.store->write(change, the_switch.model.data())) {
-        return STATUS_STORE_FAILED;
-    }
+uint32_t keep(const Switch &the_switch, const Change &change, const SwitchData &present) {
+    return !the_switch.store || the_switch.store->write(change, present) ? STATUS_SUCCESS : STATUS_STORE_FAILED;
+}
 
+void bring_into_force(Switch &the_switch, const Change &change) {
     const Timestamp now = the_switch.clock.now();
     const auto before = affected_vsans(the_switch.model, change);
     Events further = further_events(the_switch.model, change, now);
@@ -146,7 +146,14 @@ uint32_t commit(Switch &the_switch, const Change &change) {
         the_switch.events.publish(std::move(event));
     }
     the_switch.events.note_change();
-    return STATUS_SUCCESS;
+}
+
+uint32_t commit(Switch &the_switch, const Change &change) {
+    const uint32_t status = keep(the_switch, change, the_switch.model.data());
+    if (status == STATUS_SUCCESS) {
+        bring_into_force(the_switch, change);
+    }
+    return status;
 }
 
 void touch_vsan_table(const Switch &the_switch, Change &change) {

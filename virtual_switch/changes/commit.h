@@ -14,6 +14,11 @@ namespace vswitch {
 // STATUS_SUCCESS or, with nothing changed, STATUS_STORE_FAILED.
 uint32_t commit(Switch &the_switch, const Change &change);
 
+// The two halves of it. The first only writes, and is undone by writing what leads back. The second
+// cannot fail, and REQUIRES that the change is written.
+uint32_t keep(const Switch &the_switch, const Change &change, const SwitchData &present);
+void bring_into_force(Switch &the_switch, const Change &change);
+
 // Sets the time of the VSAN table's last change in a change of that table.
 void touch_vsan_table(const Switch &the_switch, Change &change);
 

@@ -19,6 +19,9 @@ uint32_t edit_roles(Switch &the_switch, const Requester &requester, std::string 
     if (const uint32_t status = check_switch_right(the_switch, requester); status != STATUS_SUCCESS) {
         return status;
     }
+    if (the_switch.drafted_roles) {
+        return edit(*the_switch.drafted_roles);
+    }
     const bool in_file = !the_switch.role_file.empty();
     uint32_t failure = STATUS_ROLES_NOT_WRITTEN;
     try {
@@ -46,8 +49,8 @@ uint32_t edit_roles(Switch &the_switch, const Requester &requester, std::string 
 
 } // namespace
 
-uint32_t add_role(Switch &the_switch, const Requester &requester, const Role &role, bool replace,
-                  std::string *sentence) {
+uint32_t add_role(Switch &the_switch, const Requester &requester, Role &role,
+                  const std::function<Role(const Role &present)> &merge, std::string *sentence) {
     return edit_roles(the_switch, requester, sentence, [&](std::vector<Role> &list) -> uint32_t {
         if (!is_role_name(role.name)) {
             if (sentence) {
@@ -59,13 +62,24 @@ uint32_t add_role(Switch &the_switch, const Requester &requester, const Role &ro
         const auto present = std::ranges::find(list, role.name, &Role::name);
         if (present == list.end()) {
             list.push_back(role);
-        } else if (replace) {
+        } else if (merge) {
+            role = merge(*present);
             *present = role;
         } else {
             return STATUS_ROLE_EXISTS;
         }
         return STATUS_SUCCESS;
     });
+}
+
+uint32_t add_role(Switch &the_switch, const Requester &requester, const Role &role, bool replace,
+                  std::string *sentence) {
+    std::function<Role(const Role &)> merge;
+    if (replace) {
+        merge = [&](const Role &) { return role; };
+    }
+    Role added = role;
+    return add_role(the_switch, requester, added, merge, sentence);
 }
 
 uint32_t remove_role(Switch &the_switch, const Requester &requester, const std::string &name, std::string *sentence) {

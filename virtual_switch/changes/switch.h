@@ -3,8 +3,10 @@
 #ifndef VSWITCH_SWITCH_H
 #define VSWITCH_SWITCH_H
 
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "changes/event_hub.h"
 #include "model/roles.h"
@@ -23,6 +25,8 @@ struct Switch {
     EventHub events;
     Store *store;          // where changes are kept; null: they last as long as this object
     std::string role_file; // where roles are kept; empty: likewise
+    // The roles as they will be, where this is a draft, see transaction.h; then nobody goes by `roles`.
+    std::optional<std::vector<Role>> drafted_roles;
 
     Switch(SwitchData data, Roles initial_roles, Store *keeper = nullptr, std::string file_of_roles = "")
         : model(std::move(data)), traffic(clock.start()), roles(std::move(initial_roles)), store(keeper),
