@@ -70,6 +70,17 @@ class Arguments {
     const Json &json_;
 };
 
+// One of the commands of a transaction is refused. The reply has "number", its place counted from 1, and
+// "reason", the sentence as if it had been alone.
+class CommandRefusal : public Refusal {
+  public:
+    CommandRefusal(size_t place, const Refusal &why, const std::string &sentence)
+        : Refusal(why.status, sentence), number(place), reason(why.what()) {}
+
+    const size_t number;
+    const std::string reason;
+};
+
 // What a command knows. `reply` is an empty object at first.
 struct Call {
     ServedSwitch &the_switch;
@@ -83,7 +94,17 @@ struct Command {
     uint32_t kind; // MTS_KIND_GET when it only looks, MTS_KIND_SET when it does anything else
     void (*run)(Call &);
     std::initializer_list<std::string_view> arguments; // beside "command"
+    // Whether all that it does is to change the configuration, by the functions of changes.h, so that
+    // it can be part of a transaction: it is run on a draft then.
+    bool configures = false;
 };
+
+// The command of that name, or null.
+const Command *find_command(std::string_view name);
+
+// Runs a command, {"command": name, ...}, of that kind, and returns its reply. Throws Refusal.
+JsonReader::Json run_command(ServedSwitch &the_switch, std::string_view user, uint32_t kind,
+                             const JsonReader::Json &json);
 
 // Rows of a reply, as many as one reply may carry.
 class Page {
@@ -110,6 +131,7 @@ std::span<const Command> status_commands();        // the whole switch, events
 std::span<const Command> fault_commands();
 std::span<const Command> client_fault_commands(); // what is special to faults of the agent's clients
 std::span<const Command> agent_file_commands();   // the agent's trace filters
+std::span<const Command> transaction_commands();  // several changes as one
 
 } // namespace vswitch
 

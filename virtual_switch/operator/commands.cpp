@@ -14,49 +14,11 @@ using Json = JsonReader::Json;
 
 constexpr size_t max_answer = MTS_WIRE_MAX_BODY - MTS_WIRE_REPLY_FIXED;
 
-const Command *find_command(std::string_view name) {
-    for (const auto table : {configuration_commands(), timer_commands(), status_commands(), fault_commands(),
-                             client_fault_commands(), agent_file_commands()}) {
-        for (const Command &command : table) {
-            if (name == command.name) {
-                return &command;
-            }
-        }
-    }
-    return nullptr;
-}
-
-// Runs a command and returns its reply's data.
+// Runs what a request asks for and returns the reply's data.
 Json run(ServedSwitch &the_switch, const Request &request) {
-    const JsonReader unnamed("the command");
     const std::string_view text(reinterpret_cast<const char *>(request.payload.data()), request.payload.size());
-    const Json json = unnamed.parse_object(text);
-    const auto name_given = json.find("command");
-    if (name_given == json.end()) {
-        unnamed.fail("it has no \"command\"");
-    }
-    const std::string &name = unnamed.text(*name_given, "\"command\"");
-    const Command *command = find_command(name);
-    if (!command) {
-        throw Refusal(STATUS_NO_SUCH_OPCODE, fmt::format("There is no command \"{}\".", JsonReader::printable(name)));
-    }
-    if (request.kind != command->kind) {
-        throw Refusal(STATUS_NO_SUCH_KIND,
-                      fmt::format("The command {} is of kind {}, not {}.", name, command->kind, request.kind));
-    }
-    const JsonReader reader(fmt::format("the command {}", name));
-    for (const auto &[key, value] : json.items()) {
-        bool known = key == "command";
-        for (const std::string_view candidate : command->arguments) {
-            known = known || candidate == key;
-        }
-        if (!known) {
-            reader.fail(fmt::format("it takes no \"{}\"", JsonReader::printable(key)));
-        }
-    }
-    Call call{the_switch, {request.user, true}, Arguments(reader, json)};
-    command->run(call);
-    return std::move(call.reply);
+    const Json json = JsonReader("the command").parse_object(text);
+    return run_command(the_switch, request.user, request.kind, json);
 }
 
 Json refusal_json(uint32_t status, const char *sentence) {
@@ -84,6 +46,11 @@ uint32_t answer_command(ServedSwitch &the_switch, const Request &request, Buffer
     uint32_t status = STATUS_SUCCESS;
     try {
         json = run(the_switch, request);
+    } catch (const CommandRefusal &refusal) {
+        status = refusal.status;
+        json = refusal_json(status, refusal.what());
+        json["number"] = refusal.number;
+        json["reason"] = refusal.reason;
     } catch (const Refusal &refusal) {
         status = refusal.status;
         json = refusal_json(status, refusal.what());
@@ -133,6 +100,48 @@ constexpr Operation operations[] = {
 };
 
 } // namespace
+
+const Command *find_command(std::string_view name) {
+    for (const auto table : {configuration_commands(), timer_commands(), status_commands(), fault_commands(),
+                             client_fault_commands(), agent_file_commands(), transaction_commands()}) {
+        for (const Command &command : table) {
+            if (name == command.name) {
+                return &command;
+            }
+        }
+    }
+    return nullptr;
+}
+
+Json run_command(ServedSwitch &the_switch, std::string_view user, uint32_t kind, const Json &json) {
+    const JsonReader unnamed("the command");
+    const auto name_given = json.find("command");
+    if (name_given == json.end()) {
+        unnamed.fail("it has no \"command\"");
+    }
+    const std::string &name = unnamed.text(*name_given, "\"command\"");
+    const Command *command = find_command(name);
+    if (!command) {
+        throw Refusal(STATUS_NO_SUCH_OPCODE, fmt::format("There is no command \"{}\".", JsonReader::printable(name)));
+    }
+    if (kind != command->kind) {
+        throw Refusal(STATUS_NO_SUCH_KIND,
+                      fmt::format("The command {} is of kind {}, not {}.", name, command->kind, kind));
+    }
+    const JsonReader reader(fmt::format("the command {}", name));
+    for (const auto &[key, value] : json.items()) {
+        bool known = key == "command";
+        for (const std::string_view candidate : command->arguments) {
+            known = known || candidate == key;
+        }
+        if (!known) {
+            reader.fail(fmt::format("it takes no \"{}\"", JsonReader::printable(key)));
+        }
+    }
+    Call call{the_switch, {user, true}, Arguments(reader, json)};
+    command->run(call);
+    return std::move(call.reply);
+}
 
 std::span<const Operation> operator_operations() {
     return operations;

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Commands about VSANs, ports, roles and the system's texts.
+#include <functional>
+
 #include "model/configuration.h"
 #include "model/json_settings.h"
 #include "operator/command_table.h"
@@ -12,23 +14,9 @@ using Json = JsonReader::Json;
 
 constexpr size_t max_text = 256;
 
-struct PortCount {
-    uint32_t all = 0;
-    uint32_t up = 0;
-};
-
-PortCount count_ports(const SwitchModel &model, uint32_t vsan) {
-    PortCount count;
-    for (const uint32_t if_index : model.ports_of(vsan)) {
-        ++count.all;
-        count.up += model.port(if_index)->is_up();
-    }
-    return count;
-}
-
 Json vsan_json(const SwitchModel &model, uint32_t id) {
     const Vsan &vsan = *model.vsan(id);
-    const PortCount ports = count_ports(model, id);
+    const SwitchModel::PortCount ports = model.port_count_of(id);
     return {{"id", id},
             {"name", vsan.name},
             {"state", word_of(admin_state_words, vsan.admin_state)},
@@ -82,9 +70,15 @@ void change(Call &call, uint32_t id, Vsan wanted, bool create) {
     call.reply = vsan_json(call.the_switch.model, id);
 }
 
+// With "mayExist", a VSAN that is there gets what the command says about it.
 void create_vsan(Call &call) {
     const uint32_t id = call.arguments.required_number("id", vsan_numbers);
-    if (call.the_switch.model.vsan(id)) {
+    if (const Vsan *present = call.the_switch.model.vsan(id)) {
+        if (call.arguments.flag("mayExist").value_or(false)) {
+            change(call, id, *present, false);
+            call.reply["existed"] = true;
+            return;
+        }
         throw Refusal(STATUS_BAD_RECORD, fmt::format("VSAN {} exists already.", id));
     }
     change(call, id, new_vsan(id), true);
@@ -95,9 +89,17 @@ void set_vsan(Call &call) {
     change(call, id, *call.the_switch.model.vsan(id), false);
 }
 
+// With "ifExists", there may be no such VSAN.
 void remove_vsan(Call &call) {
+    if (call.arguments.flag("ifExists").value_or(false)) {
+        const uint32_t wanted = call.arguments.required_number("id", vsan_numbers);
+        if (!call.the_switch.model.vsan(wanted)) {
+            call.reply = {{"id", wanted}, {"movedPorts", 0}, {"absent", true}};
+            return;
+        }
+    }
     const uint32_t id = required_vsan(call);
-    const uint32_t ports = count_ports(call.the_switch.model, id).all;
+    const uint32_t ports = call.the_switch.model.port_count_of(id).all;
     require(delete_vsan(call.the_switch, call.requester, id), fmt::format("VSAN {}", id));
     call.reply = {{"id", id}, {"movedPorts", ports}};
 }
@@ -206,25 +208,48 @@ void require_role_change(uint32_t status, const std::string &sentence, const std
     require(status, fmt::format("Role \"{}\"", JsonReader::printable(name)));
 }
 
+// With "mayExist", a role that is there gets what the command names; with "replace", another comes in its
+// place.
 void set_role(Call &call) {
-    const std::string name = call.arguments.required_text("name", max_text);
-    Json role = call.arguments.json();
-    role.erase("command");
-    role.erase("replace");
+    const Arguments &arguments = call.arguments;
+    const std::string name = arguments.required_text("name", max_text);
+    const bool replace = arguments.flag("replace").value_or(false);
+    const bool may_exist = arguments.flag("mayExist").value_or(false);
+    if (replace && may_exist) {
+        arguments.reader().fail("\"replace\" and \"mayExist\" exclude each other");
+    }
+    Json given = arguments.json();
+    for (const char *key : {"command", "replace", "mayExist"}) {
+        given.erase(key);
+    }
     // Read as the role file is, so that both have one grammar.
-    const Roles read = parse_roles(Json{{"roles", {role}}}.dump(), "the role");
+    const Role named = parse_roles(Json{{"roles", {given}}}.dump(), "the role").list().front();
+    std::function<Role(const Role &)> merge;
+    if (replace || may_exist) {
+        merge = [&](const Role &present) {
+            const auto keeps = [&](const char *key) { return may_exist && !given.contains(key); };
+            return Role{named.name, keeps("vsans") ? present.vsans : named.vsans,
+                        keeps("interfaces") ? present.interfaces : named.interfaces,
+                        keeps("users") ? present.users : named.users};
+        };
+    }
+    Role role = named;
     std::string sentence;
-    require_role_change(add_role(call.the_switch, call.requester, read.list().front(),
-                                 call.arguments.flag("replace").value_or(false), &sentence),
-                        sentence, name);
-    call.reply = role_json(read.list().front());
+    const uint32_t status = add_role(call.the_switch, call.requester, role, merge, &sentence);
+    require_role_change(status, sentence, name);
+    call.reply = role_json(role);
 }
 
 void drop_role(Call &call) {
     const std::string name = call.arguments.required_text("name", max_text);
     std::string sentence;
-    require_role_change(remove_role(call.the_switch, call.requester, name, &sentence), sentence, name);
+    const uint32_t status = remove_role(call.the_switch, call.requester, name, &sentence);
     call.reply["name"] = name;
+    if (status == STATUS_NO_SUCH_ROLE && call.arguments.flag("ifExists").value_or(false)) {
+        call.reply["absent"] = true;
+        return;
+    }
+    require_role_change(status, sentence, name);
 }
 
 const Command commands[] = {
@@ -233,24 +258,26 @@ const Command commands[] = {
     {"vsan.create",
      MTS_KIND_SET,
      create_vsan,
-     {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency"}},
+     {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency", "mayExist"},
+     true},
     {"vsan.set",
      MTS_KIND_SET,
      set_vsan,
-     {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency"}},
-    {"vsan.delete", MTS_KIND_SET, remove_vsan, {"id"}},
+     {"id", "name", "state", "mtu", "loadBalancing", "interop", "inorderDelivery", "networkDropLatency"},
+     true},
+    {"vsan.delete", MTS_KIND_SET, remove_vsan, {"id", "ifExists"}, true},
     {"port.list", MTS_KIND_GET, list_ports, {"after", "limit", "vsan"}},
     {"port.show", MTS_KIND_GET, show_port, {"ifIndex"}},
-    {"port.move", MTS_KIND_SET, move, {"ifIndex", "vsan"}},
-    {"port.up", MTS_KIND_SET, plug_in, {"ifIndex"}},
-    {"port.down", MTS_KIND_SET, unplug, {"ifIndex"}},
-    {"port.deny", MTS_KIND_SET, deny, {"ifIndex", "denyList"}},
-    {"port.set", MTS_KIND_SET, configure, {"ifIndex", "alias", "enabled", "speedMbps", "traps", "traffic"}},
+    {"port.move", MTS_KIND_SET, move, {"ifIndex", "vsan"}, true},
+    {"port.up", MTS_KIND_SET, plug_in, {"ifIndex"}, true},
+    {"port.down", MTS_KIND_SET, unplug, {"ifIndex"}, true},
+    {"port.deny", MTS_KIND_SET, deny, {"ifIndex", "denyList"}, true},
+    {"port.set", MTS_KIND_SET, configure, {"ifIndex", "alias", "enabled", "speedMbps", "traps", "traffic"}, true},
     {"system.show", MTS_KIND_GET, show_system, {}},
-    {"system.set", MTS_KIND_SET, set_system, {"contact", "name", "location"}},
+    {"system.set", MTS_KIND_SET, set_system, {"contact", "name", "location"}, true},
     {"role.list", MTS_KIND_GET, list_roles, {"after", "limit"}},
-    {"role.add", MTS_KIND_SET, set_role, {"name", "vsans", "interfaces", "users", "replace"}},
-    {"role.remove", MTS_KIND_SET, drop_role, {"name"}},
+    {"role.add", MTS_KIND_SET, set_role, {"name", "vsans", "interfaces", "users", "replace", "mayExist"}, true},
+    {"role.remove", MTS_KIND_SET, drop_role, {"name", "ifExists"}, true},
 };
 
 } // namespace

@@ -173,14 +173,14 @@ void abort_tdx(Call &call) {
 
 const Command commands[] = {
     {"timers.show", MTS_KIND_GET, show_timers, {"vsan", "after", "limit"}},
-    {"timers.set", MTS_KIND_SET, set_timers, {"setting", "value", "vsan", "force"}},
+    {"timers.set", MTS_KIND_SET, set_timers, {"setting", "value", "vsan", "force"}, true},
     {"tdx.show", MTS_KIND_GET, show_tdx, {"after", "limit"}},
-    {"tdx.enable", MTS_KIND_SET, enable_tdx, {}},
-    {"tdx.disable", MTS_KIND_SET, disable_tdx, {}},
-    {"tdx.show-run", MTS_KIND_SET, switch_show_run, {"on"}},
-    {"tdx.refuse", MTS_KIND_SET, switch_refusing, {"on"}},
-    {"tdx.commit", MTS_KIND_SET, commit_tdx, {}},
-    {"tdx.abort", MTS_KIND_SET, abort_tdx, {}},
+    {"tdx.enable", MTS_KIND_SET, enable_tdx, {}, true},
+    {"tdx.disable", MTS_KIND_SET, disable_tdx, {}, true},
+    {"tdx.show-run", MTS_KIND_SET, switch_show_run, {"on"}, true},
+    {"tdx.refuse", MTS_KIND_SET, switch_refusing, {"on"}, true},
+    {"tdx.commit", MTS_KIND_SET, commit_tdx, {}, true},
+    {"tdx.abort", MTS_KIND_SET, abort_tdx, {}, true},
 };
 
 } // namespace
