@@ -30,7 +30,8 @@ add_executable(
   vswitch_rooms_test.cpp
   vswitch_server_test.cpp
   vswitch_store_test.cpp
-  vswitch_transaction_test.cpp)
+  vswitch_transaction_test.cpp
+  vswitch_transfer_test.cpp)
 target_link_libraries(vswitch_test PRIVATE vswitch_core GTest::gtest_main SQLiteCpp fmt::fmt Threads::Threads)
 # Which file includes which is read in the sources.
 target_compile_definitions(vswitch_test PRIVATE SWITCH_SOURCES="${PROJECT_SOURCE_DIR}/virtual_switch")

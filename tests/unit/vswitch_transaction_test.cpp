@@ -223,8 +223,8 @@ TEST_F(Transaction, DistributionSessionIsOpenedAndCommittedWithin) {
 }
 
 TEST_F(Transaction, HasChangesOfTheConfigurationAlone) {
-    for (const char *name :
-         {"vsan.list", "switch.show", "fault.clear", "events.inject", "debug.set", "transaction", "upload.begin"}) {
+    for (const char *name : {"vsan.list", "switch.show", "fault.clear", "events.inject", "debug.set", "transaction",
+                             "import", "upload.begin", "backup.begin"}) {
         const Json reply = refused("transaction", {{"commands", {create(50, "new"), {{"command", name}}}}});
         EXPECT_EQ(reply["number"], 2) << name;
         EXPECT_TRUE(contains(reply["error"], "cannot be part of a transaction")) << reply;
@@ -239,8 +239,9 @@ TEST_F(Transaction, HasChangesOfTheConfigurationAlone) {
 // Every command that is said to change the configuration alone does no more than change a draft.
 TEST_F(Transaction, IsMadeOfCommandsThatActOnADraft) {
     size_t seen = 0;
-    for (const auto table : {configuration_commands(), timer_commands(), status_commands(), fault_commands(),
-                             client_fault_commands(), agent_file_commands(), transaction_commands()}) {
+    for (const auto table :
+         {configuration_commands(), timer_commands(), status_commands(), fault_commands(), client_fault_commands(),
+          agent_file_commands(), transaction_commands(), transfer_commands()}) {
         for (const vswitch::Command &one : table) {
             seen += one.configures;
             EXPECT_TRUE(!one.configures || one.kind == MTS_KIND_SET) << one.name;

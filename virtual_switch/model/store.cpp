@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "model/rules.h"
+#include "model/store_copy.h"
 #include "model/store_settings.h"
 #include "model/store_writer.h"
 
@@ -438,6 +439,7 @@ SwitchData Store::open(SchemaSteps steps) {
             transaction.commit();
         }
         writer_.reset();
+        copies_.clear();
         database_ = std::move(database);
         expected_ = files();
     } catch (const SQLite::Exception &error) {
@@ -522,6 +524,40 @@ bool Store::write(const Change &change, const SwitchData &present) {
         spdlog::info("The database {} can be written again.", path_);
     }
     return written;
+}
+
+uint32_t Store::begin_copy() {
+    if (files() != expected_) {
+        throw Refusal(fmt::format("The database {} or its log was removed, replaced or written by somebody else; it "
+                                  "is not copied.",
+                                  path_));
+    }
+    if (copies_.size() == max_copies) {
+        copies_.erase(copies_.begin());
+    }
+    try {
+        copies_.emplace(++last_copy_, std::make_unique<StoreCopy>(*database_));
+    } catch (const SQLite::Exception &error) {
+        throw Refusal(fmt::format("Cannot copy the database {}: {}.", path_, error.what()));
+    }
+    return last_copy_;
+}
+
+std::optional<std::string> Store::copy_more(uint32_t number) {
+    const auto copy = copies_.find(number);
+    if (copy == copies_.end()) {
+        throw Refusal(STATUS_NO_SUCH_PARCEL, "The copy of the database was given up for others; try again.");
+    }
+    try {
+        auto content = copy->second->copy_more();
+        if (content) {
+            copies_.erase(copy);
+        }
+        return content;
+    } catch (const SQLite::Exception &error) {
+        copies_.erase(copy);
+        throw Refusal(fmt::format("Cannot copy the database {}: {}.", path_, error.what()));
+    }
 }
 
 } // namespace vswitch

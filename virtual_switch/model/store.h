@@ -11,6 +11,7 @@
 #ifndef VSWITCH_STORE_H
 #define VSWITCH_STORE_H
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -26,6 +27,7 @@ class Database;
 namespace vswitch {
 
 class StoreWriter;
+class StoreCopy;
 
 // The steps from an empty file to the present schema. Step n, counted from 0, is SQL
 // that leads from version n to version n + 1. Steps are only ever appended.
@@ -65,6 +67,18 @@ class Store {
     // holds.
     bool write(const Change &change, const SwitchData &present);
 
+    // Begins a copy of the database, which goes on being written: what is written before the copy is
+    // complete is in it. Of those under way more than max_copies are too many, and the oldest is given
+    // up. Returns the number of this one. Throws Refusal when the database was removed or replaced, or
+    // cannot be read. REQUIRES: the database is open.
+    static constexpr size_t max_copies = 4;
+    uint32_t begin_copy();
+
+    // Copies a little more, so that whoever is served waits no longer than for a change. Returns the bytes of
+    // a database file when the copy is complete, and nothing before. Throws Refusal when it cannot go
+    // on, STATUS_NO_SUCH_PARCEL when it was given up.
+    std::optional<std::string> copy_more(uint32_t number);
+
     const std::string &path() const { return path_; }
 
   private:
@@ -94,6 +108,8 @@ class Store {
     Lock lock_;
     std::unique_ptr<SQLite::Database> database_;
     std::unique_ptr<StoreWriter> writer_;
+    std::map<uint32_t, std::unique_ptr<StoreCopy>> copies_; // by number
+    uint32_t last_copy_ = 0;
     Files expected_; // as this process has left them
     Trouble trouble_ = Trouble::none;
 };

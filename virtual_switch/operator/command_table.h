@@ -132,6 +132,7 @@ std::span<const Command> fault_commands();
 std::span<const Command> client_fault_commands(); // what is special to faults of the agent's clients
 std::span<const Command> agent_file_commands();   // the agent's trace filters
 std::span<const Command> transaction_commands();  // several changes as one
+std::span<const Command> transfer_commands();     // the configuration as a whole, in and out
 
 } // namespace vswitch
 

@@ -102,8 +102,9 @@ constexpr Operation operations[] = {
 } // namespace
 
 const Command *find_command(std::string_view name) {
-    for (const auto table : {configuration_commands(), timer_commands(), status_commands(), fault_commands(),
-                             client_fault_commands(), agent_file_commands(), transaction_commands()}) {
+    for (const auto table :
+         {configuration_commands(), timer_commands(), status_commands(), fault_commands(), client_fault_commands(),
+          agent_file_commands(), transaction_commands(), transfer_commands()}) {
         for (const Command &command : table) {
             if (name == command.name) {
                 return &command;
