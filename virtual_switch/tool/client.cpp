@@ -12,6 +12,7 @@
 
 #include "contract/frames.h"
 #include "contract/services.h"
+#include "contract/status_codes.h"
 #include "mts.h"
 #include "run_directory.h"
 
@@ -28,33 +29,49 @@ std::string user_name() {
     return entry ? entry->pw_name : fmt::format("{}", geteuid());
 }
 
+// What a refusal says, as the exception to be thrown.
+[[noreturn]] void refuse(uint32_t status, const Json &reply, const std::string &command) {
+    if (!reply.is_object() || !reply.contains("error") || !reply["error"].is_string()) {
+        throw Refusal(fmt::format("The switch answered {} with status 0x{:08x} and no explanation.", command, status));
+    }
+    const std::string sentence = reply["error"];
+    if (status == STATUS_NO_SUCH_PARCEL) {
+        throw Dropped(sentence);
+    }
+    if (reply.contains("number")) {
+        throw TransactionRefusal(sentence, reply["number"], reply.value("reason", sentence));
+    }
+    throw Refusal(sentence);
+}
+
 Json send(uint32_t kind, const std::string &command, Json arguments) {
     arguments["command"] = command;
     const std::string text = arguments.dump(-1, ' ', false, Json::error_handler_t::replace);
     if (text.size() > MTS_WIRE_MAX_PAYLOAD) {
         throw Refusal("The command is too long.");
     }
-    auto length = static_cast<uint32_t>(text.size());
+    const auto [status, data] = exchange(MTS_OP_SWITCH_COMMAND, kind, text);
+    Json reply = Json::parse(data, nullptr, false);
+    if (status != 0 || !reply.is_object()) {
+        refuse(status, reply, command);
+    }
+    return reply;
+}
+
+} // namespace
+
+Answer exchange(uint32_t opcode, uint32_t kind, const std::string &payload) {
+    auto length = static_cast<uint32_t>(payload.size());
     void *data = nullptr;
-    const uint32_t status = cmi_req_resp(MTS_OP_SWITCH_COMMAND, kind, text.data(), &data, &length, user_name().c_str(),
-                                         0, MTS_SERVICE_SWITCH, mts_response_q, wait_class);
+    const uint32_t status = cmi_req_resp(opcode, kind, payload.data(), &data, &length, user_name().c_str(), 0,
+                                         MTS_SERVICE_SWITCH, mts_response_q, wait_class);
     const int reason = errno;
     const std::unique_ptr<void, decltype(&std::free)> owner(data, std::free);
     if (status == UINT32_MAX) {
         throw_connection_problem(reason);
     }
-    const auto *bytes = static_cast<const char *>(data);
-    Json reply = Json::parse(bytes, bytes + (data ? length : 0), nullptr, false);
-    if (status == 0 && reply.is_object()) {
-        return reply;
-    }
-    if (reply.is_object() && reply.contains("error") && reply["error"].is_string()) {
-        throw Refusal(reply["error"].get<std::string>());
-    }
-    throw Refusal(fmt::format("The switch answered {} with status 0x{:08x} and no explanation.", command, status));
+    return {status, data ? std::string(static_cast<const char *>(data), length) : std::string()};
 }
-
-} // namespace
 
 bool is_utf8(const std::string &text) {
     try {

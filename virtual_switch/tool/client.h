@@ -7,9 +7,12 @@
 #define VSWITCHCTL_CLIENT_H
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace vswitchctl {
 
@@ -36,6 +39,22 @@ class Away : public Unreachable {
     using Unreachable::Unreachable;
 };
 
+// The switch has dropped an upload or a download to make room for others.
+class Dropped : public Refusal {
+  public:
+    using Refusal::Refusal;
+};
+
+// One command of a transaction is refused, and so are all.
+class TransactionRefusal : public Refusal {
+  public:
+    TransactionRefusal(const std::string &sentence, size_t place, std::string why)
+        : Refusal(sentence), number(place), reason(std::move(why)) {}
+
+    const size_t number;      // the command's place, counted from 1
+    const std::string reason; // the sentence as if the command had been alone
+};
+
 // What the sentence of an errno value of the message service is.
 std::string connection_problem(int reason);
 
@@ -54,6 +73,13 @@ class Patience {
   private:
     uint32_t former_;
 };
+
+// One request to the switch itself and what it answers, both as they are. Throws Unreachable.
+struct Answer {
+    uint32_t status = 0;
+    std::string data;
+};
+Answer exchange(uint32_t opcode, uint32_t kind, const std::string &payload);
 
 // Sends one command and returns its reply. Throws Refusal.
 Json look(const std::string &command, Json arguments = Json::object());

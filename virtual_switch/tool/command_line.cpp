@@ -79,7 +79,7 @@ void parse_options(CLI::App &app, std::vector<std::string> words) {
 ParsedCommand help_of(const CLI::App &app, const std::string &name) {
     const size_t blank = name.rfind(' ');
     const std::string above = blank == std::string::npos ? "vswitchctl" : "vswitchctl " + name.substr(0, blank);
-    return {nullptr, nullptr, [&app, above] { fmt::print("{}", app.help(above)); }, name};
+    return {nullptr, nullptr, nullptr, [&app, above] { fmt::print("{}", app.help(above)); }, name};
 }
 
 } // namespace
@@ -96,6 +96,7 @@ Commands::Commands(GlobalOptions *options)
             "--version", [] {}, "Print which release this is");
     }
     root_.footer("'vswitchctl COMMAND --help' has examples of each command.\n"
+                 "Changes with -- between them are one: all of them are made, or none.\n"
                  "Ends with 0 when done, 1 when the switch refused or did not answer, 2 when the\n"
                  "command line is wrong.");
 }
@@ -182,7 +183,8 @@ ParsedCommand Commands::read(CommandRow &row, const std::vector<std::string> &wo
     } catch (const UsageError &error) {
         throw UsageError(fmt::format("{}: {}.", row.name, error.what()));
     }
-    ParsedCommand command{nullptr, row.print, nullptr, row.name};
+    ParsedCommand command{nullptr, row.print, nullptr, nullptr, row.name};
+    command.explain = [&row](const std::string &sentence) { return in_words_of(row, sentence); };
     if (!row.change.empty()) {
         command.change = row.arguments;
         command.change["command"] = row.change;
@@ -198,10 +200,10 @@ std::optional<ParsedCommand> Commands::read_leading(const std::vector<std::strin
         throw UsageError(fmt::format("In front of the command {}.", error.what()));
     }
     if (std::any_of(words.begin(), words.end(), asks_for_help)) {
-        return ParsedCommand{nullptr, nullptr, [this] { fmt::print("{}", root_.help()); }, ""};
+        return ParsedCommand{nullptr, nullptr, nullptr, [this] { fmt::print("{}", root_.help()); }, ""};
     }
     if (std::find(words.begin(), words.end(), "--version") != words.end()) {
-        return ParsedCommand{nullptr, nullptr, [] { fmt::print("vswitchctl {}\n", VSWITCH_VERSION); }, ""};
+        return ParsedCommand{nullptr, nullptr, nullptr, [] { fmt::print("vswitchctl {}\n", VSWITCH_VERSION); }, ""};
     }
     parse_options(root_, words);
     return std::nullopt;
@@ -213,7 +215,7 @@ const CommandRow *Commands::row_of(const Node &node) const {
 
 ParsedCommand Commands::parse(const std::vector<std::string> &words) {
     if (!words.empty() && words.front() == "complete-words") {
-        return {nullptr, nullptr,
+        return {nullptr, nullptr, nullptr,
                 [this, rest = std::vector(words.begin() + 1, words.end())] {
                     for (const std::string &word : complete(rest)) {
                         fmt::print("{}\n", word);
@@ -263,6 +265,7 @@ CommandLine::CommandLine(GlobalOptions *options) : commands_(std::make_unique<Co
     add_fault(*commands_);
     add_watch(*commands_);
     add_wait_until(*commands_);
+    add_transfer(*commands_);
 }
 
 CommandLine::~CommandLine() = default;

@@ -28,6 +28,8 @@ struct ParsedCommand {
     Json change;
     // Prints the reply to `change` in words.
     std::function<void(const Json &)> print;
+    // What a refusal of the switch says, in the words of the command line.
+    std::function<std::string(const std::string &sentence)> explain;
     // Carries the command out by itself and prints what comes of it. Throws Refusal.
     std::function<void()> run;
     // What the command is called: "vsan create".

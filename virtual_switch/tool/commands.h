@@ -163,6 +163,7 @@ void add_counters(Commands &commands);
 void add_fault(Commands &commands);
 void add_watch(Commands &commands);
 void add_wait_until(Commands &commands);
+void add_transfer(Commands &commands);
 
 } // namespace vswitchctl
 

@@ -26,6 +26,7 @@ void add_vsan_changes(Commands &commands) {
                    "  vswitchctl vsan create 50\n  vswitchctl vsan create 50 --name tests --state suspended");
     create.number("id", "id", "VSAN number, 1 to 4095", {}, vsan_number_bounds)->required();
     add_vsan_options(create);
+    create.flag("--may-exist", "mayExist", "One that exists is set to what is named");
     create.changes("vsan.create", print_vsan);
     Command set(commands, "vsan set", "Changes a VSAN; what is not named stays as it is",
                 "  vswitchctl vsan set 50 --name lab --mtu 2048\n  vswitchctl vsan set 50 --state active");
@@ -39,7 +40,12 @@ void add_vsan_changes(Commands &commands) {
     set.changes("vsan.set", print_vsan);
     Command remove(commands, "vsan delete", "Deletes a VSAN; its ports move to VSAN 1", "  vswitchctl vsan delete 50");
     remove.number("id", "id", "VSAN number", {}, vsan_number_bounds)->required();
+    remove.flag("--if-exists", "ifExists", "One that is not there is no failure");
     remove.changes("vsan.delete", [](const Json &reply) {
+        if (reply.value("absent", false)) {
+            fmt::print("There was no VSAN {}\n", reply.at("id").get<unsigned>());
+            return;
+        }
         fmt::print("VSAN {} deleted; ports moved to VSAN 1: {}\n", reply.at("id").get<unsigned>(),
                    reply.at("movedPorts").get<unsigned>());
     });
@@ -180,11 +186,16 @@ void add_role(Commands &commands) {
     add.texts("--interfaces", "interfaces", "Ports that its users may touch, by ifIndex", "N,N-N,...");
     add.texts("--users", "users", "SNMP users, or for v1 and v2c communities", "NAME,...");
     add.flag("--replace", "replace", "Replace a role of that name");
+    add.flag("--may-exist", "mayExist", "A role of that name is set to what is named");
     add.changes("role.add", [](const Json &reply) { print_roles({{"roles", {reply}}}); });
     Command remove(commands, "role remove", "Removes a role", "  vswitchctl role remove tapes");
     remove.completes(remove.text("name", "name", "The role's name", "NAME"), {Values::Kind::roles, {}})->required();
-    remove.changes("role.remove",
-                   [](const Json &reply) { fmt::print("Role {} removed\n", reply.at("name").get<std::string>()); });
+    remove.flag("--if-exists", "ifExists", "One that is not there is no failure");
+    remove.changes("role.remove", [](const Json &reply) {
+        const std::string name = reply.at("name");
+        fmt::print("{}\n",
+                   reply.value("absent", false) ? "There was no role " + name : fmt::format("Role {} removed", name));
+    });
 }
 
 } // namespace vswitchctl

@@ -187,6 +187,14 @@ Json decode_event(uint32_t event_class, const void *payload, uint32_t size) {
     }
 }
 
+void add_port_name(Json &event, const PortNames &names) {
+    if (event.contains("ifIndex")) {
+        if (const auto name = names.find(event["ifIndex"].get<uint32_t>()); name != names.end()) {
+            event["name"] = name->second;
+        }
+    }
+}
+
 std::string event_words(const Json &event) {
     if (event["event"] == "vsan") {
         return vsan_words(event);

@@ -7,6 +7,7 @@
 #include "contract/run_directory.h"
 #include "tool/command_line.h"
 #include "tool/print.h"
+#include "tool/transfer.h"
 
 namespace {
 
@@ -18,16 +19,65 @@ void complain(const std::string &sentence) {
     std::fputs(fmt::format("vswitchctl: {}\n", sentence).c_str(), stderr);
 }
 
+using Words = std::vector<std::string>;
+
+// The commands of a command line, which have a lone -- between them.
+std::vector<Words> commands_of(const Words &words) {
+    std::vector<Words> commands(1);
+    for (const std::string &word : words) {
+        if (word == "--") {
+            commands.emplace_back();
+        } else {
+            commands.back().push_back(word);
+        }
+    }
+    return commands;
+}
+
+// Makes several changes one, and prints the reply to each as if it had been alone.
+void carry_out_all(const std::vector<vswitchctl::ParsedCommand> &commands) {
+    std::vector<vswitchctl::Json> changes;
+    for (const vswitchctl::ParsedCommand &command : commands) {
+        if (command.change.is_null()) {
+            throw vswitchctl::UsageError(fmt::format("{}: it is no change of the configuration, and cannot be one of "
+                                                     "several commands with -- between them.",
+                                                     command.name.empty() ? "help" : command.name));
+        }
+        changes.push_back(command.change);
+    }
+    vswitchctl::Json reply;
+    try {
+        reply = vswitchctl::change_all(changes, false);
+    } catch (const vswitchctl::TransactionRefusal &refusal) {
+        const std::string sentence = commands.at(refusal.number - 1).explain(refusal.reason);
+        throw vswitchctl::Refusal(
+            fmt::format("Nothing is changed, because of command {}, {}", refusal.number, sentence));
+    }
+    const vswitchctl::Json &replies = reply.at("replies");
+    vswitchctl::show(replies, [&](const vswitchctl::Json &) {
+        for (size_t number = 0; number < commands.size(); ++number) {
+            commands[number].print(replies.at(number));
+        }
+    });
+}
+
 // Carries out what a command line says.
-void carry_out(const std::vector<std::string> &words) {
+void carry_out(const Words &words) {
     vswitchctl::GlobalOptions options;
     vswitchctl::CommandLine command_line(&options);
-    const vswitchctl::ParsedCommand command = command_line.parse(words);
+    std::vector<vswitchctl::ParsedCommand> commands;
+    for (const Words &command : commands_of(words)) {
+        commands.push_back(command_line.parse(command));
+    }
     if (!options.run_directory.empty()) {
         setenv(RUN_DIRECTORY_VARIABLE, options.run_directory.c_str(), 1);
     }
     vswitchctl::print_as_json(options.json);
-    command.run();
+    if (commands.size() == 1) {
+        commands.front().run();
+    } else {
+        carry_out_all(commands);
+    }
 }
 
 } // namespace

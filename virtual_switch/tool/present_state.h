@@ -3,16 +3,13 @@
 #ifndef VSWITCHCTL_PRESENT_STATE_H
 #define VSWITCHCTL_PRESENT_STATE_H
 
-#include <map>
 #include <string>
 #include <vector>
 
 #include "tool/client.h"
+#include "tool/event_words.h"
 
 namespace vswitchctl {
-
-// What the ports are called, by ifIndex. The switch keeps the ports that it was made with.
-using PortNames = std::map<uint32_t, std::string>;
 
 // What `watch` can tell changes of.
 struct PresentState {

@@ -112,11 +112,7 @@ void Watch::print_state(const PresentState &state) const {
 
 void Watch::print_event(const mts_message *message, const PortNames &names) const {
     Json event = decode_event(mts_message_class(message), mts_payload_get(message), mts_payload_size(message));
-    if (event.contains("ifIndex")) {
-        if (const auto name = names.find(event["ifIndex"].get<uint32_t>()); name != names.end()) {
-            event["name"] = name->second;
-        }
-    }
+    add_port_name(event, names);
     if (wish_.as_json) {
         print(time_now(), std::move(event));
     } else {

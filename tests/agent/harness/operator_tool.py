@@ -54,6 +54,12 @@ class OperatorTool:
         return subprocess.run([VSWITCHCTL, "--run", self.run_dir, *map(str, words)], capture_output=True, text=True,
                               timeout=60)
 
+    def shell(self, command, folder):
+        """A line of a shell in a folder, in which the tool is `vswitchctl`; the finished process."""
+        return subprocess.run(["bash", "-c", command], cwd=folder, capture_output=True, text=True, timeout=60,
+                              env=dict(os.environ, VSWITCH_RUN_DIR=str(self.run_dir),
+                                       PATH=f"{VSWITCHCTL.parent}:{os.environ['PATH']}"))
+
     def __call__(self, *words):
         """What the command prints; it must succeed and complain about nothing."""
         done = self.run(*words)
