@@ -45,6 +45,8 @@ builds first.
                      the next (default $STATE)
   --empty            a new switch starts with VSAN 1 and nothing else, instead of
                      a small example configuration
+  --initial FILE     a new switch starts with the configuration in this JSON file, for
+                     instance what 'vswitchctl export' has printed
   --trap-port N      UDP port on 127.0.0.1 where notifications are received to be
                      shown (default $TRAP_PORT)
   --no-traps         receives and shows none
@@ -60,14 +62,21 @@ them.
 HELP
 }
 
+# from_caller PATH: prints the path as it is here, where the script has gone to its own folder.
+from_caller() { [[ $1 == /* ]] && printf %s "$1" || printf %s "$CALLED_FROM/$1"; }
+
 # parse_options ARGUMENT...: sets the variables above, or ends with 2.
 parse_options() {
     while (($#)); do
-        next_option "--port --trap-port --listen --state --agent-modules" "$@"
+        next_option "--port --trap-port --listen --state --initial --agent-modules" "$@"
         shift "$TAKEN"
         case $OPTION in
         -h | --help | --version) tell_about "$OPTION" ;;
-        --empty) START_WITH=(--empty) ;;
+        --empty | --initial)
+            [[ ${START_WITH[0]:-$OPTION} == "$OPTION" ]] || usage_error "--empty and --initial exclude each other."
+            START_WITH=("$OPTION")
+            [[ $OPTION == --empty ]] || START_WITH+=("$(from_caller "$VALUE")")
+            ;;
         --no-traps) TRAP_PORT= ;;
         --port | --trap-port)
             [[ $VALUE =~ ^[1-9][0-9]{0,4}$ ]] && ((VALUE <= 65535)) ||
@@ -89,6 +98,8 @@ parse_options() {
     done
     [[ $TRAP_PORT != "$PORT" ]] ||
         usage_error "--port and --trap-port are both $PORT; --trap-port takes another port, and --no-traps none."
+    [[ ${START_WITH[0]:-} != --initial || -r ${START_WITH[1]} ]] ||
+        usage_error "--initial takes a file that can be read, not '${START_WITH[1]}'."
     choose_state "$STATE"
 }
 
@@ -132,7 +143,7 @@ stop_agent() {
 
 start_switch() {
     if [[ -n ${START_WITH[*]} && -e $STATE/switch/switch.db ]]; then
-        say "the state folder holds a configuration already, so --empty changes nothing"
+        say "the state folder holds a configuration already, so ${START_WITH[0]} changes nothing"
     fi
     open_log "$STATE" vswitchd
     start_group "$BUILD/bin/vswitchd" --state "$STATE/switch" --run "$RUN" "${START_WITH[@]}" >&"$LOG" 2>&1

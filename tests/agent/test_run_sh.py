@@ -38,14 +38,15 @@ def run(started, state):
 def test_help_names_every_option_and_its_default():
     done = once(SCRIPT, "--help")
     assert (done.returncode, done.stderr) == (0, "")
-    for word in ("--port", "1161", "--listen", "127.0.0.1", "--state", "--empty", "--trap-port", "1162", "--no-traps",
-                 "--agent-modules", "--help"):
+    for word in ("--port", "1161", "--listen", "127.0.0.1", "--state", "--empty", "--initial", "--trap-port", "1162",
+                 "--no-traps", "--agent-modules", "--help"):
         assert word in done.stdout
 
 
 @pytest.mark.parametrize("options", [
     ["--prot", "1161"], ["--port"], ["--port", "0"], ["--port", "65536"], ["--port", "x"], ["--port", "-1"],
     ["--port", "1161 "], ["--port", ""], ["--listen", "nowhere"], ["--listen", ""], ["--state"], ["--state", ""],
+    ["--initial"], ["--initial", "/nowhere/x.json"], ["--initial", "x", "--empty"], ["--empty", "--initial", "x"],
     ["extra"], ["--listen", "127.0.0.1; reboot"], ["--trap-port"], ["--trap-port", "0"], ["--trap-port=x"],
     ["--agent-modules"], ["--agent-modules", ""], ["--agent-modules", "-smux"], ["--agent-modules", "a,,b"],
 ])
@@ -144,6 +145,26 @@ def test_empty_does_not_wipe_what_is_there(run):
     script.end()
     script = run("--empty").wait_ready()
     assert NetSnmp(script).walk(VSAN_ENTRY) == rows
+
+
+def test_initial_is_a_file_where_it_was_called_and_does_not_wipe_what_is_there(run, folder, monkeypatch):
+    (folder / "initial.json").write_text('{"vsans": [{"id": 7, "name": "seven"}]}')
+    monkeypatch.chdir(folder)
+    script = run("--initial", "initial.json").wait_ready()
+    rows = NetSnmp(script).walk(ARCS["vsanName"])
+    assert [row.value for row in rows] == [b"VSAN0001", b"seven"]
+    script.end()
+    (folder / "initial.json").write_text("{}")
+    script = run("--initial", "initial.json").wait_ready()
+    assert "so --initial changes nothing" in script.process.text()
+    assert NetSnmp(script).walk(ARCS["vsanName"]) == rows
+
+
+def test_initial_that_cannot_be_used_is_one_sentence(run, folder):
+    (folder / "initial.json").write_text('{"vsan": []}')
+    script = run("--initial", folder / "initial.json")
+    assert script.process.wait(240) == 1
+    assert "unknown key" in script.process.lines[-1] and "initial.json" in script.process.lines[-1]
 
 
 def test_second_run_on_one_state_folder_is_refused(run, state):
