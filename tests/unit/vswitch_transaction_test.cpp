@@ -191,9 +191,12 @@ TEST_F(Transaction, WhatSomebodyHasWrittenIntoTheRoleFileIsKept) {
 
 TEST_F(Transaction, RolesTogetherAreWhatAFileMayHold) {
     Json commands = Json::array();
-    for (int number = 0; number < 5000; ++number) {
-        commands.push_back(
-            {{"command", "role.add"}, {"name", fmt::format("r{}", number)}, {"users", {fmt::format("u{}", number)}}});
+    for (int role = 0; role < 10; ++role) {
+        Json users = Json::array();
+        for (int user = 0; user < 500; ++user) {
+            users.push_back(fmt::format("u{}-{}", role, user));
+        }
+        commands.push_back({{"command", "role.add"}, {"name", fmt::format("r{}", role)}, {"users", users}});
     }
     const State before = state();
     const Json reply = refused("transaction", {{"upload", upload(Json{{"commands", commands}}.dump())}});

@@ -17,7 +17,7 @@ constexpr size_t max_reply = 90000;       // what fits into one reply for sure
 
 // A transaction may keep the switch from everything else for so long; the time is the processor's, so
 // that a busy machine refuses nothing.
-constexpr std::chrono::milliseconds max_time{1000};
+constexpr std::chrono::milliseconds max_time{2000};
 
 std::chrono::nanoseconds processor_time() {
     timespec time{};
