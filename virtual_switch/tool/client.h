@@ -39,6 +39,12 @@ class Away : public Unreachable {
     using Unreachable::Unreachable;
 };
 
+// The sentence begins with the line of a file that it is about.
+class PlacedRefusal : public Refusal {
+  public:
+    using Refusal::Refusal;
+};
+
 // The switch has dropped an upload or a download to make room for others.
 class Dropped : public Refusal {
   public:
