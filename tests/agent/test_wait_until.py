@@ -8,6 +8,9 @@ import time
 
 import pytest
 
+from harness.clients import NetSnmp
+from harness.interfaces import AS_A_SWITCH
+from harness.oids import cell
 from harness.operator_tool import VSWITCHCTL, OperatorTool
 from harness.process import LoggedProcess
 
@@ -36,6 +39,8 @@ CONDITIONS = [
     ("timer switch-latency 700", "switch-latency is 500.", ["timers set switch-latency 700"]),
     ("timer inorder-delivery on", "inorder-delivery is off.", ["timers set inorder-delivery on"]),
     ("timer ratov 20000 vsan 10", "ratov of VSAN 10 is 10000.", ["timers set ratov 20000 --vsan 10"]),
+    ("faults 1", "No faults are set.", ["fault add drop --service vsan"]),
+    ("faults 2", "No faults are set.", ["fault add client lose-answer", "fault add client lose-request"]),
     ("timer edtov 3000 vsan 50", "VSAN 50 does not exist.",
      ["vsan create 50", "timers set edtov 3000 --vsan 50"]),
 ]
@@ -116,6 +121,21 @@ def test_agents_that_come_and_go_are_waited_for(owned, tool, start_agent):
     assert going.wait(30) == 0
 
 
+def test_faults_that_have_been_met_or_cleared_are_gone(owned, tool, start_agent):
+    client = NetSnmp(start_agent(owned, **AS_A_SWITCH), user="private", timeout=20)
+    for what, meet in (("drop --service vsan --kind get --times 1", True), ("drop", False),
+                       ("client repeat-answer --times 1", True)):
+        tool("fault", "add", *what.split())
+        assert "1 fault is set." in tool.refused("wait-until", "faults", 0, "--timeout", "0")
+        waiting = begin(owned, "faults", "0")
+        wait_subscribed(owned)
+        if meet:
+            client.get(cell("vsanName", 10))
+        else:
+            tool("fault", "clear")
+        assert waiting.wait(30) == 0, what
+
+
 def test_changes_of_vsans_are_heard_of_while_their_events_are_off(owned, tool):
     with owned.connect() as connection:
         off = connection.request(15, 8018, 3, (2).to_bytes(4, "big"))
@@ -180,7 +200,7 @@ def test_wait_that_has_come_true_says_so_as_json(tool):
 
 
 @pytest.mark.parametrize("words,complaint", [
-    ("soon", '"soon" cannot stand where a condition begins, but ready, vsan, port, tdx, timer, agents can.'),
+    ("soon", '"soon" cannot stand where a condition begins, but ready, vsan, port, tdx, timer, agents, faults can.'),
     ("vsan", 'Something is missing behind "vsan": a VSAN number from 1 to 4095.'),
     ("vsan 0 exists", '"0" cannot stand behind "vsan", but a VSAN number from 1 to 4095 can.'),
     ("vsan 4096 exists", '"4096" cannot stand behind "vsan", but a VSAN number from 1 to 4095 can.'),

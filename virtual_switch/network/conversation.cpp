@@ -93,6 +93,9 @@ bool Conversation::serve_request(const Request &request, uint32_t correlation, B
         append_reply(output, correlation, reply_);
         return true;
     }
+    if (fault->remaining == 0u) { // it is gone
+        switch_.events.note_change();
+    }
     switch (fault->action) {
     case FaultAction::delay:
         state_ = State::held_up;

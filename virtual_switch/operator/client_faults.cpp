@@ -166,6 +166,7 @@ void add_client_fault(Call &call) {
     fault.number = call.the_switch.faults.take_number();
     call.the_switch.client_faults.add(fault);
     publish_client_faults(call.the_switch);
+    call.the_switch.events.note_change();
     call.reply = client_fault_json(fault);
 }
 

@@ -70,7 +70,12 @@ uint32_t hand_client_faults_over(ServedSwitch &the_switch, const Request &reques
 }
 
 uint32_t take_client_fault_counts(ServedSwitch &the_switch, const Request &request, Buffer &) {
-    return the_switch.client_faults.take_counts(request.payload);
+    const size_t before = the_switch.client_faults.list().size();
+    const uint32_t status = the_switch.client_faults.take_counts(request.payload);
+    if (the_switch.client_faults.list().size() != before) {
+        the_switch.events.note_change();
+    }
+    return status;
 }
 
 // `payload` has both words.

@@ -121,6 +121,7 @@ void add_fault(Call &call) {
         throw Refusal(STATUS_BAD_RECORD,
                       fmt::format("There are {} faults already; clear some first.", Faults::max_faults));
     }
+    call.the_switch.events.note_change();
     call.reply = fault_json(call.the_switch.faults.list().back());
 }
 
@@ -139,6 +140,7 @@ void clear_faults(Call &call) {
     if (client_faults.list().size() != of_clients) {
         publish_client_faults(call.the_switch);
     }
+    call.the_switch.events.note_change();
 }
 
 const Command commands[] = {

@@ -54,7 +54,7 @@ void add_wait_until(Commands &commands) {
         command.words("condition", "condition",
                       "ready; vsan N exists, absent, oper up|down, state active|suspended or name TEXT; port P oper "
                       "up|down, link up|down, vsan N, enabled or disabled; tdx session open|none; timer SETTING VALUE "
-                      "[vsan N]; agents N",
+                      "[vsan N]; agents N; faults N",
                       "CONDITION");
     command.completes(condition, {Values::Kind::condition, {}})->required();
     command.option("--timeout", "timeout",

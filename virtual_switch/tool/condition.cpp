@@ -294,6 +294,16 @@ Ask read_agents(Reader &reader) {
     };
 }
 
+Ask read_faults(Reader &reader) {
+    const uint32_t wanted = reader.number(0, UINT32_MAX, "a number of faults");
+    return [wanted]() -> Answer {
+        const auto faults = look("switch.show").at("faults").at("active").get<uint32_t>();
+        return faults == wanted ? Answer()
+                                : fmt::format("{} fault{} set.", faults == 0 ? "No" : fmt::format("{}", faults),
+                                              faults == 1 ? " is" : "s are");
+    };
+}
+
 Ask read_ready(Reader &) {
     return []() -> Answer {
         try {
@@ -309,8 +319,9 @@ struct Subject {
     const char *word;
     Ask (*read)(Reader &);
 };
-constexpr Subject subjects[] = {{"ready", read_ready}, {"vsan", read_vsan},   {"port", read_port},
-                                {"tdx", read_tdx},     {"timer", read_timer}, {"agents", read_agents}};
+constexpr Subject subjects[] = {{"ready", read_ready},  {"vsan", read_vsan},   {"port", read_port},
+                                {"tdx", read_tdx},      {"timer", read_timer}, {"agents", read_agents},
+                                {"faults", read_faults}};
 
 Ask read_condition(Reader &reader) {
     std::vector<std::string> known;

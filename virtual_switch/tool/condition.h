@@ -13,6 +13,7 @@
 //   tdx session open | none
 //   timer SETTING VALUE [vsan N]     what is in force, not what waits in a session
 //   agents N                         so many agents are connected
+//   faults N                         so many faults are set
 #ifndef VSWITCHCTL_CONDITION_H
 #define VSWITCHCTL_CONDITION_H
 
