@@ -38,6 +38,8 @@ void carry_out(const CommandRow &row, const Json &arguments) {
         row.run(arguments);
     } catch (const Unreachable &) {
         throw;
+    } catch (const PlacedRefusal &) {
+        throw;
     } catch (const Refusal &refusal) {
         throw Refusal(in_words_of(row, refusal.what()));
     }
@@ -266,9 +268,14 @@ CommandLine::CommandLine(GlobalOptions *options) : commands_(std::make_unique<Co
     add_watch(*commands_);
     add_wait_until(*commands_);
     add_transfer(*commands_);
+    add_play(*commands_);
 }
 
 CommandLine::~CommandLine() = default;
+
+std::vector<std::string> CommandLine::names() const {
+    return commands_->words_below("");
+}
 
 ParsedCommand CommandLine::parse(const std::vector<std::string> &words) {
     return commands_->parse(words);

@@ -49,6 +49,9 @@ class CommandLine {
     // it returns stays usable. --help makes a command that prints help. Throws UsageError.
     ParsedCommand parse(const std::vector<std::string> &words);
 
+    // The words that a command can begin with.
+    std::vector<std::string> names() const;
+
   private:
     std::unique_ptr<Commands> commands_;
 };

@@ -68,6 +68,8 @@ class Commands {
     CommandRow &add(const std::string &name, const std::string &description, const std::string &examples);
 
     ParsedCommand parse(const std::vector<std::string> &words);
+    // The words that may follow a name.
+    std::vector<std::string> words_below(const std::string &name) const;
 
     // What the last of the words, which may be empty, can be completed to: "words" and these, or "files"
     // or "folders" alone. The switch is asked for its names and numbers, for a short time, and done
@@ -86,8 +88,6 @@ class Commands {
     friend class Completion;
 
     CLI::App &add_app(const std::string &name, const std::string &description, const std::string &examples);
-    // The words that may follow a name.
-    std::vector<std::string> words_below(const std::string &name) const;
     [[noreturn]] void no_such_command(const std::string &above, const std::string &word) const;
     [[noreturn]] void no_such_option(const std::string &name, const CLI::App &app, const std::string &option) const;
     // Whether the words may stand in a command, as far as their beginnings say. Throws UsageError.
@@ -164,6 +164,7 @@ void add_fault(Commands &commands);
 void add_watch(Commands &commands);
 void add_wait_until(Commands &commands);
 void add_transfer(Commands &commands);
+void add_play(Commands &commands);
 
 } // namespace vswitchctl
 
