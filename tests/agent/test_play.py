@@ -235,6 +235,54 @@ def test_a_signal_ends_it_at_once_and_the_line_is_told(tool, number, name, line)
     assert player.lines[-1] == f"vswitchctl: {tool.file}:3: ended here by {name}.", player.text()
 
 
+# As one change
+
+def test_atomic_makes_all_of_it_or_nothing(owned, tool):
+    before = owned.stored()
+    assert tool.complaint("# first", "vsan create 50 --name a", "for each vsan", "vsan set {vsan} --drop-latency 700",
+                          "port move fc3 60", "end", options=["--atomic"]).startswith("5: port move: ")
+    assert owned.stored() == before
+    text = tool.play("vsan create 50 --name a", "port move fc3 50", "port up fc3", "for each vsan",
+                     "vsan set {vsan} --drop-latency 700", "end", "", "timers set ratov 12000", options=["--atomic"])
+    told = re.findall(r"^ +\d+\.\d{3} s  line (\d+) +(.*)$", text, re.M)
+    assert told == [("1", "vsan create 50 --name a"), ("2", "port move fc3 50"), ("3", "port up fc3"),
+                    ("5", "vsan set 1 --drop-latency 700"), ("5", "vsan set 10 --drop-latency 700"),
+                    ("5", "vsan set 20 --drop-latency 700"), ("8", "timers set ratov 12000")]
+    assert "Port 16785408 (fc3): VSAN 50, link up, deny list 0" in text
+    assert text.endswith("done: 7 commands, as one change\n")
+    assert [tool.json("vsan", "show", vsan)["networkDropLatency"] for vsan in (1, 10, 20)] == [700] * 3
+
+
+def test_atomic_publishes_what_the_whole_leads_to(tool):
+    watcher = tool.watch("--count", "1")
+    told = tool.told("vsan create 50", "vsan delete 50", "vsan set 20 --state active", options=["--atomic"])
+    assert [row.get("line") for row in told] == [1, 2, 3, None]
+    assert told[0]["reply"]["id"] == 50
+    assert told[-1]["done"] == 3
+    assert watcher.wait(30) == 0
+    assert "VSAN 20 resumed" in watcher.lines[-1], watcher.text()
+
+
+@pytest.mark.parametrize("line,complaint", [
+    ("wait 1s", "With --atomic a scenario is one transaction: commands, without times, 'wait' and 'expect'."),
+    ("every 1s 2 times port up fc1", "With --atomic"), ("at 1s port up fc1", "With --atomic"),
+    ("expect vsan 1 exists", "With --atomic"), ("wait ready within 1s", "With --atomic"),
+    ("expect refused vsan create 1", "With --atomic"),
+    ("show", "'show' is no change of the configuration, and cannot be part of one."),
+    ("fault clear", "'fault clear' is no change of the configuration, and cannot be part of one."),
+])
+def test_atomic_takes_changes_of_the_configuration_only(alone, line, complaint):
+    for options in (["--atomic", "--check"], ["--atomic"]):
+        assert alone.complaint("vsan create 50", line, code=2, options=options).startswith(f"2: {complaint}")
+        if line in ("show", "wait 1s"):
+            assert alone.complaint("for each vsan", "vsan set {vsan} --name x", line, "end", code=2,
+                                   options=["--atomic", "--check"]).startswith(f"3: {complaint}")
+
+
+def test_atomic_without_any_command_does_nothing(alone):
+    assert alone.play("# nothing", options=["--atomic", "--quiet"]) == ""
+
+
 # What is no scenario
 
 def test_nothing_acts_before_all_has_been_checked(tool):

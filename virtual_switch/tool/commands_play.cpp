@@ -26,12 +26,14 @@ void add_play(Commands &commands) {
                     "  vswitchctl play night.scenario --seed 7 --quiet");
     command.text("file", "file", "The scenario; - for standard input", "FILE")->required();
     command.flag("--check", "check", "Read it, and say what is wrong with it, without a switch");
+    command.flag("--atomic", "atomic", "Make all of its commands one change, or none; it has no times then");
     command.flag("--quiet", "quiet", "Print nothing of what goes well");
     command.option("--seed", "seed", "What chance and jitter are drawn from, instead of its own seed", "N", read_seed);
     command.run([](const Json &arguments) {
         PlayOptions options;
         options.file = arguments.at("file");
         options.check = arguments.contains("check");
+        options.atomic = arguments.contains("atomic");
         options.quiet = arguments.contains("quiet");
         if (const auto seed = arguments.find("seed"); seed != arguments.end()) {
             options.seed = seed->get<uint64_t>();

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fmt/format.h>
+#include <functional>
 #include <thread>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include "tool/print.h"
 #include "tool/scenario.h"
 #include "tool/timeline.h"
+#include "tool/transfer.h"
 
 namespace vswitchctl {
 
@@ -84,6 +86,27 @@ void end_on_signals(const std::string &name) {
     }
 }
 
+// What the switch has of a kind. Throws Refusal.
+std::vector<std::string> values_on_switch(const EachKind &each) {
+    std::vector<std::string> values;
+    if (each.placeholder == "{vsan}") {
+        const Json reply = list("vsan.list", "vsans", "id");
+        for (const Json &vsan : reply.at("vsans")) {
+            if (each.words == "vsan" || vsan.at("state") == "active") {
+                values.push_back(vsan.at("id").dump());
+            }
+        }
+        return values;
+    }
+    const Json reply = list("port.list", "ports", "ifIndex");
+    for (const Json &port : reply.at("ports")) {
+        if (each.words == "port" || port.at("oper") == "up") {
+            values.push_back(port.at("name").get<std::string>());
+        }
+    }
+    return values;
+}
+
 // The switch, the machine's clock, and standard output, on which each line is told.
 class SwitchStage : public Stage {
   public:
@@ -127,10 +150,20 @@ class SwitchStage : public Stage {
     }
 
     bool wait(uint32_t line, const std::vector<std::string> &words, Milliseconds moment) override;
-    std::vector<std::string> values(const EachKind &each) override;
+    std::vector<std::string> values(const EachKind &each) override { return values_on_switch(each); }
 
-    // The end of it all, after so many actions.
-    void finish(uint32_t actions, Milliseconds latest);
+    // Tells what became of a command that was carried out with others at once.
+    void tell(uint32_t line, const std::vector<std::string> &words, const ParsedCommand &command, const Json &reply) {
+        begin(line, carried_out, words);
+        if (prints_json()) {
+            told_["reply"] = reply;
+        } else if (!quiet_) {
+            command.print(reply);
+        }
+        end();
+    }
+    // The end of it all, after so many actions; `latest` is nothing where they were one.
+    void finish(size_t actions, std::optional<Milliseconds> latest);
 
   private:
     // How a line is told: as a member of a JSON object, and in words in front of its own.
@@ -211,37 +244,101 @@ bool SwitchStage::wait(uint32_t line, const std::vector<std::string> &words, Mil
     return holds;
 }
 
-std::vector<std::string> SwitchStage::values(const EachKind &each) {
-    std::vector<std::string> values;
-    if (each.placeholder == "{vsan}") {
-        const Json reply = list("vsan.list", "vsans", "id");
-        for (const Json &vsan : reply.at("vsans")) {
-            if (each.words == "vsan" || vsan.at("state") == "active") {
-                values.push_back(vsan.at("id").dump());
-            }
-        }
-        return values;
-    }
-    const Json reply = list("port.list", "ports", "ifIndex");
-    for (const Json &port : reply.at("ports")) {
-        if (each.words == "port" || port.at("oper") == "up") {
-            values.push_back(port.at("name").get<std::string>());
-        }
-    }
-    return values;
-}
-
-void SwitchStage::finish(uint32_t actions, Milliseconds latest) {
+void SwitchStage::finish(size_t actions, std::optional<Milliseconds> latest) {
     if (!quiet_ && prints_json()) {
-        fmt::print("{}\n", Json({{"time", seconds()}, {"done", actions}, {"latest", latest.count()}}).dump());
+        Json told = {{"time", seconds()}, {"done", actions}};
+        if (latest) {
+            told["latest"] = latest->count();
+        }
+        fmt::print("{}\n", told.dump());
     } else if (!quiet_) {
-        fmt::print("{:9.3f} s  done: {} command{}, at most {} ms late\n", seconds(), actions, actions == 1 ? "" : "s",
-                   latest.count());
+        fmt::print("{:9.3f} s  done: {} command{}, {}\n", seconds(), actions, actions == 1 ? "" : "s",
+                   latest ? fmt::format("at most {} ms late", latest->count()) : "as one change");
     }
     std::fflush(stdout);
     if (std::ferror(stdout)) {
         throw Refusal("Cannot print all of what was done.");
     }
+}
+
+// A scenario as one transaction.
+class Transaction {
+  public:
+    // Takes what there is of each kind from `values`. Throws UsageError, with the line, for what cannot be part of one.
+    Transaction(const Scenario &scenario, CommandLine &command_line,
+                const std::function<std::vector<std::string>(const EachKind &)> &values);
+
+    // Carries all of it out, or nothing, and tells what it came to. Throws PlacedRefusal.
+    void carry_out(SwitchStage &stage) const;
+
+  private:
+    struct Line {
+        uint32_t number;
+        std::vector<std::string> words;
+        ParsedCommand command;
+    };
+
+    void add(const Statement &statement, std::vector<std::string> words);
+
+    const std::string name_;
+    CommandLine &command_line_;
+    std::vector<Line> lines_;
+};
+
+Transaction::Transaction(const Scenario &scenario, CommandLine &command_line,
+                         const std::function<std::vector<std::string>(const EachKind &)> &values)
+    : name_(scenario.name), command_line_(command_line) {
+    require_commands_only(scenario);
+    for (const Statement &statement : scenario.statements) {
+        if (statement.kind != StatementKind::each) {
+            add(statement, statement.words);
+            continue;
+        }
+        for (const std::string &value : values(*statement.each)) {
+            for (const Statement &below : statement.block) {
+                add(below, with_value(below.words, statement.each->placeholder, value));
+            }
+        }
+    }
+}
+
+void Transaction::add(const Statement &statement, std::vector<std::string> words) {
+    ParsedCommand command = parse_line(command_line_, words);
+    if (command.change.is_null()) {
+        throw UsageError(at_line(
+            name_, statement.line,
+            fmt::format("'{}' is no change of the configuration, and cannot be part of one.", line_text(words))));
+    }
+    if (lines_.size() == max_scenario_actions) {
+        throw UsageError(at_line(name_, statement.line,
+                                 fmt::format("With this line there are more than {} commands.", max_scenario_actions)));
+    }
+    lines_.push_back({statement.line, std::move(words), std::move(command)});
+}
+
+void Transaction::carry_out(SwitchStage &stage) const {
+    std::vector<Json> changes;
+    for (const Line &line : lines_) {
+        changes.push_back(line.command.change);
+    }
+    Json reply = {{"replies", Json::array()}};
+    try {
+        if (!changes.empty()) {
+            reply = change_all(changes, false);
+        }
+    } catch (const TransactionRefusal &refusal) {
+        const Line &line = lines_.at(refusal.number - 1);
+        throw PlacedRefusal(
+            at_line(name_, line.number, fmt::format("{} Nothing is changed.", line.command.explain(refusal.reason))));
+    }
+    for (size_t at = 0; at < lines_.size(); ++at) {
+        stage.tell(lines_[at].number, lines_[at].words, lines_[at].command, reply.at("replies").at(at));
+    }
+    stage.finish(lines_.size(), std::nullopt);
+}
+
+std::vector<std::string> sample_of(const EachKind &each) {
+    return {std::string(each.sample)};
 }
 
 Scenario read_checked(const PlayOptions &options, CommandLine &command_line) {
@@ -258,6 +355,14 @@ Scenario read_checked(const PlayOptions &options, CommandLine &command_line) {
 void play(const PlayOptions &options) {
     CommandLine command_line;
     const Scenario scenario = read_checked(options, command_line);
+    if (options.atomic) {
+        const Transaction transaction(scenario, command_line, options.check ? sample_of : values_on_switch);
+        if (!options.check) {
+            SwitchStage stage(command_line, options.quiet);
+            transaction.carry_out(stage);
+        }
+        return;
+    }
     if (options.check) {
         return;
     }
