@@ -16,7 +16,7 @@ from harness.terminal import Terminal
 
 SCRIPTS = [REPOSITORY / name for name in ("run.sh", "snmp_user.sh", "test.sh", "bench/run.sh",
                                           "monitoring/make_config.sh")]
-COMMANDS = [*SCRIPTS, PROGRAMS / "vswitchd", PROGRAMS / "vswitchctl"]
+COMMANDS = [*SCRIPTS, *(PROGRAMS / name for name in ("vswitchd", "vswitchctl", "vswitch-supervisor"))]
 
 
 @pytest.mark.parametrize("command", COMMANDS, ids=lambda command: command.name)
