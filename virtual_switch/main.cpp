@@ -4,12 +4,16 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <fmt/format.h>
+#include <optional>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include "contract/supervisor.h"
 #include "model/configuration.h"
 #include "model/files.h"
 #include "model/state_folder.h"
@@ -33,7 +37,16 @@ struct Options {
     bool empty = false;
     std::string socket_group;
     std::string log_level = "info";
+    std::optional<int> tell;
 };
+
+// One line for a supervisor, if there is one. It may have ended, and nobody else could be told.
+void tell_supervisor(const Options &options, const std::string &words) {
+    const std::string line = words + "\n";
+    if (options.tell && write(*options.tell, line.data(), line.size()) < 0) {
+        spdlog::debug("the supervisor cannot be told");
+    }
+}
 
 vswitch::Configuration new_switch(const Options &options) {
     vswitch::Configuration configuration;
@@ -63,6 +76,13 @@ std::string folder_problem(const std::string &folder) {
     return std::any_of(folder.begin(), folder.end(), is_control) ? "a path without control characters is needed" : "";
 }
 
+// Why a descriptor will not do, or nothing when it will: another file would be written to.
+std::string tell_problem(const std::string &number) {
+    struct stat status {};
+    const bool is_pipe = fstat(std::atoi(number.c_str()), &status) == 0 && S_ISFIFO(status.st_mode);
+    return is_pipe ? "" : "the descriptor of a pipe is needed";
+}
+
 // The folder without slashes at its end, so that paths in it read well.
 std::string tidy(std::string folder) {
     while (folder.size() > 1 && folder.back() == '/') {
@@ -88,10 +108,15 @@ void serve(const Options &options) {
     server_options.run_directory = options.run_directory.empty() ? options.state_directory : options.run_directory;
     server_options.group = options.socket_group;
     the_switch.run_directory = server_options.run_directory;
+    the_switch.crash = [&](uint32_t away) {
+        tell_supervisor(options, fmt::format(SUPERVISOR_AWAY " {}", away));
+        _exit(vswitch::fault_exit_status);
+    };
     vswitch::Server server(the_switch, server_options);
 
     // Whoever started the daemon waits for this line, so no log level hides it.
     tell(fmt::format("ready {}\n", server.socket_path()));
+    tell_supervisor(options, SUPERVISOR_READY);
     server.run([&] {
         try {
             the_switch.roles = vswitch::load_roles(role_file);
@@ -111,11 +136,7 @@ void start_log(const std::string &level) {
     spdlog::set_default_logger(logger);
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
-    Options options;
-    CLI::App app("The virtual Fibre Channel switch: VSAN manager and port manager on one socket.", "vswitchd");
+void declare_options(CLI::App &app, Options &options) {
     app.add_option("--state", options.state_directory, "Folder of the database and of roles.json; made when missing")
         ->required()
         ->check(folder_problem)
@@ -132,7 +153,19 @@ int main(int argc, char **argv) {
     app.add_option("--log-level", options.log_level, "Least important messages to log")
         ->check(CLI::IsMember({"debug", "info", "warning", "error", "off"}))
         ->capture_default_str();
+    app.add_option("--tell", options.tell,
+                   "Descriptor on which a supervisor is told that the switch serves, and how long it stays away")
+        ->check(tell_problem)
+        ->type_name("NUMBER");
     app.set_version_flag("--version", "vswitchd " VSWITCH_VERSION);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    Options options;
+    CLI::App app("The virtual Fibre Channel switch: VSAN manager and port manager on one socket.", "vswitchd");
+    declare_options(app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -389,6 +389,16 @@ TEST_F(Commands, FaultIsAddedListedAndCleared) {
     EXPECT_EQ(change("fault.clear")["cleared"], 2);
 }
 
+TEST_F(Commands, AFaultThatEndsTheSwitchSaysForHowManySeconds) {
+    EXPECT_FALSE(change("fault.add", {{"action", "exit"}}).contains("value"));
+    EXPECT_FALSE(change("fault.add", {{"action", "exit"}, {"value", 0}}).contains("value"));
+    EXPECT_EQ(change("fault.add", {{"action", "exit"}, {"value", 600}})["value"], 600);
+    EXPECT_EQ(target_.faults.list().back().value, 600u);
+    refusal(3, R"({"command": "fault.add", "action": "exit", "value": 601})");
+    refusal(3, R"({"command": "fault.add", "action": "exit", "value": -1})");
+    EXPECT_EQ(target_.faults.list().size(), 3u);
+}
+
 TEST_F(Commands, DebugFiltersAreSetAndOtherLinesStay) {
     const Json defaults = Json::parse(R"([{"class": 100, "history": true, "debug": false},
                                           {"class": 101, "history": false, "debug": false}])");

@@ -135,6 +135,44 @@ TEST_F(DaemonTest, ServesTheDemoAndStopsCleanly) {
     }
 }
 
+TEST_F(DaemonTest, SupervisorIsToldThatItServesAndHowLongAFaultKeepsItAway) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    auto daemon = start_ready({"--tell", std::to_string(ends[1])});
+    close(ends[1]);
+    Client client = connect();
+    const std::string command = R"({"command": "fault.add", "action": "exit", "value": 7})";
+    ASSERT_EQ(client.request(MTS_SERVICE_SWITCH, MTS_OP_SWITCH_COMMAND, MTS_KIND_SET, text_bytes(command)).status,
+              STATUS_SUCCESS);
+    client.send(request_frame(1, MANAGER_SAP_VSAN, 149, 1, vsan_block(1)));
+    EXPECT_EQ(daemon->exit_code(), 3);
+    std::string told;
+    char text[64];
+    for (ssize_t got; (got = read(ends[0], text, sizeof text)) > 0;) {
+        told.append(text, static_cast<size_t>(got));
+    }
+    close(ends[0]);
+    EXPECT_EQ(told, "ready\naway 7\n");
+}
+
+TEST_F(DaemonTest, SupervisorThatHasEndedIsNoConcern) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    auto daemon = start_ready({"--tell", std::to_string(ends[1])});
+    close(ends[1]);
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->exit_code(), 0);
+}
+
+TEST_F(DaemonTest, WhatIsToldGoesIntoAPipeAndNothingElse) {
+    for (const std::string number : {"999", "-1", "x"}) {
+        auto daemon = start({"--tell", number});
+        EXPECT_EQ(daemon->exit_code(), 2) << number;
+        EXPECT_TRUE(contains(daemon->said(), "--tell")) << daemon->said();
+    }
+}
+
 TEST_F(DaemonTest, FilesAreForTheOwnerOnly) {
     const auto daemon = start_ready();
     EXPECT_EQ(mode_of(folder_ / "state"), 0700u);

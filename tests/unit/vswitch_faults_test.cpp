@@ -279,4 +279,13 @@ TEST_F(FaultySession, ExitEndsTheProcessAtOnceWith3) {
     EXPECT_EXIT(ask_for_vsan(1), testing::ExitedWithCode(fault_exit_status), "");
 }
 
+TEST_F(FaultySession, ExitSaysHowLongTheSwitchIsToStayAway) {
+    std::optional<uint32_t> told;
+    target_.crash = [&](uint32_t away) { told = away; };
+    add(FaultAction::exit, 30);
+    EXPECT_TRUE(ask_for_vsan(1).empty());
+    EXPECT_EQ(told, 30u);
+    EXPECT_EQ(served(), 0u);
+}
+
 } // namespace

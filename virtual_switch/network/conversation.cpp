@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <set>
 #include <spdlog/spdlog.h>
-#include <unistd.h>
 #include <utility>
 
 #include "contract/client_faults.h"
@@ -108,7 +107,8 @@ bool Conversation::serve_request(const Request &request, uint32_t correlation, B
         return true;
     case FaultAction::exit:
         spdlog::critical("fault {} ends the daemon", fault->number);
-        _exit(fault_exit_status);
+        switch_.crash(fault->value);
+        return true;
     default:
         answer_wrongly(request, *fault);
         append_reply(output, correlation, reply_);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "contract/frames.h"
+#include "contract/supervisor.h"
 #include "operator/client_faults.h"
 #include "operator/command_table.h"
 
@@ -48,7 +49,8 @@ Json fault_json(const Fault &fault) {
     if (fault.action == FaultAction::status) {
         json["status"] = fmt::format("0x{:08x}", fault.value);
         json["withData"] = fault.with_data;
-    } else if (fault.action == FaultAction::delay || fault.action == FaultAction::short_reply) {
+    } else if (fault.action == FaultAction::delay || fault.action == FaultAction::short_reply ||
+               (fault.action == FaultAction::exit && fault.value != 0)) {
         json["value"] = fault.value;
     }
     if (fault.remaining) {
@@ -102,6 +104,9 @@ void add_fault(Call &call) {
         break;
     case FaultAction::short_reply:
         fault.value = arguments.required_number("value", {0, MTS_WIRE_MAX_BODY});
+        break;
+    case FaultAction::exit:
+        fault.value = arguments.number("value", {0, SUPERVISOR_AWAY_MAX}).value_or(0);
         break;
     default:
         if (arguments.json().contains("value")) {

@@ -31,7 +31,7 @@ enum class FaultAction {
     short_reply, // carries the request out and cuts the reply's data to `value` bytes
     drop,        // neither carries the request out nor answers it
     close,       // closes the connection instead
-    exit         // ends the daemon at once, as a crash would
+    exit         // ends the daemon at once, as a crash would, to stay away for `value` seconds
 };
 
 struct Fault {

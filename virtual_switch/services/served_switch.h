@@ -6,8 +6,10 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
+#include <unistd.h>
 
 #include "changes/switch.h"
 #include "services/client_faults.h"
@@ -40,6 +42,10 @@ struct ServedSwitch : Switch {
     ClientFaults client_faults;
     Parcels parcels;
     std::string run_directory; // where the agent leaves its files; empty: nowhere
+
+    // Ends the process at once, as a crash would, and does not return. Who starts it again should wait for so
+    // many seconds.
+    std::function<void(uint32_t)> crash = [](uint32_t) { _exit(fault_exit_status); };
 };
 
 } // namespace vswitch

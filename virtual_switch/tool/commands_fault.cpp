@@ -125,12 +125,14 @@ void add_fault_add(Commands &commands) {
                 "  vswitchctl fault add delay 3000 --service vsan\n"
                 "  vswitchctl fault add no-data --port fc3\n  vswitchctl fault add short 600 --opcode vsan\n"
                 "  vswitchctl fault add drop --opcode timer --vsan 10\n  vswitchctl fault add close --times 1\n"
-                "  vswitchctl fault add exit --opcode vsan --kind set");
+                "  vswitchctl fault add exit --opcode vsan --kind set\n"
+                "  vswitchctl fault add exit 30 --times 1");
     add.word("action", "action",
-             "status S, delay MILLISECONDS, no-data, short BYTES, drop, close or exit (of the whole switch)", "ACTION",
-             {"status", "delay", "no-data", "short", "drop", "close", "exit"})
+             "status S, delay MILLISECONDS, no-data, short BYTES, drop, close or exit [SECONDS] (of the whole switch)",
+             "ACTION", {"status", "delay", "no-data", "short", "drop", "close", "exit"})
         ->required();
-    add.number("value", "value", "Of status, delay and short", status_words())->type_name("VALUE");
+    add.number("value", "value", "Of status, delay and short; of exit, how long it stays away", status_words())
+        ->type_name("VALUE");
     add.flag("--with-data", "withData", "With status: carry the request out, and answer its data, too");
     add.number("--service", "service", "vsan, port, roles, distribution or a number", service_words);
     add.number("--opcode", "opcode", "vsan, interface, timer, latency, ... or a number", opcode_words);
@@ -140,7 +142,9 @@ void add_fault_add(Commands &commands) {
     add.number("--times", "times", "Apply so many times, then no more");
     add.finish([](Json &arguments) {
         const std::string action = arguments.at("action");
-        require_value(action, action == "status" || action == "delay" || action == "short", arguments);
+        if (action != "exit") {
+            require_value(action, action == "status" || action == "delay" || action == "short", arguments);
+        }
     });
     add.run([](Json arguments) {
         if (arguments.contains("ifIndex")) {
