@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
-# Builds everything, then runs the virtual switch, an SNMP agent that serves it, and a receiver
-# of the agent's notifications.
+# Builds everything, then runs the virtual switch and an SNMP agent that serves it, both under a
+# supervisor, and a receiver of the agent's notifications.
 set -uo pipefail
 
 CALLED_FROM=$PWD
@@ -24,9 +24,12 @@ MORE_MODULES=
 MODULES=
 # Where notifications are received; empty for nowhere.
 TRAP_PORT=1162
-# The numbers of the switch and the agent while they run.
-SWITCH_PID=
-AGENT_PID=
+# What the supervisor is told beside what it starts.
+SUPERVISE_WITH=()
+# The number of the supervisor of the switch and the agent while it runs.
+SUPERVISOR_PID=
+# Set once the agent has answered.
+ANSWERED=
 # Where the agent listens, the folder of the sockets, and the root of the MIB.
 ENDPOINT=
 RUN=
@@ -50,6 +53,8 @@ builds first.
   --trap-port N      UDP port on 127.0.0.1 where notifications are received to be
                      shown (default $TRAP_PORT)
   --no-traps         receives and shows none
+  --no-restart       ends when the switch or the agent ends; without this option, what
+                     ends is started again
   --agent-modules LIST
                      starts more of the agent's own modules than a switch shows, by their
                      names with commas between; docs/running.md tells what that is for
@@ -78,6 +83,7 @@ parse_options() {
             [[ $OPTION == --empty ]] || START_WITH+=("$(from_caller "$VALUE")")
             ;;
         --no-traps) TRAP_PORT= ;;
+        --no-restart) SUPERVISE_WITH=(--no-restart) ;;
         --port | --trap-port)
             [[ $VALUE =~ ^[1-9][0-9]{0,4}$ ]] && ((VALUE <= 65535)) ||
                 usage_error "$OPTION takes a number from 1 to 65535, not '$VALUE'."
@@ -119,36 +125,25 @@ check_addresses() {
         fail "cannot receive notifications on $(endpoint 127.0.0.1 "$TRAP_PORT"): $problem; --trap-port takes another port, and --no-traps none"
 }
 
-# stop: ends whatever was started. The agent goes first: it is the switch's client, and the
-# receiver last, with what the agent has sent.
+# stop: ends whatever was started. The supervisor ends first the agent, which is the switch's client, and then
+# the switch, and may need ten seconds for each. The receiver goes last, with what the agent has sent.
 stop() {
     local name
     end_step
-    [[ -z $AGENT_PID ]] || stop_agent
-    [[ -z $SWITCH_PID ]] || end_group "$SWITCH_PID"
+    [[ -z $SUPERVISOR_PID ]] || end_group "$SUPERVISOR_PID" 25
+    [[ -z $ANSWERED ]] || report_lost_engine
     stop_receiver
     for name in "${!LOG_PIDS[@]}"; do end_log "$name"; done
-    # The agent leaves its own socket behind, and its number if it was killed.
-    [[ -z $RUN ]] || rm -f "$RUN/agent.sock" "$RUN/snmpd.pid"
+    # The agent leaves its own socket behind, and whoever was killed what it had there.
+    [[ -z $RUN ]] || rm -f "$RUN"/*.sock "$RUN/snmpd.pid" "$RUN/ended"
     [[ -z $LINKS ]] || rm -rf "$LINKS"
 }
 
-# stop_agent: ends it, and says so when it could not store who it is.
-stop_agent() {
-    end_group "$AGENT_PID"
+# report_lost_engine: says so when the agent could not store who it is.
+report_lost_engine() {
     ! engine_is_lost "$STATE" ||
         printf '%s: the agent could not store its engine id in %s/agent/persistent; the next start puts it back\n' \
             "$PROGRAM" "$STATE" >&2
-}
-
-start_switch() {
-    if [[ -n ${START_WITH[*]} && -e $STATE/switch/switch.db ]]; then
-        say "the state folder holds a configuration already, so ${START_WITH[0]} changes nothing"
-    fi
-    open_log "$STATE" vswitchd
-    start_group "$BUILD/bin/vswitchd" --state "$STATE/switch" --run "$RUN" "${START_WITH[@]}" >&"$LOG" 2>&1
-    SWITCH_PID=$!
-    exec {LOG}>&-
 }
 
 # choose_modules SNMPD: sets MODULES to those that the agent starts, and says what is not used
@@ -161,34 +156,59 @@ choose_modules() {
     unstarted_lines "$1" "$STATE" "$MODULES"
 }
 
-start_agent() {
-    local snmpd conf
-    snmpd=$(PATH=$PATH:/usr/sbin:/sbin command -v snmpd) || fail "snmpd is not installed"
+# configure_agent SNMPD: writes what the agent reads, and what the receiver reads, and starts that one.
+configure_agent() {
     # The agent cuts the line that loads a library at 255 bytes.
     plain_path "$BUILD/lib" lib 180
     write_agent_configuration "$STATE" "$LISTEN" "$ROOT" "$PLAIN"
-    choose_modules "$snmpd"
-    if [[ -n $TRAP_PORT ]]; then
-        write_receiver_configuration "$STATE" "$TRAP_PORT"
-        plain_path "$BUILD/mibs" mibs 1000
-        start_receiver "$STATE" "$TRAP_PORT" "$PLAIN"
+    choose_modules "$1"
+    [[ -n $TRAP_PORT ]] || return 0
+    write_receiver_configuration "$STATE" "$TRAP_PORT"
+    plain_path "$BUILD/mibs" mibs 1000
+    start_receiver "$STATE" "$TRAP_PORT" "$PLAIN"
+}
+
+# describe_program NAME OUTPUT: begins what the supervisor is to know of a program, whose output goes to a
+# descriptor of this script. What it tells the supervisor, or its attendant does, goes to descriptor 3.
+describe_program() { printf 'program %s\nlog %s/%s.log\noutput %d\ntells 3\n' "$1" "$STATE" "$1" "$2"; }
+
+# describe_words KEY WORD...: goes on with a command line.
+describe_words() { printf "$1 %s\n" "${@:2}"; }
+
+describe_switch() {
+    describe_program vswitchd "$1"
+    describe_words run "$BUILD/bin/vswitchd" --state "$STATE/switch" --run "$RUN" --tell 3 "${START_WITH[@]}"
+}
+
+# With a list of modules snmpd starts no others, the SMUX module for instance, which opens a port
+# that nobody asked for; with -r it does not mind that files only root can read are closed to it.
+describe_agent() {
+    describe_program snmpd "$1"
+    describe_words attend "$REPO/tools/attend_agent.sh" "$STATE" "$RUN" 3
+    describe_words run env VSWITCH_RUN_DIR="$RUN" MIBS= MIBDIRS= \
+        SNMPCONFPATH="$3:$3/persistent" SNMP_PERSISTENT_DIR="$3/persistent" \
+        "$2" -f -r -Le -I "$MODULES" -p "$RUN/snmpd.pid" "$ENDPOINT" "unix:$RUN/agent.sock"
+}
+
+# start_supervisor: starts it, and with it the switch and then the agent.
+start_supervisor() {
+    local snmpd switch_log agent_log
+    snmpd=$(PATH=$PATH:/usr/sbin:/sbin command -v snmpd) || fail "snmpd is not installed"
+    configure_agent "$snmpd"
+    if [[ -n ${START_WITH[*]} && -e $STATE/switch/switch.db ]]; then
+        say "the state folder holds a configuration already, so ${START_WITH[0]} changes nothing"
     fi
-    # Until the agent answers, snmp_user.sh could not tell whether it has read the users.
-    lock_users "$STATE"
-    restore_engine "$STATE"
-    forget_users "$STATE"
-    keep_engine "$STATE" 1
-    plain_path "$STATE/agent" agent 180
-    conf=$PLAIN
-    # With a list of modules snmpd starts no others, the SMUX module for instance, which opens a port
-    # that nobody asked for; with -r it does not mind that files only root can read are closed to it.
+    open_log "$STATE" vswitchd
+    switch_log=$LOG
     open_log "$STATE" snmpd
-    start_group env VSWITCH_RUN_DIR="$RUN" MIBS= MIBDIRS= \
-        SNMPCONFPATH="$conf:$conf/persistent" SNMP_PERSISTENT_DIR="$conf/persistent" \
-        "$snmpd" -f -r -Le -I "$MODULES" -p "$RUN/snmpd.pid" "$ENDPOINT" "unix:$RUN/agent.sock" \
-        >&"$LOG" 2>&1 8>&-
-    AGENT_PID=$!
-    exec {LOG}>&-
+    agent_log=$LOG
+    plain_path "$STATE/agent" agent 180
+    { describe_switch "$switch_log" && describe_agent "$agent_log" "$snmpd" "$PLAIN"; } |
+        replace_file "$RUN/supervisor.conf" || exit 1
+    rm -f "$RUN/ended"
+    start_group "$BUILD/bin/vswitch-supervisor" "${SUPERVISE_WITH[@]}" --report "$RUN/ended" "$RUN/supervisor.conf"
+    SUPERVISOR_PID=$!
+    exec {switch_log}>&- {agent_log}>&-
 }
 
 # answers: true when the agent answers a request for the number of VSANs, at the address
@@ -221,30 +241,32 @@ how_it_ended() {
     fi
 }
 
-# wait_for_end: returns only by ending the script, when the switch or the agent has ended. They
-# go on without the receiver.
+# wait_for_end: returns only by ending the script, when the supervisor has ended. It goes on without
+# the receiver.
 wait_for_end() {
-    wait_for_one "$SWITCH_PID" "$AGENT_PID" ${RECEIVER_PID:+"$RECEIVER_PID"}
+    local name status
+    wait_for_one "$SUPERVISOR_PID" ${RECEIVER_PID:+"$RECEIVER_PID"}
     if [[ $ENDED == "$RECEIVER_PID" ]]; then
         RECEIVER_PID=
         stop_receiver
         printf '%s: snmptrapd %s; notifications are not shown any more, all else goes on; its log is %s\n' \
             "$PROGRAM" "$(how_it_ended "$STATUS")" "$STATE/snmptrapd.log" >&2
-        wait_for_one "$SWITCH_PID" "$AGENT_PID"
+        wait_for_one "$SUPERVISOR_PID"
     fi
-    if [[ $ENDED == "$AGENT_PID" ]]; then
-        AGENT_PID=
-        report_end snmpd "$STATUS"
+    SUPERVISOR_PID=
+    if { read -r name status <"$RUN/ended"; } 2>/dev/null; then
+        report_end "$name" "$status"
     fi
-    SWITCH_PID=
-    report_end vswitchd "$STATUS"
+    # Where it ended by itself it has said why.
+    ((STATUS == 1)) || printf '%s: vswitch-supervisor %s\n' "$PROGRAM" "$(how_it_ended "$STATUS")" >&2
+    exit 1
 }
 
 # wait_for_answer: returns when the agent answers; ends the script when it never will.
 wait_for_answer() {
     local deadline=$((SECONDS + 20))
     until answers; do
-        kill -0 "$SWITCH_PID" 2>/dev/null && kill -0 "$AGENT_PID" 2>/dev/null || wait_for_end
+        kill -0 "$SUPERVISOR_PID" 2>/dev/null || wait_for_end
         ((SECONDS < deadline)) ||
             fail "the agent runs but does not serve the VSANs; see $STATE/snmpd.log and $STATE/vswitchd.log"
         sleep 0.1
@@ -326,7 +348,7 @@ mapfile -t MIB_PACKAGES < <(packages_for_standard_mibs "$BUILD")
 install_packages "${BUILD_PACKAGES[@]}" "${RUN_PACKAGES[@]}" "${MIB_PACKAGES[@]}"
 # What was configured for the tests serves as well; the build itself notices changed files.
 is_configured "$BUILD" || configure_project "$BUILD" -DBUILD_TESTS=OFF
-build_project "$BUILD" vswitchd vswitchctl boundlog vsanmib netsnmpagent_oryx switchmib
+build_project "$BUILD" vswitchd vswitchctl vswitch-supervisor boundlog vsanmib netsnmpagent_oryx switchmib
 provide_standard_mibs "$BUILD"
 
 umask 077
@@ -334,12 +356,9 @@ ROOT=1.3.6.1.4.1.$(cached_setting "$BUILD" VENDOR_PEN).9.282
 # The address of a Unix socket has room for 107 characters.
 plain_path "$STATE/run" run 90
 RUN=$PLAIN
-start_switch
-start_agent
+start_supervisor
 wait_for_answer
-# One that ran for the first time has made up its id.
-keep_engine "$STATE" 0
-unlock_users
+ANSWERED=yes
 plain_path "$BUILD/mibs" mibs 1000
 # Worked out before anybody is told to go on: bash can lose a signal that comes during a $(...).
 ADVICE=$(show_commands "$PLAIN")

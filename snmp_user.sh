@@ -21,6 +21,8 @@ AUTHENTICATION=
 PRIVACY=
 AGENT_PID=
 SNMPD=
+# When a user that no running agent was told of is there.
+THERE="once ./run.sh is started"
 # What `find` gets to find all that is made for a new state folder; empty for one that was there.
 NEW=()
 # The files to put back as they were should the script fail now; FILE.old is what FILE was.
@@ -138,7 +140,10 @@ read_passwords() {
 hold_state() {
     lock_users "$STATE"
     { exec 9>>"$STATE/lock"; } 2>/dev/null || fail "cannot write to $STATE"
-    flock -n 9 || AGENT_PID=$(running_agent "$STATE")
+    if ! flock -n 9; then
+        AGENT_PID=$(running_agent "$STATE")
+        THERE="once the agent is back"
+    fi
     restore_engine "$STATE"
 }
 
@@ -275,7 +280,7 @@ add() {
     if [[ -n $AGENT_PID ]]; then
         say "$NAME may $may, from now on."
     else
-        say "$NAME may $may, once ./run.sh is started."
+        say "$NAME may $may, $THERE."
     fi
     show_commands
 }

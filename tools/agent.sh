@@ -108,10 +108,10 @@ declare -A LOG_PIDS
 
 # open_log FOLDER NAME: sets LOG to a descriptor; what is written there goes to FOLDER/NAME.log, and
 # does not fill the disk. Who keeps the log goes on to the end of what is said, so Ctrl-C must not
-# reach it first; the lock of the users must not be held meanwhile.
+# reach it first; another log that is open must not be held open meanwhile.
 open_log() {
     # shellcheck disable=SC2034 # for the caller
-    exec {LOG}> >(trap '' HUP INT TERM && exec "$BUILD/bin/boundlog" "$1/$2.log" 8>&-)
+    exec {LOG}> >(trap '' HUP INT TERM && { [[ -z ${LOG-} ]] || exec {LOG}>&-; } && exec "$BUILD/bin/boundlog" "$1/$2.log")
     LOG_PIDS[$2]=$!
 }
 

@@ -70,13 +70,14 @@ start_group() {
     set +m
 }
 
-# end_group PID: asks a group started by start_group to end, and insists after ten seconds.
+# end_group PID [SECONDS]: asks a group started by start_group to end, and insists after ten seconds or as
+# many as it may need.
 end_group() {
-    local tenths
+    local tenths patience=$((${2:-10} * 10))
     kill -TERM -- "-$1" 2>/dev/null
-    for ((tenths = 0; tenths < 110; tenths++)); do
+    for ((tenths = 0; tenths < patience + 10; tenths++)); do
         kill -0 -- "-$1" 2>/dev/null || break
-        ((tenths == 100)) && kill -KILL -- "-$1" 2>/dev/null
+        ((tenths == patience)) && kill -KILL -- "-$1" 2>/dev/null
         sleep 0.1
     done
     wait "$1" 2>/dev/null

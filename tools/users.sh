@@ -16,10 +16,8 @@ KEY_MAKER=
 # lock_users FOLDER: waits until nobody else changes the users, nor starts an agent.
 lock_users() {
     { exec 8>>"$1/agent/users.lock"; } 2>/dev/null || fail "cannot write to $1/agent/users.lock"
-    flock -w 60 8 || fail "$1/agent/users.lock has been held for a minute"
+    setpriv --pdeathsig TERM -- flock -w 60 8 || fail "$1/agent/users.lock has been held for a minute"
 }
-
-unlock_users() { exec 8>&-; }
 
 # users FOLDER: prints each user with the group that says what they may do.
 users() {

@@ -13,65 +13,19 @@ from pathlib import Path
 import pytest
 
 from harness.agent import free_udp_port
-from harness.build import MIBS, REPOSITORY
-from harness.clients import NetSnmp
+from harness.build import REPOSITORY
 from harness.notifications import wait_until_subscribed
 from harness.oids import ROOT, cell, dotted, scalar
 from harness.operator_tool import OperatorTool
 from harness.run_script import SCRIPT, Running, once, only_for_its_own_build
 from harness.small_disk import SmallDisk, fill
+from harness.snmp_users import AUTH, COMMAND, PRIV, Users, answer, boots
 from harness.terminal import Terminal
 from harness.transcript import adapted, blocks
 
-COMMAND = REPOSITORY / "snmp_user.sh"
 pytestmark = only_for_its_own_build
 
-AUTH, PRIV = "correct horse battery", "staple of another kind"
-SNMP_ENGINE_BOOTS = (1, 3, 6, 1, 6, 3, 10, 2, 1, 2, 0)
 UNKNOWN_USER, WRONG_PASSWORD, NO_ACCESS = "Unknown user name", "Authentication failure", "noAccess"
-
-
-class Users:
-    """The command on one state folder."""
-
-    def __init__(self, state, script=None):
-        self.state = state
-        self.script = script
-
-    def __call__(self, *words, text=None, **more):
-        return once(COMMAND, "--state", self.state, *words, text=text, **more)
-
-    def done(self, *words, text=None):
-        """What a command prints that must succeed and complain about nothing."""
-        done = self(*words, text=text)
-        assert (done.returncode, done.stderr) == (0, ""), done
-        return done.stdout
-
-    def refused(self, *words, text=None, code=1):
-        """The one sentence of a command that must fail."""
-        done = self(*words, text=text)
-        assert done.returncode == code and done.stdout == "", done
-        assert len(done.stderr.splitlines()) == 1, done.stderr
-        return done.stderr
-
-    def add(self, name, auth=AUTH, priv=PRIV, *options):
-        return self.done("add", name, *options, text=f"{auth}\n{priv}\n")
-
-    def ask(self, name, auth=AUTH, priv=PRIV, tool="snmpget", level="authPriv", timeout=10,
-            words=(dotted(scalar("vsanNumber")),)):
-        """What a tool prints that logs in with passwords."""
-        return answer([tool, "-t", str(timeout), "-v3", "-u", name, "-l", level, "-a", "SHA-256", "-A", auth,
-                       "-x", "AES", "-X", priv], self.script.address, words)
-
-    def lets_in(self, name, auth=AUTH, priv=PRIV):
-        return bool(re.search(r"INTEGER: \d+", self.ask(name, auth, priv)))
-
-
-def answer(command, address, words, **environment):
-    done = subprocess.run([*command, "-r", "0", "-m", "", address, *words], capture_output=True, text=True,
-                          timeout=60, env=dict({"SNMPCONFPATH": "/nonexistent"}, **environment, PATH=os.environ["PATH"],
-                                               SNMP_PERSISTENT_FILE="/dev/null", MIBDIRS=str(MIBS)))
-    return done.stdout + done.stderr
 
 
 @pytest.fixture(scope="module")
@@ -403,14 +357,8 @@ def stored(state, word):
     return re.findall(rf"^{word} (.*)$", text, flags=re.M)
 
 
-def boots(script):
-    """How often the agent says that it has started, which start_again lets readers see."""
-    return NetSnmp(script).get(SNMP_ENGINE_BOOTS)[0].value
-
-
 def start_again(users, started, *options):
-    own_lines = users.state / "agent" / "snmpd.local.conf"
-    own_lines.write_text("view switch included .1.3.6.1.6.3.10.2.1\n")
+    users.show_boots()
     users.script = started.add(Running(users.state, *options)).wait_ready()
     users.script.process.wait_line("Ctrl-C", timeout=10)  # the last line it prints
     return users.script
