@@ -219,8 +219,7 @@ def test_wait_that_has_come_true_says_so_as_json(tool):
     ("timer switch-latency 5 vsan 10",
      '"vsan" is too much behind "timer switch-latency 5": the condition ends there.'),
     ("agents -1", None),
-    ("ready --timeout 5h", '"5h" is no time: a number is, up to 4294967295, with ms, s or m behind it; without them '
-                           'it means seconds.'),
+    ("ready --timeout 5d", "--timeout: '5d' is not a time, which is seconds, or 500ms, 5s, 2m, 1h, up to a week."),
     ("ready --timeout s", None), ("", None),
 ])
 def test_wrong_condition_ends_with_2_and_names_the_word_and_what_may_stand_there(words, complaint):

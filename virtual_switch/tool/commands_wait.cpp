@@ -2,6 +2,7 @@
 // The command that waits for a state of the switch.
 #include "tool/commands.h"
 #include "tool/condition.h"
+#include "tool/duration.h"
 
 namespace vswitchctl {
 
@@ -13,19 +14,15 @@ Condition condition_of(const Json &arguments) {
     return Condition::parse(arguments.at("condition").get<std::vector<std::string>>());
 }
 
-// A complaint as it stands behind the command's name.
-template <typename Read> auto read_or_complain(Read read) {
+void finish_wait(Json &arguments) {
     try {
-        return read();
+        condition_of(arguments);
     } catch (const UsageError &error) {
+        // It stands behind the command's name, and the full stop behind it.
         std::string sentence = error.what();
         sentence.pop_back();
         throw UsageError(sentence);
     }
-}
-
-void finish_wait(Json &arguments) {
-    read_or_complain([&] { return condition_of(arguments); });
 }
 
 void wait_for(const Json &arguments) {
@@ -59,8 +56,13 @@ void add_wait_until(Commands &commands) {
     command.completes(condition, {Values::Kind::condition, {}})->required();
     command.option("--timeout", "timeout",
                    "Wait no longer than so many seconds, or 500ms, 5s, 2m; by default without an end", "TIME",
-                   [](const std::string &, const std::string &text) {
-                       return Json(read_or_complain([&] { return parse_duration(text); }).count());
+                   [](const std::string &option, const std::string &text) {
+                       const bool is_bare = text.find_first_not_of("0123456789") == std::string::npos;
+                       const auto duration = read_duration(is_bare ? text + "s" : text);
+                       if (!duration) {
+                           wrong_value(option, text, "a time, which is seconds, or 500ms, 5s, 2m, 1h, up to a week");
+                       }
+                       return Json(duration->count());
                    });
     command.finish(finish_wait);
     command.run(wait_for);

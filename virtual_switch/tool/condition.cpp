@@ -394,21 +394,4 @@ bool wait_until(const Condition &condition, milliseconds timeout) {
     return false;
 }
 
-milliseconds parse_duration(const std::string &text) {
-    struct Unit {
-        std::string_view word;
-        int64_t milliseconds;
-    };
-    constexpr Unit units[] = {{"ms", 1}, {"s", 1000}, {"m", 60000}, {"", 1000}};
-    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
-    const auto number = number_of(text.substr(0, digits));
-    const Unit *unit = std::ranges::find(units, std::string_view(text).substr(digits), &Unit::word);
-    if (!number || unit == std::end(units)) {
-        throw UsageError(fmt::format("\"{}\" is no time: a number is, up to 4294967295, with ms, s or m behind it; "
-                                     "without them it means seconds.",
-                                     printable(text)));
-    }
-    return milliseconds(*number * unit->milliseconds);
-}
-
 } // namespace vswitchctl

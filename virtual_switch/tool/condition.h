@@ -63,10 +63,6 @@ class Condition {
 // the condition held. Throws Refusal.
 bool wait_until(const Condition &condition, std::chrono::milliseconds timeout);
 
-// The time that a word stands for: a number with ms, s or m behind it, without them in seconds.
-// Throws UsageError.
-std::chrono::milliseconds parse_duration(const std::string &text);
-
 } // namespace vswitchctl
 
 #endif
