@@ -248,7 +248,7 @@ save_user() {
     write_client_configuration "$STATE" "$NAME" "$KEYS"
     if [[ -n $AGENT_PID ]]; then
         reload_agent "$STATE" "$AGENT_PID"
-        [[ $(ask_agent "$STATE" snmpget "$(user_status "$STATE" "$NAME")") == 1 ]] ||
+        agent_knows "$STATE" "$NAME" ||
             fail "the running agent did not take the keys of $NAME, so all stays as it was; see $STATE/snmpd.log"
     fi
     keep_all

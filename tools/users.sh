@@ -179,6 +179,18 @@ user_status() {
     for ((i = 0; i < ${#2}; i++)); do printf '.%d' "'${2:i:1}"; done
 }
 
+# agent_knows FOLDER NAME: true when the running agent has the user. On a busy machine it has answered before
+# it had read all users, so it is asked for two seconds.
+agent_knows() {
+    local tries object
+    object=$(user_status "$1" "$2")
+    for ((tries = 0; tries < 20; tries++)); do
+        [[ $(ask_agent "$1" snmpget "$object") != 1 ]] || return 0
+        sleep 0.1
+    done
+    return 1
+}
+
 # write_client_configuration FOLDER NAME KEYS: what the Net-SNMP tools need to be that user.
 write_client_configuration() {
     local folder=$1/users/$2 authentication privacy
