@@ -177,7 +177,7 @@ Ask read_vsan(Reader &reader) {
 }
 
 Ask ask_port(const std::string &name, Check check) {
-    return [=]() { return check(find_port_row(name)); };
+    return [name, check = std::move(check)] { return check(find_port_row(name)); };
 }
 
 Ask port_word(const std::string &name, const char *key, const std::string &wanted, fmt::string_view sentence) {
