@@ -79,8 +79,13 @@ def test_words_that_the_switch_knows_are_offered():
     assert complete("port", "speed", "fc1", "") == {"2000", "4000", "8000", "16000", "32000"}
 
 
+def test_behind_a_lone_separator_another_command_is_offered():
+    assert complete("vsan", "create", "10", "--", "po") == {"port"}
+    assert "--name" in complete("port", "up", "fc1", "--", "vsan", "create", "10", "--")
+
+
 def test_words_of_a_condition_are_offered():
-    assert complete("wait-until", "") == {"ready", "vsan", "port", "tdx", "timer", "agents"}
+    assert complete("wait-until", "") == {"ready", "vsan", "port", "tdx", "timer", "agents", "faults"}
     assert complete("wait-until", "vsan", "10", "oper", "") == {"up", "down"}
     assert complete("wait-until", "timer", "ra") == {"ratov"}
     assert complete("wait-until", "timer", "ratov", "5", "") == {"vsan"}

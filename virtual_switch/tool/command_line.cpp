@@ -216,14 +216,14 @@ const CommandRow *Commands::row_of(const Node &node) const {
 }
 
 ParsedCommand Commands::parse(const std::vector<std::string> &words) {
-    if (!words.empty() && words.front() == "complete-words") {
+    if (!words.empty() && words.front() == completion_command) {
         return {nullptr, nullptr, nullptr,
                 [this, rest = std::vector(words.begin() + 1, words.end())] {
                     for (const std::string &word : complete(rest)) {
                         fmt::print("{}\n", word);
                     }
                 },
-                "complete-words"};
+                completion_command};
     }
     auto next = words.begin();
     while (next != words.end() && next->starts_with('-')) {

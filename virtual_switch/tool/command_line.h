@@ -21,6 +21,9 @@ struct GlobalOptions {
     bool json = false;
 };
 
+// The command that completion asks with the words of a command line, the last of which is begun.
+inline constexpr const char *completion_command = "complete-words";
+
 // A command that was read and found well formed, and has not been carried out.
 struct ParsedCommand {
     // Where the command is one request that changes the switch's configuration: that request, for

@@ -76,6 +76,10 @@ class Completion {
             expected_ = nullptr;
             return true;
         }
+        if (word == "--") {
+            begin_next_command();
+            return true;
+        }
         if (is_option(word)) {
             take_option(word);
             return true;
@@ -112,6 +116,16 @@ class Completion {
     }
 
   private:
+    // Behind a lone -- another command begins, of the same switch.
+    void begin_next_command() {
+        name_.clear();
+        app_ = &commands_.root_;
+        row_ = nullptr;
+        is_group_ = true;
+        given_.clear();
+        places_.clear();
+    }
+
     // The application whose options may stand here: a group has those of the command that it does alone.
     const CLI::App &options_app() const { return row_ ? *row_->app : *app_; }
 

@@ -21,8 +21,11 @@ void complain(const std::string &sentence) {
 
 using Words = std::vector<std::string>;
 
-// The commands of a command line, which have a lone -- between them.
+// The commands of a command line, which have a lone -- between them. Words that are to be completed are one.
 std::vector<Words> commands_of(const Words &words) {
+    if (!words.empty() && words.front() == vswitchctl::completion_command) {
+        return {words};
+    }
     std::vector<Words> commands(1);
     for (const std::string &word : words) {
         if (word == "--") {
