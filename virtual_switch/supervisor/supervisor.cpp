@@ -78,6 +78,10 @@ void Supervisor::reap() {
         }
         info.si_pid = 0;
     }
+    // Each learns now which of its groups are empty: their numbers may soon be others'.
+    for (Child &child : children_) {
+        child.is_gone();
+    }
     if (stopping_) {
         end_next();
     }
