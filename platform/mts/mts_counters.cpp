@@ -37,16 +37,22 @@ struct {
     request_counters *counters;
     const char *name; // null when no file is wanted
     bool has_file;
-    int fd; // holds the lock
+    int fd;      // holds the lock
+    ino_t inode; // of the file
     mts_time retry_at;
     char path[RUN_PATH_SIZE];
-} store = {&own, nullptr, false, -1, 0, {}};
+} store = {&own, nullptr, false, -1, 0, 0, {}};
 
 // Counts go on elsewhere.
 void move_to(request_counters *counters) {
     memcpy(counters->rows, store.counters->rows, sizeof counters->rows);
     store.counters = counters;
     mts_counters_latest = &untold;
+}
+
+// Whether the descriptor is the file's still: somebody may have closed it, and its number be another's.
+bool has_descriptor(struct stat &status) {
+    return fstat(store.fd, &status) == 0 && status.st_ino == store.inode;
 }
 
 // Goes back to memory of this process's own.
@@ -57,7 +63,10 @@ void let_go_of_file(void) {
     request_counters *mapped = store.counters;
     move_to(&own);
     munmap(mapped, sizeof *mapped);
-    close(store.fd);
+    struct stat status;
+    if (has_descriptor(status)) {
+        close(store.fd);
+    }
     store.has_file = false;
 }
 
@@ -182,7 +191,9 @@ bool make_file(void) {
         return false;
     }
     unlink(path);
+    struct stat status;
     store.fd = fd;
+    store.inode = fstat(fd, &status) == 0 ? status.st_ino : 0;
     store.has_file = true;
     return true;
 }
@@ -229,7 +240,7 @@ void mts_counters_see_to_file(void) {
     }
     const int reason = errno;
     struct stat status;
-    if (store.has_file && (fstat(store.fd, &status) != 0 || status.st_nlink == 0)) {
+    if (store.has_file && (!has_descriptor(status) || status.st_nlink == 0)) {
         let_go_of_file(); // somebody has removed it, perhaps with the whole directory
     }
     if (!store.has_file && mts_now() >= store.retry_at && !make_file()) {
