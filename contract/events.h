@@ -37,7 +37,7 @@
  * EVENT_ANY_CHANGE, what the operator's tool shows of VSANs, ports and their links, settings, the
  * distribution session, the agents that are there or the faults that are set is different. It has no payload, comes
  * behind all other events of the change, and stands for several changes while it waits for
- * its receiver: who gets it asks again. It is not counted with the other events. Only the
+ * its receiver: who gets it asks again. It is not among the events that are counted as published. Only the
  * operator's tool subscribes to it; of the other connections that have subscribed to
  * something each is an agent's.
  *

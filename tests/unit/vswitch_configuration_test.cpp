@@ -455,6 +455,23 @@ const Mistake role_mistakes[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Every, RoleMistake, testing::ValuesIn(role_mistakes));
 
+TEST(RoleFile, WhatAllUsersMayTouchTogetherIsBounded) {
+    // Each user has a role of his own, so that nothing is shared, beside one that all have.
+    nlohmann::json users = nlohmann::json::array();
+    nlohmann::json ranges = nlohmann::json::array();
+    for (int number = 0; number < 4000; ++number) {
+        users.push_back(std::to_string(number));
+        ranges.push_back(std::to_string(2 * number + 1));
+    }
+    nlohmann::json roles = nlohmann::json::array();
+    for (const auto &user : users) {
+        roles.push_back({{"name", user}, {"users", {user}}});
+    }
+    roles.push_back({{"name", "all"}, {"users", users}, {"interfaces", ranges}});
+    const std::string text = nlohmann::json{{"roles", roles}}.dump();
+    EXPECT_TRUE(contains(refusal_of([&] { parse_roles(text, "roles.json"); }), "in all"));
+}
+
 TEST(RoleFile, NumberOfRangesIsBounded) {
     std::string ranges;
     for (int n = 1; n <= 4097; ++n) {

@@ -264,12 +264,13 @@ TEST_F(Transaction, DryRunTellsTheChangesAndMakesNone) {
                                                  add_role("x")}}});
     EXPECT_EQ(reply["replies"].size(), 5u);
     const Json &changes = reply["changes"];
-    ASSERT_EQ(changes.size(), 5u) << changes;
+    ASSERT_EQ(changes.size(), 6u) << changes;
     EXPECT_EQ(changes[0], Json::parse(R"({"class": 102, "payload": "000000650000000a00000032"})"));
     EXPECT_EQ(changes[1]["class"], 145);
     EXPECT_EQ(changes[2], Json::parse(R"({"object": "VSAN 10", "setting": "mtu", "former": 2112, "value": 99})"));
-    EXPECT_EQ(changes[3]["setting"], "denyList");
-    EXPECT_EQ(changes[4]["object"], "role x");
+    EXPECT_EQ(changes[3]["setting"], "name") << "which no event tells";
+    EXPECT_EQ(changes[4]["setting"], "denyList");
+    EXPECT_EQ(changes[5]["object"], "role x");
     EXPECT_EQ(state(), before);
     EXPECT_EQ(events(), Lines());
     EXPECT_EQ(restarted(), before.data);
@@ -278,7 +279,7 @@ TEST_F(Transaction, DryRunTellsTheChangesAndMakesNone) {
 TEST_F(Transaction, DryRunTellsOfVsansAlsoWhileTheirEventsAreOff) {
     set_status_events(*target_, operator_, false);
     const Json reply = command("transaction", {{"dryRun", true}, {"commands", Json::array({create(50, "new")})}});
-    EXPECT_EQ(reply["changes"].size(), 1u);
+    EXPECT_EQ(reply["changes"].size(), 2u);
     EXPECT_EQ(reply["changes"][0]["class"], 145);
 }
 

@@ -137,6 +137,40 @@ TEST_F(Transfer, DryRunOfAnImportTellsAndChangesNothing) {
     EXPECT_TRUE(removed["value"].is_null());
 }
 
+TEST_F(Transfer, DryRunTellsNameAndTimersOfANewVsanWhichNoEventDoes) {
+    std::string text = exported();
+    text.insert(text.find("\"vsans\": [") + 10, R"({"id": 77, "name": "tests", "timers": {"edtov": 3000}}, )");
+    const Json changes = import(text, true)["changes"];
+    const auto told = [&](const Json &row) { return std::ranges::find(changes, row) != changes.end(); };
+    EXPECT_TRUE(told({{"object", "VSAN 77"}, {"setting", "name"}, {"former", "VSAN0077"}, {"value", "tests"}}));
+    EXPECT_TRUE(
+        told({{"object", "VSAN 77"}, {"setting", "timers"}, {"former", Json::object()}, {"value", {{"edtov", 3000}}}}));
+}
+
+TEST_F(Transfer, ImportOfRolesThatNoFileCanHoldIsRefused) {
+    Json many = Json::array();
+    for (int number = 0; number < 60000; ++number) {
+        many.push_back({{"name", fmt::format("r{}", number)}});
+    }
+    EXPECT_NE(refused_import(Json{{"roles", many}}.dump())["error"].get<std::string>().find("4194304"),
+              std::string::npos);
+    for (const char *name : {"", "a\nb", "\x1b[2J"}) {
+        refused_import(Json{{"roles", {{{"name", name}}}}}.dump());
+    }
+    for (const char *wwn : {"10:00:02:5c:b5:ae:8c:a5:", "100002"}) {
+        refused_import(Json{{"wwn", wwn}}.dump());
+    }
+}
+
+TEST_F(Transfer, OrderOfRolesIsPartOfThem) {
+    import(R"({"roles": [{"name": "a"}, {"name": "b"}]})");
+    const std::string other = R"({"roles": [{"name": "b"}, {"name": "a"}]})";
+    EXPECT_EQ(
+        import(other, true)["changes"],
+        Json::parse(R"([{"object": "the roles", "setting": "order", "former": ["a", "b"], "value": ["b", "a"]}])"));
+    EXPECT_EQ(import(other)["changed"], true);
+}
+
 TEST_F(Transfer, ForcedTimersAreToldAsSuch) {
     ASSERT_EQ(set_vsan_timer(*target_, operator_, 10, Timer::e_d_tov, 50000, true), STATUS_SUCCESS);
     const std::string text = exported();

@@ -19,13 +19,22 @@ struct NextRoles {
     std::optional<FileDraft> file;
 };
 
+// Whether a role file says the same. One that cannot be read says something else.
+bool has_roles(const std::string &role_file, const std::vector<Role> &wanted) {
+    try {
+        return load_roles(role_file).list() == wanted;
+    } catch (const Refusal &) {
+        return false;
+    }
+}
+
 // STATUS_SUCCESS with the roles ready to come into force, if they are others, or why they cannot.
 uint32_t prepare_roles(const Switch &the_switch, const std::vector<Role> &wanted, std::optional<NextRoles> &next,
                        std::string *sentence) {
     uint32_t failure = STATUS_ROLES_NOT_WRITTEN;
     try {
         if (wanted == the_switch.roles.list() &&
-            (the_switch.role_file.empty() || wanted == load_roles(the_switch.role_file).list())) {
+            (the_switch.role_file.empty() || has_roles(the_switch.role_file, wanted))) {
             return STATUS_SUCCESS;
         }
         failure = STATUS_BAD_ROLE;

@@ -279,6 +279,16 @@ void check_format(const JsonReader &reader, const Json &json) {
 }
 
 // A world wide name as wwn_text writes it, and not 0.
+// As strict as where a single role is added. An old role file may have other names.
+void check_role_names(const JsonReader &reader, const Roles &roles) {
+    for (const Role &role : roles.list()) {
+        if (!is_role_name(role.name)) {
+            reader.fail(fmt::format("the role \"{}\" has a name without characters, or with control characters",
+                                    JsonReader::printable(role.name)));
+        }
+    }
+}
+
 uint64_t read_wwn(const JsonReader &reader, const Json &json) {
     const std::string &text = reader.text(json, "\"wwn\"");
     uint64_t wwn = 0;
@@ -290,7 +300,8 @@ uint64_t read_wwn(const JsonReader &reader, const Json &json) {
         digits += at % 3 == 2 ? '?' : text[at];
     }
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), wwn, 16);
-    if (digits.size() != 16 || error != std::errc() || end != digits.data() + digits.size() || wwn == 0) {
+    constexpr size_t size = 23;
+    if (text.size() != size || error != std::errc() || end != digits.data() + digits.size() || wwn == 0) {
         reader.fail("\"wwn\" must be eight bytes as in \"10:00:02:5c:b5:ae:8c:a5\"");
     }
     return wwn;
@@ -356,6 +367,7 @@ Configuration read_configuration(std::string_view text, const std::string &sourc
     }
     if (json.contains("roles")) {
         configuration.roles = read_roles(reader, json["roles"]);
+        check_role_names(reader, *configuration.roles);
     }
     return configuration;
 }

@@ -18,6 +18,8 @@ constexpr size_t max_user_ranges = ROLE_MAX_RANGES;
 constexpr size_t max_role_file = 4u << 20;
 constexpr size_t max_user_name = MTS_WIRE_MAX_USER;
 constexpr size_t max_users = 4096;
+// Of all users whose roles differ, each role of each counted: so much is read in a moment.
+constexpr size_t max_copied_ranges = 4u << 20;
 
 // Sorts ranges and joins those that overlap or touch.
 void normalise(std::vector<Range> &ranges) {
@@ -118,7 +120,8 @@ const Permission *Roles::find(std::string_view user) const {
     return found == users_.end() ? nullptr : found->second.get();
 }
 
-void Roles::add(Role role) {
+size_t Roles::add(Role role) {
+    size_t copied = 0;
     static uint64_t last_version = 0;
     version_ = ++last_version;
     std::map<std::shared_ptr<const Permission>, std::shared_ptr<const Permission>> extended; // by what it was
@@ -127,16 +130,19 @@ void Roles::add(Role role) {
         std::shared_ptr<const Permission> &granted = extended[present];
         if (!granted) {
             granted = std::make_shared<Permission>(extend(present ? *present : Permission(), role));
+            copied += granted->interfaces.size();
         }
         present = granted;
     }
     list_.push_back(std::move(role));
+    return copied;
 }
 
 Roles read_roles(const JsonReader &reader, const JsonReader::Json &list) {
     Roles roles;
     reader.expect_array(list, "\"roles\"");
     std::set<std::string> names;
+    size_t copied = 0;
     for (const auto &item : list) {
         std::string place = "a role";
         reader.expect_object(item, place, {"name", "vsans", "interfaces", "users"});
@@ -151,7 +157,10 @@ Roles read_roles(const JsonReader &reader, const JsonReader::Json &list) {
         names.insert(name);
 
         const Role role = parse_role(reader, item, name, place);
-        roles.add(role);
+        copied += roles.add(role);
+        if (copied > max_copied_ranges) {
+            reader.fail(fmt::format("its users have more than {} interface ranges in all", max_copied_ranges));
+        }
         if (roles.user_count() > max_users) {
             reader.fail(fmt::format("it names more than {} users", max_users));
         }
@@ -198,7 +207,12 @@ std::string format_roles(const std::vector<Role> &roles) {
         list.push_back(role_json(role));
     }
     const JsonReader::Json file{{"roles", list}};
-    return file.dump(2, ' ', false, JsonReader::Json::error_handler_t::replace) + "\n";
+    std::string text = file.dump(2, ' ', false, JsonReader::Json::error_handler_t::replace) + "\n";
+    if (text.size() > max_role_file) {
+        throw Refusal(
+            fmt::format("The roles would need a file of {} bytes; {} is the most.", text.size(), max_role_file));
+    }
+    return text;
 }
 
 } // namespace vswitch

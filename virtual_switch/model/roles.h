@@ -42,8 +42,8 @@ class Roles {
     const Permission *find(std::string_view user) const;
 
     // Adds a role: each of its users may touch what it grants, beside what the user's
-    // other roles grant.
-    void add(Role role);
+    // other roles grant. Returns how many ranges of interfaces were copied for that.
+    size_t add(Role role);
 
     const std::vector<Role> &list() const { return list_; }
 
@@ -70,7 +70,7 @@ Roles parse_roles(std::string_view text, const std::string &source);
 // Reads a role file; a missing file holds no roles. Throws Refusal.
 Roles load_roles(const std::string &path);
 
-// The text that parse_roles reads as these roles.
+// The text of a role file that load_roles reads as these roles. Throws Refusal when it would be too large.
 std::string format_roles(const std::vector<Role> &roles);
 
 } // namespace vswitch

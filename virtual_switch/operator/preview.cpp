@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a change of much at once would change, told without making it.
-#include <algorithm>
+#include <map>
+#include <string_view>
 
 #include "changes/commit.h"
 #include "model/difference.h"
@@ -33,7 +34,7 @@ class Differences {
     Json rows_ = Json::array();
 };
 
-Json distributed_json(const PartialTimers &timers) {
+Json timers_of(const PartialTimers &timers) {
     Json json = Json::object();
     for (const TimerKind &kind : timer_kinds) {
         if (timers[kind.timer]) {
@@ -51,8 +52,16 @@ void add_vsan(Differences &differences, uint32_t id, const Vsan &former, const V
     differences.add(object, "interop", former.interop, vsan.interop);
     differences.add_flag(object, "inorderDelivery", former.inorder_delivery, vsan.inorder_delivery);
     differences.add(object, "networkDropLatency", former.drop_latency, vsan.drop_latency);
-    differences.add(object, "distributedTimers", distributed_json(former.distributed_timers),
-                    distributed_json(vsan.distributed_timers));
+    differences.add(object, "distributedTimers", timers_of(former.distributed_timers),
+                    timers_of(vsan.distributed_timers));
+}
+
+// What events tell of changes of a VSAN, but not of one that is new.
+void add_new_vsan(Differences &differences, uint32_t id, const Vsan &vsan) {
+    const std::string object = fmt::format("VSAN {}", id);
+    const Vsan usual = new_vsan(id);
+    differences.add(object, "name", usual.name, vsan.name);
+    differences.add(object, "timers", timers_of(usual.timers), timers_of(vsan.timers));
 }
 
 void add_settings(Differences &differences, const Settings &former, const Settings &settings) {
@@ -78,19 +87,42 @@ void add_session(Differences &differences, const SwitchModel &model, const Chang
     }
 }
 
+using RolesByName = std::map<std::string_view, const Role *>;
+
+RolesByName by_name(const std::vector<Role> &roles) {
+    RolesByName result;
+    for (const Role &role : roles) {
+        result.emplace(role.name, &role);
+    }
+    return result;
+}
+
+Json names_of(const std::vector<Role> &roles) {
+    Json names = Json::array();
+    for (const Role &role : roles) {
+        names.push_back(role.name);
+    }
+    return names;
+}
+
 void add_roles(Differences &differences, const std::vector<Role> &former, const std::vector<Role> &roles) {
-    const auto find = [](const std::vector<Role> &list, const std::string &name) {
-        const auto found = std::ranges::find(list, name, &Role::name);
-        return found == list.end() ? Json(nullptr) : role_json(*found);
+    const RolesByName before = by_name(former);
+    const RolesByName after = by_name(roles);
+    const auto json = [](const RolesByName &list, const std::string &name) {
+        const auto found = list.find(name);
+        return found == list.end() ? Json(nullptr) : role_json(*found->second);
     };
     const auto object = [](const Role &role) { return fmt::format("role {}", role.name); };
     for (const Role &role : roles) {
-        differences.add(object(role), "role", find(former, role.name), role_json(role));
+        differences.add(object(role), "role", json(before, role.name), role_json(role));
     }
     for (const Role &role : former) {
-        if (std::ranges::find(roles, role.name, &Role::name) == roles.end()) {
+        if (!after.contains(role.name)) {
             differences.add(object(role), "role", role_json(role), Json(nullptr));
         }
+    }
+    if (former.size() == roles.size()) {
+        differences.add("the roles", "order", names_of(former), names_of(roles));
     }
 }
 
@@ -101,6 +133,9 @@ Json further_differences(const Switch &the_switch, const Change &change, const W
     for (const auto &[id, vsan] : change.vsans) {
         const Vsan *former = model.vsan(id);
         add_vsan(differences, id, former ? *former : new_vsan(id), vsan);
+        if (!former) {
+            add_new_vsan(differences, id, vsan);
+        }
     }
     for (const auto &[if_index, port] : change.ports) {
         differences.add(fmt::format("port fc{}", model.port_number(if_index)), "denyList",
