@@ -38,6 +38,9 @@
 #define TIMER_MAX 100000u
 #define E_D_TOV_MIN 1000u
 
+/* So many commands of an operator can be one change. */
+#define TRANSACTION_COMMANDS_MAX 10000u
+
 /* More ranges of interfaces than any role needs. */
 #define ROLE_MAX_RANGES 4096u
 

@@ -12,7 +12,7 @@ import time
 import pytest
 
 from harness import wire
-from harness.build import REPOSITORY
+from harness.build import AGENT_PRELOAD, REPOSITORY
 from harness.operator_tool import VSWITCHCTL, OperatorTool
 from harness.process import LoggedProcess
 
@@ -108,11 +108,11 @@ def test_json_is_one_object_a_line_with_the_reply(tool):
 
 
 def test_json_has_what_is_no_reply_as_text_and_a_wait_when_it_is_over(tool):
-    told = tool.told("every 20ms 3 times vsan --help", "at 200ms vsan create 50", "wait vsan 50 exists within 1m")
+    told = tool.told("every 20ms 3 times vsan --help", "at 2s vsan create 50", "wait vsan 50 exists within 1m")
     assert [row["line"] for row in told[:-1]] == [1, 1, 1, 2, 3]
     assert "Usage: vswitchctl vsan" in told[0]["output"]
     assert told[4] == {"time": told[4]["time"], "line": 3, "wait": "vsan 50 exists"}
-    assert told[4]["time"] >= 0.2
+    assert told[4]["time"] >= 2
 
 
 def test_quiet_says_nothing_of_what_goes_well(tool):
@@ -130,7 +130,7 @@ def test_words_are_the_commands_and_no_shell_sees_them(tool):
 
 def test_every_goes_on_beside_the_lines_below_and_at_counts_from_the_start(tool):
     actions = tool.actions("every 40ms for 160ms port down fc1", "wait 20ms", "every 40ms 4 times port up fc1",
-                           "port up fc2", "at 10ms port up fc3", "at 300ms port down fc3")
+                           "port up fc2", "at 10ms port up fc3", "at 3s port down fc3")
     flaps = [line for line, _ in actions if line in (1, 3)]
     assert sorted(flaps) == [1] * 4 + [3] * 4 and flaps[0] == 1
     lines = [line for line, _ in actions]
@@ -223,13 +223,15 @@ def test_a_switch_that_is_away_ends_any_line_but_a_wait(owned, tool):
 
 
 @pytest.mark.parametrize("number,name", [(signal.SIGINT, "Ctrl-C"), (signal.SIGTERM, "SIGTERM")])
-@pytest.mark.parametrize("line", ["wait 100h", "wait vsan 99 exists within 100h", "every 10s for 1h show"])
+@pytest.mark.parametrize("line", ["wait 100h", "wait vsan 99 exists within 100h", "every 100s for 1h show"])
 def test_a_signal_ends_it_at_once_and_the_line_is_told(tool, number, name, line):
     player = tool.begin("vsan create 50", "port up fc1", line, "port up fc2")
     player.wait_line("line 2 ")
     if not line.startswith("wait 100h"):
         player.wait_line("line 3 ")
-    time.sleep(0.1)
+    if line.startswith("every"):
+        player.wait_line("line 4 ")
+    time.sleep(1)
     player.signal(number)
     assert player.wait(10) == -number
     assert player.lines[-1] == f"vswitchctl: {tool.file}:3: ended here by {name}.", player.text()
@@ -251,6 +253,17 @@ def test_atomic_makes_all_of_it_or_nothing(owned, tool):
     assert "Port 16785408 (fc3): VSAN 50, link up, deny list 0" in text
     assert text.endswith("done: 7 commands, as one change\n")
     assert [tool.json("vsan", "show", vsan)["networkDropLatency"] for vsan in (1, 10, 20)] == [700] * 3
+
+
+def test_atomic_with_more_than_one_change_may_be_is_refused_with_its_line(tool):
+    lines = ["vsan set 20 --drop-latency 7"] * 10001
+    assert tool.complaint(*lines, code=2, options=["--atomic"]).startswith("10001: With this line there are more than")
+
+
+def test_what_a_value_makes_of_a_line_is_refused_with_the_line(tool):
+    assert tool.complaint("for each vsan", "expect vsan {vsan}000 absent", "end").startswith('2: "10000" cannot stand')
+    assert tool.complaint("for each vsan", "vsan set {vsan} --drop-latency {vsan}000000000", "end", code=2,
+                          options=["--atomic"]).startswith("2: vsan set: --drop-latency: '10000000000' is not")
 
 
 def test_atomic_publishes_what_the_whole_leads_to(tool):
@@ -345,6 +358,7 @@ def test_a_file_that_cannot_be_read_is_named(alone, tmp_path):
     alone.refused("play", alone.write(""), "--seed", "x", code=2)
 
 
+@pytest.mark.skipif(AGENT_PRELOAD != "", reason="sanitizers take longer than what is measured")
 def test_ten_thousand_lines_are_read_within_a_second_of_the_processor(alone):
     file = alone.write(*(f"vsan set {number % 4000 + 2} --name n{number} --drop-latency {number + 1}"
                          for number in range(10000)))

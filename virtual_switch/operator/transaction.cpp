@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Several commands as one change, and what else comes in or goes out in parts.
 #include "operator/transaction.h"
+#include "contract/limits.h"
 
 #include <chrono>
 #include <ctime>
@@ -11,7 +12,6 @@ namespace {
 
 using Json = JsonReader::Json;
 
-constexpr size_t max_commands = 10000;
 constexpr size_t max_replies = 16u << 20; // bytes, all together
 constexpr size_t max_reply = 90000;       // what fits into one reply for sure
 
@@ -94,9 +94,9 @@ Json read_commands(Call &call) {
         arguments.reader().fail("it needs \"commands\"");
     }
     arguments.reader().expect_array(*commands, "\"commands\"");
-    if (commands->size() > max_commands) {
-        arguments.reader().fail(
-            fmt::format("\"commands\" must hold at most {}, and there are {}", max_commands, commands->size()));
+    if (commands->size() > TRANSACTION_COMMANDS_MAX) {
+        arguments.reader().fail(fmt::format("\"commands\" must hold at most {}, and there are {}",
+                                            TRANSACTION_COMMANDS_MAX, commands->size()));
     }
     return std::move(*commands);
 }

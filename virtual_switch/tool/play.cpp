@@ -10,6 +10,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "contract/limits.h"
 #include "tool/captured_output.h"
 #include "tool/command_line.h"
 #include "tool/condition.h"
@@ -64,8 +65,8 @@ void end_by_signal(int number) {
         *--first = static_cast<char>('0' + line % 10);
     }
     for (const char *text :
-         {"vswitchctl: ", static_cast<const char *>(played_file), ":", static_cast<const char *>(first),
-          ": ended here by ", number == SIGINT ? "Ctrl-C.\n" : "SIGTERM.\n"}) {
+         {"vswitchctl: ", static_cast<const char *>(played_file), line_under_way > 0 ? ":" : "",
+          static_cast<const char *>(first), ": ended here by ", number == SIGINT ? "Ctrl-C.\n" : "SIGTERM.\n"}) {
         write_text(text);
     }
     // It ends the process once this has returned.
@@ -303,21 +304,29 @@ Transaction::Transaction(const Scenario &scenario, CommandLine &command_line,
 }
 
 void Transaction::add(const Statement &statement, std::vector<std::string> words) {
-    ParsedCommand command = parse_line(command_line_, words);
+    ParsedCommand command;
+    try {
+        command = parse_line(command_line_, words);
+    } catch (const UsageError &error) {
+        throw UsageError(at_line(name_, statement.line, error.what()));
+    }
     if (command.change.is_null()) {
         throw UsageError(at_line(
             name_, statement.line,
             fmt::format("'{}' is no change of the configuration, and cannot be part of one.", line_text(words))));
     }
-    if (lines_.size() == max_scenario_actions) {
+    if (lines_.size() == TRANSACTION_COMMANDS_MAX) {
         throw UsageError(at_line(name_, statement.line,
-                                 fmt::format("With this line there are more than {} commands.", max_scenario_actions)));
+                                 fmt::format("With this line there are more than {} commands, and no more can be one "
+                                             "change.",
+                                             TRANSACTION_COMMANDS_MAX)));
     }
     lines_.push_back({statement.line, std::move(words), std::move(command)});
 }
 
 void Transaction::carry_out(SwitchStage &stage) const {
     std::vector<Json> changes;
+    changes.reserve(lines_.size());
     for (const Line &line : lines_) {
         changes.push_back(line.command.change);
     }

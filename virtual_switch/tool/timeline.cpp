@@ -16,6 +16,9 @@ template <typename Work> auto Timeline::at_place(uint32_t line, const Work &work
         return work();
     } catch (const Refusal &refusal) {
         throw PlacedRefusal(at_line(scenario_.name, line, refusal.what()));
+    } catch (const UsageError &error) {
+        // What a value of `for each` has made of the line.
+        throw PlacedRefusal(at_line(scenario_.name, line, error.what()));
     }
 }
 
