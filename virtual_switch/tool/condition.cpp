@@ -306,21 +306,19 @@ Ask read_faults(Reader &reader) {
 
 Ask read_ready(Reader &) {
     return []() -> Answer {
-        try {
-            look("switch.show");
-            return std::nullopt;
-        } catch (const Away &problem) {
-            return problem.what();
-        }
+        look("switch.show");
+        return std::nullopt;
     };
 }
+
+constexpr const char *ready_word = "ready";
 
 struct Subject {
     const char *word;
     Ask (*read)(Reader &);
 };
-constexpr Subject subjects[] = {{"ready", read_ready},  {"vsan", read_vsan},   {"port", read_port},
-                                {"tdx", read_tdx},      {"timer", read_timer}, {"agents", read_agents},
+constexpr Subject subjects[] = {{ready_word, read_ready}, {"vsan", read_vsan},   {"port", read_port},
+                                {"tdx", read_tdx},        {"timer", read_timer}, {"agents", read_agents},
                                 {"faults", read_faults}};
 
 Ask read_condition(Reader &reader) {
@@ -335,7 +333,7 @@ Ask read_condition(Reader &reader) {
 // Asks the condition within the time that is left.
 bool holds(const Condition &condition, const Deadline &deadline) {
     const Patience patience(deadline ? milliseconds(milliseconds_until(deadline)) : longest_question);
-    return !condition.failure();
+    return condition.holds();
 }
 
 // Waits on one connection. Throws Away when that ends.
@@ -352,6 +350,17 @@ bool wait_connected(const Condition &condition, const Deadline &deadline, Pauses
 }
 
 } // namespace
+
+std::optional<std::string> Condition::failure() const {
+    try {
+        return ask_();
+    } catch (const Away &problem) {
+        if (text_ != ready_word) {
+            throw;
+        }
+        return problem.what();
+    }
+}
 
 Condition Condition::parse(std::span<const std::string> words) {
     Reader reader(words);

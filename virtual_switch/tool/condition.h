@@ -43,8 +43,12 @@ class Condition {
     static ConditionChoices choices(std::span<const std::string> words);
 
     // Asks the switch. Nothing when the condition holds, else a sentence that says what is instead.
-    // Throws Refusal, for a port that the switch does not have, too; Away when the switch is away.
-    std::optional<std::string> failure() const { return ask_(); }
+    // Throws Refusal, for a port that the switch does not have, too; Away when the switch is away,
+    // unless that is what the condition is about.
+    std::optional<std::string> failure() const;
+
+    // Whether it holds. Throws Refusal, and Away whenever the switch is away.
+    bool holds() const { return !ask_(); }
 
     // The condition as it was typed.
     const std::string &text() const { return text_; }
