@@ -97,6 +97,21 @@ def test_what_cannot_be_one_of_several_is_a_usage_error(tool, words, named):
     assert [vsan["id"] for vsan in tool.json("vsan")["vsans"]] == [1, 10, 20]
 
 
+def test_two_dashes_before_no_command_end_the_options(tool):
+    tool("role", "add", "--", "-odd")
+    assert [role["name"] for role in tool.json("role")["roles"]][-1] == "-odd"
+    tool("role", "remove", "--", "-odd")
+    assert tool("vsan", "show", "--", 10) == tool("vsan", "show", 10)
+
+
+def test_export_to_a_full_disk_says_so(tool):
+    with open("/dev/full", "w", encoding="ascii") as full:
+        done = subprocess.run([VSWITCHCTL, "--run", tool.run_dir, "export"], stdout=full, stderr=subprocess.PIPE,
+                              text=True, timeout=60)
+    assert (done.returncode, done.stderr) == (
+        1, "vswitchctl: Cannot write all of it to standard output: No space left on device.\n")
+
+
 def test_absence_and_existence_can_be_asked_for(tool):
     assert tool("vsan", "delete", 50, "--if-exists") == "There was no VSAN 50\n"
     assert tool("role", "remove", "x", "--if-exists") == "There was no role x\n"
@@ -304,6 +319,13 @@ def test_existing_file_is_replaced_only_by_force(tool, folder):
     assert path.read_bytes().startswith(b"SQLite format 3\0")
     assert "No such file" in tool.refused("backup", folder / "missing/b.db")
     assert os.listdir(folder) == ["b.db"]
+
+
+def test_backup_never_replaces_what_is_no_file(tool, folder):
+    os.mkfifo(folder / "pipe")
+    for words in (("backup", folder / "pipe", "--force"), ("backup", folder, "--force")):
+        assert "is no regular file" in tool.refused(*words)
+    assert (folder / "pipe").is_fifo()
 
 
 def test_backup_without_room_leaves_nothing(tool, folder):

@@ -163,6 +163,9 @@ void Commands::no_such_option(const std::string &name, const CLI::App &app, cons
 
 void Commands::check_words(const std::string &name, const CLI::App &app, const std::vector<std::string> &words) const {
     for (const std::string &word : words) {
+        if (word == "--") {
+            return;
+        }
         const std::string option = word.substr(0, word.find('='));
         const bool is_option = word.starts_with("--") || (word.size() > 1 && word[0] == '-' && !std::isdigit(word[1]));
         if (is_option && !app.get_option_no_throw(option)) {

@@ -82,7 +82,11 @@ bool put_in_place(const std::string &draft, const std::string &path, bool replac
     if (replace) {
         return rename(draft.c_str(), path.c_str()) == 0;
     }
-    return link(draft.c_str(), path.c_str()) == 0 && unlink(draft.c_str()) == 0;
+    if (renameat2(AT_FDCWD, draft.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    // Not every file system can do that; others have no hard links.
+    return (errno == EINVAL || errno == ENOSYS) && link(draft.c_str(), path.c_str()) == 0 && unlink(draft.c_str()) == 0;
 }
 
 void sync_folder_of(const std::string &path) {
@@ -132,6 +136,10 @@ void require_absent(const std::string &path) {
 }
 
 void write_whole(const std::string &path, const std::string &content, bool replace) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        throw Refusal(fmt::format("{} is no regular file, and stays as it is.", path));
+    }
     const Uninterrupted uninterrupted;
     std::string draft = path + ".XXXXXX";
     const int descriptor = mkostemp(draft.data(), O_CLOEXEC);

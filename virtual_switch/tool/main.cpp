@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // vswitchctl, the operator's tool.
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fmt/format.h>
 
 #include "contract/run_directory.h"
@@ -21,17 +24,21 @@ void complain(const std::string &sentence) {
 
 using Words = std::vector<std::string>;
 
-// The commands of a command line, which have a lone -- between them. Words that are to be completed are one.
-std::vector<Words> commands_of(const Words &words) {
+// The commands of a command line, which have a lone -- between them. Where no command begins behind it, it
+// ends the options of its own. Words that are to be completed are one command.
+std::vector<Words> commands_of(const Words &words, const vswitchctl::CommandLine &command_line) {
     if (!words.empty() && words.front() == vswitchctl::completion_command) {
         return {words};
     }
+    const Words names = command_line.names();
     std::vector<Words> commands(1);
-    for (const std::string &word : words) {
-        if (word == "--") {
+    for (auto word = words.begin(); word != words.end(); ++word) {
+        const bool begins_next = *word == "--" && (word + 1 == words.end() || word[1] == "--" ||
+                                                   std::find(names.begin(), names.end(), word[1]) != names.end());
+        if (begins_next) {
             commands.emplace_back();
         } else {
-            commands.back().push_back(word);
+            commands.back().push_back(*word);
         }
     }
     return commands;
@@ -69,7 +76,7 @@ void carry_out(const Words &words) {
     vswitchctl::GlobalOptions options;
     vswitchctl::CommandLine command_line(&options);
     std::vector<vswitchctl::ParsedCommand> commands;
-    for (const Words &command : commands_of(words)) {
+    for (const Words &command : commands_of(words, command_line)) {
         commands.push_back(command_line.parse(command));
     }
     if (!options.run_directory.empty()) {
@@ -88,7 +95,11 @@ void carry_out(const Words &words) {
 int main(int argc, char **argv) {
     try {
         carry_out({argv + 1, argv + argc});
-        return std::fflush(stdout) == 0 ? 0 : exit_refused;
+        if (std::fflush(stdout) != 0) {
+            complain(fmt::format("Cannot write all of it to standard output: {}.", std::strerror(errno)));
+            return exit_refused;
+        }
+        return 0;
     } catch (const vswitchctl::UsageError &error) {
         complain(error.what());
         return exit_usage;

@@ -90,6 +90,9 @@ Json change_once(const std::string &command, const Json &arguments) {
     try {
         return whole(reply);
     } catch (const Dropped &) {
+        if (arguments.at("dryRun").get<bool>()) {
+            throw;
+        }
         throw Refusal("It is done, but the switch has dropped what it had to say about it.");
     }
 }
