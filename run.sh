@@ -80,6 +80,7 @@ parse_options() {
         --empty | --initial)
             [[ ${START_WITH[0]:-$OPTION} == "$OPTION" ]] || usage_error "--empty and --initial exclude each other."
             START_WITH=("$OPTION")
+            [[ $VALUE != *[[:cntrl:]]* ]] || usage_error "--initial takes a path without control characters."
             [[ $OPTION == --empty ]] || START_WITH+=("$(from_caller "$VALUE")")
             ;;
         --no-traps) TRAP_PORT= ;;

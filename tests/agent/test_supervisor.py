@@ -63,15 +63,14 @@ def wait_for_text(path, text):
 
 def test_each_is_started_when_the_one_before_serves_and_all_end_in_the_opposite_order(supervise, folder):
     noted = folder / "noted"
-    wait = f"exec 2>/dev/null; trap 'echo end $0 >>{noted}; exit' TERM; while :; do sleep 0.1; done"
+    trap = f"exec 2>/dev/null; trap 'echo end $0 >>{noted}; exit' TERM; echo start $0 >>{noted}; "
+    wait = "while :; do sleep 0.1; done"
     supervised = supervise(
-        program("first", f"echo start first >>{noted}; sleep 0.3; echo serve first >>{noted}; {TELL_READY}; "
-                + wait.replace("$0", "first")),
-        program("second", f"echo start second >>{noted}; " + wait.replace("$0", "second"),
+        program("first", trap.replace("$0", "first") + f"sleep 0.3; echo serve first >>{noted}; {TELL_READY}; {wait}"),
+        program("second", trap.replace("$0", "second") + wait,
                 attend=f"echo attend second >>{noted}; {TELL_READY}; sleep 0.3; echo serve second >>{noted}"),
-        program("third", f"echo start third >>{noted}; {TELL_READY}; " + wait.replace("$0", "third")))
+        program("third", trap.replace("$0", "third") + f"{TELL_READY}; {wait}"))
     wait_for_text(noted, "start third")
-    time.sleep(0.3)  # each has set its trap
     supervised.process.signal(signal.SIGTERM)
     assert supervised.process.wait(30) == 0
     assert supervised.process.lines == []
@@ -147,8 +146,16 @@ def test_told_to_end_while_one_is_prepared_it_ends_the_attendant(supervise, fold
 def test_an_attendant_comes_before_each_start_and_what_it_refuses_is_tried_again(supervise, folder):
     attend = f"echo x >>{folder}/times; [ ! -e {folder}/refused ] || {{ echo no room; exit 1; }}; {TELL_READY}"
     supervised = supervise(program("one", SLEEP, attend=attend))
-    wait_until(lambda: len(supervised.children()) == 1 and "x" in (folder / "times").read_text(), "it runs")
-    wait_until(lambda: Path(f"/proc/{supervised.children()[0]}/comm").read_text() == "sleep\n", "it runs")
+    wait_for_text(folder / "times", "x")
+
+    def runs():
+        try:
+            (child,) = supervised.children()
+            return Path(f"/proc/{child}/comm").read_text() == "sleep\n"
+        except (ValueError, FileNotFoundError):
+            return False
+
+    wait_until(runs, "it runs")
     (folder / "refused").touch()
     os.kill(supervised.children()[0], signal.SIGKILL)
     supervised.process.wait_line("^no room$")
@@ -181,13 +188,13 @@ def test_who_asks_for_a_report_gets_that_instead_of_a_sentence(supervise, folder
 
 
 def test_all_of_a_programs_group_end_with_it(supervise, folder):
-    supervised = supervise(program("one", f"sleep 1000 & echo $! >{folder}/other; {TELL_READY}; wait"))
+    supervised = supervise(program("one", f"sleep 1000 & {TELL_READY}; echo $! >{folder}/other; wait"))
     wait_for_text(folder / "other", "\n")
     other = int((folder / "other").read_text())
     (one,) = supervised.children()
     os.kill(one, signal.SIGKILL)
     supervised.process.wait_line("one is back")
-    assert not Path(f"/proc/{other}").exists()
+    wait_until(lambda: not Path(f"/proc/{other}").exists(), "the other ends")
 
 
 def test_one_that_does_not_want_to_end_is_killed(supervise):

@@ -32,7 +32,7 @@ class Running:
         self.state = Path(state)
         self.run_dir = self.state / "run"
         self.port = free_udp_port()
-        self.trap_port = free_udp_port()
+        self.trap_port = next(port for port in iter(free_udp_port, None) if port != self.port)
         self.address = f"127.0.0.1:{self.port}"  # what the clients ask for
         self.process = LoggedProcess(
             [SCRIPT, "--port", self.port, "--trap-port", self.trap_port, "--state", state, *options])
