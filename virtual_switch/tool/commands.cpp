@@ -150,21 +150,21 @@ void Command::flag(const std::string &option, const char *key, const std::string
         option, [&row = row_, key] { row.arguments[key] = true; }, help);
 }
 
-void Command::looks(const char *command, Printer print) {
+void Command::looks(const char *command, const Printer &print) {
     run([command, print](const Json &arguments) { show(look(command, arguments), print); });
 }
 
-void Command::lists(const char *command, const char *key, const char *after, Printer print) {
+void Command::lists(const char *command, const char *key, const char *after, const Printer &print) {
     run([=](const Json &arguments) { show(list(command, key, after, arguments), print); });
 }
 
-void Command::changes(const char *command, Printer print) {
+void Command::changes(const char *command, const Printer &print) {
     row_.change = command;
     row_.print = print;
-    orders(command, std::move(print));
+    orders(command, print);
 }
 
-void Command::orders(const char *command, Printer print) {
+void Command::orders(const char *command, const Printer &print) {
     run([command, print](const Json &arguments) { show(change(command, arguments), print); });
 }
 

@@ -140,12 +140,12 @@ class Command {
 
     // What the command does.
     void run(std::function<void(const Json &)> action) { row_.run = std::move(action); }
-    void looks(const char *command, Printer print);
-    void lists(const char *command, const char *key, const char *after, Printer print);
+    void looks(const char *command, const Printer &print);
+    void lists(const char *command, const char *key, const char *after, const Printer &print);
     // A change of the configuration, which can be part of a transaction.
-    void changes(const char *command, Printer print);
+    void changes(const char *command, const Printer &print);
     // A change of anything else.
-    void orders(const char *command, Printer print);
+    void orders(const char *command, const Printer &print);
 
   private:
     CommandRow &row_;

@@ -14,7 +14,7 @@ _vswitchctl() {
         else
             COMPREPLY+=("$(printf '%q' "$word")")
         fi
-    done < <("$tool" complete-words "${words[@]//\\/}" "${current//[\\\'\"]/}" 2>/dev/null)
+    done < <("$tool" complete-words "${words[@]//[\\\'\"]/}" "${current//[\\\'\"]/}" 2>/dev/null)
     case $kind in
     files) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
     folders) mapfile -t COMPREPLY < <(compgen -d -- "$current") ;;

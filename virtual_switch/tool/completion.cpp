@@ -106,7 +106,7 @@ class Completion {
         Texts texts = places_.empty() ? commands_.words_below(name_) : Texts();
         const CLI::Option *place = is_group_ ? nullptr : place_of(places_.size());
         if (place) {
-            const Texts values = values_of(*place, beginning);
+            Texts values = values_of(*place, beginning);
             if (values.front() != "words") {
                 return values;
             }

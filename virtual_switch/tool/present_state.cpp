@@ -68,7 +68,7 @@ uint32_t position(const Json &port) {
     return static_cast<uint32_t>(std::strtoul(text(port, "name").c_str() + 2, nullptr, 10));
 }
 
-Json present(const char *event, uint32_t event_class, Json members) {
+Json present(const char *event, uint32_t event_class, const Json &members) {
     Json object = {{"event", event}, {"class", event_class}, {"present", true}};
     object.update(members);
     return object;
