@@ -14,6 +14,7 @@ from harness.campaign import SHARES, Campaign
 from harness.clients import NetSnmp
 from harness.fake_manager import FakeManager
 from harness.interfaces import AS_A_SWITCH
+from harness.operator_tool import OperatorTool
 from harness.packets import PacketClient
 from harness.switch import VirtualSwitch
 
@@ -224,3 +225,15 @@ def writer(puppet):
     """A client that may write, through the agent whose manager is the scripted one."""
     with PacketClient(puppet) as client:
         yield client
+
+
+@pytest.fixture
+def owned(request, start_switch):
+    """A switch that the test may change, with its file's INITIAL configuration."""
+    return start_switch(initial=request.module.INITIAL)
+
+
+@pytest.fixture
+def tool(owned):
+    """The operator's tool for that switch."""
+    return OperatorTool(owned)

@@ -16,11 +16,6 @@ from harness.terminal import Terminal
 INITIAL = {"vsans": [{"id": 10}, {"id": 20}, {"id": 21}], "portCount": 12}
 
 
-@pytest.fixture
-def owned(start_switch):
-    return start_switch(initial=INITIAL)
-
-
 def options_of(*command):
     return set(re.findall(r"^  (?:-h,)?(--[a-z-]+)", help_of(*command), re.MULTILINE))
 

@@ -28,16 +28,6 @@ INITIAL = {
 
 
 @pytest.fixture
-def owned(start_switch):
-    return start_switch(initial=INITIAL)
-
-
-@pytest.fixture
-def tool(owned):
-    return OperatorTool(owned)
-
-
-@pytest.fixture
 def exported(tool, folder):
     """A file with what the tool exports."""
     path = folder / "switch.json"

@@ -22,16 +22,7 @@ from harness.operator_tool import OperatorTool
 VSAN_GET = (wire.SERVICE_VSAN, wire.VSAN, wire.GET)
 VSAN_GETNEXT = (wire.SERVICE_VSAN, wire.VSAN, wire.GETNEXT)
 SIZE = 16 + 65 * 40
-
-
-@pytest.fixture
-def owned(start_switch):
-    return start_switch(initial={"vsans": [{"id": 10}, {"id": 20}], "portCount": 4})
-
-
-@pytest.fixture
-def tool(owned):
-    return OperatorTool(owned)
+INITIAL = {"vsans": [{"id": 10}, {"id": 20}], "portCount": 4}
 
 
 def table(report):

@@ -60,11 +60,6 @@ class Player(OperatorTool):
 
 
 @pytest.fixture
-def owned(start_switch):
-    return start_switch(initial=INITIAL)
-
-
-@pytest.fixture
 def tool(owned, folder):
     return Player(owned, folder)
 

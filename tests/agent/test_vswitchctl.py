@@ -23,17 +23,6 @@ INITIAL = {
 FC3 = 0x01002000
 
 
-@pytest.fixture
-def owned(start_switch):
-    """A switch that the test may change."""
-    return start_switch(initial=INITIAL)
-
-
-@pytest.fixture
-def tool(owned):
-    return OperatorTool(owned)
-
-
 def ask(switch, vsan, connection=None):
     with connection or switch.connect() as client:
         return client.request(wire.SERVICE_VSAN, wire.VSAN, payload=wire.vsan_block(vsanIndex=vsan))

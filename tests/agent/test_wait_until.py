@@ -11,7 +11,7 @@ import pytest
 from harness.clients import NetSnmp
 from harness.interfaces import AS_A_SWITCH
 from harness.oids import cell
-from harness.operator_tool import VSWITCHCTL, OperatorTool
+from harness.operator_tool import VSWITCHCTL
 from harness.process import LoggedProcess
 
 INITIAL = {
@@ -44,16 +44,6 @@ CONDITIONS = [
     ("timer edtov 3000 vsan 50", "VSAN 50 does not exist.",
      ["vsan create 50", "timers set edtov 3000 --vsan 50"]),
 ]
-
-
-@pytest.fixture
-def owned(start_switch):
-    return start_switch(initial=INITIAL)
-
-
-@pytest.fixture
-def tool(owned):
-    return OperatorTool(owned)
 
 
 def begin(switch, *words):

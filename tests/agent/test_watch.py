@@ -19,16 +19,6 @@ FC3 = 0x01002000
 TIME = r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z "
 
 
-@pytest.fixture
-def owned(start_switch):
-    return start_switch(initial=INITIAL)
-
-
-@pytest.fixture
-def tool(owned):
-    return OperatorTool(owned)
-
-
 def words(lines):
     """The lines that begin with a time, without it."""
     return [line.split(" ", 1)[1] for line in lines if line[:2] == "20"]

@@ -75,16 +75,23 @@ class ChangeTest : public testing::Test {
     const vswitch::SwitchData &data() const { return target_->model.data(); }
     const vswitch::Vsan &vsan(uint32_t id) const { return data().vsans.at(id); }
 
-    // One request of the VSAN manager, as a user of the management protocol sends it.
-    uint32_t send(uint32_t opcode, uint32_t kind, const Buffer &payload, const std::string &user = "") {
+    // One request; the answer is in reply_ then. Returns its status.
+    uint32_t ask_service(uint32_t service, uint32_t opcode, uint32_t kind, const Buffer &payload,
+                         const std::string &user) {
         vswitch::Request request;
-        request.service = MANAGER_SAP_VSAN;
+        request.service = service;
         request.opcode = opcode;
         request.kind = kind;
         request.payload = payload;
         request.length = static_cast<uint32_t>(payload.size());
         request.user = user;
         vswitch::answer_request(*target_, request, reply_);
+        return reply_.status;
+    }
+
+    // One request of the VSAN manager, as a user of the management protocol sends it.
+    uint32_t send(uint32_t opcode, uint32_t kind, const Buffer &payload, const std::string &user = "") {
+        ask_service(MANAGER_SAP_VSAN, opcode, kind, payload, user);
         if (kind == MTS_KIND_SET || kind == MTS_KIND_DELETE || reply_.status != 0) {
             EXPECT_FALSE(reply_.has_data) << "a change and a refusal are answered by their status alone";
         }

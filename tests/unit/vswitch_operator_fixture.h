@@ -17,15 +17,7 @@ using Json = nlohmann::json;
 class OperatorTest : public ChangeTest {
   protected:
     uint32_t ask(uint32_t opcode, uint32_t kind, const Buffer &payload, const std::string &user = "admin") {
-        vswitch::Request request;
-        request.service = MTS_SERVICE_SWITCH;
-        request.opcode = opcode;
-        request.kind = kind;
-        request.payload = payload;
-        request.length = static_cast<uint32_t>(payload.size());
-        request.user = user;
-        vswitch::answer_request(*target_, request, reply_);
-        return reply_.status;
+        return ask_service(MTS_SERVICE_SWITCH, opcode, kind, payload, user);
     }
 
     // A command of either kind, which must succeed.
