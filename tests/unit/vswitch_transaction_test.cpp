@@ -324,6 +324,7 @@ TEST_F(Transaction, ThatWouldHoldUpTheSwitchForLongIsRefused) {
     for (uint32_t number = 0; number < 10000; ++number) {
         commands.push_back({{"command", "timers.set"}, {"setting", "ratov"}, {"value", 20000 + number}});
     }
+    target_->transaction_time = std::chrono::milliseconds(200);
     const Json reply = refused("transaction", {{"upload", upload(Json{{"commands", commands}}.dump())}});
     EXPECT_TRUE(contains(reply["error"], "make it several")) << reply;
     EXPECT_EQ(data().settings.timers[Timer::r_a_tov], 10000u);

@@ -4,6 +4,7 @@
 #ifndef VSWITCH_SERVED_SWITCH_H
 #define VSWITCH_SERVED_SWITCH_H
 
+#include <chrono>
 #include <compare>
 #include <cstdint>
 #include <functional>
@@ -34,12 +35,21 @@ struct Counters {
     uint64_t subscriptions = 0;                // event classes subscribed to, over all open connections
 };
 
+// A transaction may keep the switch from everything else for so long. Checked memory and arithmetic take
+// many times as long as what they check.
+#ifdef __SANITIZE_ADDRESS__
+inline constexpr std::chrono::seconds longest_transaction{60};
+#else
+inline constexpr std::chrono::seconds longest_transaction{2};
+#endif
+
 struct ServedSwitch : Switch {
     using Switch::Switch;
 
     Counters counters;
     Faults faults;
     ClientFaults client_faults;
+    std::chrono::milliseconds transaction_time = longest_transaction; // of the processor
     Parcels parcels;
     std::string run_directory; // where the agent leaves its files; empty: nowhere
 
