@@ -22,16 +22,6 @@ template <typename Value> void add(Json &json, const char *key, const Value &val
     }
 }
 
-Json timers_json(const PartialTimers &timers) {
-    Json json = Json::object();
-    for (const TimerKind &kind : timer_kinds) {
-        if (timers[kind.timer]) {
-            json[kind.word] = *timers[kind.timer];
-        }
-    }
-    return json;
-}
-
 Json vsan_json(uint32_t id, const Vsan &vsan) {
     const Vsan usual;
     Json json = {{"id", id}};
@@ -46,7 +36,7 @@ Json vsan_json(uint32_t id, const Vsan &vsan) {
     add(json, "interop", vsan.interop, usual.interop);
     add(json, "inorderDelivery", vsan.inorder_delivery == TRUTH_TRUE, false);
     add(json, "networkDropLatency", vsan.drop_latency, usual.drop_latency);
-    add(json, "timers", timers_json(vsan.timers), Json::object());
+    add(json, "timers", timers_json<Json>(vsan.timers), Json::object());
     return json;
 }
 
@@ -76,7 +66,7 @@ Json distribution_json(const SwitchData &data) {
     add(feature, "refuse", settings.tdx_refusing, false);
     Json timers = Json::object();
     for (const auto &[id, vsan] : data.vsans) {
-        add(timers, fmt::format("{}", id).c_str(), timers_json(vsan.distributed_timers), Json::object());
+        add(timers, fmt::format("{}", id).c_str(), timers_json<Json>(vsan.distributed_timers), Json::object());
     }
     add(feature, "timers", timers, Json::object());
     return feature;

@@ -26,6 +26,17 @@ void read_system_texts(const JsonReader &reader, const JsonReader::Json &object,
 JsonReader::Json port_settings_json(const Port &port);
 JsonReader::Json system_texts_json(const SystemTexts &texts);
 
+// Those of a VSAN's timers that it has of its own, by their words.
+template <typename Json = JsonReader::Json> Json timers_json(const PartialTimers &timers) {
+    Json json = Json::object();
+    for (const TimerKind &kind : timer_kinds) {
+        if (timers[kind.timer]) {
+            json[kind.word] = *timers[kind.timer];
+        }
+    }
+    return json;
+}
+
 // The roles of a list, see parse_roles. Throws Refusal.
 Roles read_roles(const JsonReader &reader, const JsonReader::Json &list);
 

@@ -34,16 +34,6 @@ class Differences {
     Json rows_ = Json::array();
 };
 
-Json timers_of(const PartialTimers &timers) {
-    Json json = Json::object();
-    for (const TimerKind &kind : timer_kinds) {
-        if (timers[kind.timer]) {
-            json[kind.word] = *timers[kind.timer];
-        }
-    }
-    return json;
-}
-
 void add_vsan(Differences &differences, uint32_t id, const Vsan &former, const Vsan &vsan) {
     const std::string object = fmt::format("VSAN {}", id);
     differences.add(object, "mtu", former.mtu, vsan.mtu);
@@ -52,8 +42,8 @@ void add_vsan(Differences &differences, uint32_t id, const Vsan &former, const V
     differences.add(object, "interop", former.interop, vsan.interop);
     differences.add_flag(object, "inorderDelivery", former.inorder_delivery, vsan.inorder_delivery);
     differences.add(object, "networkDropLatency", former.drop_latency, vsan.drop_latency);
-    differences.add(object, "distributedTimers", timers_of(former.distributed_timers),
-                    timers_of(vsan.distributed_timers));
+    differences.add(object, "distributedTimers", timers_json(former.distributed_timers),
+                    timers_json(vsan.distributed_timers));
 }
 
 // What events tell of changes of a VSAN, but not of one that is new.
@@ -61,7 +51,7 @@ void add_new_vsan(Differences &differences, uint32_t id, const Vsan &vsan) {
     const std::string object = fmt::format("VSAN {}", id);
     const Vsan usual = new_vsan(id);
     differences.add(object, "name", usual.name, vsan.name);
-    differences.add(object, "timers", timers_of(usual.timers), timers_of(vsan.timers));
+    differences.add(object, "timers", timers_json(usual.timers), timers_json(vsan.timers));
 }
 
 void add_settings(Differences &differences, const Settings &former, const Settings &settings) {

@@ -2,6 +2,7 @@
 // Commands about the fabric timers, the latencies and the distribution service.
 #include <algorithm>
 
+#include "model/json_settings.h"
 #include "operator/command_table.h"
 
 namespace vswitch {
@@ -9,16 +10,6 @@ namespace vswitch {
 namespace {
 
 using Json = JsonReader::Json;
-
-Json timers_json(const PartialTimers &timers) {
-    Json json = Json::object();
-    for (const TimerKind &kind : timer_kinds) {
-        if (timers[kind.timer]) {
-            json[kind.word] = *timers[kind.timer];
-        }
-    }
-    return json;
-}
 
 Json vsan_timers_json(const SwitchModel &model, uint32_t id) {
     Json json = {{"id", id}, {"own", timers_json(model.vsan(id)->timers)}};
